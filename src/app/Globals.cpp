@@ -1,0 +1,10 @@
+#include "app/Globals.h"
+
+namespace ql {
+
+Globals& globals() {
+  static Globals g;
+  return g;
+}
+
+}  // namespace ql

@@ -1,0 +1,31 @@
+#pragma once
+// The few process-wide values the program names: fixed at start, or the scan's stop word.
+
+#include <QDateTime>
+#include <QString>
+#include <atomic>
+
+namespace ql {
+
+inline constexpr const char* kAppName = "Quorlane";
+
+struct Globals {
+  QDateTime StartTime;
+  QString Apptitle = QStringLiteral("Quorlane");
+  QString AppVersion = QStringLiteral(QUORLANE_VERSION);
+  QString DataFolder;  // holds the settings file and the logs
+  QString IniFile;
+  QString Datapath;    // DataFolder without a trailing "/"
+  QString UpdateFolder;
+  bool SilentMode = false;
+  int Lang = 0;
+  int Errcount = 0;
+  int tickInterval = 1500;
+};
+
+Globals& globals();
+
+// 0 nothing, 1 Escape pressed (ends a file-list read), 3 stop (ends walks and long commands).
+inline std::atomic<int> StopWord{0};
+
+}  // namespace ql

@@ -1,0 +1,58 @@
+// Quorlane: shows where the space on a disk has gone.
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QMessageBox>
+#include <QTimer>
+#include <cstdio>
+#include <cstring>
+
+#include "app/CommandLine.h"
+#include "app/Globals.h"
+#include "app/SilentRun.h"
+#include "app/Startup.h"
+#include "ui/MainWindow.h"
+
+using namespace ql;
+
+int main(int argc, char** argv) {
+  globals().StartTime = QDateTime::currentDateTime();
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--help") == 0) {
+      std::fputs(usageText().toLocal8Bit().constData(), stdout);
+      return 0;
+    }
+    if (std::strcmp(argv[i], "--version") == 0) {
+      std::printf("quorlane %s\n", QUORLANE_VERSION);
+      return 0;
+    }
+  }
+  const std::string commandLine = joinArguments(argc, argv);
+  const bool silent = isSilentCommand(commandLine);
+
+  if (!osSupported()) {
+    if (silent) {
+      std::fputs("quorlane: OS not supported\n", stderr);
+    } else {
+      QApplication app(argc, argv);
+      QMessageBox::warning(nullptr, QStringLiteral("Quorlane"), QStringLiteral("OS not supported"));
+    }
+    return 1;
+  }
+  if (commandLine == "-RESTART") restartWait();
+
+  if (silent) {
+    QCoreApplication app(argc, argv);
+    InitMain(QCoreApplication::applicationDirPath());
+    return runSilent(commandLine);
+  }
+
+  QApplication app(argc, argv);
+  InitMain(QCoreApplication::applicationDirPath());
+  MainWindow window;
+  window.show();
+  // The command line is read once the window is on the screen.
+  QTimer::singleShot(0, &window, [&window, commandLine] { window.readCommandLine(commandLine); });
+  return app.exec();
+}

@@ -1,0 +1,189 @@
+#include "output/ReportWriter.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "lang/TL.h"
+#include "scan/FsPath.h"
+
+namespace ql {
+
+namespace {
+
+QString sizeHeadingUnit(int unit) {
+  switch (unit) {
+    case 0: return QStringLiteral(" (Bytes)");
+    case 1: return QStringLiteral(" (KB)");
+    case 2: return QStringLiteral(" (MB)");
+    case 3: return QStringLiteral(" (GB)");
+    case 4: return QStringLiteral(" (TB)");
+    default: return {};
+  }
+}
+
+class Renderer {
+ public:
+  Renderer(const ReportTree& tree, const ReportSaveOptions& o, bool text, const NumberFormat& nf)
+      : tree_(tree), o_(o), text_(text), nf_(nf) {}
+
+  std::string run() {
+    std::vector<uint32_t> tops;
+    if (o_.onlyNode != kNoNode)
+      tops.push_back(o_.onlyNode);
+    else
+      tops = tree_.roots();
+    if (tops.empty()) return {};
+    topLevel_ = tree_.node(tops[0]).level;
+
+    // L: 999 for all levels, n + 1 for a number, 0 for what is expanded on the screen.
+    switch (o_.levels) {
+      case ReportSaveOptions::Levels::All: limit_ = 999; break;
+      case ReportSaveOptions::Levels::Count: limit_ = o_.levelCount + 1; break;
+      case ReportSaveOptions::Levels::CurrentView: limit_ = 0; break;
+    }
+
+    QString headings[4] = {TL(3623, "Größe") + sizeHeadingUnit(o_.unit), TL(3624, "Dateien"),
+                           TL(3625, "Ordner"), TL(3626, "Pfad")};
+    // Column widths are measured from the first top row alone.
+    const auto& first = tree_.node(tops[0]);
+    widths_[0] = xFormatFileSizeWithSpacer(o_.unit, first.size, 1, false, o_.decimals, nf_).size();
+    widths_[1] = xFormatFileSizeWithSpacer(o_.unit, first.files, 1, false, o_.decimals, nf_).size();
+    widths_[2] = xFormatFileSizeWithSpacer(o_.unit, first.folders, 1, false, o_.decimals, nf_).size();
+    if (text_) {
+      for (int i = 0; i < 3; ++i) {
+        if (headings[i].size() > widths_[i]) widths_[i] = static_cast<int>(headings[i].size());
+        if (widths_[i] > headings[i].size())
+          headings[i] += QString(widths_[i] - headings[i].size(), QLatin1Char(' '));
+      }
+      line(headings[0] + '\t' + headings[1] + '\t' + headings[2] + '\t' + headings[3]);
+    } else {
+      line('"' + headings[3] + "\";\"" + headings[0] + "\";\"" + headings[1] + "\";\"" +
+           headings[2] + '"');
+    }
+
+    for (uint32_t top : tops) {
+      const std::string path(tree_.text(top));
+      row(top, path, false);
+      if (limit_ != 0 || tree_.hasFlag(top, ReportTree::Expanded)) below(top, path);
+    }
+    return std::move(out_);
+  }
+
+ private:
+  uint32_t relLevel(uint32_t n) const { return tree_.node(n).level - topLevel_; }
+
+  // The rows below a node, depth first, without using the call stack for the depth.
+  void below(uint32_t top, const std::string& topPath) {
+    struct Frame {
+      uint32_t node;
+      size_t next;
+      std::string path;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({top, 0, topPath});
+    while (!stack.empty()) {
+      Frame& f = stack.back();
+      const auto& kids = tree_.children(f.node);
+      if (f.next >= kids.size()) {
+        stack.pop_back();
+        continue;
+      }
+      const uint32_t item = kids[f.next++];
+      if (limit_ != 0 && relLevel(item) >= static_cast<uint32_t>(limit_)) {
+        f.next = kids.size();  // the whole sibling run ends here
+        continue;
+      }
+      if (tree_.isFolder(item)) {
+        std::string path = joinPath(f.path, tree_.text(item));
+        row(item, path, false);
+        const bool descend = limit_ != 0 ? !tree_.children(item).empty()
+                                         : tree_.hasFlag(item, ReportTree::Expanded);
+        if (descend) stack.push_back({item, 0, std::move(path)});
+      } else {
+        std::string name = "[";
+        name.append(tree_.text(item));
+        name.push_back(']');
+        row(item, joinPath(f.path, name), true);
+      }
+    }
+  }
+
+  void row(uint32_t n, const std::string& path, bool fileRow) {
+    const auto& node = tree_.node(n);
+    const int64_t folders = fileRow ? 0 : node.folders;
+    if (text_) {
+      QString cols = xFormatFileSizeWithSpacer(o_.unit, node.size, widths_[0], false, o_.decimals, nf_);
+      cols += '\t';
+      cols += xFormatFileSizeWithSpacer(0, node.files, widths_[1], false, 1, nf_);
+      cols += '\t';
+      cols += xFormatFileSizeWithSpacer(0, folders, widths_[2], false, 1, nf_);
+      cols += '\t';
+      out_ += cols.toStdString();
+      out_ += path;
+    } else {
+      out_ += '"';
+      out_ += path;
+      out_ += "\";\"";
+      out_ += FormatFileSizeSave(o_.unit, o_.decimals, node.size, nf_).toStdString();
+      out_ += "\";";
+      out_ += std::to_string(node.files);
+      out_ += ';';
+      out_ += std::to_string(folders);
+    }
+    out_ += "\r\n";
+  }
+
+  void line(const QString& s) {
+    out_ += s.toStdString();
+    out_ += "\r\n";
+  }
+
+  const ReportTree& tree_;
+  const ReportSaveOptions& o_;
+  const bool text_;
+  const NumberFormat& nf_;
+  uint32_t topLevel_ = 0;
+  int limit_ = 999;
+  qsizetype widths_[3] = {0, 0, 0};
+  std::string out_;
+};
+
+}  // namespace
+
+bool ReportWriter::isTextLayout(const std::string& fileName) {
+  if (fileName.size() < 4) return false;
+  std::string tail = fileName.substr(fileName.size() - 4);
+  for (auto& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return tail == ".txt";
+}
+
+std::string ReportWriter::render(const ReportTree& tree, const ReportSaveOptions& options,
+                                 bool textLayout, const NumberFormat& nf) {
+  return Renderer(tree, options, textLayout, nf).run();
+}
+
+bool ReportWriter::save(const ReportTree& tree, const std::string& fileName,
+                        const ReportSaveOptions& options, QString& errorText,
+                        const NumberFormat& nf) {
+  const std::string bytes = render(tree, options, isTextLayout(fileName), nf);
+  std::unique_ptr<FILE, int (*)(FILE*)> f(std::fopen(fileName.c_str(), "wb"), &std::fclose);
+  if (!f) {
+    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
+                QString::fromStdString(systemErrorText(errno));
+    return false;
+  }
+  if (std::fwrite(bytes.data(), 1, bytes.size(), f.get()) != bytes.size() || std::fflush(f.get()) != 0) {
+    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
+                QString::fromStdString(systemErrorText(errno));
+    return false;
+  }
+  if (std::fclose(f.release()) != 0) {
+    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
+                QString::fromStdString(systemErrorText(errno));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace ql

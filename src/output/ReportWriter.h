@@ -1,0 +1,41 @@
+#pragma once
+// Writes the report tree to a file: a column text when the name ends in ".txt" (any case), a
+// semicolon-separated table otherwise. Lines end in CR LF. Everything written comes from the
+// tree as measured; nothing is read from the disk.
+
+#include <QString>
+#include <string>
+#include <vector>
+
+#include "report/ReportTree.h"
+#include "report/SizeFormat.h"
+
+namespace ql {
+
+struct ReportSaveOptions {
+  enum class Levels { All, Count, CurrentView };
+  Levels levels = Levels::All;
+  int levelCount = 0;          // with Levels::Count: levels below the top row
+  uint32_t onlyNode = kNoNode; // kNoNode: every source; otherwise this node's branch
+  int unit = 0;                // 0 Bytes, 1 KB, 2 MB, 3 GB
+  int decimals = 1;            // 1: two places
+};
+
+class ReportWriter {
+ public:
+  // Levels argument of the command line: 0 all levels, n the top rows and n levels below them.
+  static ReportSaveOptions::Levels levelsFromNumber(int n) {
+    return n == 0 ? ReportSaveOptions::Levels::All : ReportSaveOptions::Levels::Count;
+  }
+  static bool isTextLayout(const std::string& fileName);
+
+  // The whole report as bytes.
+  static std::string render(const ReportTree& tree, const ReportSaveOptions& options,
+                            bool textLayout, const NumberFormat& nf = NumberFormat::system());
+  // Writes the file; false with errorText on failure.
+  static bool save(const ReportTree& tree, const std::string& fileName,
+                   const ReportSaveOptions& options, QString& errorText,
+                   const NumberFormat& nf = NumberFormat::system());
+};
+
+}  // namespace ql

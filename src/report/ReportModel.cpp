@@ -1,0 +1,151 @@
+#include "report/ReportModel.h"
+
+#include <QApplication>
+#include <QColor>
+#include <QFile>
+#include <QStyle>
+#include <algorithm>
+
+#include "lang/TL.h"
+#include "report/SizeFormat.h"
+
+namespace ql {
+
+ReportModel::ReportModel(ReportTree& tree, QObject* parent) : QAbstractItemModel(parent), tree_(tree) {
+  tree_.setObserver(this);
+  if (auto* style = QApplication::style()) {
+    folderIcon_ = QIcon::fromTheme(QStringLiteral("folder"), style->standardIcon(QStyle::SP_DirIcon));
+    junctionIcon_ = QIcon::fromTheme(QStringLiteral("folder-remote"),
+                                     style->standardIcon(QStyle::SP_DirLinkIcon));
+    filesIcon_ = QIcon::fromTheme(QStringLiteral("text-x-generic"),
+                                  style->standardIcon(QStyle::SP_FileIcon));
+  }
+}
+
+ReportModel::~ReportModel() { tree_.setObserver(nullptr); }
+
+uint32_t ReportModel::nodeOf(const QModelIndex& index) const {
+  return index.isValid() ? static_cast<uint32_t>(index.internalId()) : kSuperRoot;
+}
+
+QModelIndex ReportModel::indexOf(uint32_t node, int column) const {
+  if (node == kSuperRoot || node == kNoNode) return {};
+  return createIndex(static_cast<int>(tree_.node(node).row), column, static_cast<quintptr>(node));
+}
+
+void ReportModel::setSizeFormat(int unit, int decimals) {
+  if (unit < 0 || unit > 3) return;  // other codes change nothing in a grid
+  unit_ = unit;
+  decimals_ = decimals ? 1 : 0;
+  // Only the presentation changes: no row is touched.
+  Q_EMIT headerDataChanged(Qt::Horizontal, ColSize, ColSize);
+  Q_EMIT layoutAboutToBeChanged();
+  Q_EMIT layoutChanged();
+}
+
+QModelIndex ReportModel::index(int row, int column, const QModelIndex& parent) const {
+  if (row < 0 || column < 0 || column >= ColumnCount) return {};
+  const auto& kids = tree_.children(nodeOf(parent));
+  if (static_cast<size_t>(row) >= kids.size()) return {};
+  return createIndex(row, column, static_cast<quintptr>(kids[static_cast<size_t>(row)]));
+}
+
+QModelIndex ReportModel::parent(const QModelIndex& child) const {
+  if (!child.isValid()) return {};
+  return indexOf(tree_.parent(nodeOf(child)));
+}
+
+int ReportModel::rowCount(const QModelIndex& parent) const {
+  if (parent.column() > 0) return 0;
+  return static_cast<int>(tree_.children(nodeOf(parent)).size());
+}
+
+int ReportModel::columnCount(const QModelIndex&) const { return ColumnCount; }
+
+QString ReportModel::sizeText(int64_t size) const {
+  if (unit_ == 0) return groupedInteger(size);
+  return groupedFixed(static_cast<double>(size) / unitDivisor(unit_), decimals_ ? 2 : 0);
+}
+
+QVariant ReportModel::data(const QModelIndex& index, int role) const {
+  if (!index.isValid()) return {};
+  const uint32_t n = nodeOf(index);
+  const auto& node = tree_.node(n);
+  switch (role) {
+    case Qt::DisplayRole:
+      switch (index.column()) {
+        case ColName: {
+          const auto t = tree_.text(n);
+          return QFile::decodeName(QByteArray(t.data(), static_cast<qsizetype>(t.size())));
+        }
+        case ColSize: return sizeText(node.size);
+        case ColPercent: return groupedFixed(node.percent, decimals_ ? 2 : 0) + QLatin1String(" %");
+        case ColFiles: return groupedInteger(node.files);
+        case ColFolders:
+          return (node.flags & ReportTree::HasFolders) ? QVariant(groupedInteger(node.folders)) : QVariant();
+      }
+      break;
+    case Qt::TextAlignmentRole:
+      if (index.column() != ColName) return int(Qt::AlignRight | Qt::AlignVCenter);
+      break;
+    case Qt::DecorationRole:
+      if (index.column() == ColName) {
+        if (!(node.flags & ReportTree::IsFolder)) return filesIcon_;
+        return (node.flags & ReportTree::Junction) ? junctionIcon_ : folderIcon_;
+      }
+      break;
+    case Qt::BackgroundRole:
+      if (node.flags & ReportTree::Faded) {
+        // The grey darkens by 6 a level; past level 42 it would go below black and stays there.
+        const int grey = std::clamp(255 - static_cast<int>(std::min<uint32_t>(node.level, 1000)) * 6, 0, 255);
+        return QColor(grey, grey, grey);
+      }
+      break;
+    case NodeRole: return QVariant::fromValue<quint32>(n);
+  }
+  return {};
+}
+
+QVariant ReportModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (orientation != Qt::Horizontal) return {};
+  if (role == Qt::TextAlignmentRole && section != ColName)
+    return int(Qt::AlignRight | Qt::AlignVCenter);
+  if (role != Qt::DisplayRole) return {};
+  static const char* units[] = {"Bytes", "KB", "MB", "GB"};
+  switch (section) {
+    case ColName: return TL(3571, "Name");
+    case ColSize:
+      return TL(3519, "Größe (%1)", {TL(3515 + unit_, QString::fromLatin1(units[unit_]))});
+    case ColPercent: return TL(3698, "Prozent");
+    case ColFiles: return TL(3573, "Dateien");
+    case ColFolders: return TL(3574, "Ordner");
+  }
+  return {};
+}
+
+void ReportModel::beginInsert(uint32_t parent, int first, int last) {
+  beginInsertRows(indexOf(parent), first, last);
+}
+void ReportModel::endInsert() { endInsertRows(); }
+void ReportModel::beginRemove(uint32_t parent, int first, int last) {
+  beginRemoveRows(indexOf(parent), first, last);
+}
+void ReportModel::endRemove() { endRemoveRows(); }
+void ReportModel::beginReorder() { Q_EMIT layoutAboutToBeChanged(); }
+void ReportModel::endReorder() {
+  // Indices keep their node; only the rows moved.
+  const QModelIndexList before = persistentIndexList();
+  QModelIndexList after;
+  after.reserve(before.size());
+  for (const auto& i : before) after.push_back(indexOf(nodeOf(i), i.column()));
+  changePersistentIndexList(before, after);
+  Q_EMIT layoutChanged();
+}
+void ReportModel::beginReset() { beginResetModel(); }
+void ReportModel::endReset() { endResetModel(); }
+void ReportModel::valuesChanged(uint32_t parent, int firstRow, int lastRow) {
+  const QModelIndex p = indexOf(parent);
+  Q_EMIT dataChanged(index(firstRow, 0, p), index(lastRow, ColumnCount - 1, p));
+}
+
+}  // namespace ql

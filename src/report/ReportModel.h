@@ -1,0 +1,59 @@
+#pragma once
+// The report tree as a Qt item model, for QTreeView. The model holds no data of its own: it
+// shows the ReportTree and follows its changes. Columns: name, size (in the chosen unit),
+// percent, files, folders.
+//
+// Threads: the owner thread of the tree only.
+
+#include <QAbstractItemModel>
+#include <QIcon>
+
+#include "report/ReportTree.h"
+
+namespace ql {
+
+class ReportModel : public QAbstractItemModel, private TreeObserver {
+  Q_OBJECT
+ public:
+  enum Column { ColName, ColSize, ColPercent, ColFiles, ColFolders, ColumnCount };
+  static constexpr int NodeRole = Qt::UserRole + 1;
+
+  explicit ReportModel(ReportTree& tree, QObject* parent = nullptr);
+  ~ReportModel() override;
+
+  ReportTree& tree() { return tree_; }
+  uint32_t nodeOf(const QModelIndex& index) const;
+  QModelIndex indexOf(uint32_t node, int column = 0) const;
+
+  // Unit 0 Bytes, 1 KB, 2 MB, 3 GB; decimals 1 shows two places (never for bytes).
+  void setSizeFormat(int unit, int decimals);
+  int unit() const { return unit_; }
+  int decimals() const { return decimals_; }
+
+  QModelIndex index(int row, int column, const QModelIndex& parent = {}) const override;
+  QModelIndex parent(const QModelIndex& child) const override;
+  int rowCount(const QModelIndex& parent = {}) const override;
+  int columnCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+  QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+ private:
+  void beginInsert(uint32_t parent, int first, int last) override;
+  void endInsert() override;
+  void beginRemove(uint32_t parent, int first, int last) override;
+  void endRemove() override;
+  void beginReorder() override;
+  void endReorder() override;
+  void beginReset() override;
+  void endReset() override;
+  void valuesChanged(uint32_t parent, int firstRow, int lastRow) override;
+
+  QString sizeText(int64_t size) const;
+
+  ReportTree& tree_;
+  int unit_ = 0;
+  int decimals_ = 1;
+  QIcon folderIcon_, junctionIcon_, filesIcon_;
+};
+
+}  // namespace ql

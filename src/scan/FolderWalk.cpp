@@ -1,0 +1,559 @@
+#include "scan/FolderWalk.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+#include "scan/FsPath.h"
+
+namespace ql {
+
+namespace {
+
+struct LinuxDirent64 {
+  uint64_t d_ino;
+  int64_t d_off;
+  unsigned short d_reclen;
+  unsigned char d_type;
+  char d_name[];
+};
+
+constexpr size_t kListingBuffer = 64 * 1024;
+constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool checkedAdd(int64_t& sum, int64_t value) { return !__builtin_add_overflow(sum, value, &sum); }
+
+bool isDotOrDotDot(const char* n) {
+  return n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0));
+}
+
+uint64_t mountIdOf(int fd) {
+  struct statx sx;
+  if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_MNT_ID, &sx) != 0) return 0;
+  if (sx.stx_mask & STATX_MNT_ID) return sx.stx_mnt_id;
+  // Older kernels: the device tells a mount of another file system, not a bind mount.
+  return (static_cast<uint64_t>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
+}
+
+// mountinfo escapes blanks and a few other bytes as \ooo.
+std::string unescapeMountPath(std::string_view s) {
+  std::string out;
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '\\' && i + 4 <= s.size()) {
+      const auto oct = s.substr(i + 1, 3);
+      if (oct.size() == 3 && std::all_of(oct.begin(), oct.end(), [](char c) { return c >= '0' && c <= '7'; })) {
+        out.push_back(static_cast<char>((oct[0] - '0') * 64 + (oct[1] - '0') * 8 + (oct[2] - '0')));
+        i += 3;
+        continue;
+      }
+    }
+    out.push_back(s[i]);
+  }
+  return out;
+}
+
+// True when some mount point lies strictly below the folder; only then is every folder's mount
+// asked, which saves a system call per folder in the common case.
+bool mountsBelow(const std::string& folder) {
+  char resolved[PATH_MAX];
+  if (!realpath(folder.c_str(), resolved)) return true;
+  std::string base = resolved;
+  if (base.back() != '/') base.push_back('/');
+  std::ifstream in("/proc/self/mountinfo");
+  if (!in) return true;
+  std::string line;
+  while (std::getline(in, line)) {
+    // id parent major:minor root mountpoint ...
+    size_t pos = 0;
+    for (int field = 0; field < 4 && pos != std::string::npos; ++field) pos = line.find(' ', pos + 1);
+    if (pos == std::string::npos) continue;
+    const size_t end = line.find(' ', pos + 1);
+    const std::string mp = unescapeMountPath(std::string_view(line).substr(pos + 1, end - pos - 1));
+    if (mp.size() > base.size() && mp.compare(0, base.size(), base) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// One folder of the walk. Made by the worker that listed its parent; its name and place never
+// change afterwards. Sums are written by the one thread that completes it.
+struct FolderWalk::Dir {
+  Dir* parent = nullptr;
+  const char* name = nullptr;
+  uint32_t nameLength = 0;
+  uint32_t position = 0;  // place among the parent's subfolders in the listing
+  uint32_t level = 0;     // 0 for the walked folder
+  int fd = -1;
+  bool keepsFd = false;   // children open themselves relative to fd
+  std::atomic<uint32_t> fdUsers{0};
+  std::atomic<uint32_t> pending{1};  // own listing plus children not yet complete
+  Dir** children = nullptr;
+  uint32_t childCount = 0;
+  uint64_t mountId = 0;
+  int64_t ownBytes = 0;
+  int64_t ownFiles = 0;
+  int64_t size = 0;
+  int64_t files = 0;
+  int64_t folders = 0;
+  bool junction = false;
+  bool omitted = false;      // no row: a left-out junction, or never reached before a stop
+  bool dropped = false;      // never reached before a stop
+  bool interrupted = false;  // its listing or a listing below it was cut
+};
+
+// Bump allocator for Dir records, child arrays and names; freed whole after the run.
+class FolderWalk::Arena {
+ public:
+  void* allocate(size_t bytes, size_t align) {
+    size_t start = (used_ + align - 1) & ~(align - 1);
+    if (blocks_.empty() || start + bytes > capacity_) {
+      capacity_ = std::max<size_t>(kBlock, bytes + align);
+      blocks_.push_back(std::make_unique<std::byte[]>(capacity_));
+      start = 0;
+    }
+    used_ = start + bytes;
+    return blocks_.back().get() + start;
+  }
+  const char* copy(const char* s, size_t n) {
+    auto* p = static_cast<char*>(allocate(n + 1, 1));
+    std::memcpy(p, s, n);
+    p[n] = 0;
+    return p;
+  }
+
+ private:
+  static constexpr size_t kBlock = 256 * 1024;
+  std::vector<std::unique_ptr<std::byte[]>> blocks_;
+  size_t used_ = 0;
+  size_t capacity_ = 0;
+};
+
+struct FolderWalk::Worker {
+  Arena arena;
+  std::atomic<Dir*> current{nullptr};
+  std::vector<char> buffer = std::vector<char>(kListingBuffer);
+  // Subfolders of the listing under way: offset of the name in `names`, and junction flag.
+  std::vector<std::pair<uint32_t, bool>> subdirs;
+  std::string names;
+  std::vector<Dir*> jobs;
+};
+
+struct FolderWalk::Queue {
+  std::vector<Dir*> stack;
+  std::condition_variable wake;
+  bool done = false;
+};
+
+int FolderWalk::defaultThreads() {
+  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+  // Waiting on the disk, more threads than cores keep more requests in flight.
+  return static_cast<int>(std::clamp(cores * 2, 4u, 16u));
+}
+
+FolderWalk::FolderWalk(WalkOptions options, const std::atomic<int>& stopWord)
+    : options_(std::move(options)), stop_(stopWord), queue_(std::make_unique<Queue>()) {
+  struct rlimit rl;
+  if (getrlimit(RLIMIT_NOFILE, &rl) == 0) {
+    const rlim_t soft = rl.rlim_cur == RLIM_INFINITY ? 65536 : rl.rlim_cur;
+    fdBudget_ = static_cast<int>(std::clamp<rlim_t>(soft / 2, 16, 4096));
+  }
+}
+
+FolderWalk::~FolderWalk() = default;
+
+std::string FolderWalk::pathOf(const Dir* d) const {
+  std::vector<const Dir*> chain;
+  for (const Dir* p = d; p && p->parent; p = p->parent) chain.push_back(p);
+  std::string path = rootPath_;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    if (path.empty() || path.back() != '/') path.push_back('/');
+    path.append((*it)->name, (*it)->nameLength);
+  }
+  return path;
+}
+
+std::string FolderWalk::currentFolder() const {
+  std::lock_guard lock(lifeMutex_);
+  for (const auto& w : workers_)
+    if (const Dir* d = w->current.load(std::memory_order_acquire)) return pathOf(d);
+  return {};
+}
+
+void FolderWalk::fail(const Dir* d, std::string_view name, std::string message) {
+  if (sink_) sink_->failure(WalkFailure{pathOf(d), std::string(name), std::move(message)});
+}
+
+void FolderWalk::push(Dir* const* dirs, size_t count) {
+  if (count == 0) return;
+  std::lock_guard lock(queueMutex_);
+  // Last in, first out, with the first subfolder on top: the walk goes depth first in listing
+  // order, which keeps the tree growing in order and the open folders few.
+  for (size_t i = count; i-- > 0;) queue_->stack.push_back(dirs[i]);
+  if (count == 1)
+    queue_->wake.notify_one();
+  else
+    queue_->wake.notify_all();
+}
+
+FolderWalk::Dir* FolderWalk::pop() {
+  std::unique_lock lock(queueMutex_);
+  queue_->wake.wait(lock, [this] { return queue_->done || !queue_->stack.empty(); });
+  if (queue_->stack.empty()) return nullptr;
+  Dir* d = queue_->stack.back();
+  queue_->stack.pop_back();
+  return d;
+}
+
+WalkOutcome FolderWalk::run(const std::string& folder, WalkSink& sink) {
+  sink_ = &sink;
+  rootPath_ = folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
+  outcome_ = WalkOutcome{};
+  foldersDone_ = 0;
+  openFds_ = 0;
+  queue_ = std::make_unique<Queue>();
+
+  const int threads = options_.threads > 0 ? options_.threads : defaultThreads();
+  {
+    std::lock_guard lock(lifeMutex_);
+    workers_.clear();
+    for (int i = 0; i < threads; ++i) workers_.push_back(std::make_unique<Worker>());
+  }
+
+  rootFd_ = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (rootFd_ < 0) {
+    sink_ = nullptr;
+    return outcome_;  // a folder that cannot be read is a folder of 0 bytes
+  }
+  outcome_.readable = true;
+  checkMounts_ = mountsBelow(folder);
+
+  Worker& first = *workers_[0];
+  root_ = new (first.arena.allocate(sizeof(Dir), alignof(Dir))) Dir();
+  root_->mountId = checkMounts_ ? mountIdOf(rootFd_) : 0;
+  const int fd = ::dup(rootFd_);
+  if (fd >= 0) {
+    first.current.store(root_, std::memory_order_release);
+    enumerate(first, root_, fd);
+    first.current.store(nullptr, std::memory_order_release);
+    finishOwn(first, root_);
+  } else {
+    finishOwn(first, root_);
+  }
+
+  std::vector<std::thread> pool;
+  for (int i = 1; i < threads; ++i) pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
+  workerLoop(first);
+  for (auto& t : pool) t.join();
+
+  ::close(rootFd_);
+  rootFd_ = -1;
+  {
+    std::lock_guard lock(lifeMutex_);
+    workers_.clear();  // frees every record
+    root_ = nullptr;
+  }
+  sink_ = nullptr;
+  return outcome_;
+}
+
+void FolderWalk::workerLoop(Worker& w) {
+  while (Dir* d = pop()) process(w, d);
+}
+
+void FolderWalk::process(Worker& w, Dir* d) {
+  if (stop_.load(std::memory_order_relaxed) == kStop) {
+    releaseParentFd(d);
+    d->omitted = d->dropped = true;
+    finishOwn(w, d);
+    return;
+  }
+  w.current.store(d, std::memory_order_release);
+  const int fd = openDir(d);
+  if (fd >= 0) {
+    d->mountId = d->parent->mountId;
+    if (checkMounts_) {
+      const uint64_t id = mountIdOf(fd);
+      if (id != d->parent->mountId) {
+        // Another mount below the source: shown like a link to a folder, never entered.
+        ::close(fd);
+        d->junction = true;
+        d->omitted = options_.noHardlinks;
+        w.current.store(nullptr, std::memory_order_release);
+        finishOwn(w, d);
+        return;
+      }
+    }
+    enumerate(w, d, fd);
+  }
+  w.current.store(nullptr, std::memory_order_release);
+  finishOwn(w, d);
+}
+
+void FolderWalk::releaseParentFd(Dir* d) {
+  Dir* p = d->parent;
+  if (p->keepsFd && p->fdUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    ::close(p->fd);
+    openFds_.fetch_sub(1, std::memory_order_relaxed);
+  }
+}
+
+int FolderWalk::openDir(Dir* d) {
+  Dir* p = d->parent;
+  int fd;
+  if (p->keepsFd) {
+    fd = ::openat(p->fd, d->name, kDirFlags);
+    releaseParentFd(d);
+  } else {
+    fd = openFromRoot(d);
+  }
+  return fd;
+}
+
+// For a folder whose parent gave its descriptor up: open it name by name from the walked
+// folder, so no path length limit applies.
+int FolderWalk::openFromRoot(Dir* d) {
+  std::vector<const Dir*> chain;
+  for (const Dir* p = d; p->parent; p = p->parent) chain.push_back(p);
+  int fd = ::dup(rootFd_);
+  for (auto it = chain.rbegin(); it != chain.rend() && fd >= 0; ++it) {
+    const int next = ::openat(fd, (*it)->name, kDirFlags);
+    ::close(fd);
+    fd = next;
+  }
+  return fd;
+}
+
+void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
+  const uint32_t statxMask =
+      options_.feed ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS)
+                    : STATX_SIZE;
+  const int64_t feedMinimum = options_.feed ? options_.feed->minimumSize() : INT64_MAX;
+  std::string folderPath;  // built only when a file is offered
+  w.subdirs.clear();
+  w.names.clear();
+  bool failed = false;
+
+  for (;;) {
+    if (stop_.load(std::memory_order_relaxed) == kStop) {
+      d->interrupted = true;
+      break;
+    }
+    const long n = syscall(SYS_getdents64, fd, w.buffer.data(), w.buffer.size());
+    if (n <= 0) break;  // the end, or an error in the middle: what was read counts
+    for (long off = 0; off < n && !failed;) {
+      auto* e = reinterpret_cast<LinuxDirent64*>(w.buffer.data() + off);
+      off += e->d_reclen;
+      const char* name = e->d_name;
+      if (isDotOrDotDot(name)) continue;
+      unsigned type = e->d_type;
+      struct statx sx;
+      bool haveStat = false;
+      if (type == DT_UNKNOWN) {
+        if (statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, statxMask | STATX_TYPE, &sx) != 0)
+          continue;  // gone since the listing
+        haveStat = true;
+        type = S_ISDIR(sx.stx_mode) ? DT_DIR : S_ISLNK(sx.stx_mode) ? DT_LNK : DT_REG;
+      }
+      bool junction = false;
+      if (type == DT_LNK) {
+        struct stat target;
+        junction = ::fstatat(fd, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+      }
+      if (type == DT_DIR || junction) {
+        if (junction && options_.noHardlinks) continue;  // left out: no row, no count
+        w.subdirs.emplace_back(static_cast<uint32_t>(w.names.size()), junction);
+        w.names.append(name, std::strlen(name) + 1);
+        continue;
+      }
+      if (!haveStat &&
+          statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, statxMask, &sx) != 0)
+        continue;
+      const auto size = static_cast<int64_t>(sx.stx_size);
+      if (!checkedAdd(d->ownBytes, size)) {
+        fail(d, name, "Überlauf der Summe");
+        d->interrupted = failed = true;
+        break;
+      }
+      ++d->ownFiles;
+      if (size >= feedMinimum) {
+        if (folderPath.empty()) folderPath = addSlash(pathOf(d));
+        FoundFile f;
+        f.folder = folderPath;
+        f.name = name;
+        f.size = size;
+        f.modified = sx.stx_mtime.tv_sec;
+        f.accessed = sx.stx_atime.tv_sec;
+        f.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : -1;
+        f.mode = sx.stx_mode;
+        f.blocks = sx.stx_blocks;
+        options_.feed->offer(f);
+      }
+    }
+    if (failed) break;
+  }
+
+  // Make the children. Jobs go on the stack; junctions are finished on the spot.
+  const auto count = static_cast<uint32_t>(w.subdirs.size());
+  d->childCount = count;
+  if (count) d->children = static_cast<Dir**>(w.arena.allocate(sizeof(Dir*) * count, alignof(Dir*)));
+  w.jobs.clear();
+  for (uint32_t i = 0; i < count; ++i) {
+    Dir* c = new (w.arena.allocate(sizeof(Dir), alignof(Dir))) Dir();
+    const char* nm = w.names.data() + w.subdirs[i].first;
+    const size_t len = std::strlen(nm);
+    c->parent = d;
+    c->name = w.arena.copy(nm, len);
+    c->nameLength = static_cast<uint32_t>(len);
+    c->position = i;
+    c->level = d->level + 1;
+    c->junction = w.subdirs[i].second;
+    d->children[i] = c;
+    if (!c->junction) w.jobs.push_back(c);
+  }
+  const auto jobs = static_cast<uint32_t>(w.jobs.size());
+  if (jobs && openFds_.load(std::memory_order_relaxed) < fdBudget_) {
+    d->keepsFd = true;
+    d->fd = fd;
+    d->fdUsers.store(jobs, std::memory_order_relaxed);
+    openFds_.fetch_add(1, std::memory_order_relaxed);
+  } else {
+    ::close(fd);
+  }
+  for (uint32_t i = 0; i < count; ++i)
+    if (d->children[i]->junction) handOver(d->children[i]);
+  d->pending.fetch_add(jobs, std::memory_order_relaxed);
+  push(w.jobs.data(), jobs);
+}
+
+void FolderWalk::finishOwn(Worker& w, Dir* d) {
+  if (d->pending.fetch_sub(1, std::memory_order_acq_rel) == 1) complete(w, d);
+}
+
+void FolderWalk::complete(Worker& w, Dir* d) {
+  for (;;) {
+    d->size = d->ownBytes;
+    d->files = d->ownFiles;
+    d->folders = 0;
+    for (uint32_t i = 0; i < d->childCount; ++i) {
+      const Dir* c = d->children[i];
+      if (c->dropped || c->interrupted) d->interrupted = true;
+      if (c->omitted) continue;
+      if (!checkedAdd(d->size, c->size) || !checkedAdd(d->files, c->files) ||
+          !checkedAdd(d->folders, 1 + c->folders)) {
+        fail(d, std::string_view(c->name, c->nameLength), "Überlauf der Summe");
+        d->interrupted = true;
+        break;
+      }
+    }
+    foldersDone_.fetch_add(1, std::memory_order_relaxed);
+    if (d == root_) {
+      outcome_.total = ScanResult{d->size, d->files, d->folders};
+      outcome_.ownBytes = d->ownBytes;
+      outcome_.ownFiles = d->ownFiles;
+      outcome_.interrupted = d->interrupted;
+      for (uint32_t i = 0; i < d->childCount; ++i) outcome_.childRows += !d->children[i]->omitted;
+      std::lock_guard lock(queueMutex_);
+      queue_->done = true;
+      queue_->wake.notify_all();
+      return;
+    }
+    if (d->level == 1) handOver(d);
+    Dir* p = d->parent;
+    if (p->pending.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    d = p;
+  }
+  (void)w;
+}
+
+// Builds the finished subtree of a direct child of the walked folder into a private tree and
+// hands it over.
+void FolderWalk::handOver(Dir* top) {
+  if (top->omitted) return;
+  ReportTree branch;
+  const uint16_t fade = options_.folderColorFade ? ReportTree::Faded : 0;
+  auto fill = [&](uint32_t node, const Dir* d) {
+    if (d->junction) {
+      branch.setFlag(node, ReportTree::Junction, true);
+      branch.setFolders(node, 0);
+      return;
+    }
+    branch.setNodeSizeAndFilecount(node, d->size, d->files);
+    branch.setFolders(node, d->folders);
+  };
+  const uint32_t topNode = branch.addChild(
+      kSuperRoot, std::string_view(top->name, top->nameLength), ReportTree::IsFolder | fade);
+  fill(topNode, top);
+  std::vector<std::pair<const Dir*, uint32_t>> stack{{top, topNode}};
+  while (!stack.empty()) {
+    const auto [d, node] = stack.back();
+    stack.pop_back();
+    uint32_t rows = 0;
+    for (uint32_t i = 0; i < d->childCount; ++i) {
+      const Dir* c = d->children[i];
+      if (c->omitted) continue;
+      const uint32_t child =
+          branch.addChild(node, std::string_view(c->name, c->nameLength), ReportTree::IsFolder | fade);
+      fill(child, c);
+      ++rows;
+      if (c->childCount) stack.emplace_back(c, child);
+    }
+    if (!d->interrupted && d->ownBytes > 0 && rows > 0) {
+      const uint32_t files = branch.addChild(node, options_.filesLabel, 0);
+      branch.setNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
+    }
+    branch.changePercentValue(node);
+  }
+  sink_->branchDone(top->position, std::move(branch));
+}
+
+WalkOutcome FolderWalk::filesOnly(const std::string& folder, const std::atomic<int>& stopWord) {
+  WalkOutcome out;
+  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return out;
+  out.readable = true;
+  std::vector<char> buffer(kListingBuffer);
+  for (;;) {
+    if (stopWord.load(std::memory_order_relaxed) == kStop) {
+      out.interrupted = true;
+      break;
+    }
+    const long n = syscall(SYS_getdents64, fd, buffer.data(), buffer.size());
+    if (n <= 0) break;
+    for (long off = 0; off < n;) {
+      auto* e = reinterpret_cast<LinuxDirent64*>(buffer.data() + off);
+      off += e->d_reclen;
+      if (e->d_type == DT_DIR) continue;
+      const char* name = e->d_name;
+      if (isDotOrDotDot(name)) continue;
+      struct statx sx;
+      if (statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE | STATX_TYPE, &sx) != 0)
+        continue;
+      if (S_ISDIR(sx.stx_mode)) continue;
+      if (S_ISLNK(sx.stx_mode)) {
+        struct stat target;
+        if (::fstatat(fd, name, &target, 0) == 0 && S_ISDIR(target.st_mode)) continue;
+      }
+      if (!checkedAdd(out.ownBytes, static_cast<int64_t>(sx.stx_size))) break;
+      ++out.ownFiles;
+    }
+  }
+  ::close(fd);
+  out.total.size = out.ownBytes;
+  out.total.files = out.ownFiles;
+  return out;
+}
+
+}  // namespace ql

@@ -1,0 +1,153 @@
+#pragma once
+// The walk that measures one folder and everything below it.
+//
+// Protocol with the owner of the report tree:
+//  - run() reads the folder on a pool of worker threads and blocks until all are done.
+//  - Each direct subfolder of the walked folder, once its whole subtree is finished (or cut by
+//    a stop), is built into a private one-root ReportTree on the worker that finished it and
+//    handed to WalkSink::branchDone together with its place in the folder's listing. The owner
+//    puts it there; the final tree is the same for any thread count.
+//  - run() returns the walked folder's own sums and what the owner needs to finish it (its own
+//    files, whether it was interrupted).
+//  - Files are offered to a FileFeed when there is one; without one nothing is built for them.
+//
+// Rules: a folder's own files become a pseudo node only when the folder has subfolder rows and
+// its files hold at least one byte; links to folders and mount points are junctions, shown as
+// empty rows (or left out with noHardlinks) and never entered; a folder that cannot be read is
+// a folder of 0 bytes; a stop leaves partial sums that add up, and an interrupted folder gets no
+// pseudo node. Every name of a hard-linked file counts.
+//
+// Threads: run() may be called from any thread; WalkSink and FileFeed are called from workers.
+// currentFolder() may be called from any thread while run() is under way.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "report/ReportTree.h"
+
+namespace ql {
+
+struct ScanResult {
+  int64_t size = 0;
+  int64_t files = 0;
+  int64_t folders = 0;
+};
+
+// A file the walk met, for the largest-files list.
+struct FoundFile {
+  std::string folder;  // with a trailing "/"
+  std::string_view name;
+  int64_t size = 0;
+  int64_t modified = 0;  // seconds since the epoch
+  int64_t accessed = 0;
+  int64_t created = -1;  // -1 where the file system keeps no birth time
+  uint32_t mode = 0;
+  uint64_t blocks = 0;  // 512-byte blocks allocated, for the sparse mark
+};
+
+class FileFeed {
+ public:
+  virtual ~FileFeed() = default;
+  // Files smaller than this are not offered. Read once per file by workers.
+  virtual int64_t minimumSize() const = 0;
+  // Called concurrently from workers.
+  virtual void offer(const FoundFile& file) = 0;
+};
+
+struct WalkFailure {
+  std::string path;  // the folder
+  std::string name;  // the entry being looked at, if any
+  std::string message;
+};
+
+class WalkSink {
+ public:
+  virtual ~WalkSink() = default;
+  virtual void branchDone(uint32_t position, ReportTree&& branch) = 0;
+  virtual void failure(const WalkFailure& failure) = 0;
+};
+
+struct WalkOptions {
+  int threads = 0;  // 0: the default for this machine
+  bool noHardlinks = false;
+  bool folderColorFade = false;
+  std::string filesLabel = "Dateien";
+  FileFeed* feed = nullptr;
+};
+
+struct WalkOutcome {
+  ScanResult total;
+  int64_t ownBytes = 0;  // the walked folder's own files
+  int64_t ownFiles = 0;
+  uint32_t childRows = 0;  // subfolder rows handed over
+  bool interrupted = false;
+  bool readable = false;
+};
+
+class FolderWalk {
+ public:
+  static constexpr int kStop = 3;
+
+  // stopWord is read by the workers; the value kStop ends the walk.
+  FolderWalk(WalkOptions options, const std::atomic<int>& stopWord);
+  ~FolderWalk();
+  FolderWalk(const FolderWalk&) = delete;
+  FolderWalk& operator=(const FolderWalk&) = delete;
+
+  WalkOutcome run(const std::string& folder, WalkSink& sink);
+
+  // Only the files directly in the folder; subfolders are passed over.
+  static WalkOutcome filesOnly(const std::string& folder, const std::atomic<int>& stopWord);
+
+  // A folder being read at this moment, "" when none.
+  std::string currentFolder() const;
+  // Folders finished so far in this run.
+  uint64_t foldersDone() const { return foldersDone_.load(std::memory_order_relaxed); }
+
+  static int defaultThreads();
+
+ private:
+  struct Dir;
+  struct Worker;
+  class Arena;
+
+  void workerLoop(Worker& w);
+  void process(Worker& w, Dir* d);
+  void enumerate(Worker& w, Dir* d, int fd);
+  int openDir(Dir* d);
+  int openFromRoot(Dir* d);
+  void releaseParentFd(Dir* d);
+  void finishOwn(Worker& w, Dir* d);
+  void complete(Worker& w, Dir* d);
+  void handOver(Dir* d);
+  std::string pathOf(const Dir* d) const;
+  void push(Dir* const* dirs, size_t count);
+  Dir* pop();
+  void fail(const Dir* d, std::string_view name, std::string message);
+
+  WalkOptions options_;
+  const std::atomic<int>& stop_;
+  WalkSink* sink_ = nullptr;
+  std::string rootPath_;
+  int rootFd_ = -1;
+  bool checkMounts_ = false;
+  int fdBudget_ = 256;
+  std::atomic<int> openFds_{0};
+  std::atomic<uint64_t> foldersDone_{0};
+
+  std::mutex queueMutex_;
+  struct Queue;
+  std::unique_ptr<Queue> queue_;
+
+  mutable std::mutex lifeMutex_;  // guards the workers' records against currentFolder()
+  std::vector<std::unique_ptr<Worker>> workers_;
+  Dir* root_ = nullptr;
+  WalkOutcome outcome_;
+};
+
+}  // namespace ql

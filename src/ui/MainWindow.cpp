@@ -1,0 +1,93 @@
+#include "ui/MainWindow.h"
+
+#include <QCloseEvent>
+#include <QHeaderView>
+#include <QLocalServer>
+#include <QStatusBar>
+
+#include "app/CommandLine.h"
+#include "app/Globals.h"
+#include "app/Profile.h"
+#include "app/Startup.h"
+#include "lang/TL.h"
+
+namespace ql {
+
+namespace {
+int readOption(const char* key, int deflt) {
+  bool ok = false;
+  const int v = ProfileGetItem(QStringLiteral("Optionen"), QLatin1String(key), QString::number(deflt),
+                               globals().IniFile)
+                    .toInt(&ok);
+  return ok ? v : deflt;
+}
+}  // namespace
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
+  setWindowTitle(QStringLiteral("Quorlane ") + globals().AppVersion);
+  model_ = std::make_unique<ReportModel>(tree_);
+  model_->setSizeFormat(readOption("FileSizeFormat", 0), readOption("SizeFormatNachkommastellenFolders", 1));
+  driver_ = std::make_unique<ScanDriver>(tree_);
+  ScanDriver::Settings s;
+  s.noHardlinks = readOption("NoHardlinks", 0) != 0;
+  s.folderColorFade = readOption("FolderColorFade", 0) == 1;
+  driver_->setSettings(s);
+
+  view_ = new QTreeView(this);
+  view_->setObjectName(QStringLiteral("tvwPL"));
+  view_->setModel(model_.get());
+  view_->setUniformRowHeights(true);
+  view_->setAlternatingRowColors(false);
+  view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->header()->setStretchLastSection(false);
+  view_->header()->setSectionResizeMode(0, QHeaderView::Interactive);
+  view_->setColumnWidth(0, 320);
+  for (int c = 1; c < ReportModel::ColumnCount; ++c) view_->setColumnWidth(c, 110);
+  setCentralWidget(view_);
+
+  status_ = new QLabel(this);
+  statusBar()->addWidget(status_, 1);
+  status_->setText(TL(3525, "OK."));
+  resize(900, 600);
+
+  connect(driver_.get(), &ScanDriver::sourceStarted, this, &MainWindow::onSourceStarted);
+  connect(driver_.get(), &ScanDriver::progress, status_, &QLabel::setText);
+  connect(driver_.get(), &ScanDriver::finished, this, &MainWindow::onFinished);
+
+  // Marks this user's running window, so a restart waits for it to go.
+  lock_ = new QLocalServer(this);
+  QLocalServer::removeServer(instanceLockName());
+  lock_->listen(instanceLockName());
+}
+
+MainWindow::~MainWindow() { view_->setModel(nullptr); }
+
+void MainWindow::readCommandLine(const std::string& commandLine) {
+  GetFoldersFromCommand(commandLine, driver_->sourceQueue());
+  if (driver_->sourceQueue().empty()) return;
+  driver_->start();
+}
+
+void MainWindow::onSourceStarted(uint32_t root) {
+  view_->expand(model_->indexOf(root));
+}
+
+void MainWindow::onFinished() {
+  view_->resizeColumnToContents(0);
+  const uint32_t root = driver_->lastRoot();
+  if (root != kNoNode && !tree_.hasFlag(root, ReportTree::Dead))
+    view_->setCurrentIndex(model_->indexOf(root));
+  status_->setText(TL(3525, "OK."));
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  // A close during a scan only asks the walk to stop.
+  if (driver_->busy()) {
+    StopWord = 3;
+    event->ignore();
+    return;
+  }
+  event->accept();
+}
+
+}  // namespace ql

@@ -1,0 +1,1 @@
+list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/MainWindow.cpp)
