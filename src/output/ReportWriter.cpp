@@ -1,6 +1,7 @@
 #include "output/ReportWriter.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <memory>
 
@@ -24,16 +25,17 @@ QString sizeHeadingUnit(int unit) {
 
 class Renderer {
  public:
-  Renderer(const ReportTree& tree, const ReportSaveOptions& o, bool text, const NumberFormat& nf)
-      : tree_(tree), o_(o), text_(text), nf_(nf) {}
+  Renderer(const ReportTree& tree, const ReportSaveOptions& o, bool text, const NumberFormat& nf,
+           const ReportWriter::Output& output)
+      : tree_(tree), o_(o), text_(text), nf_(nf), output_(output) {}
 
-  std::string run() {
+  void run() {
     std::vector<uint32_t> tops;
     if (o_.onlyNode != kNoNode)
       tops.push_back(o_.onlyNode);
     else
       tops = tree_.roots();
-    if (tops.empty()) return {};
+    if (tops.empty()) return;
     topLevel_ = tree_.node(tops[0]).level;
 
     // L: 999 for all levels, n + 1 for a number, 0 for what is expanded on the screen.
@@ -67,21 +69,23 @@ class Renderer {
       row(top, path, false);
       if (limit_ != 0 || tree_.hasFlag(top, ReportTree::Expanded)) below(top, path);
     }
-    return std::move(out_);
+    flush();
   }
 
  private:
   uint32_t relLevel(uint32_t n) const { return tree_.node(n).level - topLevel_; }
 
-  // The rows below a node, depth first, without using the call stack for the depth.
+  // The rows below a node, depth first, without using the call stack for the depth. One path
+  // buffer serves every row: a frame remembers how long the path of its folder is.
   void below(uint32_t top, const std::string& topPath) {
     struct Frame {
       uint32_t node;
       size_t next;
-      std::string path;
+      size_t pathLength;
     };
+    std::string path = topPath;
     std::vector<Frame> stack;
-    stack.push_back({top, 0, topPath});
+    stack.push_back({top, 0, path.size()});
     while (!stack.empty()) {
       Frame& f = stack.back();
       const auto& kids = tree_.children(f.node);
@@ -94,19 +98,27 @@ class Renderer {
         f.next = kids.size();  // the whole sibling run ends here
         continue;
       }
+      path.resize(f.pathLength);
+      if (path.empty() || path.back() != '/') path.push_back('/');
       if (tree_.isFolder(item)) {
-        std::string path = joinPath(f.path, tree_.text(item));
+        path.append(tree_.text(item));
         row(item, path, false);
         const bool descend = limit_ != 0 ? !tree_.children(item).empty()
                                          : tree_.hasFlag(item, ReportTree::Expanded);
-        if (descend) stack.push_back({item, 0, std::move(path)});
+        if (descend) stack.push_back({item, 0, path.size()});
       } else {
-        std::string name = "[";
-        name.append(tree_.text(item));
-        name.push_back(']');
-        row(item, joinPath(f.path, name), true);
+        path.push_back('[');
+        path.append(tree_.text(item));
+        path.push_back(']');
+        row(item, path, true);
       }
     }
+  }
+
+  void number(int64_t v) {
+    char buf[24];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v);
+    out_.append(buf, r.ptr);
   }
 
   void row(uint32_t n, const std::string& path, bool fileRow) {
@@ -125,13 +137,22 @@ class Renderer {
       out_ += '"';
       out_ += path;
       out_ += "\";\"";
-      out_ += FormatFileSizeSave(o_.unit, o_.decimals, node.size, nf_).toStdString();
+      if (o_.unit == 0)
+        number(node.size);
+      else
+        out_ += FormatFileSizeSave(o_.unit, o_.decimals, node.size, nf_).toStdString();
       out_ += "\";";
-      out_ += std::to_string(node.files);
+      number(node.files);
       out_ += ';';
-      out_ += std::to_string(folders);
+      number(folders);
     }
     out_ += "\r\n";
+    if (out_.size() >= kChunk) flush();
+  }
+
+  void flush() {
+    if (!out_.empty()) output_(out_);
+    out_.clear();
   }
 
   void line(const QString& s) {
@@ -146,6 +167,8 @@ class Renderer {
   uint32_t topLevel_ = 0;
   int limit_ = 999;
   qsizetype widths_[3] = {0, 0, 0};
+  const ReportWriter::Output& output_;
+  static constexpr size_t kChunk = 256 * 1024;
   std::string out_;
 };
 
@@ -158,31 +181,36 @@ bool ReportWriter::isTextLayout(const std::string& fileName) {
   return tail == ".txt";
 }
 
+void ReportWriter::render(const ReportTree& tree, const ReportSaveOptions& options, bool textLayout,
+                          const Output& output, const NumberFormat& nf) {
+  Renderer(tree, options, textLayout, nf, output).run();
+}
+
 std::string ReportWriter::render(const ReportTree& tree, const ReportSaveOptions& options,
                                  bool textLayout, const NumberFormat& nf) {
-  return Renderer(tree, options, textLayout, nf).run();
+  std::string all;
+  render(tree, options, textLayout, [&all](std::string_view piece) { all.append(piece); }, nf);
+  return all;
 }
 
 bool ReportWriter::save(const ReportTree& tree, const std::string& fileName,
                         const ReportSaveOptions& options, QString& errorText,
                         const NumberFormat& nf) {
-  const std::string bytes = render(tree, options, isTextLayout(fileName), nf);
+  auto fail = [&] {
+    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
+                QString::fromStdString(systemErrorText(errno));
+    return false;
+  };
   std::unique_ptr<FILE, int (*)(FILE*)> f(std::fopen(fileName.c_str(), "wb"), &std::fclose);
-  if (!f) {
-    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
-                QString::fromStdString(systemErrorText(errno));
-    return false;
-  }
-  if (std::fwrite(bytes.data(), 1, bytes.size(), f.get()) != bytes.size() || std::fflush(f.get()) != 0) {
-    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
-                QString::fromStdString(systemErrorText(errno));
-    return false;
-  }
-  if (std::fclose(f.release()) != 0) {
-    errorText = QString::fromLocal8Bit(fileName.c_str()) + QStringLiteral(": ") +
-                QString::fromStdString(systemErrorText(errno));
-    return false;
-  }
+  if (!f) return fail();
+  bool ok = true;
+  render(tree, options, isTextLayout(fileName),
+         [&](std::string_view piece) {
+           ok = ok && std::fwrite(piece.data(), 1, piece.size(), f.get()) == piece.size();
+         },
+         nf);
+  if (!ok || std::fflush(f.get()) != 0) return fail();
+  if (std::fclose(f.release()) != 0) return fail();
   return true;
 }
 

@@ -4,6 +4,7 @@
 // tree as measured; nothing is read from the disk.
 
 #include <QString>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ class ReportWriter {
   }
   static bool isTextLayout(const std::string& fileName);
 
+  // Hands the report out in pieces, in order.
+  using Output = std::function<void(std::string_view)>;
+  static void render(const ReportTree& tree, const ReportSaveOptions& options, bool textLayout,
+                     const Output& output, const NumberFormat& nf = NumberFormat::system());
   // The whole report as bytes.
   static std::string render(const ReportTree& tree, const ReportSaveOptions& options,
                             bool textLayout, const NumberFormat& nf = NumberFormat::system());

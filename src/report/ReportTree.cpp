@@ -77,8 +77,6 @@ uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&&
   const auto nameBase = static_cast<uint32_t>(names_.size());
   const uint32_t levelBase = parent == kSuperRoot ? 0 : nodes_[parent].level + 1;
   names_.append(branch.names_);
-  nodes_.reserve(nodes_.size() + count);
-  children_.reserve(children_.size() + count);
   for (size_t i = 1; i <= count; ++i) {
     Node n = branch.nodes_[i];
     n.parent = n.parent == kSuperRoot ? parent : n.parent + base;
@@ -197,7 +195,7 @@ void ReportTree::setNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files
                              static_cast<int>(nodes_[i].row));
 }
 
-void ReportTree::setFolders(uint32_t i, int64_t folders) {
+void ReportTree::setFolders(uint32_t i, int32_t folders) {
   nodes_[i].folders = folders;
   nodes_[i].flags |= HasFolders;
   if (observer_)
@@ -272,9 +270,8 @@ void ReportTree::sortAll() {
 }
 
 size_t ReportTree::memoryBytes() const {
-  size_t bytes = nodes_.capacity() * sizeof(Node) + names_.capacity() +
-                 children_.capacity() * sizeof(std::vector<uint32_t>);
-  for (const auto& c : children_) bytes += c.capacity() * sizeof(uint32_t);
+  size_t bytes = nodes_.capacityBytes() + names_.capacity() + children_.capacityBytes();
+  for (size_t i = 0; i < children_.size(); ++i) bytes += children_[i].capacity() * sizeof(uint32_t);
   return bytes;
 }
 

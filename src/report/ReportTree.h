@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/ChunkedVector.h"
+
 namespace ql {
 
 inline constexpr uint32_t kNoNode = UINT32_MAX;
@@ -58,8 +60,8 @@ class ReportTree {
   struct Node {
     int64_t size = 0;
     int64_t files = 0;
-    int64_t folders = 0;
     double percent = 0;
+    int32_t folders = 0;
     uint32_t parent = kNoNode;
     uint32_t row = 0;  // position among the parent's children
     uint32_t level = 0;
@@ -109,7 +111,7 @@ class ReportTree {
   void setText(uint32_t i, std::string_view text);
   void setFlag(uint32_t i, Flag f, bool on);
   void setNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files);
-  void setFolders(uint32_t i, int64_t folders);
+  void setFolders(uint32_t i, int32_t folders);
   void setPercent(uint32_t i, double percent);
   // Gives each direct child of `node` its share of `node`'s size.
   void changePercentValue(uint32_t node);
@@ -127,8 +129,8 @@ class ReportTree {
   void renumber(uint32_t parent, size_t from);
   void markDead(uint32_t node);
 
-  std::vector<Node> nodes_;
-  std::vector<std::vector<uint32_t>> children_;
+  ChunkedVector<Node> nodes_;
+  ChunkedVector<std::vector<uint32_t>> children_;
   std::string names_;
   std::vector<SortDefinition> sorters_;
   size_t live_ = 0;

@@ -432,8 +432,9 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
   } else {
     ::close(fd);
   }
-  for (uint32_t i = 0; i < count; ++i)
-    if (d->children[i]->junction) handOver(d->children[i]);
+  if (d == root_)  // junctions right below the walked folder are finished top-level rows
+    for (uint32_t i = 0; i < count; ++i)
+      if (d->children[i]->junction) handOver(d->children[i]);
   d->pending.fetch_add(jobs, std::memory_order_relaxed);
   push(w.jobs.data(), jobs);
 }
@@ -452,7 +453,7 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       if (c->dropped || c->interrupted) d->interrupted = true;
       if (c->omitted) continue;
       if (!checkedAdd(d->size, c->size) || !checkedAdd(d->files, c->files) ||
-          !checkedAdd(d->folders, 1 + c->folders)) {
+          !checkedAdd(d->folders, 1 + c->folders) || d->folders > INT32_MAX) {
         fail(d, std::string_view(c->name, c->nameLength), "Überlauf der Summe");
         d->interrupted = true;
         break;
@@ -491,7 +492,7 @@ void FolderWalk::handOver(Dir* top) {
       return;
     }
     branch.setNodeSizeAndFilecount(node, d->size, d->files);
-    branch.setFolders(node, d->folders);
+    branch.setFolders(node, static_cast<int32_t>(d->folders));
   };
   const uint32_t topNode = branch.addChild(
       kSuperRoot, std::string_view(top->name, top->nameLength), ReportTree::IsFolder | fade);

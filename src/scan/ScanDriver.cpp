@@ -28,6 +28,8 @@ ScanDriver::~ScanDriver() {
 std::unique_ptr<FolderWalk> ScanDriver::makeWalk() {
   WalkOptions o;
   o.threads = settings_.threads;
+  // For measurements: the number of walk threads can be forced from the environment.
+  if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
   o.noHardlinks = settings_.noHardlinks;
   o.folderColorFade = settings_.folderColorFade;
   o.filesLabel = TL(3514, "Dateien").toStdString();
@@ -38,6 +40,13 @@ std::unique_ptr<FolderWalk> ScanDriver::makeWalk() {
 std::string ScanDriver::currentFolder() const { return walk_ ? walk_->currentFolder() : std::string(); }
 
 void ScanDriver::branchDone(uint32_t position, ReportTree&& branch) {
+  if (!async_) {
+    // The owner is blocked in the walk and nobody watches the tree: link it in right here, so
+    // finished branches never pile up.
+    std::lock_guard lock(pendingMutex_);
+    place(position, std::move(branch));
+    return;
+  }
   bool wake = false;
   {
     std::lock_guard lock(pendingMutex_);
@@ -66,18 +75,20 @@ void ScanDriver::drain() {
     pending.swap(pending_);
     failures.swap(failures_);
   }
-  for (auto& p : pending) {
-    if (node_ == kNoNode) break;
-    const auto at = std::lower_bound(placed_.begin(), placed_.end(), p.position);
-    const size_t row = static_cast<size_t>(at - placed_.begin());
-    placed_.insert(at, p.position);
-    tree_.attachBranch(node_, row, std::move(p.branch));
-  }
+  if (node_ != kNoNode)
+    for (auto& p : pending) place(p.position, std::move(p.branch));
   for (const auto& f : failures)
     FailureReport(QStringLiteral("Report_ScanFolders"), QStringLiteral("frmMain"), 0,
                   QString::fromStdString(f.message),
                   {QFile::decodeName(QByteArray::fromStdString(f.path)),
                    QFile::decodeName(QByteArray::fromStdString(f.name))});
+}
+
+void ScanDriver::place(uint32_t position, ReportTree&& branch) {
+  const auto at = std::lower_bound(placed_.begin(), placed_.end(), position);
+  const size_t row = static_cast<size_t>(at - placed_.begin());
+  placed_.insert(at, position);
+  tree_.attachBranch(node_, row, std::move(branch));
 }
 
 // Takes sources from the front of the queue until one exists; makes its root.
@@ -114,7 +125,7 @@ void ScanDriver::finishSource(const WalkOutcome& outcome) {
   }
   total_ = outcome.total;
   tree_.setNodeSizeAndFilecount(node, total_.size, total_.files);
-  tree_.setFolders(node, total_.folders);
+  tree_.setFolders(node, static_cast<int32_t>(total_.folders));
   tree_.changePercentValue(node);
   node_ = kNoNode;
   walk_.reset();

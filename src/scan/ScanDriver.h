@@ -71,6 +71,7 @@ class ScanDriver : public QObject, private WalkSink {
   bool takeNextSource(std::string& scanPath);
   void beginWalk(uint32_t node, const std::string& path);
   void drain();
+  void place(uint32_t position, ReportTree&& branch);
   void finishSource(const WalkOutcome& outcome);
   void onWalkDone(const WalkOutcome& outcome);
   void readNextAsync();

@@ -1,0 +1,42 @@
+#pragma once
+// A growing array in fixed blocks: elements never move, and growing never copies what is there,
+// so a large array needs no transient double of itself.
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace ql {
+
+template <typename T, size_t BlockBits = 12>
+class ChunkedVector {
+ public:
+  static constexpr size_t kBlock = size_t{1} << BlockBits;
+
+  T& operator[](size_t i) { return blocks_[i >> BlockBits][i & (kBlock - 1)]; }
+  const T& operator[](size_t i) const { return blocks_[i >> BlockBits][i & (kBlock - 1)]; }
+  size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+
+  template <typename... Args>
+  T& emplace_back(Args&&... args) {
+    if ((size_ & (kBlock - 1)) == 0 && (size_ >> BlockBits) == blocks_.size())
+      blocks_.push_back(std::make_unique<T[]>(kBlock));
+    T& slot = (*this)[size_++];
+    slot = T(std::forward<Args>(args)...);
+    return slot;
+  }
+  void push_back(T value) { emplace_back(std::move(value)); }
+
+  void clear() {
+    blocks_.clear();
+    size_ = 0;
+  }
+  size_t capacityBytes() const { return blocks_.size() * kBlock * sizeof(T); }
+
+ private:
+  std::vector<std::unique_ptr<T[]>> blocks_;
+  size_t size_ = 0;
+};
+
+}  // namespace ql

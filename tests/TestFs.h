@@ -1,0 +1,116 @@
+#pragma once
+// Helpers for tests that build folder trees on disk and walk them.
+
+#include <QCoreApplication>
+#include <fcntl.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "report/ReportTree.h"
+#include "scan/ScanDriver.h"
+
+namespace ql::test {
+
+inline void ensureApp() {
+  static int argc = 1;
+  static char arg0[] = "test";
+  static char* argv[] = {arg0, nullptr};
+  static QCoreApplication* app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+  (void)app;
+}
+
+// A fresh folder under /tmp, removed with everything in it at the end.
+class TempDir {
+ public:
+  TempDir() {
+    char tmpl[] = "/tmp/quorlane-test-XXXXXX";
+    path_ = ::mkdtemp(tmpl);
+    ::chmod(path_.c_str(), 0755);
+  }
+  ~TempDir() {
+    // rm copes with trees deeper than any path limit and with folders we made unreadable.
+    const std::string cmd = "chmod -R u+rwx '" + path_ + "' 2>/dev/null; rm -rf '" + path_ + "'";
+    if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "could not remove " << path_;
+  }
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& rel) const { return path_ + "/" + rel; }
+
+ private:
+  std::string path_;
+};
+
+inline void makeDir(const std::string& path) { ASSERT_EQ(::mkdir(path.c_str(), 0755), 0) << path; }
+
+// A sparse file of the given size.
+inline void makeFile(const std::string& path, int64_t size) {
+  const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0) << path;
+  ASSERT_EQ(::ftruncate(fd, size), 0);
+  ::close(fd);
+}
+
+struct Walked {
+  ReportTree tree;
+  uint32_t root = kNoNode;
+};
+
+// Reads one source through the scan driver, as the program does.
+inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHardlinks = false,
+                 bool fade = false) {
+  ensureApp();
+  ScanDriver driver(w.tree);
+  ScanDriver::Settings s;
+  s.threads = threads;
+  s.noHardlinks = noHardlinks;
+  s.folderColorFade = fade;
+  driver.setSettings(s);
+  driver.sourceQueue().push_back(path);
+  driver.runToEnd();
+  w.root = driver.lastRoot();
+}
+
+// Every node in pre-order with all it shows, one line each: equal texts mean equal trees.
+inline std::string dump(const ReportTree& t) {
+  std::string out;
+  for (uint32_t n : t.preorder()) {
+    const auto& node = t.node(n);
+    out += std::string(node.level * 2, ' ') + std::string(t.text(n)) + " size=" +
+           std::to_string(node.size) + " files=" + std::to_string(node.files) +
+           " folders=" + std::to_string(node.folders) + " flags=" + std::to_string(node.flags) +
+           " pct=" + std::to_string(node.percent) + "\n";
+  }
+  return out;
+}
+
+// Runs fn in a child process (for dropped privileges or a private mount namespace) and returns
+// what it wrote to the pipe it was given.
+inline std::string inChild(const std::function<std::string()>& fn) {
+  int fds[2];
+  if (::pipe(fds) != 0) return "pipe failed";
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::close(fds[0]);
+    const std::string out = fn();
+    size_t done = 0;
+    while (done < out.size()) {
+      const ssize_t n = ::write(fds[1], out.data() + done, out.size() - done);
+      if (n <= 0) break;
+      done += static_cast<size_t>(n);
+    }
+    ::_exit(0);
+  }
+  ::close(fds[1]);
+  std::string out;
+  char buf[4096];
+  for (ssize_t n; (n = ::read(fds[0], buf, sizeof buf)) > 0;) out.append(buf, static_cast<size_t>(n));
+  ::close(fds[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return out;
+}
+
+}  // namespace ql::test

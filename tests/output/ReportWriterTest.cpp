@@ -1,0 +1,149 @@
+// The report file, line by line: both layouts, level limits, the current view, file rows.
+
+#include <QTemporaryDir>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "output/ReportWriter.h"
+
+namespace ql {
+namespace {
+
+const NumberFormat en{QLatin1Char(','), QLatin1Char('.')};
+
+// /data: Bilder (with Urlaub and its own files), Musik (empty), and its own files.
+struct Sample {
+  ReportTree t;
+  uint32_t root, bilder, urlaub, musik;
+  Sample() {
+    root = t.addRoot("/data");
+    bilder = t.addChild(root, "Bilder", ReportTree::IsFolder);
+    urlaub = t.addChild(bilder, "Urlaub", ReportTree::IsFolder);
+    const uint32_t bf = t.addChild(bilder, "Dateien", 0);
+    musik = t.addChild(root, "Musik", ReportTree::IsFolder);
+    const uint32_t rf = t.addChild(root, "Dateien", 0);
+    t.setNodeSizeAndFilecount(root, 3000, 6);
+    t.setFolders(root, 3);
+    t.setNodeSizeAndFilecount(bilder, 2000, 3);
+    t.setFolders(bilder, 1);
+    t.setNodeSizeAndFilecount(urlaub, 1500, 2);
+    t.setFolders(urlaub, 0);
+    t.setNodeSizeAndFilecount(bf, 500, 1);
+    t.setFolders(musik, 0);
+    t.setNodeSizeAndFilecount(rf, 1000, 3);
+  }
+};
+
+std::string csv(const ReportTree& t, ReportSaveOptions o) { return ReportWriter::render(t, o, false, en); }
+
+ReportSaveOptions levels(ReportSaveOptions::Levels l, int n = 0) {
+  ReportSaveOptions o;
+  o.levels = l;
+  o.levelCount = n;
+  return o;
+}
+
+const std::string kHead = "\"Pfad\";\"Größe (Bytes)\";\"Dateien\";\"Ordner\"\r\n";
+const std::string kRoot = "\"/data\";\"3000\";6;3\r\n";
+const std::string kBilder = "\"/data/Bilder\";\"2000\";3;1\r\n";
+const std::string kUrlaub = "\"/data/Bilder/Urlaub\";\"1500\";2;0\r\n";
+const std::string kBilderFiles = "\"/data/Bilder/[Dateien]\";\"500\";1;0\r\n";
+const std::string kMusik = "\"/data/Musik\";\"0\";0;0\r\n";
+const std::string kRootFiles = "\"/data/[Dateien]\";\"1000\";3;0\r\n";
+
+TEST(ReportWriter, CsvLinesForEachLevelLimit) {
+  Sample s;
+  using L = ReportSaveOptions::Levels;
+  EXPECT_EQ(csv(s.t, levels(L::All)), kHead + kRoot + kBilder + kUrlaub + kBilderFiles + kMusik + kRootFiles);
+  EXPECT_EQ(csv(s.t, levels(L::Count, 0)), kHead + kRoot);  // only the top rows
+  EXPECT_EQ(csv(s.t, levels(L::Count, 1)), kHead + kRoot + kBilder + kMusik + kRootFiles);
+  EXPECT_EQ(csv(s.t, levels(L::Count, 2)), csv(s.t, levels(L::All)));
+  // The command line's digits: 0 is every level.
+  EXPECT_EQ(ReportWriter::levelsFromNumber(0), L::All);
+  EXPECT_EQ(ReportWriter::levelsFromNumber(2), L::Count);
+}
+
+TEST(ReportWriter, CurrentViewFollowsWhatIsExpanded) {
+  Sample s;
+  auto o = levels(ReportSaveOptions::Levels::CurrentView);
+  EXPECT_EQ(csv(s.t, o), kHead + kRoot + kBilder + kMusik + kRootFiles);
+  s.t.setFlag(s.bilder, ReportTree::Expanded, true);
+  EXPECT_EQ(csv(s.t, o), kHead + kRoot + kBilder + kUrlaub + kBilderFiles + kMusik + kRootFiles);
+  s.t.setFlag(s.root, ReportTree::Expanded, false);
+  EXPECT_EQ(csv(s.t, o), kHead + kRoot);
+}
+
+TEST(ReportWriter, OneBranchStartsWithItsOwnName) {
+  Sample s;
+  ReportSaveOptions o;
+  o.onlyNode = s.bilder;
+  o.levels = ReportSaveOptions::Levels::Count;
+  o.levelCount = 1;
+  EXPECT_EQ(csv(s.t, o), kHead + "\"Bilder\";\"2000\";3;1\r\n\"Bilder/Urlaub\";\"1500\";2;0\r\n" +
+                             "\"Bilder/[Dateien]\";\"500\";1;0\r\n");
+}
+
+TEST(ReportWriter, CsvInOtherUnits) {
+  Sample s;
+  ReportSaveOptions o;
+  o.unit = 1;
+  o.decimals = 1;
+  const std::string out = csv(s.t, o);
+  EXPECT_NE(out.find("\"Pfad\";\"Größe (KB)\";"), std::string::npos);
+  EXPECT_NE(out.find("\"/data/Bilder/Urlaub\";\"1.46\";2;0\r\n"), std::string::npos);
+  o.decimals = 0;
+  EXPECT_NE(csv(s.t, o).find("\"/data\";\"3\";6;3\r\n"), std::string::npos);
+}
+
+TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
+  Sample s;
+  const uint32_t big = s.t.addRoot("/big");
+  s.t.setNodeSizeAndFilecount(big, 123456789012LL, 1234567);
+  s.t.setFolders(big, 12);
+  ReportSaveOptions o = levels(ReportSaveOptions::Levels::Count, 0);
+  const std::string txt = ReportWriter::render(s.t, o, true, en);
+  // Widths: the headings are wider than the first source's numbers; the second source's size
+  // is wider still and simply runs out of line.
+  const std::string expected =
+      "Größe (Bytes)\tDateien\tOrdner\tPfad\r\n"
+      "        3,000\t      6\t     3\t/data\r\n"
+      "123,456,789,012\t1,234,567\t    12\t/big\r\n";
+  EXPECT_EQ(txt, expected);
+
+  o = levels(ReportSaveOptions::Levels::Count, 1);
+  o.unit = 1;
+  o.decimals = 1;
+  s.t.removeSubtree(big);
+  const std::string kb = ReportWriter::render(s.t, o, true, en);
+  EXPECT_EQ(kb,
+            "Größe (KB)\tDateien\tOrdner\tPfad\r\n"
+            "      2.93\t      6\t     3\t/data\r\n"
+            "      1.95\t      3\t     1\t/data/Bilder\r\n"
+            "      0.00\t      0\t     0\t/data/Musik\r\n"
+            "      0.98\t      3\t     0\t/data/[Dateien]\r\n");
+}
+
+TEST(ReportWriter, TheNameDecidesTheLayoutAndFailuresAreReported) {
+  EXPECT_TRUE(ReportWriter::isTextLayout("a.txt"));
+  EXPECT_TRUE(ReportWriter::isTextLayout("/x/REPORT.TXT"));
+  EXPECT_FALSE(ReportWriter::isTextLayout("a.xls"));
+  EXPECT_FALSE(ReportWriter::isTextLayout("txt"));
+  EXPECT_FALSE(ReportWriter::isTextLayout("a.txt.csv"));
+
+  Sample s;
+  QTemporaryDir dir;
+  const std::string file = dir.filePath("r.TXT").toStdString();
+  QString error;
+  ASSERT_TRUE(ReportWriter::save(s.t, file, {}, error, en));
+  std::ifstream in(file, std::ios::binary);
+  std::stringstream content;
+  content << in.rdbuf();
+  EXPECT_EQ(content.str().rfind("Größe (Bytes)\t", 0), 0u);
+
+  EXPECT_FALSE(ReportWriter::save(s.t, dir.filePath("no/such/folder/r.csv").toStdString(), {}, error, en));
+  EXPECT_TRUE(error.contains("No such file")) << error.toStdString();
+}
+
+}  // namespace
+}  // namespace ql

@@ -1,0 +1,82 @@
+// The item model follows every kind of change of the tree (checked by Qt's model tester).
+
+#include <QAbstractItemModelTester>
+#include <QApplication>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+
+#include "report/ReportModel.h"
+
+namespace ql {
+namespace {
+
+QApplication& app() {
+  static int argc = 1;
+  static char arg0[] = "test";
+  static char* argv[] = {arg0, nullptr};
+  static QApplication a(argc, argv);
+  return a;
+}
+
+ReportTree branch(const std::string& name, int kids) {
+  ReportTree b;
+  const uint32_t top = b.addChild(kSuperRoot, name, ReportTree::IsFolder | ReportTree::Faded);
+  for (int i = 0; i < kids; ++i) {
+    const uint32_t c = b.addChild(top, name + std::to_string(i), ReportTree::IsFolder);
+    b.setNodeSizeAndFilecount(c, 1000 * (i + 1), i);
+  }
+  b.setNodeSizeAndFilecount(top, 1000 * kids, kids);
+  return b;
+}
+
+TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
+  app();
+  ReportTree tree;
+  ReportModel model(tree);
+  QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+  const uint32_t root = tree.addRoot("/data");
+  tree.attachBranch(root, 0, branch("b", 3));
+  tree.attachBranch(root, 0, branch("a", 2));
+  tree.attachBranch(root, 2, branch("c", 0));
+  ASSERT_EQ(model.rowCount(model.indexOf(root)), 3);
+  const QPersistentModelIndex b = model.index(1, 0, model.indexOf(root));
+  EXPECT_EQ(b.data().toString(), "b");
+  tree.sorter(1) = {SortField::Text, 1, 1};
+  tree.sortAll();
+  EXPECT_EQ(b.row(), 1);
+  EXPECT_EQ(model.index(0, 0, model.indexOf(root)).data().toString(), "c");
+  tree.removeSubtree(tree.children(root)[0]);
+  EXPECT_EQ(b.row(), 0);
+  tree.clearChildren(root);
+  EXPECT_FALSE(b.isValid());
+  tree.clear();
+  EXPECT_EQ(model.rowCount(), 0);
+}
+
+TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
+  app();
+  ReportTree tree;
+  ReportModel model(tree);
+  const uint32_t root = tree.addRoot("/d");
+  const uint32_t files = tree.addChild(root, "Dateien", 0);
+  tree.setNodeSizeAndFilecount(files, 1536, 2);
+  tree.setNodeSizeAndFilecount(root, 1536, 2);
+  tree.setFolders(root, 0);
+  tree.changePercentValue(root);
+  const QModelIndex f = model.indexOf(files);
+  const auto cell = [&](const QModelIndex& i, int col) { return i.siblingAtColumn(col).data().toString(); };
+  model.setSizeFormat(0, 1);
+  EXPECT_EQ(cell(f, ReportModel::ColSize).remove(QRegularExpression("[^0-9]")), "1536");
+  model.setSizeFormat(1, 1);
+  EXPECT_EQ(cell(f, ReportModel::ColSize).size(), 4);  // 1.50, whatever the separator
+  model.setSizeFormat(1, 0);
+  EXPECT_EQ(cell(f, ReportModel::ColSize), "2");
+  EXPECT_TRUE(cell(f, ReportModel::ColFolders).isEmpty());  // the files row has no folder count
+  EXPECT_EQ(cell(model.indexOf(root), ReportModel::ColFolders), "0");
+  EXPECT_TRUE(model.headerData(ReportModel::ColSize, Qt::Horizontal, Qt::DisplayRole).toString().contains("KB"));
+  model.setSizeFormat(7, 1);  // not a grid unit: nothing changes
+  EXPECT_EQ(model.unit(), 1);
+}
+
+}  // namespace
+}  // namespace ql

@@ -1,0 +1,132 @@
+// The report tree's structure operations, paths, percentages and per-level sorting.
+
+#include <gtest/gtest.h>
+
+#include "report/ReportTree.h"
+
+namespace ql {
+namespace {
+
+// A one-root branch: name with children of the given sizes.
+ReportTree branch(const std::string& name, std::vector<std::pair<std::string, int64_t>> kids) {
+  ReportTree b;
+  const uint32_t top = b.addChild(kSuperRoot, name, ReportTree::IsFolder);
+  int64_t total = 0;
+  for (auto& [n, s] : kids) {
+    const uint32_t c = b.addChild(top, n, ReportTree::IsFolder);
+    b.setNodeSizeAndFilecount(c, s, 1);
+    total += s;
+  }
+  b.setNodeSizeAndFilecount(top, total, static_cast<int64_t>(kids.size()));
+  return b;
+}
+
+std::vector<std::string> names(const ReportTree& t, uint32_t n) {
+  std::vector<std::string> out;
+  for (uint32_t c : t.children(n)) out.emplace_back(t.text(c));
+  return out;
+}
+
+TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
+  ReportTree t;
+  const uint32_t root = t.addRoot("/");
+  t.attachBranch(root, 0, branch("usr", {{"lib", 5}, {"bin", 3}}));
+  t.attachBranch(root, 0, branch("etc", {}));
+  const uint32_t var = t.attachBranch(root, 1, branch("var", {{"log", 7}}));
+  EXPECT_EQ(names(t, root), (std::vector<std::string>{"etc", "var", "usr"}));
+  for (size_t i = 0; i < t.children(root).size(); ++i) EXPECT_EQ(t.node(t.children(root)[i]).row, i);
+  const uint32_t log = t.children(var)[0];
+  EXPECT_EQ(t.node(log).level, 2u);
+  EXPECT_EQ(t.parent(log), var);
+  EXPECT_EQ(t.deepestLevel(), 2u);
+  // Children of "/" are "/var", not "//var".
+  EXPECT_EQ(t.fullPath(log), "/var/log");
+  EXPECT_EQ(t.fullPath(log, true), "/var/log/");
+  EXPECT_EQ(t.fullPath(log, true, true), "/var/");
+  EXPECT_EQ(t.fullPath(root, true), "/");
+  EXPECT_EQ(t.liveCount(), 7u);
+  EXPECT_EQ(t.preorder().size(), 7u);
+  EXPECT_EQ(t.preorder()[2], log);
+
+  const uint32_t home = t.addRoot("/home/anna");
+  const uint32_t docs = t.addChild(home, "docs", ReportTree::IsFolder);
+  EXPECT_EQ(t.fullPath(docs), "/home/anna/docs");
+  EXPECT_EQ(t.node(docs).level, 1u);
+}
+
+TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
+  ReportTree t;
+  const uint32_t a = t.addRoot("/a");
+  const uint32_t b = t.addRoot("/b");
+  t.attachBranch(a, 0, branch("x", {{"y", 1}}));
+  t.attachBranch(b, 0, branch("z", {}));
+  t.removeSubtree(a);
+  EXPECT_EQ(t.roots(), std::vector<uint32_t>{b});
+  EXPECT_EQ(t.node(b).row, 0u);
+  EXPECT_EQ(t.liveCount(), 2u);
+  EXPECT_EQ(t.deepestLevel(), 2u);  // the depth ever made, until the tree is empty
+  t.clearChildren(b);
+  EXPECT_TRUE(t.children(b).empty());
+  t.removeSubtree(b);
+  EXPECT_TRUE(t.empty());
+  EXPECT_EQ(t.deepestLevel(), 0u);
+  EXPECT_EQ(t.liveCount(), 0u);
+}
+
+TEST(ReportTree, PercentIsAShareOfTheParentAndNeverDividesByZero) {
+  ReportTree t;
+  const uint32_t r = t.addRoot("/r");
+  const uint32_t a = t.addChild(r, "a", ReportTree::IsFolder);
+  const uint32_t b = t.addChild(r, "b", ReportTree::IsFolder);
+  const uint32_t z = t.addChild(r, "z", ReportTree::IsFolder);
+  t.setNodeSizeAndFilecount(a, 1, 1);
+  t.setNodeSizeAndFilecount(b, 3, 1);
+  t.setNodeSizeAndFilecount(r, 4, 2);
+  t.changePercentValue(r);
+  EXPECT_DOUBLE_EQ(t.node(a).percent, 25.0);
+  EXPECT_DOUBLE_EQ(t.node(b).percent, 75.0);
+  EXPECT_DOUBLE_EQ(t.node(z).percent, 0.0);
+  EXPECT_DOUBLE_EQ(t.node(r).percent, 100.0);
+  t.setNodeSizeAndFilecount(r, 0, 0);
+  t.changePercentValue(r);
+  EXPECT_DOUBLE_EQ(t.node(b).percent, 0.0);
+}
+
+TEST(ReportTree, EachLevelSortsByItsOwnDefinitionAndKeepsTies) {
+  ReportTree t;
+  const uint32_t r1 = t.addRoot("/b");
+  const uint32_t r2 = t.addRoot("/A");
+  t.attachBranch(r1, 0, branch("x", {}));
+  for (auto [name, size] : std::vector<std::pair<std::string, int64_t>>{{"m", 5}, {"k", 9}, {"e", 5}, {"Q", 1}}) {
+    const uint32_t c = t.addChild(r2, name, ReportTree::IsFolder);
+    t.setNodeSizeAndFilecount(c, size, 0);
+  }
+  // Default: size, largest first, on every level; equal sizes keep their order.
+  t.sortAll();
+  EXPECT_EQ(names(t, r2), (std::vector<std::string>{"k", "m", "e", "Q"}));
+  // Level 0 by text without regard to case, level 1 by size smallest first.
+  t.sorter(0) = {SortField::Text, 0, 1};
+  t.sorter(1) = {SortField::Size, 0, 2};
+  t.sortAll();
+  EXPECT_EQ(t.text(t.roots()[0]), "/A");
+  EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "e", "k"}));
+  t.sorter(1) = {SortField::Text, 1, 1};
+  t.sortAll();
+  EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "k", "e"}));
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(t.node(t.children(r2)[i]).row, i);
+}
+
+TEST(ReportTree, TextsCanBeRenamedLongerAndShorter) {
+  ReportTree t;
+  const uint32_t r = t.addRoot("/r");
+  const uint32_t a = t.addChild(r, "abc", ReportTree::IsFolder);
+  const uint32_t b = t.addChild(r, "def", ReportTree::IsFolder);
+  t.setText(a, "a much longer name");
+  EXPECT_EQ(t.text(a), "a much longer name");
+  EXPECT_EQ(t.text(b), "def");
+  t.setText(a, "z");
+  EXPECT_EQ(t.text(a), "z");
+}
+
+}  // namespace
+}  // namespace ql
