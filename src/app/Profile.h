@@ -1,22 +1,66 @@
 #pragma once
 // The settings file: sections in square brackets and lines of key=value, UTF-8, LF line ends.
-// Sections and keys are found without regard to case. A missing file reads as a file with no
-// keys; the first write makes file and folder. Lines the program does not know (comments, other
-// sections) are kept as they stand. A write goes to a sibling file that then replaces the old
-// one, so a crash never leaves half a file.
+//
+// Sections and keys are found without regard to case, the first of several wins. A value is read
+// without the blanks around it and without one pair of enclosing double quotes, and cut at 2047
+// characters; a value that would lose blanks or quotes that way is written in double quotes, so
+// every value comes back as it was given. Line breaks inside a value become blanks: a value can
+// never start a line of its own.
+//
+// A missing file reads as a file with no keys; the first write makes file and folder. Lines the
+// program does not know (comments, other sections, bytes that are not UTF-8) are kept as they
+// stand. A write goes to a sibling file that then replaces the old one, so a crash or a failed
+// rename never leaves half a file. A file that exists but cannot be read is never written over.
+//
+// Not thread-safe; the settings belong to the user-interface thread.
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 
 namespace ql {
 
 inline constexpr int kProfileValueLimit = 2047;
 
-// The value, cut at 2047 characters; `deflt` when section or key is missing.
+// One settings file in memory. Read once, changed in memory, written once by save(): callers
+// that touch many keys at a time (the window at exit) use it instead of one file write per key.
+class ProfileDocument {
+ public:
+  explicit ProfileDocument(const QString& file);
+
+  const QString& fileName() const { return file_; }
+  // False when the file exists but could not be read; save() then refuses to write.
+  bool readable() const { return readable_; }
+
+  QString get(const QString& section, const QString& key, const QString& deflt) const;
+  void set(const QString& section, const QString& key, const QString& value);
+  void deleteSection(const QString& section);
+
+  bool isModified() const { return modified_; }
+  // Writes the file when something changed; true when there was nothing to write.
+  bool save();
+
+ private:
+  struct Range {
+    int begin = -1;  // first body line, -1 when the section is missing
+    int end = 0;     // the next section's header line or the end
+  };
+  Range findSection(const QString& section, int from = 0) const;
+  int findKey(const Range& r, const QString& key) const;
+
+  QString file_;
+  QList<QByteArray> lines_;
+  bool readable_ = true;
+  bool modified_ = false;
+};
+
+// The value, cut at 2047 characters; `deflt` (cut alike) when section or key is missing.
 QString ProfileGetItem(const QString& section, const QString& key, const QString& deflt,
                        const QString& file);
-// Returns false when the file could not be written.
+// Returns false when the file could not be written; the old file then stands as it was.
 bool ProfileSetItem(const QString& section, const QString& key, const QString& value,
                     const QString& file);
+// Removes every section of that name with all its lines.
 bool ProfileDeleteSection(const QString& section, const QString& file);
 
 }  // namespace ql

@@ -45,7 +45,7 @@ int runSilent(const std::string& commandLine) {
   options.unit = unit >= 0 && unit <= 3 ? unit : 0;
   options.decimals = decimals ? 1 : 0;
   QString error;
-  if (!tree.empty() && !ReportWriter::save(tree, job.outputFile, options, error))
+  if (!tree.empty() && !ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
   return failureCount() ? 1 : 0;
 }

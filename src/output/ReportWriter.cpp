@@ -67,7 +67,7 @@ class Renderer {
     for (uint32_t top : tops) {
       const std::string path(tree_.text(top));
       row(top, path, false);
-      if (limit_ != 0 || tree_.hasFlag(top, ReportTree::Expanded)) below(top, path);
+      if (limit_ != 0 || tree_.hasFlag(top, ReportTree::Expanded)) TreeViewSpeichernR(top, path);
     }
     flush();
   }
@@ -77,7 +77,7 @@ class Renderer {
 
   // The rows below a node, depth first, without using the call stack for the depth. One path
   // buffer serves every row: a frame remembers how long the path of its folder is.
-  void below(uint32_t top, const std::string& topPath) {
+  void TreeViewSpeichernR(uint32_t top, const std::string& topPath) {
     struct Frame {
       uint32_t node;
       size_t next;
@@ -193,7 +193,7 @@ std::string ReportWriter::render(const ReportTree& tree, const ReportSaveOptions
   return all;
 }
 
-bool ReportWriter::save(const ReportTree& tree, const std::string& fileName,
+bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName,
                         const ReportSaveOptions& options, QString& errorText,
                         const NumberFormat& nf) {
   auto fail = [&] {

@@ -38,7 +38,7 @@ class ReportWriter {
   static std::string render(const ReportTree& tree, const ReportSaveOptions& options,
                             bool textLayout, const NumberFormat& nf = NumberFormat::system());
   // Writes the file; false with errorText on failure.
-  static bool save(const ReportTree& tree, const std::string& fileName,
+  static bool SPEICHERN(const ReportTree& tree, const std::string& fileName,
                    const ReportSaveOptions& options, QString& errorText,
                    const NumberFormat& nf = NumberFormat::system());
 };

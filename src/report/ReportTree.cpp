@@ -155,7 +155,7 @@ std::vector<uint32_t> ReportTree::preorder() const {
   return out;
 }
 
-std::string ReportTree::fullPath(uint32_t node, bool withSlash, bool parentOnly) const {
+std::string ReportTree::Report_GetFullpathOfNode(uint32_t node, bool withSlash, bool parentOnly) const {
   std::vector<std::string_view> parts;
   if (!parentOnly) parts.push_back(text(node));
   for (uint32_t p = nodes_[node].parent; p != kSuperRoot && p != kNoNode; p = nodes_[p].parent)
@@ -187,7 +187,7 @@ void ReportTree::setFlag(uint32_t i, Flag f, bool on) {
     observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
 }
 
-void ReportTree::setNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files) {
+void ReportTree::Report_SetNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files) {
   nodes_[i].size = size;
   nodes_[i].files = files;
   if (observer_)
@@ -210,7 +210,7 @@ void ReportTree::setPercent(uint32_t i, double percent) {
                              static_cast<int>(nodes_[i].row));
 }
 
-void ReportTree::changePercentValue(uint32_t node) {
+void ReportTree::Report_ChangePercentValue(uint32_t node) {
   const auto& kids = children_[node];
   if (kids.empty()) return;
   const int64_t total = nodes_[node].size;
@@ -226,7 +226,7 @@ SortDefinition& ReportTree::sorter(uint32_t level) {
   return sorters_[level];
 }
 
-void ReportTree::sortAll() {
+void ReportTree::Report_Sort() {
   if (observer_) observer_->beginReorder();
   for (uint32_t p = 0; p < nodes_.size(); ++p) {
     auto& kids = children_[p];

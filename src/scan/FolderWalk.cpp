@@ -217,7 +217,7 @@ FolderWalk::Dir* FolderWalk::pop() {
   return d;
 }
 
-WalkOutcome FolderWalk::run(const std::string& folder, WalkSink& sink) {
+WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& sink) {
   sink_ = &sink;
   rootPath_ = folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
   outcome_ = WalkOutcome{};
@@ -388,7 +388,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
         break;
       }
       ++d->ownFiles;
-      if (size >= feedMinimum) {
+      if (options_.feed && size >= feedMinimum) {
         if (folderPath.empty()) folderPath = addSlash(pathOf(d));
         FoundFile f;
         f.folder = folderPath;
@@ -491,7 +491,7 @@ void FolderWalk::handOver(Dir* top) {
       branch.setFolders(node, 0);
       return;
     }
-    branch.setNodeSizeAndFilecount(node, d->size, d->files);
+    branch.Report_SetNodeSizeAndFilecount(node, d->size, d->files);
     branch.setFolders(node, static_cast<int32_t>(d->folders));
   };
   const uint32_t topNode = branch.addChild(
@@ -513,14 +513,14 @@ void FolderWalk::handOver(Dir* top) {
     }
     if (!d->interrupted && d->ownBytes > 0 && rows > 0) {
       const uint32_t files = branch.addChild(node, options_.filesLabel, 0);
-      branch.setNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
+      branch.Report_SetNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
     }
-    branch.changePercentValue(node);
+    branch.Report_ChangePercentValue(node);
   }
   sink_->branchDone(top->position, std::move(branch));
 }
 
-WalkOutcome FolderWalk::filesOnly(const std::string& folder, const std::atomic<int>& stopWord) {
+WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord) {
   WalkOutcome out;
   const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return out;

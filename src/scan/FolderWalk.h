@@ -2,12 +2,12 @@
 // The walk that measures one folder and everything below it.
 //
 // Protocol with the owner of the report tree:
-//  - run() reads the folder on a pool of worker threads and blocks until all are done.
+//  - Report_ScanFolders() reads the folder on a pool of worker threads and blocks until all are done.
 //  - Each direct subfolder of the walked folder, once its whole subtree is finished (or cut by
 //    a stop), is built into a private one-root ReportTree on the worker that finished it and
 //    handed to WalkSink::branchDone together with its place in the folder's listing. The owner
 //    puts it there; the final tree is the same for any thread count.
-//  - run() returns the walked folder's own sums and what the owner needs to finish it (its own
+//  - Report_ScanFolders() returns the walked folder's own sums and what the owner needs to finish it (its own
 //    files, whether it was interrupted).
 //  - Files are offered to a FileFeed when there is one; without one nothing is built for them.
 //
@@ -17,8 +17,8 @@
 // a folder of 0 bytes; a stop leaves partial sums that add up, and an interrupted folder gets no
 // pseudo node. Every name of a hard-linked file counts.
 //
-// Threads: run() may be called from any thread; WalkSink and FileFeed are called from workers.
-// currentFolder() may be called from any thread while run() is under way.
+// Threads: Report_ScanFolders() may be called from any thread; WalkSink and FileFeed are called from workers.
+// currentFolder() may be called from any thread while a walk is under way.
 
 #include <atomic>
 #include <cstdint>
@@ -99,10 +99,10 @@ class FolderWalk {
   FolderWalk(const FolderWalk&) = delete;
   FolderWalk& operator=(const FolderWalk&) = delete;
 
-  WalkOutcome run(const std::string& folder, WalkSink& sink);
+  WalkOutcome Report_ScanFolders(const std::string& folder, WalkSink& sink);
 
   // Only the files directly in the folder; subfolders are passed over.
-  static WalkOutcome filesOnly(const std::string& folder, const std::atomic<int>& stopWord);
+  static WalkOutcome Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord);
 
   // A folder being read at this moment, "" when none.
   std::string currentFolder() const;

@@ -121,12 +121,12 @@ void ScanDriver::finishSource(const WalkOutcome& outcome) {
   // The folder's own files get a row of their own when it also has subfolder rows.
   if (!outcome.interrupted && outcome.ownBytes > 0 && !tree_.children(node).empty()) {
     const uint32_t files = tree_.addChild(node, TL(3514, "Dateien").toStdString(), 0);
-    tree_.setNodeSizeAndFilecount(files, outcome.ownBytes, outcome.ownFiles);
+    tree_.Report_SetNodeSizeAndFilecount(files, outcome.ownBytes, outcome.ownFiles);
   }
   total_ = outcome.total;
-  tree_.setNodeSizeAndFilecount(node, total_.size, total_.files);
+  tree_.Report_SetNodeSizeAndFilecount(node, total_.size, total_.files);
   tree_.setFolders(node, static_cast<int32_t>(total_.folders));
-  tree_.changePercentValue(node);
+  tree_.Report_ChangePercentValue(node);
   node_ = kNoNode;
   walk_.reset();
   Q_EMIT sourceFinished(node);
@@ -139,7 +139,7 @@ void ScanDriver::runToEnd() {
   std::string scanPath;
   while (takeNextSource(scanPath)) {
     beginWalk(lastRoot_, scanPath);
-    const WalkOutcome outcome = walk_->run(scanPath, *this);
+    const WalkOutcome outcome = walk_->Report_ScanFolders(scanPath, *this);
     finishSource(outcome);
     if (StopWord == FolderWalk::kStop) break;
     if (!queue_.empty()) queue_.pop_front();
@@ -164,7 +164,7 @@ void ScanDriver::readNextAsync() {
   beginWalk(lastRoot_, scanPath);
   FolderWalk* walk = walk_.get();
   thread_ = std::thread([this, walk, scanPath] {
-    const WalkOutcome outcome = walk->run(scanPath, *this);
+    const WalkOutcome outcome = walk->Report_ScanFolders(scanPath, *this);
     QMetaObject::invokeMethod(this, [this, outcome] { onWalkDone(outcome); }, Qt::QueuedConnection);
   });
 }
@@ -183,7 +183,7 @@ void ScanDriver::onWalkDone(const WalkOutcome& outcome) {
 void ScanDriver::finishAll() {
   queue_.clear();  // a stop forgets the sources not reached
   progressTimer_.stop();
-  tree_.sortAll();
+  tree_.Report_Sort();
   StopWord = 0;
   busy_ = false;
   Q_EMIT finished();

@@ -23,15 +23,15 @@ struct Sample {
     const uint32_t bf = t.addChild(bilder, "Dateien", 0);
     musik = t.addChild(root, "Musik", ReportTree::IsFolder);
     const uint32_t rf = t.addChild(root, "Dateien", 0);
-    t.setNodeSizeAndFilecount(root, 3000, 6);
+    t.Report_SetNodeSizeAndFilecount(root, 3000, 6);
     t.setFolders(root, 3);
-    t.setNodeSizeAndFilecount(bilder, 2000, 3);
+    t.Report_SetNodeSizeAndFilecount(bilder, 2000, 3);
     t.setFolders(bilder, 1);
-    t.setNodeSizeAndFilecount(urlaub, 1500, 2);
+    t.Report_SetNodeSizeAndFilecount(urlaub, 1500, 2);
     t.setFolders(urlaub, 0);
-    t.setNodeSizeAndFilecount(bf, 500, 1);
+    t.Report_SetNodeSizeAndFilecount(bf, 500, 1);
     t.setFolders(musik, 0);
-    t.setNodeSizeAndFilecount(rf, 1000, 3);
+    t.Report_SetNodeSizeAndFilecount(rf, 1000, 3);
   }
 };
 
@@ -99,7 +99,7 @@ TEST(ReportWriter, CsvInOtherUnits) {
 TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
   Sample s;
   const uint32_t big = s.t.addRoot("/big");
-  s.t.setNodeSizeAndFilecount(big, 123456789012LL, 1234567);
+  s.t.Report_SetNodeSizeAndFilecount(big, 123456789012LL, 1234567);
   s.t.setFolders(big, 12);
   ReportSaveOptions o = levels(ReportSaveOptions::Levels::Count, 0);
   const std::string txt = ReportWriter::render(s.t, o, true, en);
@@ -135,13 +135,13 @@ TEST(ReportWriter, TheNameDecidesTheLayoutAndFailuresAreReported) {
   QTemporaryDir dir;
   const std::string file = dir.filePath("r.TXT").toStdString();
   QString error;
-  ASSERT_TRUE(ReportWriter::save(s.t, file, {}, error, en));
+  ASSERT_TRUE(ReportWriter::SPEICHERN(s.t, file, {}, error, en));
   std::ifstream in(file, std::ios::binary);
   std::stringstream content;
   content << in.rdbuf();
   EXPECT_EQ(content.str().rfind("Größe (Bytes)\t", 0), 0u);
 
-  EXPECT_FALSE(ReportWriter::save(s.t, dir.filePath("no/such/folder/r.csv").toStdString(), {}, error, en));
+  EXPECT_FALSE(ReportWriter::SPEICHERN(s.t, dir.filePath("no/such/folder/r.csv").toStdString(), {}, error, en));
   EXPECT_TRUE(error.contains("No such file")) << error.toStdString();
 }
 

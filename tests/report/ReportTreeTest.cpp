@@ -14,10 +14,10 @@ ReportTree branch(const std::string& name, std::vector<std::pair<std::string, in
   int64_t total = 0;
   for (auto& [n, s] : kids) {
     const uint32_t c = b.addChild(top, n, ReportTree::IsFolder);
-    b.setNodeSizeAndFilecount(c, s, 1);
+    b.Report_SetNodeSizeAndFilecount(c, s, 1);
     total += s;
   }
-  b.setNodeSizeAndFilecount(top, total, static_cast<int64_t>(kids.size()));
+  b.Report_SetNodeSizeAndFilecount(top, total, static_cast<int64_t>(kids.size()));
   return b;
 }
 
@@ -40,17 +40,17 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
   EXPECT_EQ(t.parent(log), var);
   EXPECT_EQ(t.deepestLevel(), 2u);
   // Children of "/" are "/var", not "//var".
-  EXPECT_EQ(t.fullPath(log), "/var/log");
-  EXPECT_EQ(t.fullPath(log, true), "/var/log/");
-  EXPECT_EQ(t.fullPath(log, true, true), "/var/");
-  EXPECT_EQ(t.fullPath(root, true), "/");
+  EXPECT_EQ(t.Report_GetFullpathOfNode(log), "/var/log");
+  EXPECT_EQ(t.Report_GetFullpathOfNode(log, true), "/var/log/");
+  EXPECT_EQ(t.Report_GetFullpathOfNode(log, true, true), "/var/");
+  EXPECT_EQ(t.Report_GetFullpathOfNode(root, true), "/");
   EXPECT_EQ(t.liveCount(), 7u);
   EXPECT_EQ(t.preorder().size(), 7u);
-  EXPECT_EQ(t.preorder()[2], log);
+  EXPECT_EQ(t.preorder()[3], log);  // "/", etc, var, log
 
   const uint32_t home = t.addRoot("/home/anna");
   const uint32_t docs = t.addChild(home, "docs", ReportTree::IsFolder);
-  EXPECT_EQ(t.fullPath(docs), "/home/anna/docs");
+  EXPECT_EQ(t.Report_GetFullpathOfNode(docs), "/home/anna/docs");
   EXPECT_EQ(t.node(docs).level, 1u);
 }
 
@@ -79,16 +79,16 @@ TEST(ReportTree, PercentIsAShareOfTheParentAndNeverDividesByZero) {
   const uint32_t a = t.addChild(r, "a", ReportTree::IsFolder);
   const uint32_t b = t.addChild(r, "b", ReportTree::IsFolder);
   const uint32_t z = t.addChild(r, "z", ReportTree::IsFolder);
-  t.setNodeSizeAndFilecount(a, 1, 1);
-  t.setNodeSizeAndFilecount(b, 3, 1);
-  t.setNodeSizeAndFilecount(r, 4, 2);
-  t.changePercentValue(r);
+  t.Report_SetNodeSizeAndFilecount(a, 1, 1);
+  t.Report_SetNodeSizeAndFilecount(b, 3, 1);
+  t.Report_SetNodeSizeAndFilecount(r, 4, 2);
+  t.Report_ChangePercentValue(r);
   EXPECT_DOUBLE_EQ(t.node(a).percent, 25.0);
   EXPECT_DOUBLE_EQ(t.node(b).percent, 75.0);
   EXPECT_DOUBLE_EQ(t.node(z).percent, 0.0);
   EXPECT_DOUBLE_EQ(t.node(r).percent, 100.0);
-  t.setNodeSizeAndFilecount(r, 0, 0);
-  t.changePercentValue(r);
+  t.Report_SetNodeSizeAndFilecount(r, 0, 0);
+  t.Report_ChangePercentValue(r);
   EXPECT_DOUBLE_EQ(t.node(b).percent, 0.0);
 }
 
@@ -99,19 +99,19 @@ TEST(ReportTree, EachLevelSortsByItsOwnDefinitionAndKeepsTies) {
   t.attachBranch(r1, 0, branch("x", {}));
   for (auto [name, size] : std::vector<std::pair<std::string, int64_t>>{{"m", 5}, {"k", 9}, {"e", 5}, {"Q", 1}}) {
     const uint32_t c = t.addChild(r2, name, ReportTree::IsFolder);
-    t.setNodeSizeAndFilecount(c, size, 0);
+    t.Report_SetNodeSizeAndFilecount(c, size, 0);
   }
   // Default: size, largest first, on every level; equal sizes keep their order.
-  t.sortAll();
+  t.Report_Sort();
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"k", "m", "e", "Q"}));
   // Level 0 by text without regard to case, level 1 by size smallest first.
   t.sorter(0) = {SortField::Text, 0, 1};
   t.sorter(1) = {SortField::Size, 0, 2};
-  t.sortAll();
+  t.Report_Sort();
   EXPECT_EQ(t.text(t.roots()[0]), "/A");
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "e", "k"}));
   t.sorter(1) = {SortField::Text, 1, 1};
-  t.sortAll();
+  t.Report_Sort();
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "k", "e"}));
   for (size_t i = 0; i < 4; ++i) EXPECT_EQ(t.node(t.children(r2)[i]).row, i);
 }

@@ -37,16 +37,16 @@ void expectConsistent(const ReportTree& t, bool complete) {
       else
         pseudo = true;
     }
-    EXPECT_EQ(t.node(n).folders, folders) << t.fullPath(n);
+    EXPECT_EQ(t.node(n).folders, folders) << t.Report_GetFullpathOfNode(n);
     if (pseudo || complete) {
       // Own files without a row only when they hold no byte.
-      EXPECT_LE(size, t.node(n).size) << t.fullPath(n);
+      EXPECT_LE(size, t.node(n).size) << t.Report_GetFullpathOfNode(n);
       if (pseudo) {
-        EXPECT_EQ(t.node(n).size, size) << t.fullPath(n);
+        EXPECT_EQ(t.node(n).size, size) << t.Report_GetFullpathOfNode(n);
       }
     } else {
-      EXPECT_LE(size, t.node(n).size) << t.fullPath(n);
-      EXPECT_LE(files, t.node(n).files) << t.fullPath(n);
+      EXPECT_LE(size, t.node(n).size) << t.Report_GetFullpathOfNode(n);
+      EXPECT_LE(files, t.node(n).files) << t.Report_GetFullpathOfNode(n);
     }
   }
 }
@@ -126,7 +126,7 @@ TEST(FolderWalk, OddNamesReachTheFileSystemAgainUnchanged) {
   for (const auto& n : names) {
     ASSERT_TRUE(top.count(n)) << n;
     const uint32_t inner = w.tree.children(top[n]).at(0);
-    const std::string path = w.tree.fullPath(inner);
+    const std::string path = w.tree.Report_GetFullpathOfNode(inner);
     struct stat st;
     EXPECT_EQ(::stat(path.c_str(), &st), 0) << path;
     EXPECT_TRUE(S_ISDIR(st.st_mode));
@@ -334,11 +334,11 @@ TEST(FolderWalk, FilesOnlyCountsTheFolderItselfAndPassesSubfoldersOver) {
   makeFile(d / "a", 3);
   makeFile(d / "b", 4);
   ASSERT_EQ(::symlink("sub", (d / "dirlink").c_str()), 0);
-  const WalkOutcome o = FolderWalk::filesOnly(d.path(), StopWord);
+  const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(d.path(), StopWord);
   EXPECT_EQ(o.ownBytes, 7);
   EXPECT_EQ(o.ownFiles, 2);
   EXPECT_EQ(o.total.folders, 0);
-  EXPECT_FALSE(FolderWalk::filesOnly(d / "missing", StopWord).readable);
+  EXPECT_FALSE(FolderWalk::Report_ScanFilesOnly(d / "missing", StopWord).readable);
 }
 
 TEST(FolderWalk, ShowsTheFolderBeingRead) {
@@ -354,7 +354,7 @@ TEST(FolderWalk, ShowsTheFolderBeingRead) {
     FolderWalk& w_;
     std::string seen;
   } sink(walk);
-  const WalkOutcome o = walk.run(d.path(), sink);
+  const WalkOutcome o = walk.Report_ScanFolders(d.path(), sink);
   EXPECT_TRUE(o.readable);
   EXPECT_EQ(walk.currentFolder(), "");
   EXPECT_EQ(o.childRows, 6u);

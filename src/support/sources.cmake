@@ -1,0 +1,1 @@
+list(APPEND QL_CORE_SOURCES ${CMAKE_CURRENT_LIST_DIR}/StringCollection.cpp)

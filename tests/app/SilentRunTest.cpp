@@ -1,0 +1,103 @@
+// The silent run end to end: the real program, a real tree, the report file and the exit status.
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "TestFs.h"
+
+namespace ql::test {
+namespace {
+
+struct Outcome {
+  int status = -1;
+  QString out, err;
+};
+
+Outcome quorlane(const QStringList& args, const QString& config) {
+  ensureApp();
+  QProcess p;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert("XDG_CONFIG_HOME", config);
+  p.setProcessEnvironment(env);
+  p.start(qEnvironmentVariable("QUORLANE_BIN"), args);
+  EXPECT_TRUE(p.waitForFinished(60000));
+  return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+          QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
+}
+
+QByteArray read(const QString& file) {
+  QFile f(file);
+  return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+class SilentRun : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(qEnvironmentVariable("QUORLANE_BIN").isEmpty());
+    makeDir(a / "sub");
+    makeFile(a / "sub/f", 2048);
+    makeFile(a / "own", 1024);
+    ASSERT_EQ(::symlink("sub", (a / "link").c_str()), 0);
+    makeFile(b / "x", 10);
+  }
+  QString q(const std::string& s) { return QString::fromStdString(s); }
+  TempDir a, b;
+  QTemporaryDir work;
+};
+
+TEST_F(SilentRun, WritesTheReportOfAllSourcesAndEndsWithZero) {
+  const QString out = work.filePath("report.csv");
+  const Outcome r = quorlane({"-s1", out, q(a.path()), q(b.path()), q(a / "missing")}, work.path());
+  EXPECT_EQ(r.status, 0) << r.err.toStdString();
+  EXPECT_TRUE(r.err.isEmpty()) << r.err.toStdString();
+  const QByteArray csv = read(out);
+  const QList<QByteArray> lines = csv.split('\n');
+  ASSERT_GE(lines.size(), 6);
+  EXPECT_EQ(lines[0], "\"Pfad\";\"Größe (Bytes)\";\"Dateien\";\"Ordner\"\r");
+  // Sorted: the larger source first, its children by size; every line ends in CR LF.
+  EXPECT_TRUE(csv.contains(("\"" + a.path() + "\";\"3072\";2;2\r\n").c_str())) << csv.toStdString();
+  EXPECT_TRUE(csv.contains(("\"" + a.path() + "/sub\";\"2048\";1;0\r\n").c_str()));
+  EXPECT_TRUE(csv.contains(("\"" + a.path() + "/link\";\"0\";0;0\r\n").c_str()));
+  EXPECT_TRUE(csv.contains(("\"" + b.path() + "\";\"10\";1;0\r\n").c_str()));
+  EXPECT_LT(csv.indexOf(a.path().c_str()), csv.indexOf(b.path().c_str()));
+  EXPECT_EQ(csv.count("\r\n"), csv.count("\n"));
+}
+
+TEST_F(SilentRun, ReadsUnitDecimalsAndLinksFromTheSettings) {
+  QDir().mkpath(work.filePath("Quorlane"));
+  QFile ini(work.filePath("Quorlane/Quorlane.ini"));
+  ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+  ini.write("[optionen]\nfilesizeformat=1\nSizeFormatNachkommastellenFolders=0\nNoHardlinks=1\n");
+  ini.close();
+  const QString out = work.filePath("r.TXT");
+  const Outcome r = quorlane({"-s", out, q(a.path())}, work.path());
+  EXPECT_EQ(r.status, 0);
+  const QByteArray txt = read(out);
+  EXPECT_TRUE(txt.startsWith("Größe (KB)\tDateien\tOrdner\tPfad\r\n")) << txt.toStdString();
+  EXPECT_TRUE(txt.contains(("         3\t      2\t     1\t" + a.path() + "\r\n").c_str())) << txt.toStdString();
+  EXPECT_FALSE(txt.contains("link"));
+}
+
+TEST_F(SilentRun, AFailureGoesToStandardErrorAndTheLogAndEndsNonZero) {
+  const Outcome r = quorlane({"-s", work.filePath("no/such/dir/r.csv"), q(a.path())}, work.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.count('\n'), 1) << r.err.toStdString();
+  EXPECT_TRUE(r.err.contains("no/such/dir/r.csv"));
+  EXPECT_FALSE(read(work.filePath("Quorlane/error.log")).isEmpty());
+}
+
+TEST_F(SilentRun, NoJobMeansNothingWritten) {
+  const QString out = work.filePath("only.csv");
+  EXPECT_EQ(quorlane({"-s2", out}, work.path()).status, 0);
+  EXPECT_FALSE(QFile::exists(out));
+  const Outcome help = quorlane({"--help"}, work.path());
+  EXPECT_EQ(help.status, 0);
+  EXPECT_TRUE(help.out.contains("-s[LEVELS] REPORT FOLDER"));
+  EXPECT_TRUE(quorlane({"--version"}, work.path()).out.startsWith("quorlane "));
+}
+
+}  // namespace
+}  // namespace ql::test

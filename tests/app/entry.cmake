@@ -1,0 +1,3 @@
+ql_test(test_command_line quorlane_core ${CMAKE_CURRENT_LIST_DIR}/CommandLineTest.cpp)
+ql_test(test_silent_run quorlane_core ${CMAKE_CURRENT_LIST_DIR}/SilentRunTest.cpp)
+add_dependencies(test_silent_run quorlane)
