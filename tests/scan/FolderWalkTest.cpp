@@ -2,7 +2,9 @@
 
 #include <QFile>
 #include <grp.h>
+#include <algorithm>
 #include <map>
+#include <mutex>
 #include <sched.h>
 #include <sys/mount.h>
 
@@ -341,23 +343,40 @@ TEST(FolderWalk, FilesOnlyCountsTheFolderItselfAndPassesSubfoldersOver) {
   EXPECT_FALSE(FolderWalk::Report_ScanFilesOnly(d / "missing", StopWord).readable);
 }
 
-TEST(FolderWalk, ShowsTheFolderBeingRead) {
+TEST(FolderWalk, HandsEveryTopFolderOverOnceAndNamesWhatItReads) {
   TempDir d;
   makeWideTree(d, 6, 2);
   std::atomic<int> stop{0};
-  FolderWalk walk({}, stop);
+  WalkOptions options;
+  options.threads = 4;
+  FolderWalk walk(options, stop);
   class Sink : public WalkSink {
    public:
     explicit Sink(FolderWalk& w) : w_(w) {}
-    void branchDone(uint32_t, ReportTree&&) override { seen = w_.currentFolder(); }
+    void branchDone(uint32_t position, ReportTree&& branch) override {
+      const std::string now = w_.currentFolder();  // called while other workers are busy
+      std::lock_guard lock(m);
+      positions.push_back(position);
+      names.emplace_back(branch.text(branch.roots()[0]));
+      seen.push_back(now);
+    }
     void failure(const WalkFailure&) override {}
     FolderWalk& w_;
-    std::string seen;
+    std::mutex m;
+    std::vector<uint32_t> positions;
+    std::vector<std::string> names, seen;
   } sink(walk);
   const WalkOutcome o = walk.Report_ScanFolders(d.path(), sink);
   EXPECT_TRUE(o.readable);
-  EXPECT_EQ(walk.currentFolder(), "");
   EXPECT_EQ(o.childRows, 6u);
+  EXPECT_EQ(o.total.folders, 6 + 36);
+  std::sort(sink.positions.begin(), sink.positions.end());
+  EXPECT_EQ(sink.positions, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5}));
+  std::sort(sink.names.begin(), sink.names.end());
+  EXPECT_EQ(sink.names, (std::vector<std::string>{"a0", "a1", "a2", "a3", "a4", "a5"}));
+  for (const auto& s : sink.seen)
+    EXPECT_TRUE(s.empty() || s.rfind(d.path(), 0) == 0) << s;
+  EXPECT_EQ(walk.currentFolder(), "");
 }
 
 }  // namespace

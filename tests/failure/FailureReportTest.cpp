@@ -1,0 +1,271 @@
+#include "failure/FailureReport.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "app/Globals.h"
+
+using namespace ql;
+
+namespace {
+
+ErrorTextFacts fixedFacts() {
+  ErrorTextFacts f;
+  f.time = QStringLiteral("01.02.2024 10:11:12");
+  f.appName = QStringLiteral("Quorlane");
+  f.appVersion = QStringLiteral("0.1.0");
+  f.programPath = QStringLiteral("/usr/bin/quorlane");
+  f.appUp = QStringLiteral("0:00:05");
+  f.sysUp = QStringLiteral("1 day 1:01:01");
+  f.osName = QStringLiteral("Debian GNU/Linux 12 (bookworm) (Kernel 6.1.0)");
+  f.osVersion = QStringLiteral("6.1");
+  f.osBuild = QStringLiteral("0");
+  f.osPlatformId = QStringLiteral("debian");
+  f.is64bit = QStringLiteral("True");
+  f.browser = QStringLiteral("-");
+  f.physFree = QStringLiteral("1.00");
+  f.physTotal = QStringLiteral("2.00");
+  f.memLoad = QStringLiteral("50");
+  f.ramUsed = QStringLiteral("3.00");
+  f.pageFree = QStringLiteral("4.00");
+  f.pageTotal = QStringLiteral("5.00");
+  f.virtFree = QStringLiteral("6.00");
+  f.virtTotal = QStringLiteral("7.00");
+  f.cpu = QStringLiteral("Alpha\tBeta");
+  f.screen = QStringLiteral("1920x1080");
+  f.user = QStringLiteral("anna");
+  f.computer = QStringLiteral("box");
+  return f;
+}
+
+const char* const kExpectedWithoutCommand =
+    "Time: 01.02.2024 10:11:12\r\n"
+    "App: Quorlane 0.1.0\r\n"
+    "Modul: frmMain\r\n"
+    "Func: Report_Rescan\r\n"
+    "Line: 0\r\n"
+    "Err: 5 - Zugriff verweigert\r\n"
+    "Path: /usr/bin/quorlane\r\n"
+    "AppUp: 0:00:05\r\n"
+    "SysUp: 1 day 1:01:01\r\n"
+    "OS: Debian GNU/Linux 12 (bookworm) (Kernel 6.1.0) Version: 6.1 Build: 0 ID: debian\r\n"
+    "64bit: True\r\n"
+    "IE: -\r\n"
+    "PhysicalRAM: 1.00 Free / 2.00 Total\r\n"
+    "MemLoad: 50%\r\n"
+    "RAM used: 3.00\r\n"
+    "Pagefile: 4.00 Free / 5.00 Total\r\n"
+    "VirtualMem: 6.00 Free / 7.00 Total\r\n"
+    "CPU: Alpha\tBeta\r\n"
+    "Screen: 1920x1080\r\n"
+    "User: anna\r\n"
+    "Comp: box";
+
+// The labels of the lines of a report, in their order.
+QStringList labels(const QString& report) {
+  QStringList out;
+  for (const QString& line : report.split(QStringLiteral("\r\n"))) {
+    const qsizetype colon = line.indexOf(QLatin1Char(':'));
+    out << (colon < 0 ? line : line.left(colon));
+  }
+  return out;
+}
+
+const QStringList kErrorTextLabels = {
+    "Time",     "App",      "Modul",      "Func",  "Line",  "Err",         "Path",
+    "AppUp",    "SysUp",    "OS",         "64bit", "IE",    "PhysicalRAM", "MemLoad",
+    "RAM used", "Pagefile", "VirtualMem", "CPU",   "Screen"};
+
+struct ReportCapture {
+  QStringList reports;
+  ReportCapture() {
+    globals().SilentMode = false;
+    setFailureDialogHandler([this](const QString& r) { reports << r; });
+  }
+  ~ReportCapture() {
+    setFailureDialogHandler({});
+    setFailureCommandLine(QString());
+  }
+};
+
+}  // namespace
+
+TEST(FailureReport, ErrorTextLineOrder) {
+  const FailureError error{5, QStringLiteral("Zugriff verweigert")};
+  ErrorTextFacts f = fixedFacts();
+  EXPECT_EQ(
+      composeErrorText(f, QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, error),
+      QString::fromUtf8(kExpectedWithoutCommand));
+
+  f.commandLine = QStringLiteral("\"/home/anna\"");
+  QString expected = QString::fromUtf8(kExpectedWithoutCommand);
+  expected.replace(QStringLiteral("User: "), QStringLiteral("Command: \"/home/anna\"\r\nUser: "));
+  EXPECT_EQ(
+      composeErrorText(f, QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, error),
+      expected);
+}
+
+TEST(FailureReport, ComponentMessageAndReleaseMarkers) {
+  ErrorTextFacts f = fixedFacts();
+  const QString text =
+      composeErrorText(f, QStringLiteral("p"), QStringLiteral("m"), 7, {429, QStringLiteral("x")});
+  EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Systemkomponente (OCX/DLL) fehlt,")));
+  EXPECT_TRUE(text.contains(QStringLiteral("beheben.\r\n\r\nTime: ")));
+  EXPECT_TRUE(text.contains(QStringLiteral("\r\nLine: 7\r\nErr: 429 - x\r\n")));
+
+  // A failure without a number shows its description alone.
+  EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {0, QStringLiteral("disk full")})
+                  .contains(QStringLiteral("\r\nErr: disk full\r\n")));
+
+  const struct {
+    int beta, rc;
+    const char* app;
+  } markers[] = {{0, 0, "App: Quorlane 0.1.0\r\n"},
+                 {1, 0, "App: Quorlane 0.1.0 [BETA]\r\n"},
+                 {1, 3, "App: Quorlane 0.1.0 [BETA]\r\n"},
+                 {0, 2, "App: Quorlane 0.1.0 RC2\r\n"}};
+  for (const auto& m : markers) {
+    f.beta = m.beta;
+    f.releaseCandidate = m.rc;
+    EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QLatin1String(m.app))) << m.app;
+  }
+}
+
+TEST(FailureReport, MailTextEncoding) {
+  const struct {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"100%", "100%25%25"},
+      {"ÄÖÜßäöü", "%C4%D6%DC%DF%E4%F6%FC"},
+      {"a\r\nb\rc\nd", "a%0Ab%0Ac%0Ad"},
+      {"x y!#*/?&\"", "x%20y%21%23%2A%2F%3F%26%22"},
+      {"%0A", "%25%250A"},  // "%" first, so an encoded-looking text is not left alone
+      {"é+=", "é+="},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(urlEncodeMailText(QString::fromUtf8(c.in)), QString::fromUtf8(c.out)) << c.in;
+
+  globals().IniFile.clear();
+  EXPECT_EQ(failureMailUrl(QStringLiteral("Bitte einfügen")),
+            QStringLiteral("mailto:") + supportMailAddress() +
+                QStringLiteral("?subject=Bugreport_") + globals().Apptitle + QLatin1Char('_') +
+                globals().AppVersion +
+                QStringLiteral("&body=%2A%2A%2A%20Bitte%20einf%FCgen%20%2A%2A%2A%0A%0A"));
+}
+
+TEST(FailureReport, ReportLinesInOrderWithCountAndDebugValues) {
+  QTemporaryDir dir;
+  globals().Datapath = dir.path();
+  globals().Errcount = 0;
+  StopWord = 3;
+  ReportCapture capture;
+
+  FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0,
+                QStringLiteral("boom"), {QStringLiteral("/data"), QStringLiteral("7")});
+  setFailureCommandLine(QStringLiteral("\"/home\""));
+  FailureReport(QStringLiteral("p2"), QStringLiteral("m2"), 12,
+                FailureError{53, QStringLiteral("x")});
+  StopWord = 0;
+  ASSERT_EQ(capture.reports.size(), 2);
+
+  const QString& first = capture.reports[0];
+  ASSERT_TRUE(first.endsWith(QStringLiteral("\r\n")));
+  QStringList expected = kErrorTextLabels;
+  expected << "User"
+           << "Comp"
+           << "Apptitle"
+           << "Datapath"
+           << "Admin"
+           << "Errcount"
+           << "Lang"
+           << "Stop"
+           << "Debug0"
+           << "Debug1"
+           << "";
+  EXPECT_EQ(labels(first), expected);
+  EXPECT_TRUE(first.contains(QStringLiteral("\r\nLine: 0\r\nErr: boom\r\n")));
+  EXPECT_TRUE(
+      first.contains(QStringLiteral("\r\nDatapath: ") + dir.path() + QStringLiteral("\r\n")));
+  EXPECT_TRUE(first.contains(QStringLiteral("\r\nErrcount: 1\r\n")));
+  EXPECT_TRUE(first.contains(QStringLiteral("\r\nScreen: -\r\n")));  // no window side here
+  EXPECT_TRUE(first.contains(QStringLiteral("\r\nStop:3,0\r\nDebug0: /data\r\nDebug1: 7\r\n")));
+
+  const QString& second = capture.reports[1];
+  expected = kErrorTextLabels;
+  expected << "Command"
+           << "User"
+           << "Comp"
+           << "Apptitle"
+           << "Datapath"
+           << "Admin"
+           << "Errcount"
+           << "Lang"
+           << "Stop"
+           << "";
+  EXPECT_EQ(labels(second), expected);
+  EXPECT_TRUE(second.contains(QStringLiteral("\r\nCommand: \"/home\"\r\nUser: ")));
+  EXPECT_TRUE(second.contains(QStringLiteral("\r\nErrcount: 2\r\n")));
+  EXPECT_TRUE(second.contains(QStringLiteral("\r\nLine: 12\r\nErr: 53 - x\r\n")));
+  globals().Datapath.clear();
+}
+
+TEST(FailureReport, SilentRunAppendsToErrorLogAndCounts) {
+  QTemporaryDir dir;
+  globals().Datapath = dir.path();
+  globals().SilentMode = true;
+  // Even with a dialog registered, a silent run shows nothing.
+  bool shown = false;
+  setFailureDialogHandler([&shown](const QString&) { shown = true; });
+  const int before = failureCount();
+
+  testing::internal::CaptureStderr();
+  FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0,
+                QStringLiteral("Cannot write\r\nthe file"), {QStringLiteral("/out.csv")});
+  FailureReport(QStringLiteral("Second"), QStringLiteral("frmSave"), 3, QStringLiteral("again"));
+  const std::string err = testing::internal::GetCapturedStderr();
+  setFailureDialogHandler({});
+  globals().SilentMode = false;
+  globals().Datapath.clear();
+
+  EXPECT_FALSE(shown);
+  EXPECT_EQ(failureCount(), before + 2);
+  EXPECT_EQ(err,
+            "quorlane: frmSave.SPEICHERN: Cannot write the file [/out.csv]\n"
+            "quorlane: frmSave.Second (3): again\n");
+
+  QFile log(dir.filePath(QStringLiteral("error.log")));
+  ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+  const QString text = QString::fromUtf8(log.readAll());
+  EXPECT_FALSE(text.contains(QLatin1Char('\r')));
+  // Two blocks, each opened by the time and closed by a blank line.
+  const QStringList blocks = text.split(QStringLiteral("\n\n"), Qt::SkipEmptyParts);
+  ASSERT_EQ(blocks.size(), 2);
+  EXPECT_TRUE(blocks[0].contains(QStringLiteral(" - Time: ")));
+  EXPECT_TRUE(blocks[0].contains(QStringLiteral("\nModul: frmSave\nFunc: SPEICHERN\n")));
+  EXPECT_TRUE(blocks[0].endsWith(QStringLiteral("\nDebug0: /out.csv")));
+  EXPECT_TRUE(blocks[1].contains(QStringLiteral("\nFunc: Second\nLine: 3\nErr: again\n")));
+  EXPECT_TRUE(text.endsWith(QStringLiteral("\n\n")));
+}
+
+TEST(FailureReport, SaveMakesANewFileEachTimeAndReportsAFolderItCannotMake) {
+  QTemporaryDir dir;
+  const QString report = QStringLiteral("Time: x\r\nComp: y\r\n");
+  QString error;
+  const QString first = SaveErrorReport(dir.path(), report, &error);
+  const QString second = SaveErrorReport(dir.path(), report, &error);
+  ASSERT_FALSE(first.isEmpty()) << error.toStdString();
+  EXPECT_NE(first, second);
+  EXPECT_EQ(QDir(dir.path()).entryList({QStringLiteral("ERR*.txt")}, QDir::Files).size(), 2);
+  EXPECT_TRUE(QDir(dir.path()).entryList({QStringLiteral("*.tmp")}, QDir::Files).isEmpty());
+
+  QFile blocker(dir.filePath(QStringLiteral("file")));
+  ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+  blocker.close();
+  error.clear();
+  EXPECT_TRUE(SaveErrorReport(dir.filePath(QStringLiteral("file/sub")), report, &error).isEmpty());
+  EXPECT_FALSE(error.isEmpty());
+}

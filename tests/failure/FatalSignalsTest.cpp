@@ -1,0 +1,125 @@
+#include "failure/FatalSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <csignal>
+
+#include "app/Globals.h"
+#include "failure/FailureReport.h"
+
+using namespace ql;
+
+TEST(FatalSignals, ExceptionNames) {
+  const struct {
+    int sig, code;
+    const char* name;
+  } cases[] = {
+      {SIGSEGV, SEGV_MAPERR, "EXCEPTION_ACCESS_VIOLATION"},
+      {SIGBUS, BUS_ADRERR, "EXCEPTION_ACCESS_VIOLATION"},
+      {SIGILL, ILL_ILLOPC, "EXCEPTION_ILLEGAL_INSTRUCTION"},
+      {SIGILL, ILL_PRVOPC, "EXCEPTION_PRIV_INSTRUCTION"},
+      {SIGFPE, FPE_INTDIV, "EXCEPTION_INT_DIVIDE_BY_ZERO"},
+      {SIGFPE, FPE_INTOVF, "EXCEPTION_INT_OVERFLOW"},
+      {SIGFPE, FPE_FLTDIV, "EXCEPTION_FLT_DIVIDE_BY_ZERO"},
+      {SIGFPE, FPE_FLTOVF, "EXCEPTION_FLT_OVERFLOW"},
+      {SIGFPE, FPE_FLTINV, "EXCEPTION_FLT_INVALID_OPERATION"},
+      {SIGFPE, FPE_FLTSUB, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED"},
+      {SIGFPE, FPE_FLTUND, "Unknown exception type"},
+      {SIGTRAP, 0, "EXCEPTION_BREAKPOINT"},
+      {SIGUSR1, 0, "Unknown exception type"},
+  };
+  for (const auto& c : cases)
+    EXPECT_STREQ(exceptionName(exceptionCodeForSignal(c.sig, c.code)), c.name)
+        << c.sig << "/" << c.code;
+  EXPECT_STREQ(continuationText(0), "Ok to continue.");
+  EXPECT_STREQ(continuationText(1), "NOT ok to continue.");
+  EXPECT_STREQ(continuationText(2), "Probably safe to continue, but better not.");
+}
+
+namespace {
+
+int divideByZero() {
+  // Both operands volatile: "1 / x" alone is folded into a comparison without a division.
+  volatile int one = 1;
+  volatile int zero = 0;
+  volatile int result = one / zero;
+  return result;
+}
+
+void writeThroughNull() {
+  int* volatile p = nullptr;
+  *p = 1;
+}
+
+QString readLog(const QTemporaryDir& dir) {
+  QFile f(dir.filePath(QStringLiteral("error.log")));
+  return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+}  // namespace
+
+#if defined(__x86_64__) || defined(__i386__)
+TEST(FatalSignalsDeathTest, DivideByZeroWritesTheReportAndEnds) {
+  QTemporaryDir dir;
+  globals().Datapath = dir.path();
+  globals().Errcount = 4;
+  setFailureCommandLine(QStringLiteral("\"/srv\""));
+  EXPECT_EXIT(
+      {
+        installFatalSignalHandlers();
+        divideByZero();
+      },
+      testing::KilledBySignal(SIGFPE), "fatal signal SIGFPE \\(EXCEPTION_INT_DIVIDE_BY_ZERO\\)");
+  setFailureCommandLine(QString());
+  globals().Datapath.clear();
+  globals().Errcount = 0;
+
+  const QString log = readLog(dir);
+  ASSERT_FALSE(log.isEmpty());
+  // Log time and report time in the general date form, as the ordinary reports have them.
+  const QString date = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
+  ASSERT_TRUE(log.startsWith(date + QLatin1Char(' '))) << log.toStdString();
+  EXPECT_TRUE(log.contains(QRegularExpression(
+      QStringLiteral("^[^\n]* \\d\\d:\\d\\d:\\d\\d - Time: ") + QRegularExpression::escape(date) +
+      QStringLiteral(" \\d\\d:\\d\\d:\\d\\d\n"))))
+      << log.toStdString();
+  EXPECT_TRUE(log.contains(QStringLiteral(
+      "\nModul: Exception Handler\nFunc: SIGFPE\nLine: 0\n"
+      "Err: -2147220991 - An unhandled error (EXCEPTION_INT_DIVIDE_BY_ZERO) \noccurred at: ")));
+  EXPECT_TRUE(log.contains(QStringLiteral(". NOT ok to continue.\nPath: ")));
+  EXPECT_TRUE(log.contains(QRegularExpression(
+      QStringLiteral("\nPhysicalRAM: [0-9.,]+ Free / [0-9.,]+ Total\nMemLoad: \\d+%\n"))))
+      << log.toStdString();
+  EXPECT_TRUE(log.contains(QStringLiteral("\nCommand: \"/srv\"\nUser: ")));
+  EXPECT_TRUE(log.contains(QStringLiteral("\nErrcount: 5\n")));
+  EXPECT_TRUE(log.contains(QStringLiteral("\nStop:0,0\n")));
+  EXPECT_TRUE(log.endsWith(QStringLiteral("\n\n")));
+  EXPECT_FALSE(log.contains(QChar(1)));
+}
+#endif
+
+TEST(FatalSignalsDeathTest, NullWriteIsAnAccessViolationAtAddressZero) {
+  QTemporaryDir dir;
+  globals().Datapath = dir.path();
+  EXPECT_EXIT(
+      {
+        installFatalSignalHandlers();
+        writeThroughNull();
+      },
+      testing::KilledBySignal(SIGSEGV), "EXCEPTION_ACCESS_VIOLATION");
+  globals().Datapath.clear();
+  EXPECT_TRUE(readLog(dir).contains(
+      QStringLiteral("Err: -2147220991 - An unhandled error (EXCEPTION_ACCESS_VIOLATION) \n"
+                     "occurred at: 0. NOT ok to continue.\n")));
+}
+
+TEST(FatalSignals, SecondInstallationIsRefused) {
+  // In this process the handlers stay off until here; the death tests installed theirs in
+  // children only.
+  EXPECT_TRUE(installFatalSignalHandlers());
+  EXPECT_FALSE(installFatalSignalHandlers());
+}
