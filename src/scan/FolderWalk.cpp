@@ -1,6 +1,8 @@
 #include "scan/FolderWalk.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -92,31 +94,39 @@ bool mountsBelow(const std::string& folder) {
 // change afterwards. Sums are written by the one thread that completes it.
 struct FolderWalk::Dir {
   Dir* parent = nullptr;
-  const char* name = nullptr;
-  uint32_t nameLength = 0;
-  uint32_t position = 0;  // place among the parent's subfolders in the listing
-  uint32_t level = 0;     // 0 for the walked folder
-  int fd = -1;
-  bool keepsFd = false;   // children open themselves relative to fd
-  std::atomic<uint32_t> fdUsers{0};
-  std::atomic<uint32_t> pending{1};  // own listing plus children not yet complete
   Dir** children = nullptr;
-  uint32_t childCount = 0;
+  Arena* arena = nullptr;  // where this folder's subfolder records live (see below)
   uint64_t mountId = 0;
   int64_t ownBytes = 0;
   int64_t ownFiles = 0;
   int64_t size = 0;
   int64_t files = 0;
   int64_t folders = 0;
+  std::atomic<uint32_t> fdUsers{0};
+  std::atomic<uint32_t> pending{1};  // own listing plus children not yet complete
+  int fd = -1;
+  uint32_t position = 0;  // place among the parent's subfolders in the listing
+  uint32_t level = 0;     // 0 for the walked folder
+  uint32_t childCount = 0;
+  uint16_t nameLength = 0;
+  bool keepsFd = false;      // children open themselves relative to fd
   bool junction = false;
   bool omitted = false;      // no row: a left-out junction, or never reached before a stop
   bool dropped = false;      // never reached before a stop
   bool interrupted = false;  // its listing or a listing below it was cut
+
+  // The name is kept right behind the record, NUL-terminated.
+  const char* name() const { return reinterpret_cast<const char*>(this + 1); }
+  std::string_view nameView() const { return {name(), nameLength}; }
 };
 
-// Bump allocator for Dir records, child arrays and names; freed whole after the run.
+// Bump allocator for Dir records and child arrays. Each top-level folder of the walk has one for
+// everything below it, shared by the workers that list its folders and freed as soon as the
+// folder is handed over; so memory follows the folders under way, not the whole tree.
 class FolderWalk::Arena {
  public:
+  // Allocates under the arena's lock; callers take several pieces in one go with `hold`.
+  std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(mutex_); }
   void* allocate(size_t bytes, size_t align) {
     size_t start = (used_ + align - 1) & ~(align - 1);
     if (blocks_.empty() || start + bytes > capacity_) {
@@ -127,24 +137,26 @@ class FolderWalk::Arena {
     used_ = start + bytes;
     return blocks_.back().get() + start;
   }
-  const char* copy(const char* s, size_t n) {
-    auto* p = static_cast<char*>(allocate(n + 1, 1));
-    std::memcpy(p, s, n);
-    p[n] = 0;
-    return p;
+  Dir* newDir(const char* name, size_t length) {
+    auto* d = new (allocate(sizeof(Dir) + length + 1, alignof(Dir))) Dir();
+    auto* n = reinterpret_cast<char*>(d + 1);
+    std::memcpy(n, name, length);
+    n[length] = 0;
+    d->nameLength = static_cast<uint16_t>(length);
+    return d;
   }
 
  private:
-  static constexpr size_t kBlock = 256 * 1024;
+  static constexpr size_t kBlock = 64 * 1024;
+  std::mutex mutex_;
   std::vector<std::unique_ptr<std::byte[]>> blocks_;
   size_t used_ = 0;
   size_t capacity_ = 0;
 };
 
 struct FolderWalk::Worker {
-  Arena arena;
   std::atomic<Dir*> current{nullptr};
-  std::vector<char> buffer = std::vector<char>(kListingBuffer);
+  std::vector<char> buffer;  // allocated when the worker starts
   // Subfolders of the listing under way: offset of the name in `names`, and junction flag.
   std::vector<std::pair<uint32_t, bool>> subdirs;
   std::string names;
@@ -154,14 +166,21 @@ struct FolderWalk::Worker {
 struct FolderWalk::Queue {
   std::vector<Dir*> stack;
   std::condition_variable wake;
+  std::condition_variable finished;
   bool done = false;
 };
 
 int FolderWalk::defaultThreads() {
-  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-  // Waiting on the disk, more threads than cores keep more requests in flight.
-  return static_cast<int>(std::clamp(cores * 2, 4u, 16u));
+  return static_cast<int>(std::max(2u, std::thread::hardware_concurrency()));
 }
+
+namespace {
+int64_t processCpuMicros() {
+  timespec ts;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+  return int64_t{ts.tv_sec} * 1'000'000 + ts.tv_nsec / 1000;
+}
+}  // namespace
 
 FolderWalk::FolderWalk(WalkOptions options, const std::atomic<int>& stopWord)
     : options_(std::move(options)), stop_(stopWord), queue_(std::make_unique<Queue>()) {
@@ -180,7 +199,7 @@ std::string FolderWalk::pathOf(const Dir* d) const {
   std::string path = rootPath_;
   for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
     if (path.empty() || path.back() != '/') path.push_back('/');
-    path.append((*it)->name, (*it)->nameLength);
+    path.append((*it)->name(), (*it)->nameLength);
   }
   return path;
 }
@@ -225,11 +244,15 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   openFds_ = 0;
   queue_ = std::make_unique<Queue>();
 
-  const int threads = options_.threads > 0 ? options_.threads : defaultThreads();
+  // One worker per core to begin with. When the workers leave the cores idle while folders are
+  // waiting, they are waiting on the disk: then more of them keep more requests in flight.
+  const bool fixed = options_.threads > 0;
+  const int threads = fixed ? options_.threads : defaultThreads();
+  const int maxThreads = fixed ? threads : std::max(threads, kMaxThreads);
   {
     std::lock_guard lock(lifeMutex_);
     workers_.clear();
-    for (int i = 0; i < threads; ++i) workers_.push_back(std::make_unique<Worker>());
+    for (int i = 0; i < maxThreads; ++i) workers_.push_back(std::make_unique<Worker>());
   }
 
   rootFd_ = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -241,7 +264,8 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   checkMounts_ = mountsBelow(folder);
 
   Worker& first = *workers_[0];
-  root_ = new (first.arena.allocate(sizeof(Dir), alignof(Dir))) Dir();
+  rootArena_ = std::make_unique<Arena>();
+  root_ = rootArena_->newDir("", 0);
   root_->mountId = checkMounts_ ? mountIdOf(rootFd_) : 0;
   const int fd = ::dup(rootFd_);
   if (fd >= 0) {
@@ -254,16 +278,40 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   }
 
   std::vector<std::thread> pool;
-  for (int i = 1; i < threads; ++i) pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
-  workerLoop(first);
+  for (int i = 0; i < threads; ++i) pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
+  const double cores = std::max(1u, std::thread::hardware_concurrency());
+  int64_t cpu = processCpuMicros();
+  auto at = std::chrono::steady_clock::now();
+  std::unique_lock lock(queueMutex_);
+  while (!queue_->done) {
+    queue_->finished.wait_for(lock, std::chrono::milliseconds(20));
+    if (queue_->done || static_cast<int>(pool.size()) >= maxThreads) continue;
+    const auto now = std::chrono::steady_clock::now();
+    const int64_t nowCpu = processCpuMicros();
+    const double wall = std::chrono::duration<double, std::micro>(now - at).count();
+    const bool waiting = queue_->stack.size() > pool.size();
+    if (waiting && nowCpu - cpu < 0.5 * cores * wall) {
+      lock.unlock();
+      for (int k = 0; k < 2 && static_cast<int>(pool.size()) < maxThreads; ++k) {
+        const int i = static_cast<int>(pool.size());
+        pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
+      }
+      lock.lock();
+    }
+    cpu = nowCpu;
+    at = now;
+  }
+  lock.unlock();
   for (auto& t : pool) t.join();
 
   ::close(rootFd_);
   rootFd_ = -1;
   {
     std::lock_guard lock(lifeMutex_);
-    workers_.clear();  // frees every record
+    workers_.clear();
+    for (uint32_t i = 0; i < root_->childCount; ++i) delete root_->children[i]->arena;
     root_ = nullptr;
+    rootArena_.reset();  // frees every record left
   }
   sink_ = nullptr;
   return outcome_;
@@ -314,7 +362,7 @@ int FolderWalk::openDir(Dir* d) {
   Dir* p = d->parent;
   int fd;
   if (p->keepsFd) {
-    fd = ::openat(p->fd, d->name, kDirFlags);
+    fd = ::openat(p->fd, d->name(), kDirFlags);
     releaseParentFd(d);
   } else {
     fd = openFromRoot(d);
@@ -329,7 +377,7 @@ int FolderWalk::openFromRoot(Dir* d) {
   for (const Dir* p = d; p->parent; p = p->parent) chain.push_back(p);
   int fd = ::dup(rootFd_);
   for (auto it = chain.rbegin(); it != chain.rend() && fd >= 0; ++it) {
-    const int next = ::openat(fd, (*it)->name, kDirFlags);
+    const int next = ::openat(fd, (*it)->name(), kDirFlags);
     ::close(fd);
     fd = next;
   }
@@ -342,6 +390,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
                     : STATX_SIZE;
   const int64_t feedMinimum = options_.feed ? options_.feed->minimumSize() : INT64_MAX;
   std::string folderPath;  // built only when a file is offered
+  if (w.buffer.empty()) w.buffer.resize(kListingBuffer);
   w.subdirs.clear();
   w.names.clear();
   bool failed = false;
@@ -405,24 +454,29 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     if (failed) break;
   }
 
-  // Make the children. Jobs go on the stack; junctions are finished on the spot.
+  // Make the children. Jobs go on the stack; junctions are finished on the spot. The folders
+  // right below the walked one live in its arena and each opens an arena of its own.
   const auto count = static_cast<uint32_t>(w.subdirs.size());
   d->childCount = count;
-  if (count) d->children = static_cast<Dir**>(w.arena.allocate(sizeof(Dir*) * count, alignof(Dir*)));
   w.jobs.clear();
-  for (uint32_t i = 0; i < count; ++i) {
-    Dir* c = new (w.arena.allocate(sizeof(Dir), alignof(Dir))) Dir();
-    const char* nm = w.names.data() + w.subdirs[i].first;
-    const size_t len = std::strlen(nm);
-    c->parent = d;
-    c->name = w.arena.copy(nm, len);
-    c->nameLength = static_cast<uint32_t>(len);
-    c->position = i;
-    c->level = d->level + 1;
-    c->junction = w.subdirs[i].second;
-    d->children[i] = c;
-    if (!c->junction) w.jobs.push_back(c);
+  Arena& arena = d == root_ ? *rootArena_ : *d->arena;
+  {
+    auto lock = arena.hold();
+    if (count) d->children = static_cast<Dir**>(arena.allocate(sizeof(Dir*) * count, alignof(Dir*)));
+    for (uint32_t i = 0; i < count; ++i) {
+      const char* nm = w.names.data() + w.subdirs[i].first;
+      Dir* c = arena.newDir(nm, std::strlen(nm));
+      c->parent = d;
+      c->position = i;
+      c->level = d->level + 1;
+      c->junction = w.subdirs[i].second;
+      c->arena = d->arena;
+      d->children[i] = c;
+      if (!c->junction) w.jobs.push_back(c);
+    }
   }
+  if (d == root_)
+    for (Dir* c : w.jobs) c->arena = new Arena();
   const auto jobs = static_cast<uint32_t>(w.jobs.size());
   if (jobs && openFds_.load(std::memory_order_relaxed) < fdBudget_) {
     d->keepsFd = true;
@@ -454,7 +508,7 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       if (c->omitted) continue;
       if (!checkedAdd(d->size, c->size) || !checkedAdd(d->files, c->files) ||
           !checkedAdd(d->folders, 1 + c->folders) || d->folders > INT32_MAX) {
-        fail(d, std::string_view(c->name, c->nameLength), "Überlauf der Summe");
+        fail(d, c->nameView(), "Überlauf der Summe");
         d->interrupted = true;
         break;
       }
@@ -469,9 +523,16 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       std::lock_guard lock(queueMutex_);
       queue_->done = true;
       queue_->wake.notify_all();
+      queue_->finished.notify_all();
       return;
     }
-    if (d->level == 1) handOver(d);
+    if (d->level == 1) {
+      handOver(d);
+      // Nothing below this folder is looked at again: its records can go.
+      std::lock_guard lock(lifeMutex_);
+      delete d->arena;
+      d->arena = nullptr;
+    }
     Dir* p = d->parent;
     if (p->pending.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
     d = p;
@@ -495,7 +556,7 @@ void FolderWalk::handOver(Dir* top) {
     branch.setFolders(node, static_cast<int32_t>(d->folders));
   };
   const uint32_t topNode = branch.addChild(
-      kSuperRoot, std::string_view(top->name, top->nameLength), ReportTree::IsFolder | fade);
+      kSuperRoot, top->nameView(), ReportTree::IsFolder | fade);
   fill(topNode, top);
   std::vector<std::pair<const Dir*, uint32_t>> stack{{top, topNode}};
   while (!stack.empty()) {
@@ -506,7 +567,7 @@ void FolderWalk::handOver(Dir* top) {
       const Dir* c = d->children[i];
       if (c->omitted) continue;
       const uint32_t child =
-          branch.addChild(node, std::string_view(c->name, c->nameLength), ReportTree::IsFolder | fade);
+          branch.addChild(node, c->nameView(), ReportTree::IsFolder | fade);
       fill(child, c);
       ++rows;
       if (c->childCount) stack.emplace_back(c, child);

@@ -73,7 +73,7 @@ class WalkSink {
 };
 
 struct WalkOptions {
-  int threads = 0;  // 0: the default for this machine
+  int threads = 0;  // 0: one per core, more while the disk keeps them waiting
   bool noHardlinks = false;
   bool folderColorFade = false;
   std::string filesLabel = "Dateien";
@@ -92,6 +92,7 @@ struct WalkOutcome {
 class FolderWalk {
  public:
   static constexpr int kStop = 3;
+  static constexpr int kMaxThreads = 16;
 
   // stopWord is read by the workers; the value kStop ends the walk.
   FolderWalk(WalkOptions options, const std::atomic<int>& stopWord);
@@ -147,6 +148,7 @@ class FolderWalk {
   mutable std::mutex lifeMutex_;  // guards the workers' records against currentFolder()
   std::vector<std::unique_ptr<Worker>> workers_;
   Dir* root_ = nullptr;
+  std::unique_ptr<Arena> rootArena_;
   WalkOutcome outcome_;
 };
 
