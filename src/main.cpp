@@ -7,16 +7,24 @@
 #include <QTimer>
 #include <cstdio>
 #include <cstring>
+#include <malloc.h>
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
+#include "failure/FailureReport.h"
+#include "failure/FatalSignals.h"
+#include "failure/frmFehler.h"
+#include "lang/TL.h"
 #include "ui/MainWindow.h"
 
 using namespace ql;
 
 int main(int argc, char** argv) {
+  // The walk's threads allocate little and briefly: a pool of their own for each would only
+  // strand memory.
+  mallopt(M_ARENA_MAX, 2);
   globals().StartTime = QDateTime::currentDateTime();
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--help") == 0) {
@@ -41,15 +49,26 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (commandLine == "-RESTART") restartWait();
+  setFailureCommandLine(QString::fromLocal8Bit(commandLine.c_str()));
+
+  // The frame: data folder and settings, then the language, before anything shows a text.
+  auto initFrame = [&commandLine] {
+    InitMain(QCoreApplication::applicationDirPath());
+    installFatalSignalHandlers();
+    Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
+                 QString::fromLocal8Bit(commandLine.c_str()));
+    Init_Textbausteine();
+  };
 
   if (silent) {
     QCoreApplication app(argc, argv);
-    InitMain(QCoreApplication::applicationDirPath());
+    initFrame();
     return runSilent(commandLine);
   }
 
   QApplication app(argc, argv);
-  InitMain(QCoreApplication::applicationDirPath());
+  initFrame();
+  installFailureDialog();
   MainWindow window;
   window.show();
   // The command line is read once the window is on the screen.

@@ -2,7 +2,8 @@
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
-#include "app/Profile.h"
+#include "app/Settings.h"
+#include "lang/TL.h"
 #include "failure/FailureReport.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
@@ -10,24 +11,14 @@
 
 namespace ql {
 
-namespace {
-int readSmall(const char* section, const char* key, int deflt) {
-  bool ok = false;
-  const int v = ProfileGetItem(QLatin1String(section), QLatin1String(key), QString::number(deflt),
-                               globals().IniFile)
-                    .toInt(&ok);
-  return ok ? v : deflt;
-}
-}  // namespace
-
 int runSilent(const std::string& commandLine) {
   Globals& g = globals();
   g.SilentMode = true;
-  const int unit = readSmall("Optionen", "FileSizeFormat", 0);
-  const int decimals = readSmall("Optionen", "SizeFormatNachkommastellenFolders", 1);
+  // The same options the window would load; a damaged value is reported and the rest stays 0.
+  MainOptions o;
+  OptionenLadenMain(o);
   ScanDriver::Settings settings;
-  settings.noHardlinks = readSmall("Optionen", "NoHardlinks", 0) != 0;
-  g.Lang = readSmall("Allgemein", "Lang", 0);
+  settings.noHardlinks = o.NoHardlinks != 0;
 
   SilentJob job;
   KZGetFoldersFromCommand(commandLine, job);
@@ -42,10 +33,17 @@ int runSilent(const std::string& commandLine) {
   ReportSaveOptions options;
   options.levels = ReportWriter::levelsFromNumber(job.outputLevels);
   options.levelCount = job.outputLevels;
-  options.unit = unit >= 0 && unit <= 3 ? unit : 0;
-  options.decimals = decimals ? 1 : 0;
+  options.unit = o.FileSizeFormat >= 0 && o.FileSizeFormat <= 3 ? o.FileSizeFormat : 0;
+  options.decimals = o.SizeFormatNachkommastellenFolders ? 1 : 0;
+  if (tree.empty()) {
+    // Nothing to write: say so rather than end quietly without a report.
+    FailureReport(QStringLiteral("Ordnerliste_Abarbeiten"), QStringLiteral("frmMain"), 0,
+                  TL(3990, "Keiner der angegebenen Ordner ist vorhanden."),
+                  {QString::fromStdString(commandLine)});
+    return 1;
+  }
   QString error;
-  if (!tree.empty() && !ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
+  if (!ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
   return failureCount() ? 1 : 0;
 }

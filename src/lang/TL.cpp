@@ -1,14 +1,169 @@
 #include "lang/TL.h"
 
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <cmath>
+
+#include "app/Globals.h"
+#include "app/Profile.h"
+#include "failure/FailureReport.h"
+#include "lang/TextTableReader.h"
+
+// The tables live in a static library: their resources must be registered by name.
+static void registerLanguageResources() { Q_INIT_RESOURCE(quorlane_lang); }
+
 namespace ql {
 
-// Until the text tables are loaded, every text is its German default.
-QString TL(int /*id*/, const QString& deflt, const QStringList& args) {
-  QString text = deflt;
+namespace {
+
+// The longest texts the tables have ever delivered: a lookup by TL, one for a control.
+constexpr qsizetype kTextLimit = 1023;
+constexpr qsizetype kControlTextLimit = 255;
+
+struct LanguageState {
+  int language = 0;
+  bool libraryLoaded = false;
+  QHash<int, QString> library;    // the built-in table of English or Russian
+  bool translationMode = false;
+  QHash<int, QString> textTable;  // the translators' file
+  QString helpFile;
+  QString webHost;
+};
+
+LanguageState& state() {
+  static LanguageState s;
+  return s;
+}
+
+// The built-in table of a language, through the same reader as the translators' file.
+bool loadLibrary(const QString& name) {
+  registerLanguageResources();
+  LanguageState& s = state();
+  s.library.clear();
+  s.libraryLoaded = false;
+  QFile f(QStringLiteral(":/lang/") + name);
+  if (!f.open(QIODevice::ReadOnly)) return false;
+  s.library = readTextTable(f.readAll()).texts;
+  s.libraryLoaded = true;
+  return true;
+}
+
+}  // namespace
+
+QString TL(int id, const QString& deflt, const QStringList& args) {
+  const LanguageState& s = state();
+  QString text;
+  if (s.language != kLangGerman && id >= 1) {
+    if (s.translationMode) {
+      if (!s.textTable.isEmpty()) text = s.textTable.value(id);
+    } else {
+      text = s.library.value(id).left(kTextLimit);
+    }
+  }
+  if (text.isEmpty()) text = deflt;
   text.replace(QLatin1String("%!"), QLatin1String("\n"));
-  for (int i = 0; i < args.size(); ++i)
+  // One round per argument over the growing text: "%2" brought in by the first argument is
+  // replaced by the second.
+  for (qsizetype i = 0; i < args.size(); ++i)
     text.replace(QLatin1Char('%') + QString::number(i + 1), args[i]);
   return text;
 }
+
+int systemLanguage() {
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const QString value = qEnvironmentVariable(name);
+    if (value.isEmpty()) continue;
+    qsizetype end = 0;
+    while (end < value.size() && value[end].isLetter()) ++end;
+    const QString code = value.left(end).toLower();
+    if (code == QLatin1String("de")) return kLangGerman;
+    if (code == QLatin1String("ru")) return kLangRussian;
+    return kLangEnglish;
+  }
+  return kLangEnglish;
+}
+
+void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool saveLanguage,
+                  const QString& commandLine, const QString& programFolder) {
+  LanguageState& s = state();
+  s.translationMode = false;
+  s.textTable.clear();
+  s.library.clear();
+  s.libraryLoaded = false;
+  s.helpFile.clear();
+  const QString folder = !programFolder.isEmpty()     ? programFolder
+                         : QCoreApplication::instance() ? QCoreApplication::applicationDirPath()
+                                                        : QString();
+  const QString iniFile = globals().IniFile;
+
+  const double stored = std::nearbyint(leadingNumber(
+      ProfileGetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), QStringLiteral("0"),
+                     iniFile)));
+  int lang = stored >= -32768 && stored <= 32767 ? static_cast<int>(stored) : kLangEnglish;
+  if (lang == 0) lang = systemLanguage();
+  if (lang != kLangEnglish && lang != kLangGerman && lang != kLangRussian) lang = kLangEnglish;
+
+  if (lang == kLangEnglish) {
+    if (loadLibrary(QStringLiteral("eng.txt")))
+      s.helpFile = folder + QLatin1Char('/') + helpFileName;
+    else
+      lang = kLangGerman;
+  } else if (lang == kLangRussian) {
+    // Without its table Russian falls back to English in name only: every text stays German.
+    if (loadLibrary(QStringLiteral("rus.txt")))
+      s.helpFile = folder + QLatin1Char('/') + helpFileName;
+    else
+      lang = kLangEnglish;
+  }
+  s.language = lang;
+  globals().Lang = lang;
+
+  if (saveLanguage)
+    ProfileSetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), QString::number(lang),
+                   iniFile);
+
+  if (commandLine.contains(QLatin1String("-TLMODUS"))) {
+    s.translationMode = true;
+    LoadTextFromFile(folder + QLatin1Char('/') + textFileName);
+  }
+}
+
+void LoadTextFromFile(const QString& path) {
+  LanguageState& s = state();
+  s.translationMode = false;
+  if (s.language == kLangGerman || !QFileInfo(path).isFile()) return;
+  s.translationMode = true;
+  s.textTable.clear();
+  QFile f(path);
+  if (!f.open(QIODevice::ReadOnly)) {
+    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
+                  f.errorString(), {path});
+    return;
+  }
+  TextTable table = readTextTable(f.readAll());
+  s.textTable = std::move(table.texts);
+  if (!table.error.isEmpty())
+    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
+                  table.error, {path});
+}
+
+QString TranslateControlText(int id, const QString& /*oldText*/) {
+  const LanguageState& s = state();
+  if (!s.translationMode) return s.library.value(id).left(kControlTextLimit);
+  return s.textTable.value(id);
+}
+
+void Init_Textbausteine() {
+  state().webHost = state().language == kLangGerman ? QStringLiteral("https://www.quorlane.de")
+                                                    : QStringLiteral("https://www.quorlane.com");
+}
+
+const QString& webHost() { return state().webHost; }
+int language() { return state().language; }
+bool translationMode() { return state().translationMode; }
+bool textTableEmpty() { return state().textTable.isEmpty(); }
+QString helpFile() { return state().helpFile; }
 
 }  // namespace ql

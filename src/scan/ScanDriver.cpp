@@ -162,9 +162,13 @@ void ScanDriver::readNextAsync() {
     return;
   }
   beginWalk(lastRoot_, scanPath);
+  startWalkThread(scanPath);
+}
+
+void ScanDriver::startWalkThread(const std::string& path) {
   FolderWalk* walk = walk_.get();
-  thread_ = std::thread([this, walk, scanPath] {
-    const WalkOutcome outcome = walk->Report_ScanFolders(scanPath, *this);
+  thread_ = std::thread([this, walk, path] {
+    const WalkOutcome outcome = walk->Report_ScanFolders(path, *this);
     QMetaObject::invokeMethod(this, [this, outcome] { onWalkDone(outcome); }, Qt::QueuedConnection);
   });
 }
@@ -172,6 +176,10 @@ void ScanDriver::readNextAsync() {
 void ScanDriver::onWalkDone(const WalkOutcome& outcome) {
   thread_.join();
   finishSource(outcome);
+  if (rescan_.active) {
+    finishRescan();
+    return;
+  }
   if (StopWord == FolderWalk::kStop) {
     finishAll();
     return;
@@ -187,6 +195,92 @@ void ScanDriver::finishAll() {
   StopWord = 0;
   busy_ = false;
   Q_EMIT finished();
+}
+
+// Adds (or with negative values takes away) sums on a node and every node above it.
+void ScanDriver::addUp(uint32_t from, int64_t size, int64_t files) {
+  for (uint32_t n = from; n != kSuperRoot && n != kNoNode; n = tree_.parent(n))
+    tree_.Report_SetNodeSizeAndFilecount(n, tree_.node(n).size + size, tree_.node(n).files + files);
+}
+
+namespace {
+uint32_t filesRow(const ReportTree& t, uint32_t node) {
+  for (uint32_t c : t.children(node))
+    if (!t.isFolder(c)) return c;
+  return kNoNode;
+}
+}  // namespace
+
+void ScanDriver::Report_Rescan(uint32_t node, bool full, bool wait) {
+  if (busy_ || node == kNoNode || node == kSuperRoot || tree_.hasFlag(node, ReportTree::Dead)) return;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  busy_ = true;
+  async_ = !wait;
+  const auto& n = tree_.node(node);
+  rescan_ = Rescan{true, full, node, n.size, n.files, n.folders};
+
+  if (full) {
+    tree_.clearChildren(node);
+  } else if (const uint32_t files = filesRow(tree_, node); files != kNoNode) {
+    // A leaf keeps its own files in its own sums and has no files row: nothing is taken away
+    // there, and they count twice until the folder above is measured in full.
+    addUp(node, -tree_.node(files).size, -tree_.node(files).files);
+    tree_.removeSubtree(files);
+  }
+  const std::string path = addSlash(tree_.Report_GetFullpathOfNode(node));
+
+  if (!full) {
+    const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(path, StopWord);
+    if (!o.interrupted && o.ownBytes > 0 && o.ownFiles > 0) {
+      const uint32_t files = tree_.addChild(node, TL(3514, "Dateien").toStdString(), 0);
+      tree_.Report_SetNodeSizeAndFilecount(files, o.ownBytes, o.ownFiles);
+    }
+    finishRescan();
+    return;
+  }
+  beginWalk(node, path);
+  if (wait) {
+    const WalkOutcome outcome = walk_->Report_ScanFolders(path, *this);
+    finishSource(outcome);
+    finishRescan();
+  } else {
+    progressTimer_.start();
+    startWalkThread(path);
+  }
+}
+
+void ScanDriver::finishRescan() {
+  const Rescan r = rescan_;
+  rescan_ = Rescan{};
+  if (!r.full) {
+    if (const uint32_t files = filesRow(tree_, r.node); files != kNoNode)
+      addUp(r.node, tree_.node(files).size, tree_.node(files).files);
+  } else if (!tree_.isRoot(r.node)) {
+    // The folder itself was set from the walk; what lies above moves by the difference.
+    const auto& n = tree_.node(r.node);
+    const int64_t dSize = n.size - r.oldSize, dFiles = n.files - r.oldFiles;
+    const int64_t dFolders = n.folders - r.oldFolders;
+    for (uint32_t p = tree_.parent(r.node); p != kSuperRoot; p = tree_.parent(p)) {
+      tree_.Report_SetNodeSizeAndFilecount(p, tree_.node(p).size + dSize, tree_.node(p).files + dFiles);
+      tree_.setFolders(p, static_cast<int32_t>(tree_.node(p).folders + dFolders));
+    }
+  }
+  for (uint32_t n = r.node; n != kSuperRoot; n = tree_.parent(n)) tree_.Report_ChangePercentValue(n);
+  progressTimer_.stop();
+  tree_.Report_Sort();
+  busy_ = false;
+  Q_EMIT rescanFinished(r.node);
+  // Sources handed over meanwhile are read now.
+  if (!queue_.empty()) {
+    if (async_) start(); else runToEnd();
+  }
+  StopWord = 0;
+}
+
+void ScanDriver::Report_RemoveFolders(uint32_t node) {
+  if (busy_ || node == kNoNode || node == kSuperRoot || tree_.hasFlag(node, ReportTree::Dead)) return;
+  while (!tree_.isRoot(node)) node = tree_.parent(node);
+  tree_.removeSubtree(node);
 }
 
 }  // namespace ql

@@ -46,6 +46,14 @@ class ScanDriver : public QObject, private WalkSink {
   // The same, on the calling thread, returning when all is read (the silent run).
   void runToEnd();
 
+  // Measures one folder of the tree again and corrects the sums above it by the difference.
+  // `full` replaces the folder's whole subtree; otherwise only its own files are read again and
+  // its subfolder rows stay. A files row stands for its folder. Returns at once unless `wait`;
+  // rescanFinished() follows. Sources queued meanwhile are read afterwards.
+  void Report_Rescan(uint32_t node, bool full, bool wait = false);
+  // Takes the whole source of a node out of the report.
+  void Report_RemoveFolders(uint32_t node);
+
   // The sums of the source read last.
   const ScanResult& totalResult() const { return total_; }
   uint32_t lastRoot() const { return lastRoot_; }
@@ -58,6 +66,7 @@ class ScanDriver : public QObject, private WalkSink {
   void sourceFinished(uint32_t root);
   void progress(const QString& folder);
   void finished();
+  void rescanFinished(uint32_t node);
 
  private:
   struct Pending {
@@ -76,6 +85,16 @@ class ScanDriver : public QObject, private WalkSink {
   void onWalkDone(const WalkOutcome& outcome);
   void readNextAsync();
   void finishAll();
+  void finishRescan();
+  void addUp(uint32_t from, int64_t size, int64_t files);
+  void startWalkThread(const std::string& path);
+
+  struct Rescan {
+    bool active = false;
+    bool full = false;
+    uint32_t node = kNoNode;
+    int64_t oldSize = 0, oldFiles = 0, oldFolders = 0;
+  } rescan_;
   std::unique_ptr<FolderWalk> makeWalk();
 
   ReportTree& tree_;

@@ -16,11 +16,13 @@ struct Outcome {
   QString out, err;
 };
 
-Outcome quorlane(const QStringList& args, const QString& config) {
+// Runs the program with its own settings folder, in a German environment unless told otherwise.
+Outcome quorlane(const QStringList& args, const QString& config, const QString& lang = "de_DE.UTF-8") {
   ensureApp();
   QProcess p;
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert("XDG_CONFIG_HOME", config);
+  env.insert("LC_ALL", lang);
   p.setProcessEnvironment(env);
   p.start(qEnvironmentVariable("QUORLANE_BIN"), args);
   EXPECT_TRUE(p.waitForFinished(60000));
@@ -81,6 +83,23 @@ TEST_F(SilentRun, ReadsUnitDecimalsAndLinksFromTheSettings) {
   EXPECT_FALSE(txt.contains("link"));
 }
 
+TEST_F(SilentRun, HeadingsComeInTheChosenLanguage) {
+  const QString out = work.filePath("r.csv");
+  // No language chosen yet: the environment's, which is then kept in the settings.
+  ASSERT_EQ(quorlane({"-s", out, q(b.path())}, work.path(), "ru_RU.UTF-8").status, 0);
+  EXPECT_TRUE(read(out).startsWith("\"Путь\";")) << read(out).toStdString();
+  EXPECT_TRUE(read(work.filePath("Quorlane/Quorlane.ini")).contains("Lang=25"));
+  // A language in the settings wins over the environment.
+  QFile ini(work.filePath("Quorlane/Quorlane.ini"));
+  ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+  ini.write("[Allgemein]\nLang=9\n");
+  ini.close();
+  ASSERT_EQ(quorlane({"-s", out, q(a.path())}, work.path()).status, 0);
+  const QByteArray csv = read(out);
+  EXPECT_TRUE(csv.startsWith("\"Path\";\"Size (Bytes)\";\"Files\";\"Folders\"\r\n")) << csv.toStdString();
+  EXPECT_TRUE(csv.contains("/[Files]\";\"1024\";1;0\r\n")) << csv.toStdString();
+}
+
 TEST_F(SilentRun, AFailureGoesToStandardErrorAndTheLogAndEndsNonZero) {
   const Outcome r = quorlane({"-s", work.filePath("no/such/dir/r.csv"), q(a.path())}, work.path());
   EXPECT_EQ(r.status, 1);
@@ -92,6 +111,11 @@ TEST_F(SilentRun, AFailureGoesToStandardErrorAndTheLogAndEndsNonZero) {
 TEST_F(SilentRun, NoJobMeansNothingWritten) {
   const QString out = work.filePath("only.csv");
   EXPECT_EQ(quorlane({"-s2", out}, work.path()).status, 0);
+  EXPECT_FALSE(QFile::exists(out));
+  // Sources that all do not exist: a clear word and a failed run, not a silent nothing.
+  const Outcome none = quorlane({"-s", out, q(a / "gone")}, work.path());
+  EXPECT_EQ(none.status, 1);
+  EXPECT_TRUE(none.err.contains("Keiner der angegebenen Ordner")) << none.err.toStdString();
   EXPECT_FALSE(QFile::exists(out));
   const Outcome help = quorlane({"--help"}, work.path());
   EXPECT_EQ(help.status, 0);

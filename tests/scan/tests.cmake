@@ -1,1 +1,2 @@
 ql_test(test_folder_walk quorlane_core ${CMAKE_CURRENT_LIST_DIR}/FolderWalkTest.cpp)
+ql_test(test_rescan quorlane_core ${CMAKE_CURRENT_LIST_DIR}/RescanTest.cpp)

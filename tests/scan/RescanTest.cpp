@@ -1,0 +1,120 @@
+// Measuring one folder again: both strengths, the corrections above it, and removing a source.
+
+#include "TestFs.h"
+#include "app/Globals.h"
+
+namespace ql::test {
+namespace {
+
+uint32_t child(const ReportTree& t, uint32_t n, const std::string& name) {
+  for (uint32_t c : t.children(n))
+    if (t.text(c) == name) return c;
+  return kNoNode;
+}
+
+// /src: a (a/x 100, a/deep/y 10), b (b/z 5), own file 1.
+struct Fixture {
+  TempDir d;
+  Walked w;
+  ScanDriver* driver = nullptr;
+  Fixture() {
+    makeDir(d / "a");
+    makeDir(d / "a/deep");
+    makeFile(d / "a/x", 100);
+    makeFile(d / "a/deep/y", 10);
+    makeDir(d / "b");
+    makeFile(d / "b/z", 5);
+    makeFile(d / "own", 1);
+    ensureApp();
+    driver = new ScanDriver(w.tree);
+    driver->sourceQueue().push_back(d.path());
+    driver->runToEnd();
+    w.root = driver->lastRoot();
+  }
+  ~Fixture() { delete driver; }
+  uint32_t a() const { return child(w.tree, w.root, "a"); }
+  const ReportTree::Node& node(uint32_t n) const { return w.tree.node(n); }
+};
+
+TEST(Rescan, FullRescanMovesEverySumAboveByTheDifference) {
+  Fixture f;
+  const uint32_t a = f.a();
+  ASSERT_EQ(f.node(f.w.root).size, 116);
+  makeFile(f.d / "a/deep/new", 1000);
+  makeDir(f.d / "a/more");
+  f.driver->Report_Rescan(child(f.w.tree, a, "deep"), true, true);
+  EXPECT_EQ(f.node(f.w.root).size, 1116);
+  EXPECT_EQ(f.node(f.w.root).files, 5);
+  EXPECT_EQ(f.node(a).size, 1110);
+  EXPECT_EQ(f.node(a).folders, 1);  // "more" is not seen: only "deep" was measured again
+  // Percentages are new on the way up, and the order follows the new sizes.
+  EXPECT_EQ(f.w.tree.children(a)[0], child(f.w.tree, a, "deep"));
+  EXPECT_NEAR(f.node(a).percent, 1110 * 100.0 / 1116, 1e-9);
+  EXPECT_EQ(StopWord.load(), 0);
+  EXPECT_FALSE(f.driver->busy());
+
+  // Now the whole source, from its files row: the row stands for its folder.
+  f.driver->Report_Rescan(child(f.w.tree, f.w.root, "Dateien"), true, true);
+  EXPECT_EQ(f.node(f.w.root).folders, 4);
+  EXPECT_EQ(f.node(f.w.root).percent, 100);
+}
+
+TEST(Rescan, FilesOnlyKeepsSubfolderRowsAndCorrectsUpward) {
+  Fixture f;
+  const uint32_t a = f.a();
+  const uint32_t deep = child(f.w.tree, a, "deep");
+  makeFile(f.d / "a/x2", 50);
+  f.driver->Report_Rescan(a, false, true);
+  EXPECT_EQ(child(f.w.tree, a, "deep"), deep);  // the same row, untouched
+  EXPECT_EQ(f.node(child(f.w.tree, a, "Dateien")).size, 150);
+  EXPECT_EQ(f.node(a).size, 160);
+  EXPECT_EQ(f.node(f.w.root).size, 166);
+  EXPECT_EQ(f.node(f.w.root).files, 5);
+
+  // No files left: the row goes and the sums fall by what it held.
+  ASSERT_EQ(::unlink((f.d / "a/x").c_str()), 0);
+  ASSERT_EQ(::unlink((f.d / "a/x2").c_str()), 0);
+  f.driver->Report_Rescan(a, false, true);
+  EXPECT_EQ(child(f.w.tree, a, "Dateien"), kNoNode);
+  EXPECT_EQ(f.node(a).size, 10);
+  EXPECT_EQ(f.node(f.w.root).size, 16);
+}
+
+TEST(Rescan, FilesOnlyOfALeafCountsItsFilesTwiceUntilTheParentIsRead) {
+  Fixture f;
+  const uint32_t b = child(f.w.tree, f.w.root, "b");
+  f.driver->Report_Rescan(b, false, true);
+  EXPECT_EQ(f.node(child(f.w.tree, b, "Dateien")).size, 5);
+  EXPECT_EQ(f.node(b).size, 10);
+  EXPECT_EQ(f.node(f.w.root).size, 121);
+  f.driver->Report_Rescan(f.w.root, true, true);
+  EXPECT_EQ(f.node(f.w.root).size, 116);
+  EXPECT_TRUE(f.w.tree.children(child(f.w.tree, f.w.root, "b")).empty());
+}
+
+TEST(Rescan, AVanishedFolderBecomesAnEmptyRow) {
+  Fixture f;
+  ASSERT_EQ(std::system(("rm -rf '" + f.d / "a" + "'").c_str()), 0);
+  const uint32_t a = f.a();
+  f.driver->Report_Rescan(a, true, true);
+  EXPECT_EQ(f.node(a).size, 0);
+  EXPECT_TRUE(f.w.tree.children(a).empty());
+  EXPECT_EQ(f.node(f.w.root).size, 6);
+  EXPECT_EQ(f.node(f.w.root).folders, 1 + 0 + 1);  // a stays as a row, deep is gone
+}
+
+TEST(Rescan, RemovingTakesTheWholeSource) {
+  Fixture f;
+  f.driver->sourceQueue().push_back(f.d / "b");
+  f.driver->runToEnd();
+  ASSERT_EQ(f.w.tree.roots().size(), 2u);
+  f.driver->Report_RemoveFolders(child(f.w.tree, f.a(), "deep"));
+  ASSERT_EQ(f.w.tree.roots().size(), 1u);
+  EXPECT_EQ(f.w.tree.text(f.w.tree.roots()[0]), f.d / "b");
+  f.driver->Report_RemoveFolders(f.w.tree.roots()[0]);
+  EXPECT_TRUE(f.w.tree.empty());
+  EXPECT_EQ(f.w.tree.deepestLevel(), 0u);
+}
+
+}  // namespace
+}  // namespace ql::test
