@@ -31,11 +31,13 @@ namespace ql {
 
 namespace {
 
-QPushButton* makeButton(QWidget* parent, const char* name, const QString& caption, int helpId) {
+// The German caption stands in the code; the tag names the caption's and the help text's ids,
+// which TranslateControls replaces in other languages.
+QPushButton* makeButton(QWidget* parent, const char* name, int captionId, const QString& caption,
+                        int helpId) {
   auto* b = new QPushButton(caption, parent);
   b->setObjectName(QLatin1String(name));
-  // No caption id: the tag names only the tool tip.
-  b->setProperty("tag", QStringLiteral("-T%1").arg(helpId));
+  b->setProperty("tag", QStringLiteral("%1T%2").arg(captionId).arg(helpId));
   return b;
 }
 
@@ -61,11 +63,11 @@ frmFehler::frmFehler(QWidget* parent) : QDialog(parent) {
   txtHelp->setReadOnly(true);
   txtHelp->setFocusPolicy(Qt::NoFocus);
 
-  cmdEmail = makeButton(this, "cmdEmail", QStringLiteral("&Email"), 449);
-  cmdDrucken = makeButton(this, "cmdDrucken", QStringLiteral("&Drucken"), 448);
-  cmdSpeichern = makeButton(this, "cmdSpeichern", QStringLiteral("&Speichern"), 3007);
-  cmdWeiter = makeButton(this, "cmdWeiter", QStringLiteral("&Weiter"), 450);
-  cmdBeenden = makeButton(this, "cmdBeenden", QStringLiteral("&Beenden"), 451);
+  cmdEmail = makeButton(this, "cmdEmail", 441, QStringLiteral("&Email"), 449);
+  cmdDrucken = makeButton(this, "cmdDrucken", 442, QStringLiteral("&Drucken"), 448);
+  cmdSpeichern = makeButton(this, "cmdSpeichern", 2771, QStringLiteral("&Speichern"), 3007);
+  cmdWeiter = makeButton(this, "cmdWeiter", 443, QStringLiteral("&Weiter"), 450);
+  cmdBeenden = makeButton(this, "cmdBeenden", 444, QStringLiteral("&Beenden"), 451);
   cmdWeiter->setDefault(true);
 
   auto* buttons = new QHBoxLayout;

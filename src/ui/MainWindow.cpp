@@ -7,30 +7,23 @@
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
-#include "app/Profile.h"
+#include "app/Settings.h"
 #include "app/Startup.h"
 #include "lang/TL.h"
 
 namespace ql {
 
-namespace {
-int readOption(const char* key, int deflt) {
-  bool ok = false;
-  const int v = ProfileGetItem(QStringLiteral("Optionen"), QLatin1String(key), QString::number(deflt),
-                               globals().IniFile)
-                    .toInt(&ok);
-  return ok ? v : deflt;
-}
-}  // namespace
-
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   setWindowTitle(QStringLiteral("Quorlane ") + globals().AppVersion);
+  // Options first: a damaged value is reported, and what stands behind it stays 0.
+  MainOptions options;
+  OptionenLadenMain(options);
   model_ = std::make_unique<ReportModel>(tree_);
-  model_->setSizeFormat(readOption("FileSizeFormat", 0), readOption("SizeFormatNachkommastellenFolders", 1));
+  model_->setSizeFormat(options.FileSizeFormat, options.SizeFormatNachkommastellenFolders);
   driver_ = std::make_unique<ScanDriver>(tree_);
   ScanDriver::Settings s;
-  s.noHardlinks = readOption("NoHardlinks", 0) != 0;
-  s.folderColorFade = readOption("FolderColorFade", 0) == 1;
+  s.noHardlinks = options.NoHardlinks != 0;
+  s.folderColorFade = options.FolderColorFade == 1;
   driver_->setSettings(s);
 
   view_ = new QTreeView(this);

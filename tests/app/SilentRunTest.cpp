@@ -24,7 +24,7 @@ Outcome quorlane(const QStringList& args, const QString& config, const QString& 
   env.insert("XDG_CONFIG_HOME", config);
   env.insert("LC_ALL", lang);
   p.setProcessEnvironment(env);
-  p.start(qEnvironmentVariable("QUORLANE_BIN"), args);
+  p.start(QStringLiteral(QUORLANE_BIN_PATH), args);
   EXPECT_TRUE(p.waitForFinished(60000));
   return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
           QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
@@ -38,7 +38,6 @@ QByteArray read(const QString& file) {
 class SilentRun : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(qEnvironmentVariable("QUORLANE_BIN").isEmpty());
     makeDir(a / "sub");
     makeFile(a / "sub/f", 2048);
     makeFile(a / "own", 1024);
