@@ -1,6 +1,7 @@
 list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReportTree.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SizeFormat.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ReportCommands.cpp
 )
 list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReportModel.cpp

@@ -10,6 +10,7 @@
 #include "app/Settings.h"
 #include "app/Startup.h"
 #include "lang/TL.h"
+#include "report/ReportCommands.h"
 
 namespace ql {
 
@@ -43,6 +44,12 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   status_->setText(TL(3525, "OK."));
   resize(900, 600);
 
+  // A click on a column title sorts. (The header reports no click when a drag of a column
+  // border ends over a title, so that release never sorts.)
+  QHeaderView* header = view_->header();
+  header->setSectionsClickable(true);
+  connect(header, &QHeaderView::sectionClicked, this, &MainWindow::onColumnTitleClick);
+
   connect(driver_.get(), &ScanDriver::sourceStarted, this, &MainWindow::onSourceStarted);
   connect(driver_.get(), &ScanDriver::progress, status_, &QLabel::setText);
   connect(driver_.get(), &ScanDriver::finished, this, &MainWindow::onFinished);
@@ -59,6 +66,14 @@ void MainWindow::readCommandLine(const std::string& commandLine) {
   GetFoldersFromCommand(commandLine, driver_->sourceQueue());
   if (driver_->sourceQueue().empty()) return;
   driver_->start();
+}
+
+void MainWindow::onColumnTitleClick(int section) {
+  if (tree_.empty() || driver_->busy()) return;
+  Report_SortByColumnTitle(tree_, section + 1);
+  const QModelIndex first = model_->index(0, 0);
+  view_->setCurrentIndex(first);
+  view_->scrollToTop();
 }
 
 void MainWindow::onSourceStarted(uint32_t root) {

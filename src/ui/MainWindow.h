@@ -35,6 +35,7 @@ class MainWindow : public QMainWindow {
 
  private:
   void onSourceStarted(uint32_t root);
+  void onColumnTitleClick(int section);
   void onFinished();
 
   ReportTree tree_;

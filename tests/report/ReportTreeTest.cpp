@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "report/ReportCommands.h"
 #include "report/ReportTree.h"
 
 namespace ql {
@@ -126,6 +127,49 @@ TEST(ReportTree, TextsCanBeRenamedLongerAndShorter) {
   EXPECT_EQ(t.text(b), "def");
   t.setText(a, "z");
   EXPECT_EQ(t.text(a), "z");
+}
+
+}  // namespace
+}  // namespace ql
+
+namespace ql {
+namespace {
+
+TEST(ReportCommands, TitleClicksFollowTheKeyMapAndTurnEachLevelOver) {
+  ReportTree t;
+  const uint32_t r = t.addRoot("/r");
+  struct Row {
+    const char* name;
+    int64_t size, files;
+    int32_t folders;
+  } rows[] = {{"b", 30, 1, 7}, {"C", 10, 3, 5}, {"a", 20, 2, 6}};
+  for (const auto& row : rows) {
+    const uint32_t c = t.addChild(r, row.name, ReportTree::IsFolder);
+    t.Report_SetNodeSizeAndFilecount(c, row.size, row.files);
+    t.setFolders(c, row.folders);
+  }
+  // Fresh levels sort largest first, so the first click gives smallest first.
+  Report_SortByColumnTitle(t, 2);
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"C", "a", "b"}));
+  Report_SortByColumnTitle(t, 2);
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
+  Report_SortByColumnTitle(t, 3);  // the percent title sorts by file count
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
+  Report_SortByColumnTitle(t, 4);  // the file-count title sorts by folder count
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
+  Report_SortByColumnTitle(t, 1);  // by name without regard to case
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"a", "b", "C"}));
+  // A level made after an odd number of clicks starts from its own default, largest first,
+  // so the next click turns it the other way than the levels above it.
+  const uint32_t deep = t.addChild(t.children(r)[0], "x", ReportTree::IsFolder);
+  t.addChild(deep, "y1", ReportTree::IsFolder);
+  t.addChild(deep, "y2", ReportTree::IsFolder);
+  Report_SortByColumnTitle(t, 5);  // the folder-count title: by the bytes of the name
+  EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
+  EXPECT_EQ(t.sorter(1).kind, 0);
+  EXPECT_EQ(t.sorter(1).direction, 1);
+  EXPECT_EQ(t.sorter(3).direction, 0);
+  EXPECT_EQ(names(t, deep), (std::vector<std::string>{"y1", "y2"}));
 }
 
 }  // namespace

@@ -1,0 +1,1 @@
+ql_test(test_main_window quorlane_gui ${CMAKE_CURRENT_LIST_DIR}/MainWindowTest.cpp)
