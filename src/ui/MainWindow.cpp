@@ -1,101 +1,515 @@
 #include "ui/MainWindow.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
+#include <QFileDialog>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLocalServer>
+#include <QMessageBox>
+#include <QProcess>
 #include <QStatusBar>
+#include <QUrl>
+#include <QVBoxLayout>
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
-#include "app/Settings.h"
 #include "app/Startup.h"
+#include "failure/FailureReport.h"
 #include "lang/TL.h"
+#include "output/ReportWriter.h"
 #include "report/ReportCommands.h"
+#include "scan/FsPath.h"
 
 namespace ql {
 
+namespace {
+// The list commands of the main bar: report, drive table, file list, largest files.
+constexpr int kListIds[] = {33, 21, 306, 307};
+
+QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
+std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+}  // namespace
+
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
+  setObjectName(QStringLiteral("frmMain"));
   setWindowTitle(QStringLiteral("Quorlane ") + globals().AppVersion);
+
   // Options first: a damaged value is reported, and what stands behind it stays 0.
   MainOptions options;
   OptionenLadenMain(options);
+  decimals_ = options.SizeFormatNachkommastellenFolders ? 1 : 0;
   model_ = std::make_unique<ReportModel>(tree_);
-  model_->setSizeFormat(options.FileSizeFormat, options.SizeFormatNachkommastellenFolders);
+  model_->setSizeFormat(options.FileSizeFormat, decimals_);
   driver_ = std::make_unique<ScanDriver>(tree_);
   ScanDriver::Settings s;
   s.noHardlinks = options.NoHardlinks != 0;
   s.folderColorFade = options.FolderColorFade == 1;
   driver_->setSettings(s);
 
-  view_ = new QTreeView(this);
+  buildMainBar(options);
+
+  // The report pane: its title, its command bar and the tree.
+  auto* report = new QWidget(this);
+  report->setObjectName(QStringLiteral("picReport"));
+  auto* layout = new QVBoxLayout(report);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  auto* title = new QLabel(TL(3640, "Ordner").toUpper(), report);
+  title->setObjectName(QStringLiteral("lblReportTitle"));
+  title->setContentsMargins(6, 3, 6, 3);
+  QFont bold = title->font();
+  bold.setBold(true);
+  title->setFont(bold);
+  layout->addWidget(title);
+  buildReportBar(options);
+  layout->addWidget(cbrReport_);
+
+  view_ = new QTreeView(report);
   view_->setObjectName(QStringLiteral("tvwPL"));
   view_->setModel(model_.get());
   view_->setUniformRowHeights(true);
-  view_->setAlternatingRowColors(false);
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   view_->header()->setStretchLastSection(false);
-  view_->header()->setSectionResizeMode(0, QHeaderView::Interactive);
   view_->setColumnWidth(0, 320);
   for (int c = 1; c < ReportModel::ColumnCount; ++c) view_->setColumnWidth(c, 110);
-  setCentralWidget(view_);
+  view_->setColumnHidden(ReportModel::ColPercent, !options.ColPercentVisible);
+  view_->setColumnHidden(ReportModel::ColFiles, !options.ColFileVisible);
+  view_->setColumnHidden(ReportModel::ColFolders, !options.ColFolderVisible);
+  if (options.FontSize >= 8 && options.FontSize <= 18) {
+    QFont f = view_->font();
+    f.setPointSizeF(options.FontSize);
+    view_->setFont(f);
+  }
+  layout->addWidget(view_, 1);
+  setCentralWidget(report);
 
-  status_ = new QLabel(this);
-  statusBar()->addWidget(status_, 1);
-  status_->setText(TL(3525, "OK."));
-  resize(900, 600);
-
+  // The tree keeps what is expanded, so that a report of the current view can follow it.
+  connect(view_, &QTreeView::expanded, this, [this](const QModelIndex& i) {
+    tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, true);
+  });
+  connect(view_, &QTreeView::collapsed, this, [this](const QModelIndex& i) {
+    tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, false);
+  });
   // A click on a column title sorts. (The header reports no click when a drag of a column
   // border ends over a title, so that release never sorts.)
-  QHeaderView* header = view_->header();
-  header->setSectionsClickable(true);
-  connect(header, &QHeaderView::sectionClicked, this, &MainWindow::onColumnTitleClick);
+  view_->header()->setSectionsClickable(true);
+  connect(view_->header(), &QHeaderView::sectionClicked, this, &MainWindow::onColumnTitleClick);
 
+  status_ = new QLabel(this);
+  status2_ = new QLabel(this);
+  statusBar()->addWidget(status_, 1);
+  statusBar()->addWidget(status2_);
+  status_->setText(TL(3525, "OK."));
+  resize(1000, 650);
+
+  connect(driver_.get(), &ScanDriver::sourceAccepted, this,
+          [this](const QString& path) { AddNewSearchPath(path); });
   connect(driver_.get(), &ScanDriver::sourceStarted, this, &MainWindow::onSourceStarted);
   connect(driver_.get(), &ScanDriver::progress, status_, &QLabel::setText);
   connect(driver_.get(), &ScanDriver::finished, this, &MainWindow::onFinished);
+  connect(driver_.get(), &ScanDriver::rescanFinished, this, [this](uint32_t node) {
+    selectNode(node);
+    onFinished();
+  });
 
   // Marks this user's running window, so a restart waits for it to go.
   lock_ = new QLocalServer(this);
   QLocalServer::removeServer(instanceLockName());
   lock_->listen(instanceLockName());
+  applyToolbarLook();
+  EnableControls();
 }
 
 MainWindow::~MainWindow() { view_->setModel(nullptr); }
 
-void MainWindow::readCommandLine(const std::string& commandLine) {
-  GetFoldersFromCommand(commandLine, driver_->sourceQueue());
-  if (driver_->sourceQueue().empty()) return;
+void MainWindow::buildMainBar(const MainOptions& o) {
+  cbrMain_ = new CommandBar(QStringLiteral("cbrMain"), QStringLiteral("Quorlane"), this);
+  addToolBar(Qt::TopToolBarArea, cbrMain_);
+  cboOrdner_ = new QComboBox(cbrMain_);
+  cboOrdner_->setObjectName(QStringLiteral("cboOrdner"));
+  cboOrdner_->setEditable(true);
+  cboOrdner_->setInsertPolicy(QComboBox::NoInsert);
+  cboOrdner_->setMinimumWidth(260);
+  cboOrdner_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  cboOrdner_->installEventFilter(this);
+  cboOrdner_->lineEdit()->installEventFilter(this);
+  CommandBar& b = *cbrMain_;
+  b.AddWidget(50, cboOrdner_, false);
+  using T = CommandBar::Type;
+  b.AddControl(T::Button, 1, 3529, "Neu", "folder-new", false, 3530, "Neue Quelle auswählen");
+  b.AddControl(T::Button, 2, 3531, "Start", "media-playback-start", false, 3532, "Quelle einlesen");
+  b.AddControl(T::Button, 3, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false,
+               false, false);
+  b.AddControl(T::Button, 33, 3641, "Ordnerliste", "view-list-tree", true, 3667,
+               "Ordnerliste anzeigen", true, true);
+  b.AddControl(T::Button, 21, 3643, "Laufwerksliste", "drive-harddisk", false, 3632,
+               "Laufwerksliste anzeigen", true, o.DiskinfoVisible);
+  b.AddControl(T::Button, 306, 3645, "Dateiliste", "view-list-details", false, 3635,
+               "Dateiliste anzeigen", true, o.FilelistVisible);
+  b.AddControl(T::Button, 307, 3724, "Größte Dateien", "view-sort-descending", false, 3725,
+               "Liste mit den größten Dateien anzeigen", true, o.ToplistVisible);
+  b.AddControl(T::Button, 14, 3547, "Optionen", "preferences-system", true, 3548, "Optionen");
+  b.AddControl(T::Button, 27, 3627, "Symbolgröße", "zoom-in", true, 3628, "Symbole vergrößern",
+               true, o.BigIcons);
+  b.AddControl(T::Button, 34, 3690, "Symboltext", "format-text-bold", false, 3689,
+               "Symboltext anzeigen", true, o.SymbolText);
+  b.AddControl(T::Button, 32, 3672, "Größer", "format-font-size-more", true, 3652,
+               "Schrift vergrößern");
+  b.AddControl(T::Button, 31, 3650, "Kleiner", "format-font-size-less", false, 3651,
+               "Schrift verkleinern");
+  b.AddControl(T::SplitButton, 28, 3701, "Sprache", "preferences-desktop-locale", true, 3702,
+               "Sprache der Benutzeroberfläche ändern");
+  b.AddPopupControl(28, 35, TL(3703, "Deutsch"));
+  b.AddPopupControl(28, 36, TL(3704, "Englisch"));
+  b.AddControl(T::Button, 17, 3551, "Info", "help-about", true, 3552, "Info");
+  b.AddControl(T::Button, 18, 3553, "Homepage", "go-home", false, 3554, "Homepage");
+  b.AddControl(T::Button, 19, 3555, "Update", "system-software-update", false, 3556,
+               "Internet Update");
+  b.AddControl(T::Button, 20, 3557, "Beenden", "application-exit", true, 3558, "Programm beenden");
+  connect(cbrMain_, &CommandBar::execute, this, &MainWindow::cbrMain_Execute);
+}
+
+void MainWindow::buildReportBar(const MainOptions& o) {
+  cbrReport_ = new CommandBar(QStringLiteral("cbrReport"), QStringLiteral("Folders"), this);
+  CommandBar& b = *cbrReport_;
+  using T = CommandBar::Type;
+  b.AddControl(T::Button, 4, 3535, "Aktualisieren", "view-refresh", true, 3536,
+               "Ausgewählter Ordner neu einlesen");
+  b.AddControl(T::Button, 323, 3720, "Vollansicht", "view-fullscreen", true, 3719,
+               "Alle anderen Listen ausblenden");
+  b.AddControl(T::Button, 24, 3673, "Zuklappen", "zoom-out", true, 3562, "Alle Ordner zuklappen");
+  b.AddControl(T::SplitButton, 25, 3674, "Aufklappen", "zoom-in", false, 3563,
+               "Alle Ordner aufklappen");
+  b.AddPopupControl(25, 100, TL(3629, "1 Ordnerebene aufklappen"));
+  for (int n = 2; n <= 10; ++n)
+    b.AddPopupControl(25, n + 99, TL(3646, "%1 Ordnerebenen aufklappen", {QString::number(n)}));
+  b.AddControl(T::Button, 7, 3539, "Entfernen", "list-remove", true, 3540,
+               "Ausgewählte Quelle entfernen");
+  b.AddControl(T::Button, 9, 3545, "Alle entfernen", "edit-clear", false, 3546,
+               "Alle Quellen entfernen");
+  b.AddControl(T::Button, 5, 3537, "Speichern", "document-save", true, 3538,
+               "Ordnerliste in eine Textdatei speichern");
+  b.AddControl(T::Button, 35, 3698, "Prozent", "", true, 3699, "Spalte 'Prozent' anzeigen", true,
+               o.ColPercentVisible);
+  b.AddControl(T::Button, 22, 3676, "Dateien", "", false, 3565, "Spalte 'Dateianzahl' anzeigen",
+               true, o.ColFileVisible);
+  b.AddControl(T::Button, 23, 3677, "Ordner", "", false, 3566, "Spalte 'Ordneranzahl' anzeigen",
+               true, o.ColFolderVisible);
+  b.AddControl(T::Button, 26, 3675, "Optimieren", "zoom-fit-best", false, 3564,
+               "Spaltenbreite optimieren");
+  b.AddControl(T::Button, 10, 3567, "Bytes", "", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, 11, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, 12, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, 13, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, 33, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+               o.SizeFormatNachkommastellenFolders);
+  search_ = new QLineEdit(cbrReport_);
+  search_->setObjectName(QStringLiteral("txtSearch"));
+  search_->setMaximumWidth(180);
+  search_->setClearButtonEnabled(true);
+  connect(search_, &QLineEdit::returnPressed, this, &MainWindow::Report_StartSearch);
+  b.AddWidget(29, search_, true);
+  b.AddControl(T::Button, 30, 3678, "Suchen", "edit-find", false, 3630, "Suche starten");
+  b.setChecked(10 + model_->unit(), true);
+  connect(cbrReport_, &CommandBar::execute, this, &MainWindow::cbrReport_Execute);
+}
+
+void MainWindow::applyToolbarLook() {
+  const bool big = cbrMain_->isChecked(27);
+  const bool text = cbrMain_->isChecked(34);
+  for (CommandBar* bar : {cbrMain_, cbrReport_}) {
+    bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
+    bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
+  }
+}
+
+void MainWindow::cbrMain_Execute(int id) {
+  try {
+    switch (id) {
+      case 1: {
+        const QString folder = QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
+        if (!folder.isEmpty()) AddNewSearchPath(folder);
+        break;
+      }
+      case 2: StartSearchViaToolbar(); break;
+      case 3: StopWord = FolderWalk::kStop; break;
+      case 17:
+        QMessageBox::about(this, TL(3551, "Info"),
+                           QStringLiteral("<b>Quorlane %1</b><p>%2</p><p><a href=\"%3\">%3</a></p>")
+                               .arg(globals().AppVersion,
+                                    TL(3991, "Zeigt, wo der Platz auf einem Datenträger geblieben ist."),
+                                    webHost()));
+        break;
+      case 18: QDesktopServices::openUrl(QUrl(webHost())); break;
+      case 20: close(); break;
+      case 21:
+      case 33:
+      case 306:
+      case 307: toggleList(id); break;
+      case 27:
+      case 34: applyToolbarLook(); break;
+      case 31: ChangeFontSize(false); break;
+      case 32: ChangeFontSize(true); break;
+      case 35: ChangeLanguage(7); break;
+      case 36: ChangeLanguage(9); break;
+      case 37: ChangeLanguage(25); break;
+      default: break;  // options and update come with their dialogs
+    }
+  } catch (const std::exception& e) {
+    FailureReport(QStringLiteral("cbrMain_Execute"), QStringLiteral("frmMain"), 0,
+                  QString::fromLocal8Bit(e.what()), {QString::number(id)});
+  }
+}
+
+// The last list that is shown cannot be switched off; the file list and the largest-files list
+// take each other's place. (The check mark has already turned over with the click.)
+void MainWindow::toggleList(int id) {
+  bool othersShown = false;
+  for (int other : kListIds)
+    if (other != id && cbrMain_->isChecked(other)) othersShown = true;
+  if (!othersShown) {
+    cbrMain_->setChecked(id, true);
+    return;
+  }
+  if (id == 306 && cbrMain_->isChecked(306)) cbrMain_->setChecked(307, false);
+  if (id == 307 && cbrMain_->isChecked(307)) cbrMain_->setChecked(306, false);
+  centralWidget()->setVisible(cbrMain_->isChecked(33));
+}
+
+void MainWindow::ChangeFontSize(bool up) {
+  QFont f = view_->font();
+  const double size = f.pointSizeF();
+  if ((up && size >= 18) || (!up && size < 9)) return;
+  f.setPointSizeF(size + (up ? 1 : -1));
+  view_->setFont(f);
+}
+
+void MainWindow::ChangeLanguage(int language) {
+  StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
+  const QString text = language == 7 ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
+                                     : QStringLiteral("Quorlane must be restarted to change the GUI language.");
+  const bool ok = askRestart_ ? askRestart_(text)
+                              : QMessageBox::information(this, QStringLiteral("Quorlane"), text,
+                                                         QMessageBox::Ok | QMessageBox::Cancel) ==
+                                    QMessageBox::Ok;
+  if (ok) restartRequested_ = true;
+}
+
+void MainWindow::cbrReport_Execute(int id) {
+  try {
+    if (id >= 100) {
+      Report_ExpandFolderLevels(id - 100);
+      return;
+    }
+    switch (id) {
+      case 4:
+        if (selectedNode() != kNoNode) {
+          DisableControls();
+          driver_->Report_Rescan(selectedNode(), true);
+          if (!driver_->busy()) EnableControls();
+        }
+        break;
+      case 5: saveReport(); break;
+      case 7: driver_->Report_RemoveFolders(selectedNode()); break;
+      case 9: tree_.clear(); break;
+      case 10:
+      case 11:
+      case 12:
+      case 13: Report_Set_SizeFormat(id - 10); break;
+      case 33:
+        decimals_ = cbrReport_->isChecked(33) ? 1 : 0;
+        Report_Set_SizeFormat(model_->unit());
+        break;
+      case 35: view_->setColumnHidden(ReportModel::ColPercent, !cbrReport_->isChecked(35)); break;
+      case 22: view_->setColumnHidden(ReportModel::ColFiles, !cbrReport_->isChecked(22)); break;
+      case 23: view_->setColumnHidden(ReportModel::ColFolders, !cbrReport_->isChecked(23)); break;
+      case 24:
+        view_->collapseAll();
+        syncExpandedFlags();
+        break;
+      case 25:
+        view_->expandAll();
+        syncExpandedFlags();
+        break;
+      case 26:
+        for (int c = 0; c < ReportModel::ColumnCount; ++c) view_->resizeColumnToContents(c);
+        break;
+      case 29:
+      case 30: Report_StartSearch(); break;
+      case 323:
+        for (int other : {21, 306, 307}) cbrMain_->setChecked(other, false);
+        cbrMain_->setChecked(33, true);
+        centralWidget()->setVisible(true);
+        break;
+      default: break;
+    }
+    status_->setText(TL(3525, "OK."));
+  } catch (const std::exception& e) {
+    FailureReport(QStringLiteral("cbrReport_Execute"), QStringLiteral("frmMain"), 0,
+                  QString::fromLocal8Bit(e.what()), {QString::number(id)});
+  }
+}
+
+void MainWindow::Report_Set_SizeFormat(int unit) {
+  for (int u = 0; u < 4; ++u) cbrReport_->setChecked(10 + u, u == unit);
+  model_->setSizeFormat(unit, decimals_);
+}
+
+// Opens the levels up to `level` (0: the sources) and closes everything deeper.
+void MainWindow::Report_ExpandFolderLevels(int level) {
+  if (tree_.liveCount() < 2) return;
+  view_->collapseAll();
+  view_->expandToDepth(level);
+  syncExpandedFlags();
+}
+
+void MainWindow::syncExpandedFlags() {
+  for (uint32_t n : tree_.preorder())
+    tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
+}
+
+uint32_t MainWindow::selectedNode() const {
+  const QModelIndex i = view_->currentIndex();
+  return i.isValid() ? model_->nodeOf(i) : kNoNode;
+}
+
+void MainWindow::selectNode(uint32_t node) {
+  if (node == kNoNode || tree_.hasFlag(node, ReportTree::Dead)) return;
+  const QModelIndex i = model_->indexOf(node);
+  view_->setCurrentIndex(i);
+  view_->scrollTo(i);
+}
+
+int MainWindow::AddNewSearchPath(const QString& path) {
+  const QString tag = QFile::decodeName(QByteArray::fromStdString(addSlash(encode(path))));
+  const QString key = tag.toLower();
+  for (int i = 0; i < cboOrdner_->count(); ++i) {
+    if (cboOrdner_->itemData(i).toString().toLower() == key) {
+      cboOrdner_->setCurrentIndex(i);
+      return i;
+    }
+  }
+  cboOrdner_->addItem(commandIcon(QStringLiteral("folder")), path, tag);
+  cboOrdner_->setCurrentIndex(cboOrdner_->count() - 1);
+  return cboOrdner_->count() - 1;
+}
+
+void MainWindow::StartSearchViaToolbar() {
+  StopWord = 0;
+  driver_->sourceQueue().clear();
+  const QString text = cboOrdner_->currentText();
+  if (text.trimmed().isEmpty()) return;
+  int index = cboOrdner_->findText(text);
+  if (index < 0) index = AddNewSearchPath(text);
+  driver_->sourceQueue().push_back(encode(cboOrdner_->itemData(index).toString()));
+  DisableControls();
   driver_->start();
 }
 
+void MainWindow::Report_StartSearch() {
+  const QString text = search_->text();
+  if (tree_.empty() || text.isEmpty()) return;
+  const std::vector<uint32_t> rows = tree_.preorder();
+  size_t from = 0;
+  const uint32_t current = selectedNode();
+  for (size_t r = 0; r < rows.size(); ++r)
+    if (rows[r] == current) from = r + 1;
+  for (size_t k = 0; k < rows.size(); ++k) {
+    const uint32_t n = rows[(from + k) % rows.size()];
+    if (decode(std::string(tree_.text(n))).contains(text, Qt::CaseInsensitive)) {
+      selectNode(n);
+      break;
+    }
+  }
+  search_->setFocus();
+}
+
+void MainWindow::saveReport() {
+  if (tree_.empty()) return;
+  const QString file = QFileDialog::getSaveFileName(
+      this, TL(3612, "Speichern"), QString(), QStringLiteral("CSV (*.csv);;TXT (*.txt)"));
+  if (file.isEmpty()) return;
+  ReportSaveOptions o;
+  o.unit = model_->unit();
+  o.decimals = decimals_;
+  QString error;
+  if (!ReportWriter::SPEICHERN(tree_, encode(file), o, error))
+    FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
+}
+
+void MainWindow::readCommandLine(const std::string& commandLine) {
+  GetFoldersFromCommand(commandLine, driver_->sourceQueue());
+  if (driver_->sourceQueue().empty()) return;
+  DisableControls();
+  driver_->start();
+}
+
+// The scanning state: only Stop is live, and the report takes no input.
+void MainWindow::DisableControls() {
+  busy_ = true;
+  setFailureBusyWord(1);
+  cbrMain_->setAllEnabled(false);
+  cbrMain_->control(3)->setEnabled(true);
+  cbrReport_->setAllEnabled(false);
+  view_->setEnabled(false);
+}
+
+void MainWindow::EnableControls() {
+  cbrMain_->setAllEnabled(true);
+  cbrMain_->control(3)->setEnabled(false);
+  cbrReport_->setAllEnabled(true);
+  view_->setEnabled(true);
+  busy_ = false;
+  setFailureBusyWord(0);
+}
+
 void MainWindow::onColumnTitleClick(int section) {
-  if (tree_.empty() || driver_->busy()) return;
+  if (tree_.empty() || busy_) return;
   Report_SortByColumnTitle(tree_, section + 1);
-  const QModelIndex first = model_->index(0, 0);
-  view_->setCurrentIndex(first);
+  view_->setCurrentIndex(model_->index(0, 0));
   view_->scrollToTop();
 }
 
-void MainWindow::onSourceStarted(uint32_t root) {
-  view_->expand(model_->indexOf(root));
-}
+void MainWindow::onSourceStarted(uint32_t root) { view_->expand(model_->indexOf(root)); }
 
 void MainWindow::onFinished() {
+  if (driver_->busy()) return;  // a rescan handed over to queued sources
   view_->resizeColumnToContents(0);
   const uint32_t root = driver_->lastRoot();
-  if (root != kNoNode && !tree_.hasFlag(root, ReportTree::Dead))
+  if (view_->currentIndex() == QModelIndex() && root != kNoNode && !tree_.hasFlag(root, ReportTree::Dead))
     view_->setCurrentIndex(model_->indexOf(root));
+  EnableControls();
   status_->setText(TL(3525, "OK."));
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::KeyPress && (watched == cboOrdner_ || watched == cboOrdner_->lineEdit())) {
+    auto* key = static_cast<QKeyEvent*>(event);
+    if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+      StartSearchViaToolbar();
+      return true;
+    }
+    if (key->key() == Qt::Key_Delete && watched == cboOrdner_ && cboOrdner_->currentIndex() >= 0 &&
+        cboOrdner_->itemData(cboOrdner_->currentIndex()).toString().size() >= 4) {
+      cboOrdner_->removeItem(cboOrdner_->currentIndex());
+      return true;
+    }
+  }
+  return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
   // A close during a scan only asks the walk to stop.
-  if (driver_->busy()) {
-    StopWord = 3;
+  if (busy_ || driver_->busy()) {
+    StopWord = FolderWalk::kStop;
     event->ignore();
     return;
   }
   event->accept();
+  if (restartRequested_) QProcess::startDetached(QCoreApplication::applicationFilePath(), {QStringLiteral("-RESTART")});
 }
 
 }  // namespace ql

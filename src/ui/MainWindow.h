@@ -1,15 +1,20 @@
 #pragma once
-// The main window: the report tree of the sources given on the command line, growing one
-// finished top-level folder at a time while the walk runs on worker threads.
+// The main window: the source combo and main commands above, the report with its own command
+// bar, and the status bar. Sources are read on worker threads; the tree grows one finished
+// top-level folder at a time while the window stays free.
 
+#include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QTreeView>
 #include <memory>
 
+#include "app/Settings.h"
 #include "report/ReportModel.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
+#include "ui/CommandBar.h"
 
 class QLocalServer;
 
@@ -24,26 +29,67 @@ class MainWindow : public QMainWindow {
   // Queues the sources of a command line and starts reading them.
   void readCommandLine(const std::string& commandLine);
 
+  // The commands of the two bars, by number, as a click would run them.
+  void cbrMain_Execute(int id);
+  void cbrReport_Execute(int id);
+
   ReportTree& tree() { return tree_; }
   ReportModel& model() { return *model_; }
   ScanDriver& driver() { return *driver_; }
   QTreeView& view() { return *view_; }
-  bool busy() const { return driver_->busy(); }
+  CommandBar& cbrMain() { return *cbrMain_; }
+  CommandBar& cbrReport() { return *cbrReport_; }
+  QComboBox& cboOrdner() { return *cboOrdner_; }
+  QLineEdit& searchBox() { return *search_; }
+  QLabel& statusPanel1() { return *status_; }
+  bool busy() const { return busy_; }
+  bool restartRequested() const { return restartRequested_; }
+  // Which language the next start uses and whether the user agreed to restart: for tests.
+  void setLanguageQuestion(std::function<bool(const QString&)> ask) { askRestart_ = std::move(ask); }
+
+  // Puts a source in the combo box (or selects it when it is known) and returns its index.
+  int AddNewSearchPath(const QString& path);
+  void StartSearchViaToolbar();
+  void Report_StartSearch();
+  uint32_t selectedNode() const;
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
+  void buildMainBar(const MainOptions& o);
+  void buildReportBar(const MainOptions& o);
+  void DisableControls();
+  void EnableControls();
   void onSourceStarted(uint32_t root);
-  void onColumnTitleClick(int section);
   void onFinished();
+  void onColumnTitleClick(int section);
+  void Report_Set_SizeFormat(int unit);
+  void Report_ExpandFolderLevels(int level);
+  void syncExpandedFlags();
+  void ChangeFontSize(bool up);
+  void ChangeLanguage(int language);
+  void toggleList(int id);
+  void applyToolbarLook();
+  void selectNode(uint32_t node);
+  void saveReport();
 
   ReportTree tree_;
   std::unique_ptr<ReportModel> model_;
   std::unique_ptr<ScanDriver> driver_;
   QTreeView* view_ = nullptr;
   QLabel* status_ = nullptr;
+  QLabel* status2_ = nullptr;
+  QComboBox* cboOrdner_ = nullptr;
+  QLineEdit* search_ = nullptr;
+  CommandBar* cbrMain_ = nullptr;
+  CommandBar* cbrReport_ = nullptr;
   QLocalServer* lock_ = nullptr;
+  bool busy_ = false;
+  bool restartRequested_ = false;
+  int decimals_ = 1;
+  std::function<bool(const QString&)> askRestart_;
 };
 
 }  // namespace ql

@@ -8,6 +8,7 @@
 
 #include "TestFs.h"
 #include "app/Globals.h"
+#include "app/Settings.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -75,6 +76,80 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
   EXPECT_EQ(w.model().rowCount(), 1);  // the second source was never read
   EXPECT_EQ(StopWord.load(), 0);
   EXPECT_TRUE(w.close());
+}
+
+TEST_F(MainWindowTest, MainCommands) {
+  MainWindow w;
+  CommandBar& bar = w.cbrMain();
+  // Stop is live only while a scan runs.
+  EXPECT_FALSE(bar.control(3)->isEnabled());
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.AddNewSearchPath(QString::fromStdString(d.path()));
+  EXPECT_EQ(w.cboOrdner().count(), 1);
+  EXPECT_EQ(w.AddNewSearchPath(QString::fromStdString(d.path() + "/")), 0);  // known already
+  bar.control(2)->trigger();
+  EXPECT_TRUE(bar.control(3)->isEnabled());
+  EXPECT_FALSE(bar.control(2)->isEnabled());
+  ASSERT_TRUE(finished.wait(10000));
+  EXPECT_FALSE(bar.control(3)->isEnabled());
+  EXPECT_EQ(w.model().rowCount(), 1);
+
+  // The last shown list stays; file list and largest files take each other's place.
+  for (int id : {21, 306, 307}) bar.setChecked(id, false);
+  bar.control(33)->trigger();
+  EXPECT_TRUE(bar.isChecked(33));
+  bar.control(306)->trigger();
+  bar.control(307)->trigger();
+  EXPECT_TRUE(bar.isChecked(307));
+  EXPECT_FALSE(bar.isChecked(306));
+
+  // A language change is stored at once and restarts only when agreed.
+  QStringList asked;
+  w.setLanguageQuestion([&](const QString& text) { asked << text; return false; });
+  bar.control(36)->trigger();
+  EXPECT_FALSE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
+  w.setLanguageQuestion([&](const QString& text) { asked << text; return true; });
+  bar.control(35)->trigger();
+  EXPECT_TRUE(w.restartRequested());
+  EXPECT_EQ(asked.last(), "Quorlane muss jetzt neu gestartet werden.");
+}
+
+TEST_F(MainWindowTest, ReportCommands) {
+  MainWindow w;
+  w.show();
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine("\"" + d.path() + "\"");
+  ASSERT_TRUE(finished.wait(10000));
+  CommandBar& bar = w.cbrReport();
+  const QModelIndex root = w.model().index(0, 0);
+  const auto size = [&] { return w.model().index(0, ReportModel::ColSize, root).data().toString(); };
+  EXPECT_EQ(size(), "1,000");
+  bar.control(11)->trigger();  // kilobytes
+  EXPECT_EQ(size(), "0.98");
+  EXPECT_TRUE(bar.isChecked(11));
+  EXPECT_FALSE(bar.isChecked(10));
+  bar.control(33)->trigger();  // decimals off
+  EXPECT_EQ(size(), "1");
+  bar.control(22)->trigger();  // hide the file count
+  EXPECT_TRUE(w.view().isColumnHidden(ReportModel::ColFiles));
+
+  // Expanding by levels keeps the tree's own marks in step with the view.
+  bar.control(24)->trigger();
+  EXPECT_FALSE(w.view().isExpanded(root));
+  bar.control(101)->trigger();  // two levels
+  EXPECT_TRUE(w.view().isExpanded(root));
+  EXPECT_TRUE(w.tree().hasFlag(w.model().nodeOf(root), ReportTree::Expanded));
+
+  // The search goes on from the selection and wraps around once.
+  w.searchBox().setText("ediu");
+  w.view().setCurrentIndex(w.model().index(2, 0, root));  // "small" (the smallest, last)
+  bar.control(30)->trigger();
+  EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
+
+  // Removing takes the whole source, whichever row of it is selected.
+  bar.control(7)->trigger();
+  EXPECT_EQ(w.model().rowCount(), 0);
 }
 
 }  // namespace

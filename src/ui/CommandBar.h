@@ -1,0 +1,49 @@
+#pragma once
+// A command bar: a toolbar whose controls are told apart by number. Captions and tooltips come
+// through the text table; a check mark on a control is the live state of its option; one signal
+// reports the number of the control that fired, and the window's handler switches on it.
+
+#include <QAction>
+#include <QHash>
+#include <QToolBar>
+
+namespace ql {
+
+class CommandBar : public QToolBar {
+  Q_OBJECT
+ public:
+  enum Type { Button = 1, SplitButton = 4, EditBox = 6, Custom = 7, Label = 8 };
+
+  CommandBar(const QString& objectName, const QString& title, QWidget* parent = nullptr);
+
+  // Adds a control. The caption and tooltip are the German texts beside their text ids; an
+  // empty tooltip takes the caption. `icon` is a theme icon name (empty: none). Checkable
+  // controls start with `checked`.
+  QAction* AddControl(Type type, int id, int captionId, const QString& caption,
+                      const QString& icon, bool beginGroup, int tooltipId,
+                      const QString& tooltip, bool checkable = false, bool checked = false,
+                      bool enabled = true);
+  // A control of the popup of a split button.
+  QAction* AddPopupControl(int parentId, int id, const QString& caption);
+  // A custom widget (combo box, edit box) carried by the bar under an id.
+  QAction* AddWidget(int id, QWidget* widget, bool beginGroup);
+
+  QAction* control(int id) const { return controls_.value(id); }
+  bool isChecked(int id) const;
+  void setChecked(int id, bool on);
+  // Every control on or off (the popups follow their button).
+  void setAllEnabled(bool on);
+  QList<int> ids() const { return order_; }
+
+ Q_SIGNALS:
+  void execute(int id);
+
+ private:
+  QHash<int, QAction*> controls_;
+  QList<int> order_;
+};
+
+// An icon from the desktop's theme, or the style's closest standard icon.
+QIcon commandIcon(const QString& name);
+
+}  // namespace ql
