@@ -4,7 +4,6 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QMessageBox>
-#include <QTimer>
 #include <cstdio>
 #include <cstring>
 #include <malloc.h>
@@ -70,8 +69,7 @@ int main(int argc, char** argv) {
   initFrame();
   installFailureDialog();
   MainWindow window;
+  window.setCommandLine(commandLine);  // read once the window is on the screen
   window.show();
-  // The command line is read once the window is on the screen.
-  QTimer::singleShot(0, &window, [&window, commandLine] { window.readCommandLine(commandLine); });
   return app.exec();
 }

@@ -9,6 +9,8 @@
 #include <QLocalServer>
 #include <QMessageBox>
 #include <QProcess>
+#include <QScreen>
+#include <QSettings>
 #include <QStatusBar>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -37,8 +39,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   setWindowTitle(QStringLiteral("Quorlane ") + globals().AppVersion);
 
   // Options first: a damaged value is reported, and what stands behind it stays 0.
-  MainOptions options;
-  OptionenLadenMain(options);
+  OptionenLadenMain(options_);
+  const MainOptions& options = options_;
   decimals_ = options.SizeFormatNachkommastellenFolders ? 1 : 0;
   model_ = std::make_unique<ReportModel>(tree_);
   model_->setSizeFormat(options.FileSizeFormat, decimals_);
@@ -103,7 +105,19 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   statusBar()->addWidget(status_, 1);
   statusBar()->addWidget(status2_);
   status_->setText(TL(3525, "OK."));
-  resize(1000, 650);
+  // Bar layouts, kept under the maker's name; the fifth is read but never written.
+  QSettings layouts(QStringLiteral("Velmora Works"), QStringLiteral("Quorlane"));
+  restoreState(layouts.value(QStringLiteral("Toolbar1")).toByteArray());
+  cbrReport_->setVisible(layouts.value(QStringLiteral("Toolbar2"), true).toBool());
+
+  // Geometry from the settings file, in twips, corrected for this screen.
+  const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+  const double px = dpi();
+  const FormPosition pos = FensterpositionLaden(pixelsToTwips(screen.width(), px),
+                                                pixelsToTwips(screen.height(), px));
+  setGeometry(static_cast<int>(twipsToPixels(pos.Left, px)), static_cast<int>(twipsToPixels(pos.Top, px)),
+              static_cast<int>(twipsToPixels(pos.Width, px)), static_cast<int>(twipsToPixels(pos.Height, px)));
+  startState_ = pos.WindowState;
 
   connect(driver_.get(), &ScanDriver::sourceAccepted, this,
           [this](const QString& path) { AddNewSearchPath(path); });
@@ -120,7 +134,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   QLocalServer::removeServer(instanceLockName());
   lock_->listen(instanceLockName());
   applyToolbarLook();
-  EnableControls();
+  DisableControls();  // until the window has come up
+  cbrMain_->control(3)->setEnabled(false);
 }
 
 MainWindow::~MainWindow() { view_->setModel(nullptr); }
@@ -501,13 +516,79 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
   return QMainWindow::eventFilter(watched, event);
 }
 
+double MainWindow::dpi() const {
+  const QScreen* s = screen() ? screen() : QGuiApplication::primaryScreen();
+  return s ? s->logicalDotsPerInchX() : 96.0;
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+  QMainWindow::showEvent(event);
+  if (activated_) return;
+  activated_ = true;
+  // The window is drawn before the known folders and the command line are read.
+  QMetaObject::invokeMethod(this, &MainWindow::Form_Activate, Qt::QueuedConnection);
+}
+
+void MainWindow::Form_Activate() {
+  if (startState_ == 2) showMaximized();  // a window left minimised comes back normal
+  const SavedComboFolders saved = GetAllSavedComboFolders();
+  for (const QString& folder : saved.folders) {
+    if (!existFolder(encode(folder))) continue;  // gone since: dropped without a word
+    const int i = AddNewSearchPath(folder);
+    cboOrdner_->setItemText(i, folder);
+  }
+  const int selected = cboOrdner_->findText(saved.comboText);
+  cboOrdner_->setCurrentIndex(selected);
+  if (selected < 0) cboOrdner_->setEditText(saved.comboText);
+  if (!driver_->busy()) EnableControls();
+  if (!commandLine_.empty()) readCommandLine(commandLine_);
+}
+
+// What the window keeps between runs: position, bar layouts, options, the known folders.
+void MainWindow::saveAtExit() {
+  const double px = dpi();
+  const QRect normal = normalGeometry().isValid() ? normalGeometry() : geometry();
+  FormPosition pos;
+  pos.WindowState = isMinimized() ? 1 : isMaximized() ? 2 : 0;
+  pos.Left = pixelsToTwips(normal.x(), px);
+  pos.Top = pixelsToTwips(normal.y(), px);
+  pos.Width = pixelsToTwips(normal.width(), px);
+  pos.Height = pixelsToTwips(normal.height(), px);
+  pos.TVW = pixelsToTwips(centralWidget()->width(), px);
+  FensterpositionSpeichern(pos);
+
+  QSettings layouts(QStringLiteral("Velmora Works"), QStringLiteral("Quorlane"));
+  layouts.setValue(QStringLiteral("Toolbar1"), saveState());
+  layouts.setValue(QStringLiteral("Toolbar2"), !cbrReport_->isHidden());
+
+  MainOptions o = options_;
+  o.DiskinfoVisible = cbrMain_->isChecked(21);
+  o.FilelistVisible = cbrMain_->isChecked(306);
+  o.ToplistVisible = cbrMain_->isChecked(307);
+  o.BigIcons = cbrMain_->isChecked(27);
+  o.SymbolText = cbrMain_->isChecked(34);
+  o.ColPercentVisible = cbrReport_->isChecked(35);
+  o.ColFileVisible = cbrReport_->isChecked(22);
+  o.ColFolderVisible = cbrReport_->isChecked(23);
+  o.SizeFormatNachkommastellenFolders = cbrReport_->isChecked(33);
+  o.FileSizeFormat = model_->unit();
+  o.FontSize = view_->font().pointSizeF();
+  o.ComboText = cboOrdner_->currentText();
+  OptionenSpeichernMain(o);
+
+  QList<ComboItem> items;
+  for (int i = 0; i < cboOrdner_->count(); ++i) items.push_back({cboOrdner_->itemText(i), kComboFolderImage});
+  SaveAllComboFolders(items);
+}
+
 void MainWindow::closeEvent(QCloseEvent* event) {
-  // A close during a scan only asks the walk to stop.
+  // A close during a scan only asks the walk to stop; nothing is saved then.
   if (busy_ || driver_->busy()) {
     StopWord = FolderWalk::kStop;
     event->ignore();
     return;
   }
+  saveAtExit();
   event->accept();
   if (restartRequested_) QProcess::startDetached(QCoreApplication::applicationFilePath(), {QStringLiteral("-RESTART")});
 }

@@ -28,6 +28,8 @@ class MainWindow : public QMainWindow {
 
   // Queues the sources of a command line and starts reading them.
   void readCommandLine(const std::string& commandLine);
+  // The command line read once the window has come up for the first time.
+  void setCommandLine(std::string commandLine) { commandLine_ = std::move(commandLine); }
 
   // The commands of the two bars, by number, as a click would run them.
   void cbrMain_Execute(int id);
@@ -55,6 +57,7 @@ class MainWindow : public QMainWindow {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void showEvent(QShowEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
@@ -74,6 +77,9 @@ class MainWindow : public QMainWindow {
   void applyToolbarLook();
   void selectNode(uint32_t node);
   void saveReport();
+  void Form_Activate();
+  void saveAtExit();
+  double dpi() const;
 
   ReportTree tree_;
   std::unique_ptr<ReportModel> model_;
@@ -88,8 +94,12 @@ class MainWindow : public QMainWindow {
   QLocalServer* lock_ = nullptr;
   bool busy_ = false;
   bool restartRequested_ = false;
+  bool activated_ = false;
+  int startState_ = 0;
+  MainOptions options_;
   int decimals_ = 1;
   std::function<bool(const QString&)> askRestart_;
+  std::string commandLine_;
 };
 
 }  // namespace ql

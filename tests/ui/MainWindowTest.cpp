@@ -4,10 +4,12 @@
 #include <QApplication>
 #include <QHeaderView>
 #include <QSignalSpy>
+#include <QSettings>
 #include <QTest>
 
 #include "TestFs.h"
 #include "app/Globals.h"
+#include "app/Profile.h"
 #include "app/Settings.h"
 #include "ui/MainWindow.h"
 
@@ -22,11 +24,19 @@ void app() {
   (void)a;
 }
 
+// Shows the window and lets its first activation run, as on a real start.
+void bringUp(MainWindow& w) {
+  w.show();
+  QCoreApplication::processEvents();
+}
+
 class MainWindowTest : public ::testing::Test {
  protected:
   void SetUp() override {
     app();
+    // Settings file and bar layouts in a folder of the test's own.
     globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
     for (auto [name, size] : {std::pair{"small", 10}, {"large", 1000}, {"medium", 100}}) {
       makeDir(d / name);
       makeFile(d / (std::string(name) + "/f"), size);
@@ -37,7 +47,7 @@ class MainWindowTest : public ::testing::Test {
 
 TEST_F(MainWindowTest, ReadsTheCommandLineAndSortsByTitleClicks) {
   MainWindow w;
-  w.show();
+  bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
   w.readCommandLine("\"" + d.path() + "\" \"" + d / "missing" + "\"");
   ASSERT_TRUE(finished.wait(10000));
@@ -66,7 +76,7 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
     for (int j = 0; j < 40; ++j) makeDir(d / ("w" + std::to_string(i) + "/" + std::to_string(j)));
   }
   MainWindow w;
-  w.show();
+  bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
   w.readCommandLine("\"" + d.path() + "\" \"" + d.path() + "\"");
   ASSERT_TRUE(w.busy());
@@ -80,6 +90,7 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
 
 TEST_F(MainWindowTest, MainCommands) {
   MainWindow w;
+  bringUp(w);
   CommandBar& bar = w.cbrMain();
   // Stop is live only while a scan runs.
   EXPECT_FALSE(bar.control(3)->isEnabled());
@@ -117,7 +128,7 @@ TEST_F(MainWindowTest, MainCommands) {
 
 TEST_F(MainWindowTest, ReportCommands) {
   MainWindow w;
-  w.show();
+  bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
   w.readCommandLine("\"" + d.path() + "\"");
   ASSERT_TRUE(finished.wait(10000));
@@ -150,6 +161,40 @@ TEST_F(MainWindowTest, ReportCommands) {
   // Removing takes the whole source, whichever row of it is selected.
   bar.control(7)->trigger();
   EXPECT_EQ(w.model().rowCount(), 0);
+}
+
+TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
+  {
+    MainWindow w;
+    bringUp(w);
+    w.AddNewSearchPath(QString::fromStdString(d / "large"));
+    w.AddNewSearchPath(QString::fromStdString(d / "gone"));
+    w.cbrReport().control(12)->trigger();  // megabytes
+    w.cbrReport().control(35)->trigger();  // no percent column
+    w.cbrMain().control(32)->trigger();    // larger font
+    w.cbrMain().control(34)->trigger();    // no text under the icons
+    w.setGeometry(40, 50, 700, 500);
+    ASSERT_TRUE(w.close());
+  }
+  const QString ini = QString::fromStdString(config / "Quorlane.ini");
+  EXPECT_EQ(GetSettings("Optionen", "FileSizeFormat"), "2");
+  EXPECT_EQ(GetSettings("Optionen", "ColPercentVisible"), "0");
+  EXPECT_EQ(GetSettings("Optionen", "Symboltext"), "0");
+  EXPECT_EQ(GetSettings("Form", "Width").toInt(), pixelsToTwips(700, 96));
+  EXPECT_EQ(GetSettings("ComboOrdner", "O0", "-"), QString::fromStdString(d / "gone"));
+
+  rmdir((d / "gone").c_str());  // a known folder that has gone is dropped without a word
+  ProfileSetItem("Form", "WindowState", "1", ini);
+  MainWindow again;
+  bringUp(again);
+  EXPECT_FALSE(again.isMinimized());
+  EXPECT_EQ(again.model().unit(), 2);
+  EXPECT_TRUE(again.view().isColumnHidden(ReportModel::ColPercent));
+  EXPECT_FALSE(again.cbrMain().isChecked(34));
+  EXPECT_EQ(again.view().font().pointSizeF(), 10);
+  EXPECT_EQ(again.width(), 700);
+  ASSERT_EQ(again.cboOrdner().count(), 1);
+  EXPECT_EQ(again.cboOrdner().itemText(0), QString::fromStdString(d / "large"));
 }
 
 }  // namespace
