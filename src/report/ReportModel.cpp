@@ -72,6 +72,9 @@ QVariant ReportModel::data(const QModelIndex& index, int role) const {
   const uint32_t n = nodeOf(index);
   const auto& node = tree_.node(n);
   switch (role) {
+    case Qt::EditRole:
+      if (index.column() != ColName) break;
+      [[fallthrough]];
     case Qt::DisplayRole:
       switch (index.column()) {
         case ColName: {
@@ -121,6 +124,23 @@ QVariant ReportModel::headerData(int section, Qt::Orientation orientation, int r
     case ColFolders: return TL(3574, "Ordner");
   }
   return {};
+}
+
+Qt::ItemFlags ReportModel::flags(const QModelIndex& index) const {
+  Qt::ItemFlags f = QAbstractItemModel::flags(index);
+  if (!index.isValid() || index.column() != ColName || !renamer_) return f;
+  const uint32_t n = nodeOf(index);
+  // Folders below a source can be renamed; a source and the files row cannot.
+  if (!tree_.isRoot(n) && tree_.isFolder(n) && !tree_.hasFlag(n, ReportTree::Junction))
+    f |= Qt::ItemIsEditable;
+  return f;
+}
+
+bool ReportModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+  if (role != Qt::EditRole || !(flags(index) & Qt::ItemIsEditable)) return false;
+  const QString name = value.toString();
+  if (index.data().toString() == name) return false;  // the same name touches nothing
+  return renamer_(nodeOf(index), name);
 }
 
 void ReportModel::beginInsert(uint32_t parent, int first, int last) {

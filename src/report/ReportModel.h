@@ -7,6 +7,7 @@
 
 #include <QAbstractItemModel>
 #include <QIcon>
+#include <functional>
 
 #include "report/ReportTree.h"
 
@@ -36,6 +37,13 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   int columnCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
   QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+  Qt::ItemFlags flags(const QModelIndex& index) const override;
+  bool setData(const QModelIndex& index, const QVariant& value, int role) override;
+
+  // Renames a folder row on disk; true when done. Without it, folder names cannot be edited.
+  void setRenamer(std::function<bool(uint32_t node, const QString& name)> renamer) {
+    renamer_ = std::move(renamer);
+  }
 
  private:
   void beginInsert(uint32_t parent, int first, int last) override;
@@ -54,6 +62,7 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   int unit_ = 0;
   int decimals_ = 1;
   QIcon folderIcon_, junctionIcon_, filesIcon_;
+  std::function<bool(uint32_t, const QString&)> renamer_;
 };
 
 }  // namespace ql

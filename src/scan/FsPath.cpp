@@ -2,7 +2,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "lang/TL.h"
 
@@ -63,6 +67,24 @@ std::string systemErrorText(int err) {
   char buf[256];
   // GNU strerror_r returns the text, which may or may not live in buf.
   return std::string(strerror_r(err, buf, sizeof buf));
+}
+
+std::string renameNoReplace(const std::string& from, const std::string& to) {
+  if (::syscall(SYS_renameat2, AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+    return {};
+  if (errno != EINVAL && errno != ENOSYS) return systemErrorText(errno);
+  // A file system that cannot promise it: a file is linked and unlinked, a folder is renamed
+  // only when nothing of the new name is there.
+  struct stat st;
+  if (::lstat(from.c_str(), &st) != 0) return systemErrorText(errno);
+  if (!S_ISDIR(st.st_mode)) {
+    if (::link(from.c_str(), to.c_str()) != 0) return systemErrorText(errno);
+    if (::unlink(from.c_str()) != 0) return systemErrorText(errno);
+    return {};
+  }
+  if (::lstat(to.c_str(), &st) == 0) return systemErrorText(EEXIST);
+  if (::rename(from.c_str(), to.c_str()) != 0) return systemErrorText(errno);
+  return {};
 }
 
 bool createPath(const std::string& path, std::string& errorText) {

@@ -29,6 +29,10 @@ bool existFolder(const std::string& path);
 // Creates a folder and every missing parent. Returns false with a text in errorText.
 bool createPath(const std::string& path, std::string& errorText);
 
+// Renames without ever replacing what is there: an existing target is an error and both stay.
+// Returns "" on success, else the system's text.
+std::string renameNoReplace(const std::string& from, const std::string& to);
+
 // The system's text for an errno value, as "text".
 std::string systemErrorText(int err);
 

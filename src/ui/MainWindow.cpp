@@ -14,6 +14,7 @@
 #include <QStatusBar>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <cerrno>
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
@@ -85,6 +86,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
     f.setPointSizeF(options.FontSize);
     view_->setFont(f);
   }
+  view_->installEventFilter(this);
+  model_->setRenamer([this](uint32_t node, const QString& name) { return renameFolder(node, name); });
+  connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
+          [this](const QModelIndex& current) { onCurrentChanged(current); });
   layout->addWidget(view_, 1);
   setCentralWidget(report);
 
@@ -500,7 +505,45 @@ void MainWindow::onFinished() {
   status_->setText(TL(3525, "OK."));
 }
 
+// A folder renamed in place: on disk first, never over something that is there.
+bool MainWindow::renameFolder(uint32_t node, const QString& name) {
+  const std::string parent = tree_.Report_GetFullpathOfNode(node, true, true);
+  const std::string from = parent + std::string(tree_.text(node));
+  const std::string to = parent + encode(name);
+  const std::string error = name.contains(QLatin1Char('/')) || name.isEmpty()
+                                ? systemErrorText(EINVAL)
+                                : renameNoReplace(from, to);
+  if (!error.empty()) {
+    const QString text = QString::fromStdString(error);
+    if (warn_)
+      warn_(text);
+    else
+      QMessageBox::warning(this, QStringLiteral("Quorlane"), text);
+    return false;
+  }
+  tree_.setText(node, encode(name));
+  onCurrentChanged(view_->currentIndex());
+  return true;
+}
+
+// The selected row's folder in the status bar (the files row stands for its folder).
+void MainWindow::onCurrentChanged(const QModelIndex& current) {
+  if (!current.isValid() || busy_) return;
+  uint32_t node = model_->nodeOf(current);
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  status_->setText(decode(tree_.Report_GetFullpathOfNode(node)));
+}
+
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == view_ && event->type() == QEvent::KeyPress &&
+      static_cast<QKeyEvent*>(event)->key() == Qt::Key_F2) {
+    // F2 renames exactly one selected folder below a source.
+    const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
+    if (view_->selectionModel()->selectedRows().size() == 1 &&
+        (model_->flags(current) & Qt::ItemIsEditable))
+      view_->edit(current);
+    return true;
+  }
   if (event->type() == QEvent::KeyPress && (watched == cboOrdner_ || watched == cboOrdner_->lineEdit())) {
     auto* key = static_cast<QKeyEvent*>(event);
     if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {

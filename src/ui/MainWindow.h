@@ -48,6 +48,8 @@ class MainWindow : public QMainWindow {
   bool restartRequested() const { return restartRequested_; }
   // Which language the next start uses and whether the user agreed to restart: for tests.
   void setLanguageQuestion(std::function<bool(const QString&)> ask) { askRestart_ = std::move(ask); }
+  // Where warnings go; a message box unless replaced (tests).
+  void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
 
   // Puts a source in the combo box (or selects it when it is known) and returns its index.
   int AddNewSearchPath(const QString& path);
@@ -80,6 +82,8 @@ class MainWindow : public QMainWindow {
   void Form_Activate();
   void saveAtExit();
   double dpi() const;
+  bool renameFolder(uint32_t node, const QString& name);
+  void onCurrentChanged(const QModelIndex& current);
 
   ReportTree tree_;
   std::unique_ptr<ReportModel> model_;
@@ -100,6 +104,7 @@ class MainWindow : public QMainWindow {
   int decimals_ = 1;
   std::function<bool(const QString&)> askRestart_;
   std::string commandLine_;
+  std::function<void(const QString&)> warn_;
 };
 
 }  // namespace ql

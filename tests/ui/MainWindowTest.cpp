@@ -2,7 +2,9 @@
 // click, and a close during a scan.
 
 #include <QApplication>
+#include <QFileInfo>
 #include <QHeaderView>
+#include <QLineEdit>
 #include <QSignalSpy>
 #include <QSettings>
 #include <QTest>
@@ -195,6 +197,55 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   EXPECT_EQ(again.width(), 700);
   ASSERT_EQ(again.cboOrdner().count(), 1);
   EXPECT_EQ(again.cboOrdner().itemText(0), QString::fromStdString(d / "large"));
+}
+
+// Selects a row by its name below the source and opens the editor with F2, as a user would.
+QLineEdit* startRename(MainWindow& w, const QString& name) {
+  const QModelIndex root = w.model().index(0, 0);
+  QModelIndex row;
+  for (int r = 0; r < w.model().rowCount(root); ++r)
+    if (w.model().index(r, 0, root).data().toString() == name) row = w.model().index(r, 0, root);
+  w.view().setCurrentIndex(row);
+  w.view().setFocus();
+  QTest::keyClick(&w.view(), Qt::Key_F2);
+  for (QLineEdit* e : w.view().findChildren<QLineEdit*>())  // editors closed before linger a while
+    if (e->isVisible()) return e;
+  return nullptr;
+}
+
+TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
+  MainWindow w;
+  bringUp(w);
+  QStringList warnings;
+  w.setWarningHandler([&](const QString& text) { warnings << text; });
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine("\"" + d.path() + "\"");
+  ASSERT_TRUE(finished.wait(10000));
+
+  QLineEdit* editor = startRename(w, "medium");
+  ASSERT_NE(editor, nullptr);
+  EXPECT_EQ(editor->text(), "medium");  // the editor starts from the name as it is
+  editor->setText("renamed");
+  QTest::keyClick(editor, Qt::Key_Return);
+  QCoreApplication::processEvents();  // the view commits the edit from its event queue
+  EXPECT_TRUE(QFileInfo::exists(QString::fromStdString(d / "renamed/f")));
+  EXPECT_EQ(w.view().currentIndex().data().toString(), "renamed");
+  EXPECT_TRUE(w.statusPanel1().text().endsWith("/renamed"));
+
+  editor = startRename(w, "renamed");
+  ASSERT_NE(editor, nullptr);
+  editor->setText("large");  // taken: an error, and both folders stay as they are
+  QTest::keyClick(editor, Qt::Key_Return);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(warnings.size(), 1);
+  EXPECT_TRUE(QFileInfo::exists(QString::fromStdString(d / "renamed/f")));
+  EXPECT_EQ(QFileInfo(QString::fromStdString(d / "large/f")).size(), 1000);
+  EXPECT_EQ(w.view().currentIndex().data().toString(), "renamed");
+
+  // A source itself is not renamed this way.
+  w.view().setCurrentIndex(w.model().index(0, 0));
+  QTest::keyClick(&w.view(), Qt::Key_F2);
+  for (QLineEdit* e : w.view().findChildren<QLineEdit*>()) EXPECT_FALSE(e->isVisible());
 }
 
 }  // namespace
