@@ -47,6 +47,7 @@ if [ "$(id -u)" -eq 0 ] && [ -n "$floor" ] && [ -w /proc/sys/vm/drop_caches ]; t
 fi
 
 peak=$( { /usr/bin/time -f %M "$bin" -s "$out/r.csv" "$tree" ; } 2>&1 | tail -1 )
+ui=$(QT_QPA_PLATFORM=offscreen "${QUORLANE_BUILD:-$here/build-bench}/bench/quorlane_uibench" "$tree" 2 2>/dev/null)
 
 python3 - "$out" "$cold" "$peak" "$(nproc)" <<'PY'
 import json, sys
@@ -65,4 +66,5 @@ if cold:
     table("cold", "floorwalk 8")
 print(f"\npeak memory of the silent run: {peak / 1024:.1f} MB")
 PY
+printf '\nwindow, the tree read twice as two sources:\n%s\n' "$ui"
 rm -rf "$out"
