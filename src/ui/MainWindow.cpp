@@ -11,7 +11,10 @@
 #include <QProcess>
 #include <QScreen>
 #include <QSettings>
+#include <QStandardItemModel>
+#include <QScrollBar>
 #include <QStatusBar>
+#include <QStyle>
 #include <QUrl>
 #include <QVBoxLayout>
 #include <cerrno>
@@ -81,17 +84,47 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   view_->setColumnHidden(ReportModel::ColPercent, !options.ColPercentVisible);
   view_->setColumnHidden(ReportModel::ColFiles, !options.ColFileVisible);
   view_->setColumnHidden(ReportModel::ColFolders, !options.ColFolderVisible);
-  if (options.FontSize >= 8 && options.FontSize <= 18) {
-    QFont f = view_->font();
-    f.setPointSizeF(options.FontSize);
-    view_->setFont(f);
-  }
   view_->installEventFilter(this);
   model_->setRenamer([this](uint32_t node, const QString& name) { return renameFolder(node, name); });
   connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           [this](const QModelIndex& current) { onCurrentChanged(current); });
   layout->addWidget(view_, 1);
-  setCentralWidget(report);
+
+  // The other lists stand beside the report: the drive table above, the file list or the
+  // largest-files list below it. (Their contents come with their own commands.)
+  QWidget* drives = listPane(QStringLiteral("picDrives"), 3642, QStringLiteral("Laufwerke"), lvwDiskinfo_,
+                             {{3575, "Laufwerk"}, {3576, "Name"}, {3577, "Dateisystem"}, {3578, "Typ"},
+                              {3579, "Belegt"}, {3580, "Frei"}, {3581, "Gesamt"}});
+  picFiles_ = listPane(QStringLiteral("picFiles"), 3644, QStringLiteral("Dateien"), lvwFiles_,
+                       {{3582, "Dateiname"}, {3583, "Größe (Bytes)"}, {3584, "Endung"}, {3585, "Typ"},
+                        {3586, "Attribute"}, {3587, "Änderungsdatum"}, {3588, "Erstellungsdatum"},
+                        {3589, "Zugriffsdatum"}});
+  picTOP_ = listPane(QStringLiteral("picTOP"), 3724, QStringLiteral("Größte Dateien"), lvwTOP_,
+                     {{3582, "Dateiname"}, {3583, "Größe (Bytes)"}, {3728, "Pfad"}, {3584, "Endung"},
+                      {3585, "Typ"}, {3586, "Attribute"}, {3587, "Änderungsdatum"},
+                      {3588, "Erstellungsdatum"}, {3589, "Zugriffsdatum"}});
+  filesArea_ = new QWidget(this);
+  auto* filesLayout = new QVBoxLayout(filesArea_);
+  filesLayout->setContentsMargins(0, 0, 0, 0);
+  filesLayout->addWidget(picFiles_);
+  filesLayout->addWidget(picTOP_);
+
+  splInfo_ = new Splitter(this);
+  splInfo_->setObjectName(QStringLiteral("splInfo"));
+  splInfo_->setOrientation(Splitter::PanesAbove);
+  splInfo_->Bind(drives, filesArea_);
+  splMain_ = new Splitter(this);
+  splMain_->setObjectName(QStringLiteral("splMain"));
+  splMain_->setOrientation(Splitter::PanesSideBySide);
+  splMain_->setMinimumSize(1, 120);
+  splMain_->setMinimumSize(2, 120);
+  splMain_->Bind(report, splInfo_);
+  setCentralWidget(splMain_);
+  if (options.FontSize >= 8 && options.FontSize <= 18) {
+    QFont f = view_->font();
+    f.setPointSizeF(options.FontSize);
+    for (QTreeView* grid : {view_, lvwDiskinfo_, lvwFiles_, lvwTOP_}) grid->setFont(f);
+  }
 
   // The tree keeps what is expanded, so that a report of the current view can follow it.
   connect(view_, &QTreeView::expanded, this, [this](const QModelIndex& i) {
@@ -123,6 +156,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   setGeometry(static_cast<int>(twipsToPixels(pos.Left, px)), static_cast<int>(twipsToPixels(pos.Top, px)),
               static_cast<int>(twipsToPixels(pos.Width, px)), static_cast<int>(twipsToPixels(pos.Height, px)));
   startState_ = pos.WindowState;
+  reportWidth_ = static_cast<int>(twipsToPixels(pos.TVW, px));
+  Change_Info_Visibility();
 
   connect(driver_.get(), &ScanDriver::sourceAccepted, this,
           [this](const QString& path) { AddNewSearchPath(path); });
@@ -296,7 +331,53 @@ void MainWindow::toggleList(int id) {
   }
   if (id == 306 && cbrMain_->isChecked(306)) cbrMain_->setChecked(307, false);
   if (id == 307 && cbrMain_->isChecked(307)) cbrMain_->setChecked(306, false);
-  centralWidget()->setVisible(cbrMain_->isChecked(33));
+  Change_Info_Visibility();
+}
+
+QWidget* MainWindow::listPane(const QString& name, int titleId, const QString& title,
+                              QTreeView*& grid, const QList<QPair<int, QString>>& columns) {
+  auto* pane = new QWidget(this);
+  pane->setObjectName(name);
+  auto* layout = new QVBoxLayout(pane);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  auto* label = new QLabel(TL(titleId, title).toUpper(), pane);
+  label->setContentsMargins(6, 3, 6, 3);
+  QFont bold = label->font();
+  bold.setBold(true);
+  label->setFont(bold);
+  layout->addWidget(label);
+  grid = new QTreeView(pane);
+  grid->setRootIsDecorated(false);
+  grid->setUniformRowHeights(true);
+  QStringList titles;
+  for (const auto& [id, text] : columns) titles << TL(id, text);
+  grid->setHeaderHidden(false);
+  grid->header()->setStretchLastSection(false);
+  auto* model = new QStandardItemModel(0, static_cast<int>(titles.size()), grid);
+  model->setHorizontalHeaderLabels(titles);
+  grid->setModel(model);
+  layout->addWidget(grid, 1);
+  return pane;
+}
+
+// The four check marks decide which panes show; the report may go when another list stays.
+void MainWindow::Change_Info_Visibility() {
+  const bool r = cbrMain_->isChecked(33), d = cbrMain_->isChecked(21);
+  const bool f = cbrMain_->isChecked(306), t = cbrMain_->isChecked(307);
+  if (d || f || t) {
+    splInfo_->setControl1Visible(true);
+    splInfo_->setControl2Visible(true);
+    splInfo_->setControl1Visible(d);
+    splInfo_->setControl2Visible(f || t);
+    splMain_->setControl2Visible(true);
+    splMain_->setControl1Visible(r);
+    picFiles_->setVisible(f);
+    picTOP_->setVisible(!f && t);
+  } else {
+    splMain_->setControl1Visible(true);
+    splMain_->setControl2Visible(false);
+  }
 }
 
 void MainWindow::ChangeFontSize(bool up) {
@@ -304,7 +385,7 @@ void MainWindow::ChangeFontSize(bool up) {
   const double size = f.pointSizeF();
   if ((up && size >= 18) || (!up && size < 9)) return;
   f.setPointSizeF(size + (up ? 1 : -1));
-  view_->setFont(f);
+  for (QTreeView* grid : {view_, lvwDiskinfo_, lvwFiles_, lvwTOP_}) grid->setFont(f);
 }
 
 void MainWindow::ChangeLanguage(int language) {
@@ -320,7 +401,9 @@ void MainWindow::ChangeLanguage(int language) {
 
 void MainWindow::cbrReport_Execute(int id) {
   try {
-    if (id >= 100) {
+    // The level entries of the expand button are 100 to 109, and any other number from 100
+    // up takes their road too, except the full view.
+    if (id >= 100 && id != 323) {
       Report_ExpandFolderLevels(id - 100);
       return;
     }
@@ -354,15 +437,12 @@ void MainWindow::cbrReport_Execute(int id) {
         view_->expandAll();
         syncExpandedFlags();
         break;
-      case 26:
-        for (int c = 0; c < ReportModel::ColumnCount; ++c) view_->resizeColumnToContents(c);
-        break;
+      case 26: Report_Resize_Columns(); break;
       case 29:
       case 30: Report_StartSearch(); break;
       case 323:
         for (int other : {21, 306, 307}) cbrMain_->setChecked(other, false);
-        cbrMain_->setChecked(33, true);
-        centralWidget()->setVisible(true);
+        Change_Info_Visibility();
         break;
       default: break;
     }
@@ -495,9 +575,22 @@ void MainWindow::onColumnTitleClick(int section) {
 
 void MainWindow::onSourceStarted(uint32_t root) { view_->expand(model_->indexOf(root)); }
 
+// Every column fitted to its content, and the report made exactly as wide as its columns.
+void MainWindow::Report_Resize_Columns() {
+  int width = 0;
+  for (int c = 0; c < ReportModel::ColumnCount; ++c) {
+    view_->resizeColumnToContents(c);
+    if (!view_->isColumnHidden(c)) width += view_->columnWidth(c);
+  }
+  if (tree_.empty()) return;  // an empty tree moves nothing
+  width += view_->verticalScrollBar()->isVisible() ? view_->verticalScrollBar()->width()
+                                                   : style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+  splMain_->setPosition(width + 2 * view_->frameWidth());
+}
+
 void MainWindow::onFinished() {
   if (driver_->busy()) return;  // a rescan handed over to queued sources
-  view_->resizeColumnToContents(0);
+  Report_Resize_Columns();
   const uint32_t root = driver_->lastRoot();
   if (view_->currentIndex() == QModelIndex() && root != kNoNode && !tree_.hasFlag(root, ReportTree::Dead))
     view_->setCurrentIndex(model_->indexOf(root));
@@ -574,6 +667,10 @@ void MainWindow::showEvent(QShowEvent* event) {
 
 void MainWindow::Form_Activate() {
   if (startState_ == 2) showMaximized();  // a window left minimised comes back normal
+  // Pane sizes once the window has its size: the report as wide as it was, the drive table
+  // a third of the height on the right.
+  splMain_->setPosition(reportWidth_);
+  splInfo_->setPosition(splInfo_->height() / 3);
   const SavedComboFolders saved = GetAllSavedComboFolders();
   for (const QString& folder : saved.folders) {
     if (!existFolder(encode(folder))) continue;  // gone since: dropped without a word
@@ -597,7 +694,7 @@ void MainWindow::saveAtExit() {
   pos.Top = pixelsToTwips(normal.y(), px);
   pos.Width = pixelsToTwips(normal.width(), px);
   pos.Height = pixelsToTwips(normal.height(), px);
-  pos.TVW = pixelsToTwips(centralWidget()->width(), px);
+  pos.TVW = pixelsToTwips(splMain_->Position(), px);
   FensterpositionSpeichern(pos);
 
   QSettings layouts(QStringLiteral("Velmora Works"), QStringLiteral("Quorlane"));

@@ -15,6 +15,7 @@
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandBar.h"
+#include "ui/Splitter.h"
 
 class QLocalServer;
 
@@ -44,6 +45,12 @@ class MainWindow : public QMainWindow {
   QComboBox& cboOrdner() { return *cboOrdner_; }
   QLineEdit& searchBox() { return *search_; }
   QLabel& statusPanel1() { return *status_; }
+  Splitter& splMain() { return *splMain_; }
+  Splitter& splInfo() { return *splInfo_; }
+  QWidget& filesPane() { return *picFiles_; }
+  QWidget& topPane() { return *picTOP_; }
+  // Brings the panes in line with the check marks of the four list commands.
+  void Change_Info_Visibility();
   bool busy() const { return busy_; }
   bool restartRequested() const { return restartRequested_; }
   // Which language the next start uses and whether the user agreed to restart: for tests.
@@ -72,10 +79,13 @@ class MainWindow : public QMainWindow {
   void onColumnTitleClick(int section);
   void Report_Set_SizeFormat(int unit);
   void Report_ExpandFolderLevels(int level);
+  void Report_Resize_Columns();
   void syncExpandedFlags();
   void ChangeFontSize(bool up);
   void ChangeLanguage(int language);
   void toggleList(int id);
+  QWidget* listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
+                    const QList<QPair<int, QString>>& columns);
   void applyToolbarLook();
   void selectNode(uint32_t node);
   void saveReport();
@@ -96,10 +106,19 @@ class MainWindow : public QMainWindow {
   CommandBar* cbrMain_ = nullptr;
   CommandBar* cbrReport_ = nullptr;
   QLocalServer* lock_ = nullptr;
+  Splitter* splMain_ = nullptr;
+  Splitter* splInfo_ = nullptr;
+  QWidget* picFiles_ = nullptr;
+  QWidget* picTOP_ = nullptr;
+  QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list
+  QTreeView* lvwDiskinfo_ = nullptr;
+  QTreeView* lvwFiles_ = nullptr;
+  QTreeView* lvwTOP_ = nullptr;
   bool busy_ = false;
   bool restartRequested_ = false;
   bool activated_ = false;
   int startState_ = 0;
+  int reportWidth_ = 0;
   MainOptions options_;
   int decimals_ = 1;
   std::function<bool(const QString&)> askRestart_;

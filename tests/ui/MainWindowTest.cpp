@@ -109,12 +109,26 @@ TEST_F(MainWindowTest, MainCommands) {
 
   // The last shown list stays; file list and largest files take each other's place.
   for (int id : {21, 306, 307}) bar.setChecked(id, false);
+  w.Change_Info_Visibility();
+  EXPECT_FALSE(w.splMain().Control2Visible());  // the report alone
   bar.control(33)->trigger();
   EXPECT_TRUE(bar.isChecked(33));
   bar.control(306)->trigger();
+  EXPECT_TRUE(w.splMain().Control2Visible());
+  EXPECT_FALSE(w.splInfo().Control1Visible());  // no drive table
+  EXPECT_TRUE(w.filesPane().isVisible());
   bar.control(307)->trigger();
   EXPECT_TRUE(bar.isChecked(307));
   EXPECT_FALSE(bar.isChecked(306));
+  EXPECT_TRUE(w.topPane().isVisible());
+  EXPECT_FALSE(w.filesPane().isVisible());
+  w.cbrReport().control(323)->trigger();  // full view: the report alone
+  EXPECT_FALSE(bar.isChecked(307));
+  EXPECT_FALSE(w.splMain().Control2Visible());
+  bar.control(21)->trigger();
+  bar.control(33)->trigger();  // the report may go while another list shows
+  EXPECT_FALSE(w.splMain().Control1Visible());
+  EXPECT_TRUE(w.splInfo().Control1Visible());
 
   // A language change is stored at once and restarts only when agreed.
   QStringList asked;
