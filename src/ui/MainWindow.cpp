@@ -7,6 +7,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLocalServer>
+#include <QMenu>
 #include <QMessageBox>
 #include <QProcess>
 #include <QScreen>
@@ -85,6 +86,13 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
   view_->setColumnHidden(ReportModel::ColFiles, !options.ColFileVisible);
   view_->setColumnHidden(ReportModel::ColFolders, !options.ColFolderVisible);
   view_->installEventFilter(this);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
+  connect(view_, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
+    const QModelIndex i = view_->indexAt(at);
+    if (!i.isValid() || busy_ || !tree_.isFolder(model_->nodeOf(i))) return;  // not on a files row
+    view_->setCurrentIndex(i);
+    reportPopup()->popup(view_->viewport()->mapToGlobal(at));
+  });
   model_->setRenamer([this](uint32_t node, const QString& name) { return renameFolder(node, name); });
   connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           [this](const QModelIndex& current) { onCurrentChanged(current); });
@@ -471,6 +479,40 @@ void MainWindow::syncExpandedFlags() {
     tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
 }
 
+void MainWindow::Report_ExpandSubFolders(bool expand) {
+  const QModelIndex i = view_->currentIndex().siblingAtColumn(0);
+  if (!i.isValid()) return;
+  busy_ = true;
+  if (expand) {
+    view_->expandRecursively(i);
+  } else {
+    std::vector<QModelIndex> stack{i};
+    while (!stack.empty()) {
+      const QModelIndex n = stack.back();
+      stack.pop_back();
+      view_->collapse(n);
+      for (int r = 0; r < model_->rowCount(n); ++r) stack.push_back(model_->index(r, 0, n));
+    }
+  }
+  busy_ = false;
+  syncExpandedFlags();
+  Report_Resize_Columns();
+  status_->setText(TL(3525, "OK."));
+}
+
+QMenu* MainWindow::reportPopup() {
+  auto* menu = new QMenu(this);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->addAction(TL(3713, "Alle Unterordner aufklappen"), this, [this] { Report_ExpandSubFolders(true); })
+      ->setData(1007);
+  menu->addAction(TL(3712, "Alle Unterordner zuklappen"), this, [this] { Report_ExpandSubFolders(false); })
+      ->setData(1006);
+  QAction* rename = menu->addAction(TL(3718, "Ordner umbenennen"), this, [this] { startRename(); });
+  rename->setData(1008);
+  rename->setEnabled(selectedNode() != kNoNode && !tree_.isRoot(selectedNode()));
+  return menu;
+}
+
 uint32_t MainWindow::selectedNode() const {
   const QModelIndex i = view_->currentIndex();
   return i.isValid() ? model_->nodeOf(i) : kNoNode;
@@ -619,6 +661,13 @@ bool MainWindow::renameFolder(uint32_t node, const QString& name) {
   return true;
 }
 
+// F2 renames exactly one selected folder below a source.
+void MainWindow::startRename() {
+  const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
+  if (view_->selectionModel()->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable))
+    view_->edit(current);
+}
+
 // The selected row's folder in the status bar (the files row stands for its folder).
 void MainWindow::onCurrentChanged(const QModelIndex& current) {
   if (!current.isValid() || busy_) return;
@@ -630,11 +679,7 @@ void MainWindow::onCurrentChanged(const QModelIndex& current) {
 bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
   if (watched == view_ && event->type() == QEvent::KeyPress &&
       static_cast<QKeyEvent*>(event)->key() == Qt::Key_F2) {
-    // F2 renames exactly one selected folder below a source.
-    const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
-    if (view_->selectionModel()->selectedRows().size() == 1 &&
-        (model_->flags(current) & Qt::ItemIsEditable))
-      view_->edit(current);
+    startRename();
     return true;
   }
   if (event->type() == QEvent::KeyPress && (watched == cboOrdner_ || watched == cboOrdner_->lineEdit())) {

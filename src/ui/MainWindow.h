@@ -18,6 +18,7 @@
 #include "ui/Splitter.h"
 
 class QLocalServer;
+class QMenu;
 
 namespace ql {
 
@@ -63,6 +64,10 @@ class MainWindow : public QMainWindow {
   void StartSearchViaToolbar();
   void Report_StartSearch();
   uint32_t selectedNode() const;
+  // The selected row and everything below it opened or closed in one go.
+  void Report_ExpandSubFolders(bool expand);
+  // The report's popup for the selected folder row; its commands by number.
+  QMenu* reportPopup();
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -80,6 +85,7 @@ class MainWindow : public QMainWindow {
   void Report_Set_SizeFormat(int unit);
   void Report_ExpandFolderLevels(int level);
   void Report_Resize_Columns();
+  void startRename();
   void syncExpandedFlags();
   void ChangeFontSize(bool up);
   void ChangeLanguage(int language);

@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMenu>
 #include <QSignalSpy>
 #include <QSettings>
 #include <QTest>
@@ -173,6 +174,22 @@ TEST_F(MainWindowTest, ReportCommands) {
   w.view().setCurrentIndex(w.model().index(2, 0, root));  // "small" (the smallest, last)
   bar.control(30)->trigger();
   EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
+
+  // The popup opens or closes a folder with everything below it.
+  w.view().setCurrentIndex(root);
+  QMenu* popup = w.reportPopup();
+  for (QAction* a : popup->actions()) {
+    if (a->data().toInt() == 1006) a->trigger();
+  }
+  EXPECT_FALSE(w.view().isExpanded(root));
+  for (QAction* a : popup->actions()) {
+    if (a->data().toInt() == 1008) {
+      EXPECT_FALSE(a->isEnabled());  // a source keeps its name
+    }
+    if (a->data().toInt() == 1007) a->trigger();
+  }
+  EXPECT_TRUE(w.view().isExpanded(root));
+  delete popup;
 
   // Removing takes the whole source, whichever row of it is selected.
   bar.control(7)->trigger();
