@@ -14,33 +14,6 @@
 
 using namespace ql;
 
-TEST(FatalSignals, ExceptionNames) {
-  const struct {
-    int sig, code;
-    const char* name;
-  } cases[] = {
-      {SIGSEGV, SEGV_MAPERR, "EXCEPTION_ACCESS_VIOLATION"},
-      {SIGBUS, BUS_ADRERR, "EXCEPTION_ACCESS_VIOLATION"},
-      {SIGILL, ILL_ILLOPC, "EXCEPTION_ILLEGAL_INSTRUCTION"},
-      {SIGILL, ILL_PRVOPC, "EXCEPTION_PRIV_INSTRUCTION"},
-      {SIGFPE, FPE_INTDIV, "EXCEPTION_INT_DIVIDE_BY_ZERO"},
-      {SIGFPE, FPE_INTOVF, "EXCEPTION_INT_OVERFLOW"},
-      {SIGFPE, FPE_FLTDIV, "EXCEPTION_FLT_DIVIDE_BY_ZERO"},
-      {SIGFPE, FPE_FLTOVF, "EXCEPTION_FLT_OVERFLOW"},
-      {SIGFPE, FPE_FLTINV, "EXCEPTION_FLT_INVALID_OPERATION"},
-      {SIGFPE, FPE_FLTSUB, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED"},
-      {SIGFPE, FPE_FLTUND, "Unknown exception type"},
-      {SIGTRAP, 0, "EXCEPTION_BREAKPOINT"},
-      {SIGUSR1, 0, "Unknown exception type"},
-  };
-  for (const auto& c : cases)
-    EXPECT_STREQ(exceptionName(exceptionCodeForSignal(c.sig, c.code)), c.name)
-        << c.sig << "/" << c.code;
-  EXPECT_STREQ(continuationText(0), "Ok to continue.");
-  EXPECT_STREQ(continuationText(1), "NOT ok to continue.");
-  EXPECT_STREQ(continuationText(2), "Probably safe to continue, but better not.");
-}
-
 namespace {
 
 int divideByZero() {

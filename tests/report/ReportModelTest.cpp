@@ -5,19 +5,14 @@
 #include <QRegularExpression>
 #include <gtest/gtest.h>
 
+#include "TestApp.h"
+
 #include "report/ReportModel.h"
 
 namespace ql {
 namespace {
 
-// Made once and never destroyed: a static QApplication would go down after Qt's own statics.
-void app() {
-  static int argc = 1;
-  static char arg0[] = "test";
-  static char* argv[] = {arg0, nullptr};
-  static QApplication* a = new QApplication(argc, argv);
-  (void)a;
-}
+void app() { test::guiApp(); }
 
 ReportTree branch(const std::string& name, int kids) {
   ReportTree b;

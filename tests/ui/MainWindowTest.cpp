@@ -10,6 +10,7 @@
 #include <QSettings>
 #include <QTest>
 
+#include "TestApp.h"
 #include "TestFs.h"
 #include "app/Globals.h"
 #include "app/Profile.h"
@@ -19,13 +20,7 @@
 namespace ql::test {
 namespace {
 
-void app() {
-  static int argc = 1;
-  static char arg0[] = "test";
-  static char* argv[] = {arg0, nullptr};
-  static QApplication* a = new QApplication(argc, argv);
-  (void)a;
-}
+void app() { guiApp(); }
 
 // Shows the window and lets its first activation run, as on a real start.
 void bringUp(MainWindow& w) {

@@ -4,18 +4,14 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include "TestApp.h"
+
 #include "ui/Splitter.h"
 
 namespace ql {
 namespace {
 
-void app() {
-  static int argc = 1;
-  static char arg0[] = "test";
-  static char* argv[] = {arg0, nullptr};
-  static QApplication* a = new QApplication(argc, argv);
-  (void)a;
-}
+void app() { test::guiApp(); }
 
 struct Panes {
   struct AppFirst {
