@@ -74,6 +74,7 @@ class ReportTree {
   ReportTree();
 
   void setObserver(TreeObserver* observer) { observer_ = observer; }
+  bool observed() const { return observer_ != nullptr; }
 
   // --- structure ---
   uint32_t addRoot(std::string_view text, int image = -1);

@@ -40,7 +40,7 @@ std::unique_ptr<FolderWalk> ScanDriver::makeWalk() {
 std::string ScanDriver::currentFolder() const { return walk_ ? walk_->currentFolder() : std::string(); }
 
 void ScanDriver::branchDone(uint32_t position, ReportTree&& branch) {
-  if (!async_) {
+  if (!async_ && !tree_.observed()) {
     // The owner is blocked in the walk and nobody watches the tree: link it in right here, so
     // finished branches never pile up.
     std::lock_guard lock(pendingMutex_);
@@ -108,11 +108,10 @@ bool ScanDriver::takeNextSource(std::string& scanPath) {
   return false;
 }
 
-void ScanDriver::beginWalk(uint32_t node, const std::string& path) {
+void ScanDriver::beginWalk(uint32_t node) {
   node_ = node;
   placed_.clear();
   walk_ = makeWalk();
-  (void)path;
 }
 
 void ScanDriver::finishSource(const WalkOutcome& outcome) {
@@ -138,7 +137,7 @@ void ScanDriver::runToEnd() {
   async_ = false;
   std::string scanPath;
   while (takeNextSource(scanPath)) {
-    beginWalk(lastRoot_, scanPath);
+    beginWalk(lastRoot_);
     const WalkOutcome outcome = walk_->Report_ScanFolders(scanPath, *this);
     finishSource(outcome);
     if (StopWord == FolderWalk::kStop) break;
@@ -161,7 +160,7 @@ void ScanDriver::readNextAsync() {
     finishAll();
     return;
   }
-  beginWalk(lastRoot_, scanPath);
+  beginWalk(lastRoot_);
   startWalkThread(scanPath);
 }
 
@@ -238,7 +237,7 @@ void ScanDriver::Report_Rescan(uint32_t node, bool full, bool wait) {
     finishRescan();
     return;
   }
-  beginWalk(node, path);
+  beginWalk(node);
   if (wait) {
     const WalkOutcome outcome = walk_->Report_ScanFolders(path, *this);
     finishSource(outcome);

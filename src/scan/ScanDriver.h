@@ -78,7 +78,7 @@ class ScanDriver : public QObject, private WalkSink {
   void failure(const WalkFailure& failure) override;
 
   bool takeNextSource(std::string& scanPath);
-  void beginWalk(uint32_t node, const std::string& path);
+  void beginWalk(uint32_t node);
   void drain();
   void place(uint32_t position, ReportTree&& branch);
   void finishSource(const WalkOutcome& outcome);
