@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "lang/TL.h"
-#include "scan/FsPath.h"
+#include "support/Path.h"
 
 namespace ql {
 

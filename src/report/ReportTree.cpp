@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "scan/FsPath.h"
+#include "support/Path.h"
 
 namespace ql {
 

@@ -18,7 +18,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "scan/FsPath.h"
+#include "support/Path.h"
 
 namespace ql {
 

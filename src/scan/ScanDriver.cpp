@@ -6,7 +6,7 @@
 #include "app/Globals.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
-#include "scan/FsPath.h"
+#include "scan/FileOps.h"
 
 namespace ql {
 

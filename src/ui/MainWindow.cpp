@@ -27,7 +27,7 @@
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportCommands.h"
-#include "scan/FsPath.h"
+#include "scan/FileOps.h"
 
 namespace ql {
 

@@ -1,4 +1,4 @@
-#include "scan/FsPath.h"
+#include "scan/FileOps.h"
 
 #include <cerrno>
 #include <cstring>
@@ -12,61 +12,10 @@
 
 namespace ql {
 
-namespace {
-std::string_view trimBlanks(std::string_view s) {
-  while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
-  while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
-  return s;
-}
-}  // namespace
-
-std::string joinPath(std::string_view folder, std::string_view name) {
-  std::string out;
-  out.reserve(folder.size() + name.size() + 1);
-  out.append(folder);
-  if (out.empty() || out.back() != '/') out.push_back('/');
-  out.append(name);
-  return out;
-}
-
-std::string addSlash(std::string_view path) {
-  if (!path.empty() && path.back() == '/') return std::string(path);
-  std::string out(trimBlanks(path));
-  if (out.empty() || out.back() != '/') out.push_back('/');
-  return out;
-}
-
-std::string removeSlash(std::string_view path) {
-  if (path == "/") return "/";
-  if (!path.empty() && path.back() == '/') {
-    path.remove_suffix(1);
-    std::string out(trimBlanks(path));
-    return out.empty() ? std::string("/") : out;
-  }
-  return std::string(path);
-}
-
-std::string rootText(std::string_view path) {
-  if (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
-  return std::string(path);
-}
-
-std::string extensionOf(std::string_view name) {
-  const auto dot = name.rfind('.');
-  if (dot == std::string_view::npos) return {};
-  return std::string(name.substr(dot + 1));
-}
-
 bool existFolder(const std::string& path) {
   if (path.empty()) return false;
   struct stat st;
   return ::stat(path.c_str(), &st) == 0;
-}
-
-std::string systemErrorText(int err) {
-  char buf[256];
-  // GNU strerror_r returns the text, which may or may not live in buf.
-  return std::string(strerror_r(err, buf, sizeof buf));
 }
 
 std::string renameNoReplace(const std::string& from, const std::string& to) {
