@@ -69,7 +69,10 @@ int main(int argc, char** argv) {
   initFrame();
   installFailureDialog();
   MainWindow window;
-  window.setCommandLine(commandLine);  // read once the window is on the screen
+  std::vector<std::string> sources;
+  for (int i = 1; i < argc; ++i)
+    if (argv[i][0] != '-') sources.emplace_back(argv[i]);
+  window.setStartSources(std::move(sources));  // read once the window is on the screen
   window.show();
   return app.exec();
 }

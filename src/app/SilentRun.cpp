@@ -25,7 +25,7 @@ int runSilent(const std::string& commandLine) {
   if (job.sources.empty()) return failureCount() ? 1 : 0;  // no job: nothing read, nothing saved
 
   ReportTree tree;
-  ScanDriver driver(tree);
+  ScanDriver driver(tree, StopWord);
   driver.setSettings(settings);
   driver.sourceQueue() = job.sources;
   driver.runToEnd();

@@ -21,6 +21,7 @@ void ReportTree::clear() {
   children_.emplace_back();
   live_ = 0;
   deepestLevel_ = 0;
+  ++generation_;
   if (observer_) observer_->endReset();
 }
 

@@ -101,6 +101,10 @@ class ReportTree {
   size_t capacity() const { return nodes_.size(); }
   uint32_t deepestLevel() const { return deepestLevel_; }
   bool empty() const { return roots().empty(); }
+  // Goes up with every clear(): a node index kept from before belongs to a tree that is gone.
+  uint64_t generation() const { return generation_; }
+  // True when the index names a node of this tree that has not been removed.
+  bool isLive(uint32_t i) const { return i != kSuperRoot && i < nodes_.size() && !(nodes_[i].flags & Dead); }
 
   // All live nodes in pre-order: the grid's row numbering.
   std::vector<uint32_t> preorder() const;
@@ -136,6 +140,7 @@ class ReportTree {
   std::vector<SortDefinition> sorters_;
   size_t live_ = 0;
   uint32_t deepestLevel_ = 0;
+  uint64_t generation_ = 0;
   TreeObserver* observer_ = nullptr;
 };
 

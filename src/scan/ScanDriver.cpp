@@ -2,86 +2,155 @@
 
 #include <QFile>
 #include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
 
-#include "app/Globals.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
+#include "report/ReportEdit.h"
 #include "scan/FileOps.h"
 
 namespace ql {
 
-ScanDriver::ScanDriver(ReportTree& tree, QObject* parent) : QObject(parent), tree_(tree) {
-  progressTimer_.setInterval(150);
-  connect(&progressTimer_, &QTimer::timeout, this, [this] {
-    const std::string folder = currentFolder();
-    if (!folder.empty()) Q_EMIT progress(QFile::decodeName(QByteArray::fromStdString(folder)));
-  });
+namespace {
+constexpr auto kAbandonAfter = std::chrono::milliseconds(1000);
+
+QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
+}  // namespace
+
+// What a walk and its driver share. It lives as long as either of them needs it, so a walk that
+// is abandoned while blocked in the kernel can still hand things in, to nobody.
+struct ScanDriver::Run final : WalkSink {
+  std::atomic<int> stop{0};
+  std::unique_ptr<FolderWalk> walk;  // none for a files-only rescan
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::pair<uint32_t, ReportTree>> branches;
+  std::vector<WalkFailure> failures;
+  WalkOutcome outcome;
+  bool done = false;
+  ScanDriver* owner = nullptr;  // told through its event loop; null while it waits itself, or gone
+  bool drainPosted = false;
+
+  void branchDone(uint32_t position, ReportTree&& branch) override {
+    std::lock_guard lock(mutex);
+    branches.emplace_back(position, std::move(branch));
+    wakeOwner();
+  }
+  void failure(const WalkFailure& f) override {
+    std::lock_guard lock(mutex);
+    failures.push_back(f);
+    wakeOwner();
+  }
+  void wakeOwner() {  // under the lock
+    changed.notify_all();
+    if (owner && !drainPosted) {
+      drainPosted = true;
+      ScanDriver* o = owner;
+      QMetaObject::invokeMethod(o, [o] { o->drain(); }, Qt::QueuedConnection);
+    }
+  }
+};
+
+ScanDriver::ScanDriver(ReportTree& tree, std::atomic<int>& stopWord, QObject* parent)
+    : QObject(parent), tree_(tree), stopWord_(stopWord) {
+  ticker_.setInterval(150);
+  connect(&ticker_, &QTimer::timeout, this, &ScanDriver::onTick);
 }
 
 ScanDriver::~ScanDriver() {
+  if (!run_) return;
+  std::unique_lock lock(run_->mutex);
+  run_->owner = nullptr;
+  run_->stop = FolderWalk::kStop;
+  // A walk that answers the stop is waited for; one blocked in the kernel is left to itself.
+  const bool done = run_->changed.wait_for(lock, kAbandonAfter, [this] { return run_->done; });
+  lock.unlock();
   if (thread_.joinable()) {
-    StopWord = FolderWalk::kStop;
-    thread_.join();
+    if (done)
+      thread_.join();
+    else
+      thread_.detach();
   }
 }
 
-std::unique_ptr<FolderWalk> ScanDriver::makeWalk() {
-  WalkOptions o;
-  o.threads = settings_.threads;
-  // For measurements: the number of walk threads can be forced from the environment.
-  if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
-  o.noHardlinks = settings_.noHardlinks;
-  o.folderColorFade = settings_.folderColorFade;
-  o.filesLabel = TL(3514, "Dateien").toStdString();
-  o.feed = feed_;
-  return std::make_unique<FolderWalk>(o, StopWord);
+uint32_t ScanDriver::lastRoot() const {
+  return lastRootGeneration_ == tree_.generation() && tree_.isLive(lastRoot_) ? lastRoot_ : kNoNode;
 }
 
-std::string ScanDriver::currentFolder() const { return walk_ ? walk_->currentFolder() : std::string(); }
-
-void ScanDriver::branchDone(uint32_t position, ReportTree&& branch) {
-  if (!async_ && !tree_.observed()) {
-    // The owner is blocked in the walk and nobody watches the tree: link it in right here, so
-    // finished branches never pile up.
-    std::lock_guard lock(pendingMutex_);
-    place(position, std::move(branch));
-    return;
-  }
-  bool wake = false;
-  {
-    std::lock_guard lock(pendingMutex_);
-    wake = pending_.empty() && failures_.empty();
-    pending_.push_back(Pending{position, std::move(branch)});
-  }
-  if (wake && async_) QMetaObject::invokeMethod(this, &ScanDriver::drain, Qt::QueuedConnection);
+std::string ScanDriver::currentFolder() const {
+  return run_ && run_->walk ? run_->walk->currentFolder() : std::string();
 }
 
-void ScanDriver::failure(const WalkFailure& f) {
-  bool wake = false;
-  {
-    std::lock_guard lock(pendingMutex_);
-    wake = pending_.empty() && failures_.empty();
-    failures_.push_back(f);
+void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
+  job_ = job;
+  node_ = node;
+  placed_.clear();
+  stopSeen_ = {};
+  auto run = std::make_shared<Run>();
+  run->stop = stopWord_.load();
+  run->owner = async_ ? this : nullptr;
+  if (job != Job::FilesRescan) {
+    WalkOptions o;
+    o.threads = settings_.threads;
+    // For measurements: the number of walk threads can be forced from the environment.
+    if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
+    o.noHardlinks = settings_.noHardlinks;
+    o.folderColorFade = settings_.folderColorFade;
+    o.filesLabel = TL(3514, "Dateien").toStdString();
+    o.feed = feed_;
+    run->walk = std::make_unique<FolderWalk>(o, run->stop);
   }
-  if (wake && async_) QMetaObject::invokeMethod(this, &ScanDriver::drain, Qt::QueuedConnection);
+  run_ = run;
+  thread_ = std::thread([run, job, path] {
+    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::Report_ScanFilesOnly(path, run->stop)
+                                                         : run->walk->Report_ScanFolders(path, *run);
+    std::lock_guard lock(run->mutex);
+    run->outcome = outcome;
+    run->done = true;
+    run->changed.notify_all();
+    if (ScanDriver* o = run->owner) QMetaObject::invokeMethod(o, [o] { o->onWalkDone(); }, Qt::QueuedConnection);
+  });
 }
 
-// Links finished top-level folders in at the place the listing gave them.
+void ScanDriver::endThread() {
+  if (thread_.joinable()) thread_.join();
+}
+
+// Links finished top-level folders in at the place the listing gave them, and reports failures.
 void ScanDriver::drain() {
-  std::vector<Pending> pending;
+  if (!run_) return;
+  std::vector<std::pair<uint32_t, ReportTree>> branches;
   std::vector<WalkFailure> failures;
   {
-    std::lock_guard lock(pendingMutex_);
-    pending.swap(pending_);
-    failures.swap(failures_);
+    std::lock_guard lock(run_->mutex);
+    branches.swap(run_->branches);
+    failures.swap(run_->failures);
+    run_->drainPosted = false;
   }
   if (node_ != kNoNode)
-    for (auto& p : pending) place(p.position, std::move(p.branch));
-  for (const auto& f : failures)
-    FailureReport(QStringLiteral("Report_ScanFolders"), QStringLiteral("frmMain"), 0,
-                  QString::fromStdString(f.message),
-                  {QFile::decodeName(QByteArray::fromStdString(f.path)),
-                   QFile::decodeName(QByteArray::fromStdString(f.name))});
+    for (auto& [position, branch] : branches) place(position, std::move(branch));
+  for (const auto& f : failures) reportFailure(f);
+}
+
+void ScanDriver::reportFailure(const WalkFailure& f) {
+  QString text;
+  switch (f.kind) {
+    case WalkFailure::Kind::SumOverflow: text = TL(4040, "Überlauf der Summe"); break;
+    case WalkFailure::Kind::OutOfDescriptors:
+      text = TL(4041, "Zu viele offene Dateien: Ordner konnten nicht gelesen werden.");
+      break;
+    case WalkFailure::Kind::OutOfMemory:
+      text = TL(4042, "Nicht genug Speicher: Ordner konnten nicht gelesen werden.");
+      break;
+    case WalkFailure::Kind::ReadError:
+      text = TL(4043, "Lesefehler: %1", {QString::fromStdString(systemErrorText(f.error))});
+      break;
+  }
+  FailureReport(QStringLiteral("Report_ScanFolders"), QStringLiteral("frmMain"), 0, text,
+                {decode(f.path), decode(f.name)});
 }
 
 void ScanDriver::place(uint32_t position, ReportTree&& branch) {
@@ -95,28 +164,31 @@ void ScanDriver::place(uint32_t position, ReportTree&& branch) {
 bool ScanDriver::takeNextSource(std::string& scanPath) {
   while (!queue_.empty()) {
     const std::string path = queue_.front();
-    if (!existFolder(path)) {  // a source that is not there is dropped without a word
+    const int err = path.empty() ? ENOENT : probePath(path);
+    if (err != 0) {
+      // A source that is not there is dropped without a word; any other reason is told.
+      if (err != ENOENT)
+        Q_EMIT sourceRefused(decode(path), QString::fromStdString(systemErrorText(err)));
       queue_.pop_front();
       continue;
     }
     scanPath = addSlash(path);
-    Q_EMIT sourceAccepted(QFile::decodeName(QByteArray::fromStdString(path)));
+    Q_EMIT sourceAccepted(QByteArray::fromStdString(path));
     lastRoot_ = tree_.addRoot(rootText(scanPath));
+    lastRootGeneration_ = tree_.generation();
     Q_EMIT sourceStarted(lastRoot_);
     return true;
   }
   return false;
 }
 
-void ScanDriver::beginWalk(uint32_t node) {
-  node_ = node;
-  placed_.clear();
-  walk_ = makeWalk();
-}
-
-void ScanDriver::finishSource(const WalkOutcome& outcome) {
+// The walked folder's own sums and its files row, once all its branches are in.
+void ScanDriver::finishWalk(const WalkOutcome& outcome) {
   drain();
   const uint32_t node = node_;
+  if (job_ == Job::Source && !outcome.readable && outcome.openError != 0 && outcome.openError != ENOENT)
+    Q_EMIT sourceRefused(decode(tree_.Report_GetFullpathOfNode(node)),
+                         QString::fromStdString(systemErrorText(outcome.openError)));
   // The folder's own files get a row of their own when it also has subfolder rows.
   if (!outcome.interrupted && outcome.ownBytes > 0 && !tree_.children(node).empty()) {
     const uint32_t files = tree_.addChild(node, TL(3514, "Dateien").toStdString(), 0);
@@ -124,24 +196,46 @@ void ScanDriver::finishSource(const WalkOutcome& outcome) {
   }
   total_ = outcome.total;
   tree_.Report_SetNodeSizeAndFilecount(node, total_.size, total_.files);
-  tree_.setFolders(node, static_cast<int32_t>(total_.folders));
+  tree_.setFolders(node, static_cast<int32_t>(std::min<int64_t>(total_.folders, INT32_MAX)));
   tree_.Report_ChangePercentValue(node);
   node_ = kNoNode;
-  walk_.reset();
-  Q_EMIT sourceFinished(node);
+  run_.reset();
+  if (job_ == Job::Source) Q_EMIT sourceFinished(node);
+}
+
+// The owner's side of a walk it waits for itself: branches are linked in as they come, so they
+// never pile up, and the tree has one writer only.
+WalkOutcome ScanDriver::waitForWalk() {
+  for (;;) {
+    std::unique_lock lock(run_->mutex);
+    run_->changed.wait_for(lock, std::chrono::milliseconds(100), [this] {
+      return run_->done || !run_->branches.empty() || !run_->failures.empty();
+    });
+    const bool done = run_->done;
+    lock.unlock();
+    if (stopped()) run_->stop = FolderWalk::kStop;
+    drain();
+    if (done) break;
+  }
+  endThread();
+  return run_->outcome;
 }
 
 void ScanDriver::runToEnd() {
   if (busy_) return;
   busy_ = true;
   async_ = false;
-  std::string scanPath;
-  while (takeNextSource(scanPath)) {
-    beginWalk(lastRoot_);
-    const WalkOutcome outcome = walk_->Report_ScanFolders(scanPath, *this);
-    finishSource(outcome);
-    if (StopWord == FolderWalk::kStop) break;
-    if (!queue_.empty()) queue_.pop_front();
+  try {
+    std::string scanPath;
+    while (takeNextSource(scanPath)) {
+      launch(Job::Source, lastRoot_, scanPath);
+      finishWalk(waitForWalk());
+      if (stopped()) break;
+      if (!queue_.empty()) queue_.pop_front();
+    }
+  } catch (...) {
+    resetAfterFailure();
+    throw;
   }
   finishAll();
 }
@@ -150,8 +244,13 @@ void ScanDriver::start() {
   if (busy_) return;  // the running driver reads what was added to the queue
   busy_ = true;
   async_ = true;
-  progressTimer_.start();
-  readNextAsync();
+  ticker_.start();
+  try {
+    readNextAsync();
+  } catch (...) {
+    resetAfterFailure();
+    throw;
+  }
 }
 
 void ScanDriver::readNextAsync() {
@@ -160,26 +259,60 @@ void ScanDriver::readNextAsync() {
     finishAll();
     return;
   }
-  beginWalk(lastRoot_);
-  startWalkThread(scanPath);
+  launch(Job::Source, lastRoot_, scanPath);
 }
 
-void ScanDriver::startWalkThread(const std::string& path) {
-  FolderWalk* walk = walk_.get();
-  thread_ = std::thread([this, walk, path] {
-    const WalkOutcome outcome = walk->Report_ScanFolders(path, *this);
-    QMetaObject::invokeMethod(this, [this, outcome] { onWalkDone(outcome); }, Qt::QueuedConnection);
-  });
+void ScanDriver::onTick() {
+  const std::string folder = currentFolder();
+  if (!folder.empty()) Q_EMIT progress(decode(folder));
+  if (!run_ || !stopped()) return;
+  run_->stop = FolderWalk::kStop;
+  const auto now = std::chrono::steady_clock::now();
+  if (stopSeen_ == std::chrono::steady_clock::time_point{})
+    stopSeen_ = now;
+  else if (now - stopSeen_ >= kAbandonAfter)
+    abandon();
 }
 
-void ScanDriver::onWalkDone(const WalkOutcome& outcome) {
-  thread_.join();
-  finishSource(outcome);
-  if (rescan_.active) {
-    finishRescan();
+// The walk did not answer the stop: a worker is blocked in the kernel. What was handed in so far
+// stays; the folder's sums are those of its rows, and the walk is left to end on its own.
+void ScanDriver::abandon() {
+  {
+    std::lock_guard lock(run_->mutex);
+    if (run_->done) return;  // it has just ended: onWalkDone follows
+    run_->owner = nullptr;
+  }
+  thread_.detach();
+  drain();
+  WalkOutcome o;
+  o.readable = true;
+  o.interrupted = true;
+  for (uint32_t c : tree_.children(node_)) {
+    const auto& n = tree_.node(c);
+    o.total.size += n.size;
+    o.total.files += n.files;
+    if (tree_.isFolder(c)) o.total.folders += 1 + n.folders;
+  }
+  afterWalk(o);
+}
+
+void ScanDriver::onWalkDone() {
+  if (!run_) return;
+  {
+    std::lock_guard lock(run_->mutex);
+    if (!run_->done) return;
+  }
+  endThread();
+  afterWalk(run_->outcome);
+}
+
+void ScanDriver::afterWalk(const WalkOutcome& outcome) {
+  if (job_ != Job::Source) {
+    finishRescan(outcome);
     return;
   }
-  if (StopWord == FolderWalk::kStop) {
+  finishWalk(outcome);
+  if (stopped()) {
     finishAll();
     return;
   }
@@ -189,97 +322,110 @@ void ScanDriver::onWalkDone(const WalkOutcome& outcome) {
 
 void ScanDriver::finishAll() {
   queue_.clear();  // a stop forgets the sources not reached
-  progressTimer_.stop();
+  ticker_.stop();
   tree_.Report_Sort();
-  StopWord = 0;
+  stopWord_ = 0;
   busy_ = false;
   Q_EMIT finished();
 }
 
-// Adds (or with negative values takes away) sums on a node and every node above it.
-void ScanDriver::addUp(uint32_t from, int64_t size, int64_t files) {
-  for (uint32_t n = from; n != kSuperRoot && n != kNoNode; n = tree_.parent(n))
-    tree_.Report_SetNodeSizeAndFilecount(n, tree_.node(n).size + size, tree_.node(n).files + files);
+// Whatever failed half-way, the driver is ready for the next command afterwards.
+void ScanDriver::resetAfterFailure() {
+  if (run_) {
+    {
+      std::lock_guard lock(run_->mutex);
+      run_->owner = nullptr;
+      run_->stop = FolderWalk::kStop;
+    }
+    if (thread_.joinable()) thread_.detach();
+    run_.reset();
+  }
+  node_ = kNoNode;
+  ticker_.stop();
+  stopWord_ = 0;
+  busy_ = false;
 }
 
-namespace {
-uint32_t filesRow(const ReportTree& t, uint32_t node) {
-  for (uint32_t c : t.children(node))
-    if (!t.isFolder(c)) return c;
-  return kNoNode;
-}
-}  // namespace
-
-void ScanDriver::Report_Rescan(uint32_t node, bool full, bool wait) {
-  if (busy_ || node == kNoNode || node == kSuperRoot || tree_.hasFlag(node, ReportTree::Dead)) return;
+bool ScanDriver::Report_Rescan(uint32_t node, bool full, bool wait) {
+  if (busy_ || !tree_.isLive(node)) return false;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
+  if (tree_.hasFlag(node, ReportTree::Junction)) return false;  // a link or a mount is never entered
+  const auto& n = tree_.node(node);
+  rescan_ = Rescan{full, node, n.size, n.files, n.folders};
+  const std::string path = addSlash(tree_.Report_GetFullpathOfNode(node));
   busy_ = true;
   async_ = !wait;
-  const auto& n = tree_.node(node);
-  rescan_ = Rescan{true, full, node, n.size, n.files, n.folders};
-
-  if (full) {
-    tree_.clearChildren(node);
-  } else if (const uint32_t files = filesRow(tree_, node); files != kNoNode) {
-    // A leaf keeps its own files in its own sums and has no files row: nothing is taken away
-    // there, and they count twice until the folder above is measured in full.
-    addUp(node, -tree_.node(files).size, -tree_.node(files).files);
-    tree_.removeSubtree(files);
-  }
-  const std::string path = addSlash(tree_.Report_GetFullpathOfNode(node));
-
-  if (!full) {
-    const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(path, StopWord);
-    if (!o.interrupted && o.ownBytes > 0 && o.ownFiles > 0) {
-      const uint32_t files = tree_.addChild(node, TL(3514, "Dateien").toStdString(), 0);
-      tree_.Report_SetNodeSizeAndFilecount(files, o.ownBytes, o.ownFiles);
+  try {
+    if (full) {
+      tree_.clearChildren(node);
+    } else if (const uint32_t files = filesRowOf(tree_, node); files != kNoNode) {
+      // A leaf keeps its own files in its own sums and has no files row: nothing is taken away
+      // there, and they count twice until the folder above is measured in full.
+      adjustUp(tree_, node, SumChange{-tree_.node(files).size, -tree_.node(files).files, 0});
+      tree_.removeSubtree(files);
     }
-    finishRescan();
-    return;
+    launch(full ? Job::FullRescan : Job::FilesRescan, node, path);
+    if (wait) {
+      finishRescan(waitForWalk());
+      return true;
+    }
+  } catch (...) {
+    resetAfterFailure();
+    throw;
   }
-  beginWalk(node);
-  if (wait) {
-    const WalkOutcome outcome = walk_->Report_ScanFolders(path, *this);
-    finishSource(outcome);
-    finishRescan();
-  } else {
-    progressTimer_.start();
-    startWalkThread(path);
-  }
+  ticker_.start();
+  return true;
 }
 
-void ScanDriver::finishRescan() {
+void ScanDriver::finishRescan(const WalkOutcome& outcome) {
   const Rescan r = rescan_;
   rescan_ = Rescan{};
-  if (!r.full) {
-    if (const uint32_t files = filesRow(tree_, r.node); files != kNoNode)
-      addUp(r.node, tree_.node(files).size, tree_.node(files).files);
-  } else if (!tree_.isRoot(r.node)) {
+  bool added = true;
+  if (r.full) {
+    finishWalk(outcome);
     // The folder itself was set from the walk; what lies above moves by the difference.
     const auto& n = tree_.node(r.node);
-    const int64_t dSize = n.size - r.oldSize, dFiles = n.files - r.oldFiles;
-    const int64_t dFolders = n.folders - r.oldFolders;
-    for (uint32_t p = tree_.parent(r.node); p != kSuperRoot; p = tree_.parent(p)) {
-      tree_.Report_SetNodeSizeAndFilecount(p, tree_.node(p).size + dSize, tree_.node(p).files + dFiles);
-      tree_.setFolders(p, static_cast<int32_t>(tree_.node(p).folders + dFolders));
+    if (!tree_.isRoot(r.node))
+      added = adjustUp(tree_, tree_.parent(r.node),
+                       SumChange{n.size - r.oldSize, n.files - r.oldFiles, n.folders - r.oldFolders});
+  } else {
+    drain();
+    node_ = kNoNode;
+    run_.reset();
+    if (!outcome.interrupted && outcome.ownBytes > 0 && outcome.ownFiles > 0) {
+      const uint32_t files = tree_.addChild(r.node, TL(3514, "Dateien").toStdString(), 0);
+      tree_.Report_SetNodeSizeAndFilecount(files, outcome.ownBytes, outcome.ownFiles);
+      added = adjustUp(tree_, r.node, SumChange{outcome.ownBytes, outcome.ownFiles, 0});
     }
   }
-  for (uint32_t n = r.node; n != kSuperRoot; n = tree_.parent(n)) tree_.Report_ChangePercentValue(n);
-  progressTimer_.stop();
+  if (!added)
+    FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, TL(4040, "Überlauf der Summe"),
+                  {decode(tree_.Report_GetFullpathOfNode(r.node))});
+  refreshPercentsUp(tree_, r.node);
+  ticker_.stop();
   tree_.Report_Sort();
   busy_ = false;
+  stopWord_ = 0;
   Q_EMIT rescanFinished(r.node);
   // Sources handed over meanwhile are read now.
   if (!queue_.empty()) {
-    if (async_) start(); else runToEnd();
+    if (async_)
+      start();
+    else
+      runToEnd();
   }
-  StopWord = 0;
 }
 
 void ScanDriver::Report_RemoveFolders(uint32_t node) {
-  if (busy_ || node == kNoNode || node == kSuperRoot || tree_.hasFlag(node, ReportTree::Dead)) return;
+  if (busy_ || !tree_.isLive(node)) return;
   while (!tree_.isRoot(node)) node = tree_.parent(node);
   tree_.removeSubtree(node);
+}
+
+void ScanDriver::clearAll() {
+  if (busy_) return;
+  tree_.clear();
+  lastRoot_ = kNoNode;
 }
 
 }  // namespace ql

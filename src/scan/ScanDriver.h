@@ -3,15 +3,21 @@
 // walked on worker threads while the owner thread stays free. Finished top-level folders are
 // linked into the tree as they come, so the tree grows one folder at a time.
 //
-// Threads: a ScanDriver and its tree belong to the thread that made them (the owner). The walk
-// runs on its own threads; branches and failures come back to the owner through the event loop
-// (start) or after the walk (runToEnd). Nothing else of the driver is touched off the owner.
+// Threads: a ScanDriver and its tree belong to the thread that made them (the owner), and only
+// the owner ever changes the tree. A walk runs on a thread of its own with its pool of workers;
+// finished branches and failures wait in the walk's mailbox until the owner takes them (through
+// the event loop in start(), or in a loop of its own in runToEnd()).
+//
+// A walk that does not answer a stop within a second (a worker blocked in the kernel on a dead
+// network mount) is abandoned: the mailbox it shares with the driver outlives both, the walk
+// finishes on its own whenever the kernel lets it, and nothing it hands in is looked at again.
 
 #include <QObject>
 #include <QTimer>
+#include <atomic>
+#include <chrono>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,7 +27,7 @@
 
 namespace ql {
 
-class ScanDriver : public QObject, private WalkSink {
+class ScanDriver : public QObject {
   Q_OBJECT
  public:
   struct Settings {
@@ -30,14 +36,15 @@ class ScanDriver : public QObject, private WalkSink {
     int threads = 0;  // 0: the walk's default
   };
 
-  explicit ScanDriver(ReportTree& tree, QObject* parent = nullptr);
+  // `stopWord` is the program's stop word: the value FolderWalk::kStop ends the reading.
+  ScanDriver(ReportTree& tree, std::atomic<int>& stopWord, QObject* parent = nullptr);
   ~ScanDriver() override;
 
   void setSettings(const Settings& settings) { settings_ = settings; }
   void setFileFeed(FileFeed* feed) { feed_ = feed; }
 
   // Sources waiting to be read, taken from the front; sources added during a scan are read in
-  // the same run.
+  // the same run. Paths are bytes, used exactly as given.
   std::deque<std::string>& sourceQueue() { return queue_; }
   bool busy() const { return busy_; }
 
@@ -48,73 +55,79 @@ class ScanDriver : public QObject, private WalkSink {
 
   // Measures one folder of the tree again and corrects the sums above it by the difference.
   // `full` replaces the folder's whole subtree; otherwise only its own files are read again and
-  // its subfolder rows stay. A files row stands for its folder. Returns at once unless `wait`;
-  // rescanFinished() follows. Sources queued meanwhile are read afterwards.
-  void Report_Rescan(uint32_t node, bool full, bool wait = false);
+  // its subfolder rows stay. A files row stands for its folder; a junction is never entered.
+  // Returns false when there is nothing to do; otherwise rescanFinished() follows (at once when
+  // `wait`). Sources queued meanwhile are read afterwards.
+  bool Report_Rescan(uint32_t node, bool full, bool wait = false);
   // Takes the whole source of a node out of the report.
   void Report_RemoveFolders(uint32_t node);
+  // Takes every source out of the report; nothing the driver keeps points into it afterwards.
+  void clearAll();
 
   // The sums of the source read last.
   const ScanResult& totalResult() const { return total_; }
-  uint32_t lastRoot() const { return lastRoot_; }
+  // The root of the source read last, kNoNode once it is gone.
+  uint32_t lastRoot() const;
   // A folder being read now, for the status bar.
   std::string currentFolder() const;
 
  Q_SIGNALS:
-  void sourceAccepted(const QString& path);  // an existing source is about to be read
+  void sourceAccepted(const QByteArray& path);  // an existing source is about to be read
   void sourceStarted(uint32_t root);
   void sourceFinished(uint32_t root);
+  // A source that is there but cannot be read, with the system's reason.
+  void sourceRefused(const QString& path, const QString& reason);
   void progress(const QString& folder);
   void finished();
   void rescanFinished(uint32_t node);
 
  private:
-  struct Pending {
-    uint32_t position;
-    ReportTree branch;
-  };
-
-  void branchDone(uint32_t position, ReportTree&& branch) override;
-  void failure(const WalkFailure& failure) override;
+  struct Run;
+  enum class Job { Source, FullRescan, FilesRescan };
 
   bool takeNextSource(std::string& scanPath);
-  void beginWalk(uint32_t node);
+  void launch(Job job, uint32_t node, const std::string& path);
   void drain();
   void place(uint32_t position, ReportTree&& branch);
-  void finishSource(const WalkOutcome& outcome);
-  void onWalkDone(const WalkOutcome& outcome);
+  void reportFailure(const WalkFailure& failure);
+  void finishWalk(const WalkOutcome& outcome);
+  WalkOutcome waitForWalk();
+  void onWalkDone();
+  void afterWalk(const WalkOutcome& outcome);
+  void onTick();
+  void abandon();
   void readNextAsync();
   void finishAll();
-  void finishRescan();
-  void addUp(uint32_t from, int64_t size, int64_t files);
-  void startWalkThread(const std::string& path);
+  void finishRescan(const WalkOutcome& outcome);
+  void resetAfterFailure();
+  void endThread();
+  bool stopped() const { return stopWord_.load() == FolderWalk::kStop; }
 
   struct Rescan {
-    bool active = false;
     bool full = false;
     uint32_t node = kNoNode;
     int64_t oldSize = 0, oldFiles = 0, oldFolders = 0;
-  } rescan_;
-  std::unique_ptr<FolderWalk> makeWalk();
+  };
 
   ReportTree& tree_;
+  std::atomic<int>& stopWord_;
   Settings settings_;
   FileFeed* feed_ = nullptr;
   std::deque<std::string> queue_;
   bool busy_ = false;
   bool async_ = false;
 
-  std::unique_ptr<FolderWalk> walk_;
+  Job job_ = Job::Source;
+  std::shared_ptr<Run> run_;
   std::thread thread_;
-  uint32_t node_ = kNoNode;      // the folder being read
-  std::vector<uint32_t> placed_; // listing positions of its children linked in so far
+  uint32_t node_ = kNoNode;       // the folder being read
+  std::vector<uint32_t> placed_;  // listing positions of its children linked in so far
+  Rescan rescan_;
   ScanResult total_;
   uint32_t lastRoot_ = kNoNode;
-
-  std::mutex pendingMutex_;
-  std::vector<Pending> pending_;
-  std::vector<WalkFailure> failures_;
-  QTimer progressTimer_;
+  uint64_t lastRootGeneration_ = 0;
+  std::chrono::steady_clock::time_point stopSeen_{};
+  QTimer ticker_;
 };
 
 }  // namespace ql

@@ -96,7 +96,12 @@ void CommandBar::setChecked(int id, bool on) {
 }
 
 void CommandBar::setAllEnabled(bool on) {
-  for (int id : order_) controls_.value(id)->setEnabled(on);
+  for (int id : order_) controls_.value(id)->setEnabled(on && !unavailable_.contains(id));
+}
+
+void CommandBar::setUnavailable(int id) {
+  unavailable_.insert(id);
+  if (QAction* a = controls_.value(id)) a->setEnabled(false);
 }
 
 }  // namespace ql

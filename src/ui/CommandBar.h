@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QHash>
+#include <QSet>
 #include <QToolBar>
 
 namespace ql {
@@ -31,8 +32,11 @@ class CommandBar : public QToolBar {
   QAction* control(int id) const { return controls_.value(id); }
   bool isChecked(int id) const;
   void setChecked(int id, bool on);
-  // Every control on or off (the popups follow their button).
+  // Every control on or off (the popups follow their button); controls marked unavailable
+  // stay off.
   void setAllEnabled(bool on);
+  // A command whose feature is not there yet: shown, but never enabled.
+  void setUnavailable(int id);
   QList<int> ids() const { return order_; }
 
  Q_SIGNALS:
@@ -41,6 +45,7 @@ class CommandBar : public QToolBar {
  private:
   QHash<int, QAction*> controls_;
   QList<int> order_;
+  QSet<int> unavailable_;
 };
 
 // An icon from the desktop's theme, or the style's closest standard icon.

@@ -1,24 +1,26 @@
 #pragma once
-// The main window: the source combo and main commands above, the report with its own command
-// bar, and the status bar. Sources are read on worker threads; the tree grows one finished
-// top-level folder at a time while the window stays free.
+// The main window, a frame: the sources box and the main commands above, the panes bound by
+// splitters, the status bar. The panes are classes of their own; the frame wires them to the
+// scan driver and to each other, and brings the window up and down.
 
 #include <QComboBox>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMainWindow>
 #include <QTreeView>
+#include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "app/Settings.h"
-#include "report/ReportModel.h"
+#include "report/ReportPane.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandBar.h"
+#include "ui/Guard.h"
 #include "ui/Splitter.h"
 
 class QLocalServer;
-class QMenu;
 
 namespace ql {
 
@@ -28,23 +30,23 @@ class MainWindow : public QMainWindow {
   explicit MainWindow(QWidget* parent = nullptr);
   ~MainWindow() override;
 
-  // Queues the sources of a command line and starts reading them.
-  void readCommandLine(const std::string& commandLine);
-  // The command line read once the window has come up for the first time.
-  void setCommandLine(std::string commandLine) { commandLine_ = std::move(commandLine); }
+  // Sources of the command line, read once the window has come up for the first time.
+  void setStartSources(std::vector<std::string> sources) { startSources_ = std::move(sources); }
+  // Queues the sources, exactly as given, and starts reading them.
+  void readCommandLine(const std::vector<std::string>& sources);
 
-  // The commands of the two bars, by number, as a click would run them.
+  // The commands of the main bar, by number, as a click would run them.
   void cbrMain_Execute(int id);
-  void cbrReport_Execute(int id);
+  void cbrReport_Execute(int id) { report_->cbrReport_Execute(id); }
 
   ReportTree& tree() { return tree_; }
-  ReportModel& model() { return *model_; }
+  ReportPane& reportPane() { return *report_; }
+  ReportModel& model() { return report_->model(); }
+  QTreeView& view() { return report_->view(); }
   ScanDriver& driver() { return *driver_; }
-  QTreeView& view() { return *view_; }
   CommandBar& cbrMain() { return *cbrMain_; }
-  CommandBar& cbrReport() { return *cbrReport_; }
+  CommandBar& cbrReport() { return report_->bar(); }
   QComboBox& cboOrdner() { return *cboOrdner_; }
-  QLineEdit& searchBox() { return *search_; }
   QLabel& statusPanel1() { return *status_; }
   Splitter& splMain() { return *splMain_; }
   Splitter& splInfo() { return *splInfo_; }
@@ -54,20 +56,16 @@ class MainWindow : public QMainWindow {
   void Change_Info_Visibility();
   bool busy() const { return busy_; }
   bool restartRequested() const { return restartRequested_; }
-  // Which language the next start uses and whether the user agreed to restart: for tests.
+  // Whether the user agreed to restart after a language change: for tests.
   void setLanguageQuestion(std::function<bool(const QString&)> ask) { askRestart_ = std::move(ask); }
   // Where warnings go; a message box unless replaced (tests).
-  void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
+  void setWarningHandler(std::function<void(const QString&)> warn);
 
-  // Puts a source in the combo box (or selects it when it is known) and returns its index.
-  int AddNewSearchPath(const QString& path);
+  // Puts a source in the sources box (or selects it when it is known, byte for byte) and
+  // returns its index.
+  int AddNewSearchPath(const std::string& path);
   void StartSearchViaToolbar();
-  void Report_StartSearch();
-  uint32_t selectedNode() const;
-  // The selected row and everything below it opened or closed in one go.
-  void Report_ExpandSubFolders(bool expand);
-  // The report's popup for the selected folder row; its commands by number.
-  QMenu* reportPopup();
+  uint32_t selectedNode() const { return report_->selectedNode(); }
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -76,44 +74,37 @@ class MainWindow : public QMainWindow {
 
  private:
   void buildMainBar(const MainOptions& o);
-  void buildReportBar(const MainOptions& o);
+  void buildPanes(const MainOptions& o);
+  void wireDriver();
   void DisableControls();
   void EnableControls();
-  void onSourceStarted(uint32_t root);
-  void onFinished();
-  void onColumnTitleClick(int section);
-  void Report_Set_SizeFormat(int unit);
-  void Report_ExpandFolderLevels(int level);
-  void Report_Resize_Columns();
-  void startRename();
-  void syncExpandedFlags();
+  void recoverControls();
+  void onFinished(bool sourcesRead);
+  void onRescanRequested(uint32_t node);
   void ChangeFontSize(bool up);
+  void Drives_ResizeTableHeight();
   void ChangeLanguage(int language);
   void toggleList(int id);
   QWidget* listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
                     const QList<QPair<int, QString>>& columns);
   void applyToolbarLook();
-  void selectNode(uint32_t node);
-  void saveReport();
   void Form_Activate();
   void saveAtExit();
-  double dpi() const;
-  bool renameFolder(uint32_t node, const QString& name);
-  void onCurrentChanged(const QModelIndex& current);
+  bool removeShownSource();
+  void warn(const QString& text);
 
+  Guard guard_;
   ReportTree tree_;
-  std::unique_ptr<ReportModel> model_;
   std::unique_ptr<ScanDriver> driver_;
-  QTreeView* view_ = nullptr;
+  ReportPane* report_ = nullptr;
   QLabel* status_ = nullptr;
   QLabel* status2_ = nullptr;
   QComboBox* cboOrdner_ = nullptr;
-  QLineEdit* search_ = nullptr;
   CommandBar* cbrMain_ = nullptr;
-  CommandBar* cbrReport_ = nullptr;
   QLocalServer* lock_ = nullptr;
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
+  QWidget* picDrives_ = nullptr;
   QWidget* picFiles_ = nullptr;
   QWidget* picTOP_ = nullptr;
   QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list
@@ -126,9 +117,9 @@ class MainWindow : public QMainWindow {
   int startState_ = 0;
   int reportWidth_ = 0;
   MainOptions options_;
-  int decimals_ = 1;
+  QStringList refused_;  // sources that could not be read in this run, told at its end
   std::function<bool(const QString&)> askRestart_;
-  std::string commandLine_;
+  std::vector<std::string> startSources_;
   std::function<void(const QString&)> warn_;
 };
 

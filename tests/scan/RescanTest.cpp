@@ -1,7 +1,13 @@
 // Measuring one folder again: both strengths, the corrections above it, and removing a source.
 
+#include <QSignalSpy>
+#include <climits>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "TestFs.h"
 #include "app/Globals.h"
+#include "report/ReportEdit.h"
 
 namespace ql::test {
 namespace {
@@ -26,7 +32,7 @@ struct Fixture {
     makeFile(d / "b/z", 5);
     makeFile(d / "own", 1);
     ensureApp();
-    driver = new ScanDriver(w.tree);
+    driver = new ScanDriver(w.tree, StopWord);
     driver->sourceQueue().push_back(d.path());
     driver->runToEnd();
     w.root = driver->lastRoot();
@@ -114,6 +120,94 @@ TEST(Rescan, RemovingTakesTheWholeSource) {
   f.driver->Report_RemoveFolders(f.w.tree.roots()[0]);
   EXPECT_TRUE(f.w.tree.empty());
   EXPECT_EQ(f.w.tree.deepestLevel(), 0u);
+  // Nothing the driver keeps points into a tree that was cleared.
+  f.driver->clearAll();
+  EXPECT_EQ(f.driver->lastRoot(), kNoNode);
+  EXPECT_FALSE(f.driver->Report_Rescan(f.w.root, true, true));
+}
+
+TEST(Rescan, ALinkOrMountRowIsNeverEntered) {
+  TempDir d;
+  makeDir(d / "target");
+  makeFile(d / "target/big", 1000);
+  ASSERT_EQ(::symlink((d / "target").c_str(), (d / "link").c_str()), 0);
+  Walked w;
+  ScanDriver driver(w.tree, StopWord);
+  driver.sourceQueue().push_back(d.path());
+  driver.runToEnd();
+  const uint32_t root = driver.lastRoot();
+  const uint32_t link = child(w.tree, root, "link");
+  ASSERT_TRUE(w.tree.hasFlag(link, ReportTree::Junction));
+  EXPECT_FALSE(driver.Report_Rescan(link, true, true));
+  EXPECT_FALSE(driver.Report_Rescan(link, false, true));
+  EXPECT_EQ(w.tree.node(link).size, 0);
+  EXPECT_EQ(w.tree.node(root).size, 1000);  // counted once, in "target"
+  EXPECT_FALSE(driver.busy());
+}
+
+TEST(Rescan, AFolderDeeperThanAnyPathIsMeasuredAgain) {
+  TempDir d;
+  // 24 levels of 200-byte names: well past the longest path the system takes in one go.
+  int fd = ::open(d.path().c_str(), O_RDONLY | O_DIRECTORY);
+  const std::string name(200, 'n');
+  for (int i = 0; i < 24; ++i) {
+    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
+    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    fd = next;
+  }
+  const auto put = [&](const char* file, off_t size) {
+    const int f = ::openat(fd, file, O_WRONLY | O_CREAT, 0644);
+    ASSERT_GE(f, 0);
+    ASSERT_EQ(::ftruncate(f, size), 0);
+    ::close(f);
+  };
+  put("a", 100);
+  Walked w;
+  ScanDriver driver(w.tree, StopWord);
+  driver.sourceQueue().push_back(d.path());
+  driver.runToEnd();
+  const uint32_t root = driver.lastRoot();
+  ASSERT_EQ(w.tree.node(root).size, 100);
+  uint32_t deepest = root;
+  while (!w.tree.children(deepest).empty()) deepest = w.tree.children(deepest)[0];
+  ASSERT_GT(w.tree.Report_GetFullpathOfNode(deepest).size(), 4096u);
+
+  put("b", 50);
+  ASSERT_TRUE(driver.Report_Rescan(deepest, true, true));
+  EXPECT_EQ(w.tree.node(deepest).size, 150);
+  EXPECT_EQ(w.tree.node(root).size, 150);
+  EXPECT_EQ(w.tree.node(root).files, 2);
+  ::close(fd);
+}
+
+TEST(Rescan, AFilesOnlyRescanRunsOffTheCallingThread) {
+  Fixture f;
+  const uint32_t a = f.a();
+  makeFile(f.d / "a/x2", 50);
+  QSignalSpy done(f.driver, &ScanDriver::rescanFinished);
+  ASSERT_TRUE(f.driver->Report_Rescan(a, false));
+  EXPECT_TRUE(f.driver->busy());  // returned at once; the answer comes through the event loop
+  ASSERT_TRUE(done.wait(10000));
+  EXPECT_EQ(f.node(a).size, 160);
+  EXPECT_EQ(f.node(f.w.root).size, 166);
+  EXPECT_FALSE(f.driver->busy());
+}
+
+TEST(Rescan, SumCorrectionsNeverStoreAWrappedValue) {
+  ReportTree t;
+  const uint32_t root = t.addRoot("/r");
+  const uint32_t a = t.addChild(root, "a", ReportTree::IsFolder);
+  t.Report_SetNodeSizeAndFilecount(root, INT64_MAX - 10, 3);
+  t.Report_SetNodeSizeAndFilecount(a, 5, 1);
+  EXPECT_FALSE(adjustUp(t, a, SumChange{100, 1, 0}));
+  EXPECT_EQ(t.node(root).size, INT64_MAX - 10);  // neither the root nor the row below moved
+  EXPECT_EQ(t.node(a).size, 5);
+  EXPECT_TRUE(adjustUp(t, a, SumChange{10, 1, 0}));
+  EXPECT_EQ(t.node(root).size, INT64_MAX);
+  EXPECT_TRUE(removeWithSums(t, a));
+  EXPECT_EQ(t.node(root).size, INT64_MAX - 15);
+  EXPECT_EQ(t.node(root).files, 2);
 }
 
 }  // namespace

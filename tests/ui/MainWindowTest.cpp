@@ -15,6 +15,7 @@
 #include "app/Globals.h"
 #include "app/Profile.h"
 #include "app/Settings.h"
+#include "failure/FailureReport.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -47,7 +48,7 @@ TEST_F(MainWindowTest, ReadsTheCommandLineAndSortsByTitleClicks) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\" \"" + d / "missing" + "\"");
+  w.readCommandLine({d.path(), d / "missing"});
   ASSERT_TRUE(finished.wait(10000));
   ReportModel& m = w.model();
   ASSERT_EQ(m.rowCount(), 1);  // the missing source is dropped without a word
@@ -76,7 +77,7 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\" \"" + d.path() + "\"");
+  w.readCommandLine({d.path(), d.path()});
   ASSERT_TRUE(w.busy());
   EXPECT_FALSE(w.close());  // refused: the walk is asked to stop instead
   EXPECT_TRUE(w.isVisible());
@@ -93,9 +94,9 @@ TEST_F(MainWindowTest, MainCommands) {
   // Stop is live only while a scan runs.
   EXPECT_FALSE(bar.control(3)->isEnabled());
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.AddNewSearchPath(QString::fromStdString(d.path()));
+  w.AddNewSearchPath(d.path());
   EXPECT_EQ(w.cboOrdner().count(), 1);
-  EXPECT_EQ(w.AddNewSearchPath(QString::fromStdString(d.path() + "/")), 0);  // known already
+  EXPECT_EQ(w.AddNewSearchPath(d.path() + "/"), 0);  // known already
   bar.control(2)->trigger();
   EXPECT_TRUE(bar.control(3)->isEnabled());
   EXPECT_FALSE(bar.control(2)->isEnabled());
@@ -142,7 +143,7 @@ TEST_F(MainWindowTest, ReportCommands) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\"");
+  w.readCommandLine({d.path()});
   ASSERT_TRUE(finished.wait(10000));
   CommandBar& bar = w.cbrReport();
   const QModelIndex root = w.model().index(0, 0);
@@ -165,14 +166,14 @@ TEST_F(MainWindowTest, ReportCommands) {
   EXPECT_TRUE(w.tree().hasFlag(w.model().nodeOf(root), ReportTree::Expanded));
 
   // The search goes on from the selection and wraps around once.
-  w.searchBox().setText("ediu");
+  w.reportPane().searchBox().setText("ediu");
   w.view().setCurrentIndex(w.model().index(2, 0, root));  // "small" (the smallest, last)
   bar.control(30)->trigger();
   EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
 
   // The popup opens or closes a folder with everything below it.
   w.view().setCurrentIndex(root);
-  QMenu* popup = w.reportPopup();
+  QMenu* popup = w.reportPane().reportPopup();
   for (QAction* a : popup->actions()) {
     if (a->data().toInt() == 1006) a->trigger();
   }
@@ -195,8 +196,8 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   {
     MainWindow w;
     bringUp(w);
-    w.AddNewSearchPath(QString::fromStdString(d / "large"));
-    w.AddNewSearchPath(QString::fromStdString(d / "gone"));
+    w.AddNewSearchPath(d / "large");
+    w.AddNewSearchPath(d / "gone");
     w.cbrReport().control(12)->trigger();  // megabytes
     w.cbrReport().control(35)->trigger();  // no percent column
     w.cbrMain().control(32)->trigger();    // larger font
@@ -245,7 +246,7 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   QStringList warnings;
   w.setWarningHandler([&](const QString& text) { warnings << text; });
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\"");
+  w.readCommandLine({d.path()});
   ASSERT_TRUE(finished.wait(10000));
 
   QLineEdit* editor = startRename(w, "medium");
@@ -274,5 +275,99 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   for (QLineEdit* e : w.view().findChildren<QLineEdit*>()) EXPECT_FALSE(e->isVisible());
 }
 
+
+// Runs a command of the report's bar and waits for the scan it may start.
+void runAndWait(MainWindow& w, int id) {
+  w.cbrReport().control(id)->trigger();
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy(); }, 10000));
+}
+
+TEST_F(MainWindowTest, RemoveAllThenAMissingSourceThenRefreshLeavesTheWindowUsable) {
+  // More rows than one block of the tree holds, so a stale row index points far outside it.
+  makeDir(d / "many");
+  for (int i = 0; i < 4200; ++i) makeDir(d / ("many/" + std::to_string(i)));
+  MainWindow w;
+  bringUp(w);
+  const int failuresBefore = failureCount();
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  w.cbrReport().control(9)->trigger();  // remove all
+  EXPECT_EQ(w.model().rowCount(), 0);
+  w.cboOrdner().setEditText(QString::fromStdString(d / "not-there"));
+  w.cbrMain().control(2)->trigger();  // Start: nothing is there to read
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy(); }, 10000));
+  runAndWait(w, 4);  // Refresh with nothing to refresh
+  EXPECT_EQ(failureCount(), failuresBefore);
+  EXPECT_FALSE(w.busy());
+  EXPECT_TRUE(w.cbrMain().control(2)->isEnabled());
+  EXPECT_TRUE(w.close());
+}
+
+TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
+  const std::string odd = d / "caf\xe9 \xff";  // not UTF-8, and a blank inside
+  makeDir(odd);
+  makeFile(odd + "/f", 7);
+  makeDir(d / "Case");
+  MainWindow w;
+  bringUp(w);
+  // Names that differ only in case are two folders.
+  EXPECT_EQ(w.AddNewSearchPath(d / "case"), 0);
+  EXPECT_EQ(w.AddNewSearchPath(d / "Case"), 1);
+
+  // A source given with bytes that are not UTF-8 is read, listed and read again as it is.
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine({odd});
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_EQ(w.tree().roots().size(), 1u);
+  EXPECT_EQ(w.tree().text(w.tree().roots()[0]), odd);
+  EXPECT_EQ(w.tree().node(w.tree().roots()[0]).size, 7);
+  EXPECT_EQ(w.cboOrdner().currentIndex(), 2);
+  w.cbrMain().control(2)->trigger();  // Start with the entry as shown
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_EQ(w.tree().roots().size(), 2u);
+  EXPECT_EQ(w.tree().text(w.tree().roots()[1]), odd);
+  EXPECT_EQ(w.tree().node(w.tree().roots()[1]).size, 7);
+  // The new source is the one selected.
+  EXPECT_EQ(w.model().nodeOf(w.view().currentIndex()), w.tree().roots()[1]);
+
+  // Delete takes out the entry shown, never one the user has typed over.
+  w.cboOrdner().setCurrentIndex(0);
+  w.cboOrdner().setEditText(QStringLiteral("/something/typed"));
+  QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
+  EXPECT_EQ(w.cboOrdner().count(), 3);
+  w.cboOrdner().setCurrentIndex(1);
+  QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
+  ASSERT_EQ(w.cboOrdner().count(), 2);
+  EXPECT_EQ(w.cboOrdner().itemData(1).toByteArray().toStdString(), odd + "/");
+}
+
+TEST_F(MainWindowTest, SearchWithNothingSelectedBeginsBehindTheFirstRow) {
+  MainWindow w;
+  bringUp(w);
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  w.view().setCurrentIndex(QModelIndex());
+  // The source's own row ("/tmp/...") holds an "m" too, but the search begins behind it.
+  w.reportPane().searchBox().setText("m");
+  w.cbrReport().control(30)->trigger();
+  EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
+}
+
+TEST_F(MainWindowTest, CommandsThatDoNothingYetAreOffAndStayOff) {
+  MainWindow w;
+  bringUp(w);
+  for (auto [bar, id] : {std::pair{&w.cbrMain(), 14}, {&w.cbrMain(), 19}, {&w.cbrReport(), 6}}) {
+    ASSERT_NE(bar->control(id), nullptr) << id;
+    EXPECT_FALSE(bar->control(id)->isEnabled()) << id;
+  }
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine({d.path()});  // the scanning state and back
+  ASSERT_TRUE(finished.wait(10000));
+  EXPECT_FALSE(w.cbrMain().control(14)->isEnabled());
+  EXPECT_FALSE(w.cbrReport().control(6)->isEnabled());
+  EXPECT_TRUE(w.cbrMain().control(2)->isEnabled());
+}
 }  // namespace
 }  // namespace ql::test

@@ -1,0 +1,412 @@
+#include "report/ReportPane.h"
+
+#include <QFileDialog>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QMessageBox>
+#include <QScrollBar>
+#include <QStyle>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <cerrno>
+#include <sys/resource.h>
+
+#include "lang/TL.h"
+#include "output/ReportWriter.h"
+#include "report/ReportCommands.h"
+#include "scan/FileOps.h"
+#include "scan/ScanDriver.h"
+#include "ui/CommandIds.h"
+
+namespace ql {
+
+namespace {
+QString decode(std::string_view bytes) {
+  return QFile::decodeName(QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size())));
+}
+std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+}  // namespace
+
+ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard, const MainOptions& options,
+                       QWidget* parent)
+    : QWidget(parent), tree_(tree), driver_(driver), guard_(guard) {
+  setObjectName(QStringLiteral("picReport"));
+  decimals_ = options.SizeFormatNachkommastellenFolders ? 1 : 0;
+  model_ = std::make_unique<ReportModel>(tree_);
+  model_->setSizeFormat(options.FileSizeFormat >= 0 && options.FileSizeFormat <= 3 ? options.FileSizeFormat : 0,
+                        decimals_);
+
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  auto* title = new QLabel(TL(3640, "Ordner").toUpper(), this);
+  title->setObjectName(QStringLiteral("lblReportTitle"));
+  title->setContentsMargins(6, 3, 6, 3);
+  QFont bold = title->font();
+  bold.setBold(true);
+  title->setFont(bold);
+  layout->addWidget(title);
+  buildBar(options);
+  layout->addWidget(bar_);
+
+  view_ = new QTreeView(this);
+  view_->setObjectName(QStringLiteral("tvwPL"));
+  view_->setModel(model_.get());
+  view_->setUniformRowHeights(true);
+  view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->header()->setStretchLastSection(false);
+  view_->setColumnWidth(0, 320);
+  for (int c = 1; c < ReportModel::ColumnCount; ++c) view_->setColumnWidth(c, 110);
+  view_->setColumnHidden(ReportModel::ColPercent, !options.ColPercentVisible);
+  view_->setColumnHidden(ReportModel::ColFiles, !options.ColFileVisible);
+  view_->setColumnHidden(ReportModel::ColFolders, !options.ColFolderVisible);
+  view_->installEventFilter(this);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
+  layout->addWidget(view_, 1);
+
+  connect(view_, &QWidget::customContextMenuRequested, this,
+          guard_.wrap("tvwPL_MouseUp", [this](const QPoint& at) {
+            const QModelIndex i = view_->indexAt(at);
+            if (!i.isValid() || !view_->isEnabled() || !tree_.isFolder(model_->nodeOf(i))) return;  // not on a files row
+            view_->setCurrentIndex(i);
+            reportPopup()->popup(view_->viewport()->mapToGlobal(at));
+          }));
+  model_->setRenamer([this](uint32_t node, const QString& name) {
+    bool done = false;
+    guard_.run("tvwPL_AfterEdit", [&] { done = renameFolder(node, name); });
+    return done;
+  });
+  connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
+          guard_.wrap("tvwPL_SelChange", [this](const QModelIndex& current, const QModelIndex&) {
+            onCurrentChanged(current);
+          }));
+  // The tree keeps what is expanded, so that a report of the current view can follow it.
+  connect(view_, &QTreeView::expanded, this, guard_.wrap("tvwPL_Expand", [this](const QModelIndex& i) {
+            onExpanded(i);
+          }));
+  connect(view_, &QTreeView::collapsed, this, guard_.wrap("tvwPL_Collapse", [this](const QModelIndex& i) {
+            tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, false);
+          }));
+  // A click on a column title sorts. (The header reports no click when a drag of a column
+  // border ends over a title, so that release never sorts.)
+  view_->header()->setSectionsClickable(true);
+  connect(view_->header(), &QHeaderView::sectionClicked, this,
+          guard_.wrap("tvwPL_ColumnClick", [this](int section) { onColumnTitleClick(section); }));
+}
+
+ReportPane::~ReportPane() { view_->setModel(nullptr); }
+
+void ReportPane::buildBar(const MainOptions& o) {
+  using namespace cmd::report;
+  bar_ = new CommandBar(QStringLiteral("cbrReport"), QStringLiteral("Folders"), this);
+  CommandBar& b = *bar_;
+  using T = CommandBar::Type;
+  b.AddControl(T::Button, Rescan, 3535, "Aktualisieren", "view-refresh", true, 3536,
+               "Ausgewählter Ordner neu einlesen");
+  b.AddControl(T::Button, FullView, 3720, "Vollansicht", "view-fullscreen", true, 3719,
+               "Alle anderen Listen ausblenden");
+  b.AddControl(T::Button, CollapseAll, 3673, "Zuklappen", "zoom-out", true, 3562, "Alle Ordner zuklappen");
+  b.AddControl(T::SplitButton, ExpandAll, 3674, "Aufklappen", "zoom-in", false, 3563, "Alle Ordner aufklappen");
+  b.AddPopupControl(ExpandAll, ExpandLevels, TL(3629, "1 Ordnerebene aufklappen"));
+  for (int n = 2; n <= 10; ++n)
+    b.AddPopupControl(ExpandAll, ExpandLevels + n - 1, TL(3646, "%1 Ordnerebenen aufklappen", {QString::number(n)}));
+  b.AddControl(T::Button, Remove, 3539, "Entfernen", "list-remove", true, 3540, "Ausgewählte Quelle entfernen");
+  b.AddControl(T::Button, RemoveAll, 3545, "Alle entfernen", "edit-clear", false, 3546, "Alle Quellen entfernen");
+  b.AddControl(T::Button, Save, 3537, "Speichern", "document-save", true, 3538,
+               "Ordnerliste in eine Textdatei speichern");
+  b.AddControl(T::Button, Print, 3541, "Drucken", "document-print", true, 3542, "Ordnerliste drucken");
+  b.setUnavailable(Print);  // comes with the print dialog
+  b.AddControl(T::Button, PercentColumn, 3698, "Prozent", "", true, 3699, "Spalte 'Prozent' anzeigen", true,
+               o.ColPercentVisible);
+  b.AddControl(T::Button, FilesColumn, 3676, "Dateien", "", false, 3565, "Spalte 'Dateianzahl' anzeigen", true,
+               o.ColFileVisible);
+  b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
+               o.ColFolderVisible);
+  b.AddControl(T::Button, FitColumns, 3675, "Optimieren", "zoom-fit-best", false, 3564, "Spaltenbreite optimieren");
+  b.AddControl(T::Button, cmd::report::Bytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+               o.SizeFormatNachkommastellenFolders);
+  search_ = new QLineEdit(bar_);
+  search_->setObjectName(QStringLiteral("txtSearch"));
+  search_->setMaximumWidth(180);
+  search_->setClearButtonEnabled(true);
+  connect(search_, &QLineEdit::returnPressed, this,
+          guard_.wrap("txtSearch_KeyUp", [this] { Report_StartSearch(); }));
+  b.AddWidget(SearchBox, search_, true);
+  b.AddControl(T::Button, Search, 3678, "Suchen", "edit-find", false, 3630, "Suche starten");
+  b.setChecked(cmd::report::Bytes + model_->unit(), true);
+  connect(bar_, &CommandBar::execute, this, [this](int id) { cbrReport_Execute(id); });
+}
+
+void ReportPane::cbrReport_Execute(int id) {
+  guard_.run("cbrReport_Execute", [&] {
+    using namespace cmd::report;
+    // The level entries of the expand button are 100 to 109, and any other number from 100
+    // up takes their road too, except the full view.
+    if (id >= ExpandLevels && id != FullView) {
+      Report_ExpandFolderLevels(id - ExpandLevels);
+      return;
+    }
+    switch (id) {
+      case Rescan:
+        if (selectedNode() != kNoNode) Q_EMIT rescanRequested(selectedNode());
+        return;  // the scan says when it is done
+      case Save: saveReport(); break;
+      case Remove: driver_.Report_RemoveFolders(selectedNode()); break;
+      case RemoveAll: driver_.clearAll(); break;
+      case cmd::report::Bytes:
+      case Kilobytes:
+      case Megabytes:
+      case Gigabytes: Report_Set_SizeFormat(id - cmd::report::Bytes); break;
+      case Decimals:
+        decimals_ = bar_->isChecked(Decimals) ? 1 : 0;
+        Report_Set_SizeFormat(model_->unit());
+        break;
+      case PercentColumn: view_->setColumnHidden(ReportModel::ColPercent, !bar_->isChecked(id)); break;
+      case FilesColumn: view_->setColumnHidden(ReportModel::ColFiles, !bar_->isChecked(id)); break;
+      case FoldersColumn: view_->setColumnHidden(ReportModel::ColFolders, !bar_->isChecked(id)); break;
+      case CollapseAll:
+        view_->collapseAll();
+        syncExpandedFlags();
+        break;
+      case ExpandAll:
+        // Every level the view can lay out; Qt's own expand-all recurses without a bound.
+        view_->expandToDepth(expandableLevels() - 1);
+        syncExpandedFlags();
+        if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) {
+          reportUnexpandable();
+          return;
+        }
+        break;
+      case FitColumns: Report_Resize_Columns(); break;
+      case SearchBox:
+      case Search: Report_StartSearch(); break;
+      case FullView: Q_EMIT fullViewRequested(); break;
+      default: break;
+    }
+    Q_EMIT statusText(TL(3525, "OK."));
+  }, {QString::number(id)});
+}
+
+int ReportPane::expandableLevels() {
+  // A laid-out level costs the view well under 1 KiB of stack; half the stack is left spare.
+  rlimit rl{};
+  rlim_t stack = 8u << 20;
+  if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY) stack = rl.rlim_cur;
+  return static_cast<int>(std::clamp<rlim_t>(stack / 2048, 256, 16384));
+}
+
+void ReportPane::reportUnexpandable() {
+  Q_EMIT statusText(TL(4045, "Ordner unterhalb von Ebene %1 können nicht aufgeklappt werden.",
+                       {QString::number(expandableLevels())}));
+}
+
+// A folder opened by hand below the deepest level the view can lay out closes again.
+void ReportPane::onExpanded(const QModelIndex& index) {
+  const uint32_t node = model_->nodeOf(index);
+  if (static_cast<int>(tree_.node(node).level) + 1 >= expandableLevels()) {
+    view_->collapse(index);
+    reportUnexpandable();
+    return;
+  }
+  tree_.setFlag(node, ReportTree::Expanded, true);
+}
+
+void ReportPane::Report_Set_SizeFormat(int unit) {
+  for (int u = 0; u < 4; ++u) bar_->setChecked(cmd::report::Bytes + u, u == unit);
+  model_->setSizeFormat(unit, decimals_);
+}
+
+void ReportPane::Report_ExpandFolderLevels(int level) {
+  if (tree_.liveCount() < 2) return;
+  view_->collapseAll();
+  view_->expandToDepth(std::min(level, expandableLevels() - 1));
+  syncExpandedFlags();
+}
+
+void ReportPane::syncExpandedFlags() {
+  for (uint32_t n : tree_.preorder())
+    tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
+}
+
+void ReportPane::Report_ExpandSubFolders(bool expand) {
+  const QModelIndex i = view_->currentIndex().siblingAtColumn(0);
+  if (!i.isValid()) return;
+  if (expand) {
+    const int level = static_cast<int>(tree_.node(model_->nodeOf(i)).level);
+    const int depth = expandableLevels() - 1 - level;
+    if (depth >= 0) view_->expandRecursively(i, depth);
+    if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) reportUnexpandable();
+  } else {
+    std::vector<QModelIndex> stack{i};
+    while (!stack.empty()) {
+      const QModelIndex n = stack.back();
+      stack.pop_back();
+      view_->collapse(n);
+      for (int r = 0; r < model_->rowCount(n); ++r) stack.push_back(model_->index(r, 0, n));
+    }
+    Q_EMIT statusText(TL(3525, "OK."));
+  }
+  syncExpandedFlags();
+  Report_Resize_Columns();
+}
+
+QMenu* ReportPane::reportPopup() {
+  using namespace cmd::popup;
+  auto* menu = new QMenu(this);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->addAction(TL(3713, "Alle Unterordner aufklappen"), this,
+                  guard_.wrap("mnuExpandSub", [this] { Report_ExpandSubFolders(true); }))
+      ->setData(ExpandBelow);
+  menu->addAction(TL(3712, "Alle Unterordner zuklappen"), this,
+                  guard_.wrap("mnuCollapseSub", [this] { Report_ExpandSubFolders(false); }))
+      ->setData(CollapseBelow);
+  QAction* rename = menu->addAction(TL(3718, "Ordner umbenennen"), this,
+                                    guard_.wrap("mnuRename", [this] { startRename(); }));
+  rename->setData(RenameFolder);
+  rename->setEnabled(selectedNode() != kNoNode && !tree_.isRoot(selectedNode()) &&
+                     !tree_.hasFlag(selectedNode(), ReportTree::Junction));
+  return menu;
+}
+
+uint32_t ReportPane::selectedNode() const {
+  const QModelIndex i = view_->currentIndex();
+  const uint32_t node = i.isValid() ? model_->nodeOf(i) : kNoNode;
+  return tree_.isLive(node) ? node : kNoNode;
+}
+
+void ReportPane::selectNode(uint32_t node) {
+  if (!tree_.isLive(node)) return;
+  const QModelIndex i = model_->indexOf(node);
+  view_->setCurrentIndex(i);
+  view_->scrollTo(i);
+}
+
+void ReportPane::Report_StartSearch() {
+  const QString text = search_->text();
+  if (tree_.empty() || text.isEmpty()) return;
+  const std::vector<uint32_t> rows = tree_.preorder();
+  // The search begins behind the selected row; with none, behind the first.
+  size_t from = 1;
+  const uint32_t current = selectedNode();
+  for (size_t r = 0; r < rows.size(); ++r)
+    if (rows[r] == current) from = r + 1;
+  for (size_t k = 0; k < rows.size(); ++k) {
+    const uint32_t n = rows[(from + k) % rows.size()];
+    if (decode(tree_.text(n)).contains(text, Qt::CaseInsensitive)) {
+      selectNode(n);
+      break;
+    }
+  }
+  search_->setFocus();
+}
+
+void ReportPane::saveReport() {
+  if (tree_.empty()) return;
+  const QString file = QFileDialog::getSaveFileName(this, TL(3612, "Speichern"), QString(),
+                                                    QStringLiteral("CSV (*.csv);;TXT (*.txt)"));
+  if (file.isEmpty()) return;
+  ReportSaveOptions o;
+  o.unit = model_->unit();
+  o.decimals = decimals_;
+  QString error;
+  if (!ReportWriter::SPEICHERN(tree_, encode(file), o, error))
+    FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
+}
+
+void ReportPane::setControlsEnabled(bool on) {
+  bar_->setAllEnabled(on);
+  view_->setEnabled(on);
+}
+
+void ReportPane::setGridFont(const QFont& font) { view_->setFont(font); }
+
+void ReportPane::storeOptions(MainOptions& o) const {
+  using namespace cmd::report;
+  o.ColPercentVisible = bar_->isChecked(PercentColumn);
+  o.ColFileVisible = bar_->isChecked(FilesColumn);
+  o.ColFolderVisible = bar_->isChecked(FoldersColumn);
+  o.SizeFormatNachkommastellenFolders = bar_->isChecked(Decimals);
+  o.FileSizeFormat = model_->unit();
+  o.FontSize = view_->font().pointSizeF();
+}
+
+void ReportPane::onColumnTitleClick(int section) {
+  if (tree_.empty() || !view_->isEnabled()) return;
+  Report_SortByColumnTitle(tree_, section + 1);
+  view_->setCurrentIndex(model_->index(0, 0));
+  view_->scrollToTop();
+}
+
+// Every column fitted to its content, and the report made exactly as wide as its columns.
+void ReportPane::Report_Resize_Columns() {
+  int width = 0;
+  for (int c = 0; c < ReportModel::ColumnCount; ++c) {
+    view_->resizeColumnToContents(c);
+    if (!view_->isColumnHidden(c)) width += view_->columnWidth(c);
+  }
+  if (tree_.empty()) return;  // an empty tree moves nothing
+  width += view_->verticalScrollBar()->isVisible() ? view_->verticalScrollBar()->width()
+                                                   : style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+  Q_EMIT preferredWidth(width + 2 * view_->frameWidth());
+}
+
+void ReportPane::warn(const QString& text) {
+  if (warn_)
+    warn_(text);
+  else
+    QMessageBox::warning(this, QStringLiteral("Quorlane"), text);
+}
+
+// A folder renamed in place: on disk first, never over something that is there.
+bool ReportPane::renameFolder(uint32_t node, const QString& name) {
+  if (!tree_.isLive(node) || tree_.isRoot(node) || tree_.hasFlag(node, ReportTree::Junction)) return false;
+  const std::string parent = tree_.Report_GetFullpathOfNode(node, true, true);
+  const std::string from = parent + std::string(tree_.text(node));
+  const std::string to = parent + encode(name);
+  const std::string error = name.contains(QLatin1Char('/')) || name.isEmpty() || name == QLatin1String(".") ||
+                                    name == QLatin1String("..")
+                                ? systemErrorText(EINVAL)
+                                : renameNoReplace(from, to);
+  if (!error.empty()) {
+    warn(QString::fromStdString(error));
+    return false;
+  }
+  tree_.setText(node, encode(name));
+  onCurrentChanged(view_->currentIndex());
+  return true;
+}
+
+// F2 renames exactly one selected folder below a source.
+void ReportPane::startRename() {
+  const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
+  if (view_->selectionModel()->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable))
+    view_->edit(current);
+}
+
+// The selected row's folder (the files row stands for its folder).
+void ReportPane::onCurrentChanged(const QModelIndex& current) {
+  if (!current.isValid() || !view_->isEnabled()) return;
+  uint32_t node = model_->nodeOf(current);
+  if (!tree_.isLive(node)) return;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  Q_EMIT statusText(decode(tree_.Report_GetFullpathOfNode(node)));
+  Q_EMIT currentFolderChanged(node);
+}
+
+bool ReportPane::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == view_ && event->type() == QEvent::KeyPress &&
+      static_cast<QKeyEvent*>(event)->key() == Qt::Key_F2) {
+    guard_.run("tvwPL_KeyUp", [this] { startRename(); });
+    return true;
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+}  // namespace ql

@@ -1,0 +1,97 @@
+#pragma once
+// The report pane: its title, its command bar, the tree view with search, sorting, expanding,
+// renaming in place and the popup menu. It shows the window's report tree and changes it only
+// through the scan driver (rescan, removal) and the rename on disk.
+//
+// Threads: the user-interface thread only.
+
+#include <QLineEdit>
+#include <QTreeView>
+#include <QWidget>
+#include <functional>
+#include <memory>
+
+#include "app/Settings.h"
+#include "report/ReportModel.h"
+#include "report/ReportTree.h"
+#include "ui/CommandBar.h"
+#include "ui/Guard.h"
+
+class QMenu;
+
+namespace ql {
+
+class ScanDriver;
+
+class ReportPane : public QWidget {
+  Q_OBJECT
+ public:
+  ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard, const MainOptions& options,
+             QWidget* parent = nullptr);
+  ~ReportPane() override;
+
+  // The commands of the report's bar, by number, as a click would run them.
+  void cbrReport_Execute(int id);
+
+  ReportModel& model() { return *model_; }
+  QTreeView& view() { return *view_; }
+  CommandBar& bar() { return *bar_; }
+  QLineEdit& searchBox() { return *search_; }
+
+  uint32_t selectedNode() const;
+  void selectNode(uint32_t node);
+  void Report_StartSearch();
+  // The selected row and everything below it opened or closed in one go.
+  void Report_ExpandSubFolders(bool expand);
+  // Opens the levels up to `level` (0: the sources) and closes everything deeper.
+  void Report_ExpandFolderLevels(int level);
+  // Every column fitted to its content; preferredWidth() tells how wide the pane wants to be.
+  void Report_Resize_Columns();
+  QMenu* reportPopup();
+  // The deepest level whose folders can be opened: the view lays expanded levels out
+  // recursively, so this follows the stack the user-interface thread has.
+  static int expandableLevels();
+
+  void setControlsEnabled(bool on);
+  void setGridFont(const QFont& font);
+  // Where messages go; a message box unless replaced (tests).
+  void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
+  // Check marks and units into the options kept at exit.
+  void storeOptions(MainOptions& o) const;
+
+ Q_SIGNALS:
+  void statusText(const QString& text);
+  void currentFolderChanged(uint32_t node);
+  void rescanRequested(uint32_t node);
+  void fullViewRequested();
+  void preferredWidth(int width);
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  void buildBar(const MainOptions& o);
+  void Report_Set_SizeFormat(int unit);
+  void syncExpandedFlags();
+  void reportUnexpandable();
+  void onColumnTitleClick(int section);
+  void onCurrentChanged(const QModelIndex& current);
+  void onExpanded(const QModelIndex& index);
+  void startRename();
+  bool renameFolder(uint32_t node, const QString& name);
+  void saveReport();
+  void warn(const QString& text);
+
+  ReportTree& tree_;
+  ScanDriver& driver_;
+  const Guard& guard_;
+  std::unique_ptr<ReportModel> model_;
+  CommandBar* bar_ = nullptr;
+  QTreeView* view_ = nullptr;
+  QLineEdit* search_ = nullptr;
+  int decimals_ = 1;
+  bool expanding_ = false;
+  std::function<void(const QString&)> warn_;
+};
+
+}  // namespace ql
