@@ -12,73 +12,6 @@ using namespace ql;
 
 namespace {
 
-ErrorTextFacts fixedFacts() {
-  ErrorTextFacts f;
-  f.time = QStringLiteral("01.02.2024 10:11:12");
-  f.appName = QStringLiteral("Quorlane");
-  f.appVersion = QStringLiteral("0.1.0");
-  f.programPath = QStringLiteral("/usr/bin/quorlane");
-  f.appUp = QStringLiteral("0:00:05");
-  f.sysUp = QStringLiteral("1 day 1:01:01");
-  f.osName = QStringLiteral("Debian GNU/Linux 12 (bookworm) (Kernel 6.1.0)");
-  f.osVersion = QStringLiteral("6.1");
-  f.osBuild = QStringLiteral("0");
-  f.osPlatformId = QStringLiteral("debian");
-  f.is64bit = QStringLiteral("True");
-  f.browser = QStringLiteral("-");
-  f.physFree = QStringLiteral("1.00");
-  f.physTotal = QStringLiteral("2.00");
-  f.memLoad = QStringLiteral("50");
-  f.ramUsed = QStringLiteral("3.00");
-  f.pageFree = QStringLiteral("4.00");
-  f.pageTotal = QStringLiteral("5.00");
-  f.virtFree = QStringLiteral("6.00");
-  f.virtTotal = QStringLiteral("7.00");
-  f.cpu = QStringLiteral("Alpha\tBeta");
-  f.screen = QStringLiteral("1920x1080");
-  f.user = QStringLiteral("anna");
-  f.computer = QStringLiteral("box");
-  return f;
-}
-
-const char* const kExpectedWithoutCommand =
-    "Time: 01.02.2024 10:11:12\r\n"
-    "App: Quorlane 0.1.0\r\n"
-    "Modul: frmMain\r\n"
-    "Func: Report_Rescan\r\n"
-    "Line: 0\r\n"
-    "Err: 5 - Zugriff verweigert\r\n"
-    "Path: /usr/bin/quorlane\r\n"
-    "AppUp: 0:00:05\r\n"
-    "SysUp: 1 day 1:01:01\r\n"
-    "OS: Debian GNU/Linux 12 (bookworm) (Kernel 6.1.0) Version: 6.1 Build: 0 ID: debian\r\n"
-    "64bit: True\r\n"
-    "IE: -\r\n"
-    "PhysicalRAM: 1.00 Free / 2.00 Total\r\n"
-    "MemLoad: 50%\r\n"
-    "RAM used: 3.00\r\n"
-    "Pagefile: 4.00 Free / 5.00 Total\r\n"
-    "VirtualMem: 6.00 Free / 7.00 Total\r\n"
-    "CPU: Alpha\tBeta\r\n"
-    "Screen: 1920x1080\r\n"
-    "User: anna\r\n"
-    "Comp: box";
-
-// The labels of the lines of a report, in their order.
-QStringList labels(const QString& report) {
-  QStringList out;
-  for (const QString& line : report.split(QStringLiteral("\r\n"))) {
-    const qsizetype colon = line.indexOf(QLatin1Char(':'));
-    out << (colon < 0 ? line : line.left(colon));
-  }
-  return out;
-}
-
-const QStringList kErrorTextLabels = {
-    "Time",     "App",      "Modul",      "Func",  "Line",  "Err",         "Path",
-    "AppUp",    "SysUp",    "OS",         "64bit", "IE",    "PhysicalRAM", "MemLoad",
-    "RAM used", "Pagefile", "VirtualMem", "CPU",   "Screen"};
-
 struct ReportCapture {
   QStringList reports;
   ReportCapture() {
@@ -93,23 +26,10 @@ struct ReportCapture {
 
 }  // namespace
 
-TEST(FailureReport, ErrorTextLineOrder) {
-  const FailureError error{5, QStringLiteral("Zugriff verweigert")};
-  ErrorTextFacts f = fixedFacts();
-  EXPECT_EQ(
-      composeErrorText(f, QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, error),
-      QString::fromUtf8(kExpectedWithoutCommand));
-
-  f.commandLine = QStringLiteral("\"/home/anna\"");
-  QString expected = QString::fromUtf8(kExpectedWithoutCommand);
-  expected.replace(QStringLiteral("User: "), QStringLiteral("Command: \"/home/anna\"\r\nUser: "));
-  EXPECT_EQ(
-      composeErrorText(f, QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, error),
-      expected);
-}
-
 TEST(FailureReport, ComponentMessageAndReleaseMarkers) {
-  ErrorTextFacts f = fixedFacts();
+  ErrorTextFacts f;
+  f.appName = QStringLiteral("Quorlane");
+  f.appVersion = QStringLiteral("0.1.0");
   const QString text =
       composeErrorText(f, QStringLiteral("p"), QStringLiteral("m"), 7, {429, QStringLiteral("x")});
   EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Systemkomponente (OCX/DLL) fehlt,")));
@@ -157,60 +77,34 @@ TEST(FailureReport, MailTextEncoding) {
                 QStringLiteral("&body=%2A%2A%2A%20Bitte%20einf%FCgen%20%2A%2A%2A%0A%0A"));
 }
 
-TEST(FailureReport, ReportLinesInOrderWithCountAndDebugValues) {
+TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
   QTemporaryDir dir;
   globals().Datapath = dir.path();
   globals().Errcount = 0;
   StopWord = 3;
   ReportCapture capture;
-
   FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0,
                 QStringLiteral("boom"), {QStringLiteral("/data"), QStringLiteral("7")});
   setFailureCommandLine(QStringLiteral("\"/home\""));
   FailureReport(QStringLiteral("p2"), QStringLiteral("m2"), 12,
                 FailureError{53, QStringLiteral("x")});
   StopWord = 0;
+  globals().Datapath.clear();
   ASSERT_EQ(capture.reports.size(), 2);
 
   const QString& first = capture.reports[0];
-  ASSERT_TRUE(first.endsWith(QStringLiteral("\r\n")));
-  QStringList expected = kErrorTextLabels;
-  expected << "User"
-           << "Comp"
-           << "Apptitle"
-           << "Datapath"
-           << "Admin"
-           << "Errcount"
-           << "Lang"
-           << "Stop"
-           << "Debug0"
-           << "Debug1"
-           << "";
-  EXPECT_EQ(labels(first), expected);
-  EXPECT_TRUE(first.contains(QStringLiteral("\r\nLine: 0\r\nErr: boom\r\n")));
-  EXPECT_TRUE(
-      first.contains(QStringLiteral("\r\nDatapath: ") + dir.path() + QStringLiteral("\r\n")));
-  EXPECT_TRUE(first.contains(QStringLiteral("\r\nErrcount: 1\r\n")));
-  EXPECT_TRUE(first.contains(QStringLiteral("\r\nScreen: -\r\n")));  // no window side here
-  EXPECT_TRUE(first.contains(QStringLiteral("\r\nStop:3,0\r\nDebug0: /data\r\nDebug1: 7\r\n")));
+  for (const char* part : {"\r\nModul: frmMain\r\nFunc: Report_Rescan\r\nLine: 0\r\nErr: boom\r\n",
+                           "\r\nScreen: -\r\n",  // no window side here
+                           "\r\nErrcount: 1\r\n", "\r\nStop:3,0\r\nDebug0: /data\r\nDebug1: 7\r\n"})
+    EXPECT_TRUE(first.contains(QLatin1String(part))) << part;
+  EXPECT_TRUE(first.contains(QStringLiteral("\r\nDatapath: ") + dir.path() + QStringLiteral("\r\n")));
+  EXPECT_FALSE(first.contains(QStringLiteral("Command: ")));
 
   const QString& second = capture.reports[1];
-  expected = kErrorTextLabels;
-  expected << "Command"
-           << "User"
-           << "Comp"
-           << "Apptitle"
-           << "Datapath"
-           << "Admin"
-           << "Errcount"
-           << "Lang"
-           << "Stop"
-           << "";
-  EXPECT_EQ(labels(second), expected);
-  EXPECT_TRUE(second.contains(QStringLiteral("\r\nCommand: \"/home\"\r\nUser: ")));
-  EXPECT_TRUE(second.contains(QStringLiteral("\r\nErrcount: 2\r\n")));
-  EXPECT_TRUE(second.contains(QStringLiteral("\r\nLine: 12\r\nErr: 53 - x\r\n")));
-  globals().Datapath.clear();
+  for (const char* part : {"\r\nModul: m2\r\nFunc: p2\r\nLine: 12\r\nErr: 53 - x\r\n",
+                           "\r\nCommand: \"/home\"\r\nUser: ", "\r\nErrcount: 2\r\n"})
+    EXPECT_TRUE(second.contains(QLatin1String(part))) << part;
+  EXPECT_FALSE(second.contains(QStringLiteral("Debug0")));
 }
 
 TEST(FailureReport, SilentRunAppendsToErrorLogAndCounts) {

@@ -110,34 +110,24 @@ TEST(frmFehler, SaveButtonWritesTheReportToAnErrFile) {
   EXPECT_TRUE(f.dialog.isVisible());
 }
 
-TEST(frmFehler, HoverShowsTheButtonsHelp) {
+TEST(frmFehler, HoverShowsEachButtonsOwnHelp) {
   app();
   Fixture f;
-  const struct {
-    const char* button;
-    const char* help;
-  } cases[] = {
-      {"cmdDrucken", "Hiermit können Sie den Fehlerreport ausdrucken."},
-      {"cmdEmail", "Hiermit wird Ihr Emailprogramm aufgerufen und eine neue Email geöffnet."},
-      {"cmdWeiter",
-       "Das Fortsetzen der Anwendung kann unter Umständen zu unvorhersehbaren "
-       "Problemen und weiteren Fehlermeldungen führen."},
-      {"cmdBeenden",
-       "Hiermit wird die Anwendung beendet. Es können unter Umständen weitere "
-       "Fehlermeldungen auftreten."},
-      {"cmdSpeichern", "Hiermit wird der Fehlerreport in eine Datei gespeichert."},
-  };
   auto* help = f.dialog.findChild<QLineEdit*>(QStringLiteral("txtHelp"));
   ASSERT_TRUE(help);
-  for (const auto& c : cases) {
-    QPushButton* b = f.button(c.button);
-    ASSERT_TRUE(b) << c.button;
+  QStringList shown;
+  for (const char* name : {"cmdDrucken", "cmdEmail", "cmdWeiter", "cmdBeenden", "cmdSpeichern"}) {
+    QPushButton* b = f.button(name);
+    ASSERT_TRUE(b) << name;
     const QPointF at(2, 2);
     QEnterEvent enter(at, at, b->mapToGlobal(at));
     QApplication::sendEvent(b, &enter);
-    EXPECT_EQ(help->text(), QString::fromUtf8(c.help)) << c.button;
-    EXPECT_EQ(b->toolTip(), QString::fromUtf8(c.help)) << c.button;
+    EXPECT_EQ(help->text(), b->toolTip()) << name;
+    shown << help->text();
   }
+  shown.removeDuplicates();
+  shown.removeAll(QString());
+  EXPECT_EQ(shown.size(), 5);
 }
 
 TEST(frmFehler, ContinueAndEndPutTheReportOnTheClipboard) {
