@@ -717,8 +717,9 @@ void MainWindow::Form_Activate() {
   splMain_->setPosition(reportWidth_);
   splInfo_->setPosition(splInfo_->height() / 3);
   const SavedComboFolders saved = GetAllSavedComboFolders();
-  for (const QString& folder : saved.folders) {
-    if (!existFolder(encode(folder))) continue;  // gone since: dropped without a word
+  for (const std::string& path : saved.folders) {
+    if (!existFolder(path)) continue;  // gone since: dropped without a word
+    const QString folder = QFile::decodeName(QByteArray::fromStdString(path));
     const int i = AddNewSearchPath(folder);
     cboOrdner_->setItemText(i, folder);
   }
@@ -762,7 +763,7 @@ void MainWindow::saveAtExit() {
   OptionenSpeichernMain(o);
 
   QList<ComboItem> items;
-  for (int i = 0; i < cboOrdner_->count(); ++i) items.push_back({cboOrdner_->itemText(i), kComboFolderImage});
+  for (int i = 0; i < cboOrdner_->count(); ++i) items.push_back({encode(cboOrdner_->itemText(i)), kComboFolderImage});
   SaveAllComboFolders(items);
 }
 
