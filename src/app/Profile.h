@@ -70,7 +70,8 @@ class ProfileDocument {
   mutable QHash<QString, QHash<QString, int>> keys_;
 };
 
-// The value, cut at 2047 characters; `deflt` (cut alike) when section or key is missing.
+// The value, cut at 2047 characters; `deflt` (cut alike) when section or key is missing. Each call
+// reads the file: readers of many keys hold one ProfileDocument instead.
 QString ProfileGetItem(const QString& section, const QString& key, const QString& deflt,
                        const QString& file);
 // Returns false when the file could not be written; the old file then stands as it was.

@@ -146,7 +146,6 @@ class Writer {
  public:
   Writer(ProfileDocument& doc, const QString& section) : doc_(doc), section_(section) {}
   void text(const QString& key, const QString& value) { doc_.set(section_, key, value); }
-  void flag(const QString& key, int value) { text(key, QString::number(value != 0 ? 1 : 0)); }
   void number(const QString& key, int value) { text(key, QString::number(value)); }
 
  private:
