@@ -1,5 +1,6 @@
 #include "app/Settings.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -14,6 +15,9 @@ namespace {
 
 using F = SettingForm;
 
+// The field of a key of Optionen; a captureless lambda, so that the table stays constant.
+#define QL_FIELD(f) [](MainOptions& o) -> OptionField { return &o.f; }
+
 constexpr SettingKey kKeys[] = {
     {"Allgemein", "Lang", F::Small, "0", nullptr},  // 0 not chosen, 7 German, 9 English, 25 Russian
 
@@ -24,48 +28,54 @@ constexpr SettingKey kKeys[] = {
     {"Form", "Height", F::Measure, "8190", nullptr},
     {"Form", "TVW", F::Measure, "3675", nullptr},
 
-    {"Optionen", "NoHardlinks", F::Flag, "0", nullptr},
-    {"Optionen", "FolderColorFade", F::Flag, "0", nullptr},
-    {"Optionen", "Kontextmenu", F::Flag, "99", nullptr},  // 99: never decided, see the start
-    {"Optionen", "Instanz", F::Flag, "1", nullptr},
-    {"Optionen", "ShowIcons", F::Flag, "0", nullptr},
-    {"Optionen", "ShowIconsTop", F::Flag, "0", nullptr},
-    {"Optionen", "FileSizeFormat", F::Small, "0", nullptr},
-    {"Optionen", "FileSizeFormatDrive", F::Small, "3", nullptr},
-    {"Optionen", "FileSizeFormatFiles", F::Small, "2", nullptr},
-    {"Optionen", "FileSizeFormatTop", F::Small, "2", nullptr},
-    {"Optionen", "SizeFormatNachkommastellenFolders", F::Flag, "1", nullptr},
-    {"Optionen", "SizeFormatNachkommastellenDrive", F::Flag, "1", nullptr},
-    {"Optionen", "SizeFormatNachkommastellenFiles", F::Flag, "1", nullptr},
-    {"Optionen", "SizeFormatNachkommastellenTop", F::Flag, "1", nullptr},
-    {"Optionen", "DiskinfoVisible", F::Flag, "1", nullptr},
-    {"Optionen", "FilelistVisible", F::Flag, "1", nullptr},
-    {"Optionen", "ToplistVisible", F::Flag, "0", nullptr},
-    {"Optionen", "ColPercentVisible", F::Flag, "1", nullptr},
-    {"Optionen", "ColFileVisible", F::Flag, "1", nullptr},
-    {"Optionen", "ColFolderVisible", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn0", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn1", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn2", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn3", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn4", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn5", F::Flag, "1", nullptr},
-    {"Optionen", "FileColumn6", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn0", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn1", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn2", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn3", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn4", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn5", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn6", F::Flag, "1", nullptr},
-    {"Optionen", "TopColumn7", F::Flag, "1", nullptr},
-    {"Optionen", "FontSize", F::Measure, "9", nullptr},
-    {"Optionen", "BigIcons", F::Flag, "0", nullptr},
+    // These four the options dialog and the start write at once; the exit leaves them alone.
+    {"Optionen", "NoHardlinks", F::Flag, "0", nullptr, QL_FIELD(NoHardlinks), false},
+    {"Optionen", "FolderColorFade", F::Flag, "0", nullptr, QL_FIELD(FolderColorFade), false},
+    // 99: never decided, see the start
+    {"Optionen", "Kontextmenu", F::Flag, "99", nullptr, QL_FIELD(Kontextmenu), false},
+    {"Optionen", "Instanz", F::Flag, "1", nullptr, QL_FIELD(Instanz), false},
+    {"Optionen", "ShowIcons", F::Flag, "0", nullptr, QL_FIELD(ShowIcons)},
+    {"Optionen", "ShowIconsTop", F::Flag, "0", nullptr, QL_FIELD(ShowIconsTop)},
+    {"Optionen", "FileSizeFormat", F::Small, "0", nullptr, QL_FIELD(FileSizeFormat)},
+    {"Optionen", "FileSizeFormatDrive", F::Small, "3", nullptr, QL_FIELD(FileSizeFormatDrive)},
+    {"Optionen", "FileSizeFormatFiles", F::Small, "2", nullptr, QL_FIELD(FileSizeFormatFiles)},
+    {"Optionen", "FileSizeFormatTop", F::Small, "2", nullptr, QL_FIELD(FileSizeFormatTop)},
+    {"Optionen", "SizeFormatNachkommastellenFolders", F::Flag, "1", nullptr,
+     QL_FIELD(SizeFormatNachkommastellenFolders)},
+    {"Optionen", "SizeFormatNachkommastellenDrive", F::Flag, "1", nullptr,
+     QL_FIELD(SizeFormatNachkommastellenDrive)},
+    {"Optionen", "SizeFormatNachkommastellenFiles", F::Flag, "1", nullptr,
+     QL_FIELD(SizeFormatNachkommastellenFiles)},
+    {"Optionen", "SizeFormatNachkommastellenTop", F::Flag, "1", nullptr,
+     QL_FIELD(SizeFormatNachkommastellenTop)},
+    {"Optionen", "DiskinfoVisible", F::Flag, "1", nullptr, QL_FIELD(DiskinfoVisible)},
+    {"Optionen", "FilelistVisible", F::Flag, "1", nullptr, QL_FIELD(FilelistVisible)},
+    {"Optionen", "ToplistVisible", F::Flag, "0", nullptr, QL_FIELD(ToplistVisible)},
+    {"Optionen", "ColPercentVisible", F::Flag, "1", nullptr, QL_FIELD(ColPercentVisible)},
+    {"Optionen", "ColFileVisible", F::Flag, "1", nullptr, QL_FIELD(ColFileVisible)},
+    {"Optionen", "ColFolderVisible", F::Flag, "1", nullptr, QL_FIELD(ColFolderVisible)},
+    {"Optionen", "FileColumn0", F::Flag, "1", nullptr, QL_FIELD(FileColumn[0])},
+    {"Optionen", "FileColumn1", F::Flag, "1", nullptr, QL_FIELD(FileColumn[1])},
+    {"Optionen", "FileColumn2", F::Flag, "1", nullptr, QL_FIELD(FileColumn[2])},
+    {"Optionen", "FileColumn3", F::Flag, "1", nullptr, QL_FIELD(FileColumn[3])},
+    {"Optionen", "FileColumn4", F::Flag, "1", nullptr, QL_FIELD(FileColumn[4])},
+    {"Optionen", "FileColumn5", F::Flag, "1", nullptr, QL_FIELD(FileColumn[5])},
+    {"Optionen", "FileColumn6", F::Flag, "1", nullptr, QL_FIELD(FileColumn[6])},
+    {"Optionen", "TopColumn0", F::Flag, "1", nullptr, QL_FIELD(TopColumn[0])},
+    {"Optionen", "TopColumn1", F::Flag, "1", nullptr, QL_FIELD(TopColumn[1])},
+    {"Optionen", "TopColumn2", F::Flag, "1", nullptr, QL_FIELD(TopColumn[2])},
+    {"Optionen", "TopColumn3", F::Flag, "1", nullptr, QL_FIELD(TopColumn[3])},
+    {"Optionen", "TopColumn4", F::Flag, "1", nullptr, QL_FIELD(TopColumn[4])},
+    {"Optionen", "TopColumn5", F::Flag, "1", nullptr, QL_FIELD(TopColumn[5])},
+    {"Optionen", "TopColumn6", F::Flag, "1", nullptr, QL_FIELD(TopColumn[6])},
+    {"Optionen", "TopColumn7", F::Flag, "1", nullptr, QL_FIELD(TopColumn[7])},
+    {"Optionen", "FontSize", F::Measure, "9", nullptr, QL_FIELD(FontSize)},
+    {"Optionen", "BigIcons", F::Flag, "0", nullptr, QL_FIELD(BigIcons)},
     // Read under this spelling, written as SymbolText: the same key, as keys ignore case.
-    {"Optionen", "Symboltext", F::Flag, "1", "SymbolText"},
-    {"Optionen", "FilePreview", F::Flag, "0", nullptr},
-    {"Optionen", "FilelistTile", F::Flag, "0", nullptr},
-    {"Optionen", "ComboText", F::Text, "", nullptr},
+    {"Optionen", "Symboltext", F::Flag, "1", "SymbolText", QL_FIELD(SymbolText)},
+    {"Optionen", "FilePreview", F::Flag, "0", nullptr, QL_FIELD(FilePreview)},
+    {"Optionen", "FilelistTile", F::Flag, "0", nullptr, QL_FIELD(FilelistTile)},
+    {"Optionen", "ComboText", F::Text, "", nullptr, QL_FIELD(ComboText)},
 
     {"ComboOrdner", "O", F::List, kProfileListEnd, nullptr},
     {"DriveFolders", "F", F::List, kProfileListEnd, nullptr},
@@ -81,6 +91,8 @@ constexpr SettingKey kKeys[] = {
     // Where versions and downloads come from; empty means the program's own server.
     {"InternetUpdate", "UpdateURL", F::Text, "", nullptr},
 };
+
+#undef QL_FIELD
 
 const QString kOptionen = QStringLiteral("Optionen");
 const QString kForm = QStringLiteral("Form");
@@ -130,25 +142,10 @@ void report(const QString& proc, const ConversionFailure& f, const QString& sect
                 {section + QLatin1Char('/') + f.key + QLatin1Char('=') + f.value});
 }
 
-class Reader {
- public:
-  Reader(const ProfileDocument& doc, const QString& section) : doc_(doc), section_(section) {}
-  QString text(const QString& key) const {
-    return doc_.get(section_, key, settingDefault(section_, key));
-  }
-  int byte(const QString& key) const { return toByte(key, text(key)); }
-  double real(const QString& key) const { return toReal(key, text(key)); }
-
- private:
-  const ProfileDocument& doc_;
-  QString section_;
-};
-
 class Writer {
  public:
   Writer(ProfileDocument& doc, const QString& section) : doc_(doc), section_(section) {}
   void text(const QString& key, const QString& value) { doc_.set(section_, key, value); }
-  void flag(const QString& key, int value) { text(key, QString::number(value != 0 ? 1 : 0)); }
   void number(const QString& key, int value) { text(key, QString::number(value)); }
 
  private:
@@ -156,8 +153,30 @@ class Writer {
   QString section_;
 };
 
-QString numbered(const char* prefix, int i) {
-  return QLatin1String(prefix) + QString::number(i);
+template <class... Fs>
+struct Overloaded : Fs... {
+  using Fs::operator()...;
+};
+
+// The text of a key of Optionen as the file holds it: flags as 0 or 1.
+QString fieldText(const SettingKey& k, MainOptions& o) {
+  return std::visit(Overloaded{[&](int* v) {
+                                 return QString::number(k.form == F::Flag ? *v != 0 : *v);
+                               },
+                               [](double* v) { return QString::number(*v); },
+                               [](QString* v) { return *v; }},
+                    k.field(o));
+}
+
+// Throws ConversionFailure when the text does not fit the key's form.
+void setField(const SettingKey& k, MainOptions& o, const QString& text) {
+  const QString key = QLatin1String(k.key);
+  std::visit(Overloaded{[&](int* v) {
+                          *v = k.form == F::Measure ? toLong(key, text) : toByte(key, text);
+                        },
+                        [&](double* v) { *v = toReal(key, text); },
+                        [&](QString* v) { *v = text; }},
+             k.field(o));
 }
 
 }  // namespace
@@ -203,71 +222,27 @@ bool StoreSettings(const QString& section, const QString& key, const QVariant& v
 
 bool OptionenLadenMain(MainOptions& o, const QString& file) {
   const ProfileDocument doc(iniPath(file));
-  const Reader r(doc, kOptionen);
-  try {
-    o.NoHardlinks = r.byte(QStringLiteral("NoHardlinks"));
-    o.FolderColorFade = r.byte(QStringLiteral("FolderColorFade"));
-    o.Kontextmenu = r.byte(QStringLiteral("Kontextmenu"));
-    o.Instanz = r.byte(QStringLiteral("Instanz"));
-    o.ShowIcons = r.byte(QStringLiteral("ShowIcons"));
-    o.ShowIconsTop = r.byte(QStringLiteral("ShowIconsTop"));
-    o.FileSizeFormat = r.byte(QStringLiteral("FileSizeFormat"));
-    o.FileSizeFormatDrive = r.byte(QStringLiteral("FileSizeFormatDrive"));
-    o.FileSizeFormatFiles = r.byte(QStringLiteral("FileSizeFormatFiles"));
-    o.FileSizeFormatTop = r.byte(QStringLiteral("FileSizeFormatTop"));
-    o.SizeFormatNachkommastellenFolders =
-        r.byte(QStringLiteral("SizeFormatNachkommastellenFolders"));
-    o.SizeFormatNachkommastellenDrive = r.byte(QStringLiteral("SizeFormatNachkommastellenDrive"));
-    o.SizeFormatNachkommastellenFiles = r.byte(QStringLiteral("SizeFormatNachkommastellenFiles"));
-    o.SizeFormatNachkommastellenTop = r.byte(QStringLiteral("SizeFormatNachkommastellenTop"));
-    o.DiskinfoVisible = r.byte(QStringLiteral("DiskinfoVisible"));
-    o.FilelistVisible = r.byte(QStringLiteral("FilelistVisible"));
-    o.ToplistVisible = r.byte(QStringLiteral("ToplistVisible"));
-    o.ColPercentVisible = r.byte(QStringLiteral("ColPercentVisible"));
-    o.ColFileVisible = r.byte(QStringLiteral("ColFileVisible"));
-    o.ColFolderVisible = r.byte(QStringLiteral("ColFolderVisible"));
-    for (int i = 0; i < 7; ++i) o.FileColumn[i] = r.byte(numbered("FileColumn", i));
-    for (int i = 0; i < 8; ++i) o.TopColumn[i] = r.byte(numbered("TopColumn", i));
-    o.FontSize = r.real(QStringLiteral("FontSize"));
-    o.BigIcons = r.byte(QStringLiteral("BigIcons"));
-    o.SymbolText = r.byte(QStringLiteral("Symboltext"));
-    o.FilePreview = r.byte(QStringLiteral("FilePreview"));
-    o.FilelistTile = r.byte(QStringLiteral("FilelistTile"));
-    o.ComboText = r.text(QStringLiteral("ComboText"));
-  } catch (const ConversionFailure& f) {
-    report(QStringLiteral("OptionenLadenMain"), f, kOptionen);
-    return false;
+  for (const SettingKey& k : kKeys) {
+    if (!k.field) continue;
+    const QString section = QLatin1String(k.section);
+    try {
+      setField(k, o, doc.get(section, QLatin1String(k.key), QLatin1String(k.deflt)));
+    } catch (const ConversionFailure& f) {
+      report(QStringLiteral("OptionenLadenMain"), f, section);
+      return false;
+    }
   }
   return true;
 }
 
 bool OptionenSpeichernMain(const MainOptions& o, const QString& file) {
   ProfileDocument doc(iniPath(file));
-  Writer w(doc, kOptionen);
-  w.flag(QStringLiteral("ShowIcons"), o.ShowIcons);
-  w.flag(QStringLiteral("ShowIconsTop"), o.ShowIconsTop);
-  w.number(QStringLiteral("FileSizeFormat"), o.FileSizeFormat);
-  w.number(QStringLiteral("FileSizeFormatDrive"), o.FileSizeFormatDrive);
-  w.number(QStringLiteral("FileSizeFormatFiles"), o.FileSizeFormatFiles);
-  w.number(QStringLiteral("FileSizeFormatTop"), o.FileSizeFormatTop);
-  w.flag(QStringLiteral("SizeFormatNachkommastellenFolders"), o.SizeFormatNachkommastellenFolders);
-  w.flag(QStringLiteral("SizeFormatNachkommastellenDrive"), o.SizeFormatNachkommastellenDrive);
-  w.flag(QStringLiteral("SizeFormatNachkommastellenFiles"), o.SizeFormatNachkommastellenFiles);
-  w.flag(QStringLiteral("SizeFormatNachkommastellenTop"), o.SizeFormatNachkommastellenTop);
-  w.flag(QStringLiteral("DiskinfoVisible"), o.DiskinfoVisible);
-  w.flag(QStringLiteral("FilelistVisible"), o.FilelistVisible);
-  w.flag(QStringLiteral("ToplistVisible"), o.ToplistVisible);
-  w.flag(QStringLiteral("ColPercentVisible"), o.ColPercentVisible);
-  w.flag(QStringLiteral("ColFileVisible"), o.ColFileVisible);
-  w.flag(QStringLiteral("ColFolderVisible"), o.ColFolderVisible);
-  for (int i = 0; i < 7; ++i) w.flag(numbered("FileColumn", i), o.FileColumn[i]);
-  for (int i = 0; i < 8; ++i) w.flag(numbered("TopColumn", i), o.TopColumn[i]);
-  w.text(QStringLiteral("FontSize"), QString::number(o.FontSize));
-  w.flag(QStringLiteral("BigIcons"), o.BigIcons);
-  w.flag(QStringLiteral("SymbolText"), o.SymbolText);
-  w.flag(QStringLiteral("FilePreview"), o.FilePreview);
-  w.flag(QStringLiteral("FilelistTile"), o.FilelistTile);
-  w.text(QStringLiteral("ComboText"), o.ComboText);
+  MainOptions values = o;  // the fields are reached through the table's non-const accessors
+  for (const SettingKey& k : kKeys) {
+    if (!k.field || !k.savedAtExit) continue;
+    doc.set(QLatin1String(k.section), QLatin1String(k.writeKey ? k.writeKey : k.key),
+            fieldText(k, values));
+  }
   return doc.save();
 }
 
@@ -325,21 +300,22 @@ bool FensterpositionSpeichern(const FormPosition& p, const QString& file) {
   return doc.save();
 }
 
-QStringList readSentinelList(const ProfileDocument& doc, const QString& section,
-                             const QString& prefix) {
-  const QString end = QLatin1String(kProfileListEnd);
-  QStringList values;
+std::vector<std::string> readSentinelList(const ProfileDocument& doc, const QString& section,
+                                          const QString& prefix) {
+  const QByteArray end(kProfileListEnd);
+  std::vector<std::string> values;
   for (int i = 0;; ++i) {
-    QString v = doc.get(section, prefix + QString::number(i), end);
+    const QByteArray v = doc.getBytes(section, prefix + QString::number(i), end);
     if (v == end) return values;
-    values << std::move(v);
+    values.push_back(v.toStdString());
   }
 }
 
 void writeSentinelList(ProfileDocument& doc, const QString& section, const QString& prefix,
-                       const QStringList& values) {
+                       const std::vector<std::string>& values) {
   doc.deleteSection(section);
-  for (int i = 0; i < values.size(); ++i) doc.set(section, prefix + QString::number(i), values[i]);
+  for (size_t i = 0; i < values.size(); ++i)
+    doc.setBytes(section, prefix + QString::number(i), QByteArray::fromStdString(values[i]));
 }
 
 SavedComboFolders GetAllSavedComboFolders(const QString& file) {
@@ -352,20 +328,23 @@ SavedComboFolders GetAllSavedComboFolders(const QString& file) {
 }
 
 bool SaveAllComboFolders(const QList<ComboItem>& items, const QString& file) {
-  QStringList kept;
+  const auto blank = [](const std::string& p) {
+    return std::all_of(p.begin(), p.end(), [](char c) { return c == ' ' || c == '\t'; });
+  };
+  std::vector<std::string> kept;
   for (auto it = items.crbegin(); it != items.crend() && kept.size() < kComboFoldersKept; ++it)
-    if (it->image == kComboFolderImage && !it->text.trimmed().isEmpty()) kept << it->text;
+    if (it->image == kComboFolderImage && !blank(it->path)) kept.push_back(it->path);
   ProfileDocument doc(iniPath(file));
   writeSentinelList(doc, QStringLiteral("ComboOrdner"), QStringLiteral("O"), kept);
   return doc.save();
 }
 
-QStringList LoadSavedNetworkFolders(const QString& file) {
+std::vector<std::string> LoadSavedNetworkFolders(const QString& file) {
   return readSentinelList(ProfileDocument(iniPath(file)), QStringLiteral("DriveFolders"),
                           QStringLiteral("F"));
 }
 
-bool SaveNetworkFolders(const QStringList& paths, const QString& file) {
+bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file) {
   ProfileDocument doc(iniPath(file));
   writeSentinelList(doc, QStringLiteral("DriveFolders"), QStringLiteral("F"), paths);
   return doc.save();

@@ -16,9 +16,11 @@
 
 #include <QList>
 #include <QString>
-#include <QStringList>
 #include <QVariant>
 #include <span>
+#include <string>
+#include <variant>
+#include <vector>
 
 #include "app/Profile.h"
 
@@ -29,12 +31,20 @@ inline constexpr char kProfileListEnd[] = "!(nix].-.";
 
 enum class SettingForm { Flag, Small, Measure, Text, List };
 
+struct MainOptions;
+// The field of MainOptions that holds a key of Optionen.
+using OptionField = std::variant<int*, double*, QString*>;
+
 struct SettingKey {
   const char* section;
   const char* key;  // the spelling used for reading; lists: the prefix of the numbered keys
   SettingForm form;
   const char* deflt;     // nullptr: computed by the reader (the centred window position)
   const char* writeKey;  // nullptr: written as `key`
+  // Keys of MainOptions: where the value lives; load and save walk the table through it.
+  OptionField (*field)(MainOptions&) = nullptr;
+  // False for the keys the options dialog and the start write themselves, not the exit.
+  bool savedAtExit = true;
 };
 
 // The complete table, in the order the sections are read.
@@ -91,10 +101,12 @@ struct MainOptions {
   int FilePreview = 0;
   int FilelistTile = 0;
   QString ComboText;
+
+  bool operator==(const MainOptions&) const = default;
 };
 
-// Reads every key of Optionen in the table's order. A value that does not convert ends the
-// load: it is reported through FailureReport and false comes back.
+// Reads every key of Optionen in the table's order, in one read of the file. A value that does
+// not convert ends the load: it is reported through FailureReport and false comes back.
 bool OptionenLadenMain(MainOptions& o, const QString& file = QString());
 // Writes what the window owns at exit: the check marks it copied into `o`, the size units, the
 // font size and ComboText. NoHardlinks, FolderColorFade, Kontextmenu and Instanz belong to the
@@ -137,34 +149,35 @@ FormPosition FensterpositionLaden(int screenWidth, int screenHeight,
 // `p` holds the normal rectangle also for a maximised or minimised window; WindowState as it is.
 bool FensterpositionSpeichern(const FormPosition& p, const QString& file = QString());
 
-// Any numbered list, read up to the first missing key.
-QStringList readSentinelList(const ProfileDocument& doc, const QString& section,
-                             const QString& prefix);
+// Any numbered list of byte values, read up to the first missing key.
+std::vector<std::string> readSentinelList(const ProfileDocument& doc, const QString& section,
+                                          const QString& prefix);
 // Deletes the section and writes the values as prefix0, prefix1, ...
 void writeSentinelList(ProfileDocument& doc, const QString& section, const QString& prefix,
-                       const QStringList& values);
+                       const std::vector<std::string>& values);
 
 // The image of a folder entry of the sources box; drives carry other images and are not kept.
 inline constexpr int kComboFolderImage = 8;
 inline constexpr int kComboFoldersKept = 10;
 
+// Folders are kept as their bytes: a name that is not UTF-8 comes back as it was.
 struct ComboItem {
-  QString text;
+  std::string path;
   int image = 0;
 };
 
 struct SavedComboFolders {
-  QString comboText;    // Optionen/ComboText, the box's text at the last exit
-  QStringList folders;  // in key order, not checked for existence
+  QString comboText;                 // Optionen/ComboText, the box's text at the last exit
+  std::vector<std::string> folders;  // in key order, not checked for existence
 };
 
 SavedComboFolders GetAllSavedComboFolders(const QString& file = QString());
-// Walks `items` (in the box's order) from the last to the first and keeps folder entries with
-// text, at most ten: those nearest the end of the box come first in the file.
+// Walks `items` (in the box's order) from the last to the first and keeps folder entries that
+// are not blank, at most ten: those nearest the end of the box come first in the file.
 bool SaveAllComboFolders(const QList<ComboItem>& items, const QString& file = QString());
 
 // Section DriveFolders: the network locations of the drive table.
-QStringList LoadSavedNetworkFolders(const QString& file = QString());
-bool SaveNetworkFolders(const QStringList& paths, const QString& file = QString());
+std::vector<std::string> LoadSavedNetworkFolders(const QString& file = QString());
+bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file = QString());
 
 }  // namespace ql

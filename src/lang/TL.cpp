@@ -10,6 +10,7 @@
 #include "app/Profile.h"
 #include "failure/FailureReport.h"
 #include "lang/TextTableReader.h"
+#include "support/StringCollection.h"
 
 // The tables live in a static library: their resources must be registered by name.
 static void registerLanguageResources() { Q_INIT_RESOURCE(quorlane_lang); }
@@ -27,7 +28,6 @@ struct LanguageState {
   bool libraryLoaded = false;
   QHash<int, QString> library;    // the built-in table of English or Russian
   bool translationMode = false;
-  QHash<int, QString> textTable;  // the translators' file
   QString helpFile;
   QString webHost;
 };
@@ -35,6 +35,17 @@ struct LanguageState {
 LanguageState& state() {
   static LanguageState s;
   return s;
+}
+
+// The translators' file: key "T" and the id, the text as item. Filled before any thread starts;
+// lookups only read it.
+CStringCollection& textTable() {
+  static CStringCollection table;
+  return table;
+}
+
+QString textKey(int id) {
+  return QLatin1Char('T') + QString::number(id);
 }
 
 // The built-in table of a language, through the same reader as the translators' file.
@@ -57,7 +68,7 @@ QString TL(int id, const QString& deflt, const QStringList& args) {
   QString text;
   if (s.language != kLangGerman && id >= 1) {
     if (s.translationMode) {
-      if (!s.textTable.isEmpty()) text = s.textTable.value(id);
+      if (textTable().Count() > 0) text = textTable().Item(textKey(id));
     } else {
       text = s.library.value(id).left(kTextLimit);
     }
@@ -89,7 +100,7 @@ void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool
                   const QString& commandLine, const QString& programFolder) {
   LanguageState& s = state();
   s.translationMode = false;
-  s.textTable.clear();
+  textTable().Clear();
   s.library.clear();
   s.libraryLoaded = false;
   s.helpFile.clear();
@@ -135,24 +146,27 @@ void LoadTextFromFile(const QString& path) {
   s.translationMode = false;
   if (s.language == kLangGerman || !QFileInfo(path).isFile()) return;
   s.translationMode = true;
-  s.textTable.clear();
+  CStringCollection& table = textTable();
+  table.Clear();
   QFile f(path);
   if (!f.open(QIODevice::ReadOnly)) {
     FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
                   f.errorString(), {path});
     return;
   }
-  TextTable table = readTextTable(f.readAll());
-  s.textTable = std::move(table.texts);
-  if (!table.error.isEmpty())
-    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
-                  table.error, {path});
+  const QString error = readTextRecords(f.readAll(), [&](int id, const QString& text) {
+    const QString key = textKey(id);
+    if (table.Add(text, key) == 0) table.setItem(key, text);  // the last record of an id wins
+  });
+  if (!error.isEmpty())
+    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0, error,
+                  {path});
 }
 
 QString TranslateControlText(int id, const QString& /*oldText*/) {
   const LanguageState& s = state();
   if (!s.translationMode) return s.library.value(id).left(kControlTextLimit);
-  return s.textTable.value(id);
+  return textTable().Item(textKey(id));
 }
 
 void Init_Textbausteine() {
@@ -163,7 +177,7 @@ void Init_Textbausteine() {
 const QString& webHost() { return state().webHost; }
 int language() { return state().language; }
 bool translationMode() { return state().translationMode; }
-bool textTableEmpty() { return state().textTable.isEmpty(); }
+bool textTableEmpty() { return textTable().Count() == 0; }
 QString helpFile() { return state().helpFile; }
 
 }  // namespace ql

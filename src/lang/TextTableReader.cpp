@@ -86,8 +86,8 @@ double leadingNumber(const QString& field) {
   return number.toDouble();
 }
 
-TextTable readTextTable(const QByteArray& data) {
-  TextTable table;
+QString readTextRecords(const QByteArray& data,
+                        const std::function<void(int id, const QString& text)>& record) {
   QString text = QString::fromUtf8(data);
   if (text.startsWith(QChar(0xFEFF))) text.remove(0, 1);
   FieldReader reader(text);
@@ -97,13 +97,17 @@ TextTable readTextTable(const QByteArray& data) {
     if (first.isEmpty() || first.startsWith(QLatin1Char('#'))) continue;
     // Ids are rounded half to even, and one that does not fit 32 bits ends the reading.
     const double value = std::nearbyint(leadingNumber(first));
-    if (!(value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max())) {
-      table.error = QStringLiteral("Overflow: id '%1'").arg(first);
-      break;
-    }
+    if (!(value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max()))
+      return QStringLiteral("Overflow: id '%1'").arg(first);
     if (!reader.read(reference) || !reader.read(translation)) continue;  // cut off by the end
-    table.texts.insert(static_cast<int>(value), translation);
+    record(static_cast<int>(value), translation);
   }
+  return {};
+}
+
+TextTable readTextTable(const QByteArray& data) {
+  TextTable table;
+  table.error = readTextRecords(data, [&](int id, const QString& text) { table.texts.insert(id, text); });
   return table;
 }
 

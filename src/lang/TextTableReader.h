@@ -12,6 +12,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QString>
+#include <functional>
 
 namespace ql {
 
@@ -22,6 +23,10 @@ struct TextTable {
 
 // `data` is UTF-8, with or without a byte order mark.
 TextTable readTextTable(const QByteArray& data);
+// The same, handing each record to `record` in the order of the text (a later record of an id
+// comes later); returns the error.
+QString readTextRecords(const QByteArray& data,
+                        const std::function<void(int id, const QString& text)>& record);
 
 // The leading number of a field the way the record format has always read it: blanks are
 // ignored, reading stops at the first character that is not part of a decimal number, and

@@ -128,6 +128,27 @@ TEST_F(ProfileTest, LongValuesAreCutAt2047Characters) {
   EXPECT_EQ(ProfileGetItem("V", "long", "", ini), QString(2046, 'x'));
 }
 
+// Bytes that are not UTF-8 (a folder name) are neither decoded nor cut, and lookups stay right
+// while lines come and go.
+TEST_F(ProfileTest, BytesComeBackAsTheyStand) {
+  QDir().mkpath(QString::fromStdString(dir / "cfg"));
+  writeAll(dir / "cfg/Quorlane.ini", "[A]\nx=1\n[B]\nlatin1 = \xe4\xf6 \n[b]\nlatin1=second\n");
+  ProfileDocument doc(ini);
+  EXPECT_EQ(doc.getBytes("b", "LATIN1", "-"), "\xe4\xf6");
+  doc.setBytes("A", "new", " \xff\xfe\r\n[B]");
+  doc.setBytes("A", "long", QByteArray(3000, 'p'));
+  EXPECT_EQ(doc.getBytes("B", "latin1", "-"), "\xe4\xf6");  // behind the inserted lines
+  ASSERT_TRUE(doc.save());
+  const ProfileDocument back(ini);
+  EXPECT_EQ(back.getBytes("A", "new", "-"), " \xff\xfe  [B]");
+  EXPECT_EQ(back.getBytes("A", "long", "-").size(), 3000);
+  EXPECT_EQ(back.get("A", "long", "-").size(), 2047);
+  EXPECT_EQ(back.getBytes("A", "missing", "\xff"), "\xff");
+  doc.deleteSection("B");
+  EXPECT_EQ(doc.getBytes("B", "latin1", "gone"), "gone");
+  EXPECT_EQ(doc.getBytes("a", "X", "-"), "1");
+}
+
 ino_t inode(const QString& path) {
   struct stat st {};
   return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_ino : 0;

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <functional>
 
 #include "TestFs.h"
 #include "app/Globals.h"
@@ -9,6 +12,13 @@
 
 namespace ql {
 namespace {
+
+using Paths = std::vector<std::string>;
+
+template <class... Fs>
+struct Overloaded : Fs... {
+  using Fs::operator()...;
+};
 
 class SettingsTest : public ::testing::Test {
  protected:
@@ -27,28 +37,65 @@ class SettingsTest : public ::testing::Test {
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
   }
 
+  // How often the settings file is opened while `fn` runs. The closes are watched too: inotify
+  // merges an event into an equal one just before it.
+  int opensDuring(const std::function<void()>& fn) {
+    const int fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    const QByteArray name = QFile::encodeName(ini);
+    if (fd < 0 || ::inotify_add_watch(fd, name.constData(), IN_OPEN | IN_CLOSE) < 0) return -1;
+    fn();
+    int opens = 0;
+    alignas(inotify_event) char buf[4096];
+    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) {
+      for (char* p = buf; p < buf + n;) {
+        const auto* e = reinterpret_cast<const inotify_event*>(p);
+        opens += (e->mask & IN_OPEN) != 0;
+        p += sizeof(inotify_event) + e->len;
+      }
+    }
+    ::close(fd);
+    return opens;
+  }
+
   test::TempDir dir;
   QString ini = QString::fromStdString(dir / "Quorlane.ini");
 };
 
-TEST_F(SettingsTest, AFirstStartGetsTheTableDefaults) {
-  MainOptions o;
-  ASSERT_TRUE(OptionenLadenMain(o));
-  EXPECT_EQ(o.Kontextmenu, 99);
-  EXPECT_EQ(o.Instanz, 1);
-  EXPECT_EQ(o.FileSizeFormat, 0);
-  EXPECT_EQ(o.FileSizeFormatDrive, 3);
-  EXPECT_EQ(o.FileSizeFormatFiles, 2);
-  EXPECT_EQ(o.ToplistVisible, 0);
-  EXPECT_EQ(o.ColFolderVisible, 1);
-  EXPECT_EQ(o.FileColumn[6], 1);
-  EXPECT_EQ(o.TopColumn[7], 1);
-  EXPECT_EQ(o.FontSize, 9.0);
-  EXPECT_EQ(o.SymbolText, 1);
-  EXPECT_EQ(o.FilePreview, 0);
-  EXPECT_EQ(GetSettings("InternetUpdate", "Dpath"), "%TEMP%");
-  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "0");
-  EXPECT_FALSE(QFile::exists(ini));  // reading makes no file
+// A settings file that is huge or no file at all (a link to /dev/zero, a pipe) reads as no keys
+// at once, is reported once and is never written over. Each case runs in a child that a hang or
+// an exhausted memory cannot take the test run down with.
+TEST_F(SettingsTest, ADamagedFileReadsAsDefaultsAndIsNeverWrittenOver) {
+  const std::string link = dir / "Quorlane.ini";
+  const std::function<void()> makers[] = {
+      [&] { test::makeFile(link, 100 << 20); },
+      [&] { ASSERT_EQ(::symlink("/dev/zero", link.c_str()), 0); },
+      [&] { ASSERT_EQ(::mkfifo(link.c_str(), 0644), 0); },
+  };
+  for (const auto& make : makers) {
+    ::unlink(link.c_str());
+    make();
+    struct stat before {};
+    ASSERT_EQ(::lstat(link.c_str(), &before), 0);
+    const std::string out = test::inChild([&] {
+      ::alarm(20);
+      QElapsedTimer clock;
+      clock.start();
+      const int failures = failureCount();
+      MainOptions o;
+      std::string r = OptionenLadenMain(o) ? "loaded" : "failed";
+      r += o.FontSize == 9 && o.Instanz == 1 && o.FileSizeFormatDrive == 3 ? " defaults" : " odd";
+      r += OptionenSpeichernMain(o) || StoreSettings("Allgemein", "Lang", 9) ? " written" : "";
+      r += GetSettings("Optionen", "FontSize") == "9" ? "" : " odd";
+      r += " reports " + std::to_string(failureCount() - failures);
+      return clock.elapsed() < 2000 ? r : r + " slow";
+    });
+    EXPECT_EQ(out, "loaded defaults reports 1") << link;
+    struct stat after {};
+    ASSERT_EQ(::lstat(link.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_size, before.st_size);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+  }
 }
 
 // A value that does not convert stops the load there: what came before stands, the rest stays
@@ -124,32 +171,74 @@ TEST_F(SettingsTest, SavedOptionsReadBackAndTheDialogsKeysAreLeftAlone) {
   EXPECT_EQ(GetAllSavedComboFolders().comboText, " /home/a b ");
 }
 
+// Every key the exit writes goes to a line of its own and comes back into its own field; the
+// dialog's keys stay out of the file. A load reads the file once and makes none.
+TEST_F(SettingsTest, EveryOptionRoundTripsThroughItsOwnKey) {
+  MainOptions defaults;
+  ASSERT_TRUE(OptionenLadenMain(defaults));
+  EXPECT_FALSE(QFile::exists(ini));
+  ASSERT_TRUE(OptionenSpeichernMain(defaults));
+  const QList<QByteArray> base = content().split('\n');
+  for (const SettingKey& k : settingKeys()) {
+    if (!k.field) continue;
+    SCOPED_TRACE(k.key);
+    MainOptions o = defaults;
+    std::visit(Overloaded{[&](int* v) { *v = k.form == SettingForm::Flag ? !*v : *v + 1; },
+                          [](double* v) { *v += 1.5; }, [](QString* v) { *v += " /x "; }},
+               k.field(o));
+    QFile::remove(ini);
+    ASSERT_TRUE(OptionenSpeichernMain(o));
+    const QList<QByteArray> lines = content().split('\n');
+    ASSERT_EQ(lines.size(), base.size());
+    int changed = 0;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+      if (lines[i] == base[i]) continue;
+      ++changed;
+      EXPECT_TRUE(lines[i].startsWith(QByteArray(k.writeKey ? k.writeKey : k.key) + '='));
+    }
+    EXPECT_EQ(changed, k.savedAtExit ? 1 : 0);
+    MainOptions back;
+    ASSERT_TRUE(OptionenLadenMain(back));
+    EXPECT_EQ(back == o, k.savedAtExit);
+  }
+  EXPECT_EQ(opensDuring([] {
+              MainOptions o;
+              OptionenLadenMain(o);
+            }),
+            1);
+}
+
 TEST_F(SettingsTest, AListEndsAtTheFirstGap) {
   write("[ComboOrdner]\nO0=/a\nO1=\nO3=/d\n[DriveFolders]\nF0=/net/x/\nF2=/net/z/\n");
-  EXPECT_EQ(GetAllSavedComboFolders().folders, (QStringList{"/a", ""}));
-  EXPECT_EQ(LoadSavedNetworkFolders(), QStringList{"/net/x/"});
+  EXPECT_EQ(GetAllSavedComboFolders().folders, (Paths{"/a", ""}));
+  EXPECT_EQ(LoadSavedNetworkFolders(), Paths{"/net/x/"});
 }
 
 TEST_F(SettingsTest, TheLastTenFolderEntriesAreKeptNewestFirst) {
   write("[ComboOrdner]\nO0=old\nO10=stale\nO11=stale\n[Optionen]\nComboText=/f3\n");
   QList<ComboItem> items{{"/", 3}};  // a drive entry
-  for (int i = 1; i <= 11; ++i) items.append({QStringLiteral("/f%1").arg(i), kComboFolderImage});
-  items.insert(5, {"   ", kComboFolderImage});
+  for (int i = 1; i <= 11; ++i) items.append({"/f" + std::to_string(i), kComboFolderImage});
+  items.insert(5, {" \t ", kComboFolderImage});
   ASSERT_TRUE(SaveAllComboFolders(items));
-  const QStringList expected{"/f11", "/f10", "/f9", "/f8", "/f7",
-                             "/f6",  "/f5",  "/f4", "/f3", "/f2"};
+  const Paths expected{"/f11", "/f10", "/f9", "/f8", "/f7", "/f6", "/f5", "/f4", "/f3", "/f2"};
   EXPECT_EQ(GetAllSavedComboFolders().folders, expected);
   EXPECT_FALSE(content().contains("stale"));
   EXPECT_EQ(GetAllSavedComboFolders().comboText, "/f3");  // another section's key survives
 
   ASSERT_TRUE(SaveAllComboFolders({}));
-  EXPECT_TRUE(GetAllSavedComboFolders().folders.isEmpty());
+  EXPECT_TRUE(GetAllSavedComboFolders().folders.empty());
 }
 
-TEST_F(SettingsTest, NetworkFoldersAreWrittenAnew) {
-  write("[DriveFolders]\nF0=/a/\nF1=/b/\nF2=/c/\n");
-  ASSERT_TRUE(SaveNetworkFolders({"/b/", "/b/"}));
-  EXPECT_EQ(LoadSavedNetworkFolders(), (QStringList{"/b/", "/b/"}));
+// Folder names are bytes: what is not UTF-8, differs only in case or needs quotes comes back.
+TEST_F(SettingsTest, FoldersKeepTheirBytes) {
+  const Paths paths{"/b/", "/b/", "/B/", "/home/M\xfcller/\xff\xfe", " /lead and trail ", "\"q\""};
+  ASSERT_TRUE(SaveNetworkFolders(paths));
+  EXPECT_EQ(LoadSavedNetworkFolders(), paths);
+  QList<ComboItem> items;
+  for (auto it = paths.rbegin(); it != paths.rend(); ++it) items.append({*it, kComboFolderImage});
+  ASSERT_TRUE(SaveAllComboFolders(items));
+  EXPECT_EQ(GetAllSavedComboFolders().folders, paths);
+  EXPECT_TRUE(content().contains("O3=/home/M\xfcller/\xff\xfe\n"));
 }
 
 TEST_F(SettingsTest, WindowPositionIsCorrectedForTheScreen) {

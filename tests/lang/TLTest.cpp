@@ -106,6 +106,16 @@ TEST(TranslationMode, TheTranslatorsFileReplacesTheBuiltInTable) {
   EXPECT_EQ(TL(3541, QStringLiteral("Drucken")), QStringLiteral("Drucken"));
   EXPECT_EQ(TranslateControlText(3612), QStringLiteral("Store"));
   EXPECT_EQ(TranslateControlText(3541), QString());
+
+  // A whole table, beyond the first allocation of the collection that holds it.
+  QByteArray many;
+  for (int id = 1; id <= 600; ++id)
+    many += QByteArray::number(5000 + id) + ",x,t" + QByteArray::number(id) + "\n";
+  f.writeTextFile(many);
+  f.init(QStringLiteral("25"), QStringLiteral("-TLMODUS"));
+  for (int id = 1; id <= 600; ++id)
+    ASSERT_EQ(TL(5000 + id, QStringLiteral("-")), QStringLiteral("t%1").arg(id)) << id;
+  EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), QStringLiteral("Speichern"));
 }
 
 TEST(TranslationMode, OnlyWithTheExactWordAFileAndAForeignLanguage) {
