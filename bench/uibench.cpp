@@ -40,13 +40,12 @@ int main(int argc, char** argv) {
     if (last) worst = std::max(worst, now - last);
     last = now;
   });
-  std::string line;
-  for (int i = 0; i < copies; ++i) line += std::string(i ? " \"" : "\"") + argv[1] + "\"";
+  const std::vector<std::string> sources(static_cast<size_t>(copies), argv[1]);
   QElapsedTimer scan;
   clock.start();
   scan.start();
   tick.start();
-  w.readCommandLine(line);
+  w.readCommandLine(sources);
   QEventLoop loop;
   QObject::connect(&w.driver(), &ScanDriver::finished, &loop, &QEventLoop::quit);
   loop.exec();

@@ -582,8 +582,8 @@ void MainWindow::saveReport() {
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
 }
 
-void MainWindow::readCommandLine(const std::string& commandLine) {
-  GetFoldersFromCommand(commandLine, driver_->sourceQueue());
+void MainWindow::readCommandLine(const std::vector<std::string>& sources) {
+  driver_->sourceQueue().insert(driver_->sourceQueue().end(), sources.begin(), sources.end());
   if (driver_->sourceQueue().empty()) return;
   DisableControls();
   driver_->start();

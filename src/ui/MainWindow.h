@@ -28,10 +28,10 @@ class MainWindow : public QMainWindow {
   explicit MainWindow(QWidget* parent = nullptr);
   ~MainWindow() override;
 
-  // Queues the sources of a command line and starts reading them.
-  void readCommandLine(const std::string& commandLine);
-  // The command line read once the window has come up for the first time.
-  void setCommandLine(std::string commandLine) { commandLine_ = std::move(commandLine); }
+  // Queues the sources of the command line, as given, and starts reading them.
+  void readCommandLine(const std::vector<std::string>& sources);
+  // The sources read once the window has come up for the first time.
+  void setStartSources(std::vector<std::string> sources) { commandLine_ = std::move(sources); }
 
   // The commands of the two bars, by number, as a click would run them.
   void cbrMain_Execute(int id);
@@ -128,7 +128,7 @@ class MainWindow : public QMainWindow {
   MainOptions options_;
   int decimals_ = 1;
   std::function<bool(const QString&)> askRestart_;
-  std::string commandLine_;
+  std::vector<std::string> commandLine_;
   std::function<void(const QString&)> warn_;
 };
 

@@ -47,7 +47,7 @@ TEST_F(MainWindowTest, ReadsTheCommandLineAndSortsByTitleClicks) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\" \"" + d / "missing" + "\"");
+  w.readCommandLine({d.path(), d / "missing"});
   ASSERT_TRUE(finished.wait(10000));
   ReportModel& m = w.model();
   ASSERT_EQ(m.rowCount(), 1);  // the missing source is dropped without a word
@@ -76,7 +76,7 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\" \"" + d.path() + "\"");
+  w.readCommandLine({d.path(), d.path()});
   ASSERT_TRUE(w.busy());
   EXPECT_FALSE(w.close());  // refused: the walk is asked to stop instead
   EXPECT_TRUE(w.isVisible());
@@ -142,7 +142,7 @@ TEST_F(MainWindowTest, ReportCommands) {
   MainWindow w;
   bringUp(w);
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\"");
+  w.readCommandLine({d.path()});
   ASSERT_TRUE(finished.wait(10000));
   CommandBar& bar = w.cbrReport();
   const QModelIndex root = w.model().index(0, 0);
@@ -245,7 +245,7 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   QStringList warnings;
   w.setWarningHandler([&](const QString& text) { warnings << text; });
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine("\"" + d.path() + "\"");
+  w.readCommandLine({d.path()});
   ASSERT_TRUE(finished.wait(10000));
 
   QLineEdit* editor = startRename(w, "medium");
