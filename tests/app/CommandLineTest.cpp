@@ -54,7 +54,9 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
     EXPECT_EQ(p.sources, c.sources) << name;
     EXPECT_EQ(p.outputFile, c.report) << name;
     EXPECT_EQ(p.outputLevels, c.levels) << name;
-    if (c.mode != M::Help) EXPECT_EQ(p.error.empty(), c.mode != M::UsageError) << name;
+    if (c.mode != M::Help) {
+      EXPECT_EQ(p.error.empty(), c.mode != M::UsageError) << name;
+    }
   }
 }
 
