@@ -59,10 +59,12 @@ int main(int argc, char** argv) {
   // The joined text is for the failure report alone.
   setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
 
-  // The frame: data folder and settings, then the language, before anything shows a text.
+  // The frame: data folder and settings, then the language, before anything shows a text. A
+  // crash or an uncaught exception on the way is reported; its log is known after InitMain.
   auto initFrame = [&command] {
-    InitMain(QCoreApplication::applicationDirPath());
     installFatalSignalHandlers();
+    InitMain(QCoreApplication::applicationDirPath());
+    refreshFatalSignalReport();
     Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
                  command.translationMode ? QStringLiteral("-TLMODUS") : QString());
     Init_Textbausteine();

@@ -287,8 +287,10 @@ bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName
       std::free(real);
     }
   }
-  // A report written over an older one keeps its permissions.
+  // A report written over an older one keeps its owner and permissions; one we may not write
+  // to stays as it is, as it would with an ordinary write.
   const bool exists = ::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+  if (exists && ::access(target.c_str(), W_OK) != 0) return fail(errno);
 
   std::string temp;
   // Private until it has the old report's permissions.
@@ -297,8 +299,11 @@ bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName
   std::memcpy(g_pendingPath, temp.c_str(), temp.size() + 1);
   g_pending.store(1);
 
-  // Best effort: a file system without permission bits has none to keep.
-  if (exists) ::fchmod(fd, st.st_mode & 07777);
+  // Best effort: a file system without owners or permission bits has none to keep.
+  if (exists) {
+    [[maybe_unused]] const bool owned = ::fchown(fd, st.st_uid, st.st_gid) == 0;
+    ::fchmod(fd, st.st_mode & 07777);
+  }
   int err = 0;
   render(tree, options, isTextLayout(fileName),
          [&](std::string_view piece) {
