@@ -164,8 +164,9 @@ TEST_F(SilentRun, OddNamesSurviveTheCsvRoundTrip) {
   QProcess py;
   py.start("python3", {"-c",
                        "import csv, sys\n"
-                       "rows = list(csv.reader(open(sys.argv[1], newline='', encoding='latin-1'), delimiter=';'))\n"
-                       "for r in rows[1:]: print(len(r), r[0].encode('latin-1').hex())\n",
+                       "f = open(sys.argv[1], newline='', encoding='latin-1')\n"
+                       "for r in list(csv.reader(f, delimiter=';'))[1:]:\n"
+                       "  print(len(r), r[0].encode('latin-1').hex())\n",
                        out});
   ASSERT_TRUE(py.waitForFinished(30000));
   ASSERT_EQ(py.exitCode(), 0) << py.readAllStandardError().toStdString();
