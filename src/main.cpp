@@ -5,7 +5,6 @@
 #include <QDateTime>
 #include <QMessageBox>
 #include <cstdio>
-#include <cstring>
 #include <malloc.h>
 
 #include "app/CommandLine.h"
@@ -25,18 +24,27 @@ int main(int argc, char** argv) {
   // strand memory.
   mallopt(M_ARENA_MAX, 2);
   globals().StartTime = QDateTime::currentDateTime();
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--help") == 0) {
+  // Read before anything else: a wrong command line touches neither a window nor the settings.
+  const ParsedCommandLine command = parseArguments(argc, argv);
+  switch (command.mode) {
+    case ParsedCommandLine::Help:
       std::fputs(usageText().toLocal8Bit().constData(), stdout);
       return 0;
-    }
-    if (std::strcmp(argv[i], "--version") == 0) {
+    case ParsedCommandLine::Version:
       std::printf("quorlane %s\n", QUORLANE_VERSION);
       return 0;
-    }
+    case ParsedCommandLine::UsageError:
+      std::fprintf(
+          stderr,
+          "quorlane: %s\nUsage: quorlane [FOLDER]... | quorlane -s[LEVELS] REPORT FOLDER... "
+          "(quorlane --help tells more)\n",
+          command.error.c_str());
+      return 2;
+    case ParsedCommandLine::Window:
+    case ParsedCommandLine::Silent:
+      break;
   }
-  const std::string commandLine = joinArguments(argc, argv);
-  const bool silent = isSilentCommand(commandLine);
+  const bool silent = command.mode == ParsedCommandLine::Silent;
 
   if (!osSupported()) {
     if (silent) {
@@ -47,32 +55,34 @@ int main(int argc, char** argv) {
     }
     return 1;
   }
-  if (commandLine == "-RESTART") restartWait();
-  setFailureCommandLine(QString::fromLocal8Bit(commandLine.c_str()));
+  if (command.restart) restartWait();
+  // The joined text is for the failure report alone.
+  setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
 
-  // The frame: data folder and settings, then the language, before anything shows a text.
-  auto initFrame = [&commandLine] {
-    InitMain(QCoreApplication::applicationDirPath());
+  // The frame: data folder and settings, then the language, before anything shows a text. A
+  // crash or an uncaught exception on the way is reported; its log is known after InitMain.
+  auto initFrame = [&command] {
     installFatalSignalHandlers();
+    InitMain(QCoreApplication::applicationDirPath());
+    refreshFatalSignalReport();
     Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
-                 QString::fromLocal8Bit(commandLine.c_str()));
+                 command.translationMode ? QStringLiteral("-TLMODUS") : QString());
     Init_Textbausteine();
   };
 
   if (silent) {
     QCoreApplication app(argc, argv);
     initFrame();
-    return runSilent(commandLine);
+    return runSilent(command);
   }
 
   QApplication app(argc, argv);
-  initFrame();
+  // Before the frame, so that a failure while it starts (a damaged text table under -TLMODUS,
+  // say) shows the dialog too.
   installFailureDialog();
+  initFrame();
   MainWindow window;
-  std::vector<std::string> sources;
-  for (int i = 1; i < argc; ++i)
-    if (argv[i][0] != '-') sources.emplace_back(argv[i]);
-  window.setStartSources(std::move(sources));  // read once the window is on the screen
+  window.setStartSources(command.sources);  // read once the window is on the screen
   window.show();
   return app.exec();
 }

@@ -1,8 +1,6 @@
 #include "app/CommandLine.h"
 
-#include <cctype>
-#include <climits>
-#include <vector>
+#include <cstring>
 
 namespace ql {
 
@@ -23,51 +21,59 @@ std::string joinArguments(int argc, char** argv) {
 }
 
 namespace {
-// The quoted texts from the left; an opening quote without its partner ends the scan.
-std::vector<std::string> quoted(const std::string& text) {
-  std::vector<std::string> out;
-  size_t pos = 0;
-  for (;;) {
-    const size_t open = text.find('"', pos);
-    if (open == std::string::npos) break;
-    const size_t close = text.find('"', open + 1);
-    if (close == std::string::npos) break;
-    out.push_back(text.substr(open + 1, close - open - 1));
-    pos = close + 1;
+// "-s" followed by digits only (none is fine); the digits saturate rather than overflow.
+bool silentOption(const char* arg, int& levels) {
+  if (arg[0] != '-' || arg[1] != 's') return false;
+  long long value = 0;
+  for (const char* p = arg + 2; *p; ++p) {
+    if (*p < '0' || *p > '9') return false;
+    value = value * 10 + (*p - '0');
+    if (value > 999999999) value = 999999999;
   }
-  return out;
+  levels = static_cast<int>(value);
+  return true;
 }
 }  // namespace
 
-void GetFoldersFromCommand(const std::string& text, std::deque<std::string>& queue) {
-  if (text.empty()) return;
-  if (text.find('"') == std::string::npos) {
-    queue.push_back(text);
-    return;
+ParsedCommandLine parseArguments(int argc, char** argv) {
+  ParsedCommandLine p;
+  bool silent = false, help = false, version = false, onlySources = false;
+  auto usage = [&p](std::string why) {
+    if (p.error.empty()) p.error = std::move(why);
+  };
+  for (int i = 1; i < argc; ++i) {
+    const char* arg = argv[i];
+    int levels = 0;
+    if (onlySources || arg[0] != '-') {
+      p.sources.emplace_back(arg);
+    } else if (std::strcmp(arg, "--") == 0) {
+      onlySources = true;
+    } else if (std::strcmp(arg, "--help") == 0) {
+      help = true;
+    } else if (std::strcmp(arg, "--version") == 0) {
+      version = true;
+    } else if (std::strcmp(arg, "-RESTART") == 0) {
+      p.restart = true;
+    } else if (std::strcmp(arg, "-TLMODUS") == 0) {
+      p.translationMode = true;
+    } else if (silentOption(arg, levels)) {
+      if (silent) usage("-s given twice");
+      silent = true;
+      p.outputLevels = levels;
+      // The report is the next argument, whatever it looks like.
+      if (i + 1 >= argc || !*argv[i + 1]) usage(std::string(arg) + " needs a report file");
+      if (i + 1 < argc) p.outputFile = argv[++i];
+    } else {
+      usage(std::string("unknown option ") + arg);
+    }
   }
-  for (auto& s : quoted(text)) queue.push_back(std::move(s));
-}
-
-void KZGetFoldersFromCommand(const std::string& text, SilentJob& job) {
-  size_t b = text.find_first_not_of(' ');
-  size_t e = text.find_last_not_of(' ');
-  if (b == std::string::npos) return;
-  std::string rest = text.substr(b, e - b + 1);
-  rest = rest.size() > 2 ? rest.substr(2) : std::string();
-  if (rest.empty()) return;
-  job.outputLevels = 0;
-  size_t digits = 0;
-  long long value = 0;
-  while (digits < rest.size() && std::isdigit(static_cast<unsigned char>(rest[digits]))) {
-    if (value < INT_MAX / 10) value = value * 10 + (rest[digits] - '0');
-    ++digits;
-  }
-  job.outputLevels = static_cast<int>(value);
-  const auto parts = quoted(rest);
-  if (parts.empty()) return;
-  job.outputFile = parts[0];
-  for (size_t i = 1; i < parts.size(); ++i) job.sources.push_back(parts[i]);
-  if (parts.size() < 2) job.sources.clear();
+  if (silent && p.error.empty() && p.sources.empty()) usage("-s needs at least one folder");
+  p.mode = help               ? ParsedCommandLine::Help
+           : version          ? ParsedCommandLine::Version
+           : !p.error.empty() ? ParsedCommandLine::UsageError
+           : silent           ? ParsedCommandLine::Silent
+                              : ParsedCommandLine::Window;
+  return p;
 }
 
 }  // namespace ql

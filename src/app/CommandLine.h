@@ -1,30 +1,29 @@
 #pragma once
-// The command line as one text, the way the program has always read it, and the two readers of
-// that text: sources for the window, and the report job of a silent run.
+// The command line, read from the argument vector: one argument is one source, whatever bytes it
+// holds. The joined text remains for the failure report only.
 
-#include <deque>
 #include <string>
+#include <vector>
 
 namespace ql {
 
 // Joins an argument vector back into one text: an argument that begins with "-" stays bare,
-// every other one is put in double quotes; one blank between them.
+// every other one is put in double quotes; one blank between them. For display only.
 std::string joinArguments(int argc, char** argv);
 
-// Sources of a window start: without a double quote the whole text is one source; otherwise
-// each pair of quotes holds one, and an unmatched quote ends the reading.
-void GetFoldersFromCommand(const std::string& text, std::deque<std::string>& queue);
-
-struct SilentJob {
-  std::string outputFile;
-  int outputLevels = 0;  // 0: all levels
-  std::deque<std::string> sources;
+struct ParsedCommandLine {
+  enum Mode { Window, Silent, Help, Version, UsageError };
+  Mode mode = Window;
+  std::vector<std::string> sources;  // as given, never trimmed
+  std::string outputFile;            // silent run: the report
+  int outputLevels = 0;              // silent run: 0 all levels, n the top rows and n levels below
+  bool restart = false;              // -RESTART
+  bool translationMode = false;      // -TLMODUS
+  std::string error;                 // UsageError: what is wrong, one line
 };
 
-// "-s<digits> "report" "source" ...": the first quoted text is the report file, every later
-// one a source. Fewer than two quoted texts make no job (the sources are emptied).
-void KZGetFoldersFromCommand(const std::string& text, SilentJob& job);
-
-inline bool isSilentCommand(const std::string& text) { return text.rfind("-s", 0) == 0; }
+// -s[DIGITS] REPORT SOURCE..., -RESTART, -TLMODUS, --help, --version; after "--" every argument
+// is a source. Any other argument that begins with "-" is a usage error.
+ParsedCommandLine parseArguments(int argc, char** argv);
 
 }  // namespace ql

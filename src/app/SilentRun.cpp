@@ -11,7 +11,7 @@
 
 namespace ql {
 
-int runSilent(const std::string& commandLine) {
+int runSilent(const ParsedCommandLine& job) {
   Globals& g = globals();
   g.SilentMode = true;
   // The same options the window would load; a damaged value is reported and the rest stays 0.
@@ -20,14 +20,13 @@ int runSilent(const std::string& commandLine) {
   ScanDriver::Settings settings;
   settings.noHardlinks = o.NoHardlinks != 0;
 
-  SilentJob job;
-  KZGetFoldersFromCommand(commandLine, job);
-  if (job.sources.empty()) return failureCount() ? 1 : 0;  // no job: nothing read, nothing saved
+  // A report cut short by SIGTERM, SIGINT or SIGHUP must not leave its temporary file behind.
+  ReportWriter::removeTemporaryOnInterrupt();
 
   ReportTree tree;
   ScanDriver driver(tree, StopWord);
   driver.setSettings(settings);
-  driver.sourceQueue() = job.sources;
+  driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
   driver.runToEnd();
 
   ReportSaveOptions options;
@@ -39,7 +38,7 @@ int runSilent(const std::string& commandLine) {
     // Nothing to write: say so rather than end quietly without a report.
     FailureReport(QStringLiteral("Ordnerliste_Abarbeiten"), QStringLiteral("frmMain"), 0,
                   TL(3990, "Keiner der angegebenen Ordner ist vorhanden."),
-                  {QString::fromStdString(commandLine)});
+                  {failureCommandLine()});
     return 1;
   }
   QString error;

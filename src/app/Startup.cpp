@@ -87,11 +87,20 @@ QString usageText() {
       "                               any other name a semicolon-separated table (CSV).\n"
       "                               LEVELS, digits right after -s, is how many folder levels\n"
       "                               below each source are written; none or 0 writes all.\n"
+      "  --                           every later argument is a folder, even one that\n"
+      "                               begins with \"-\"\n"
+      "  -TLMODUS                     read the texts from QuorlaneTL.txt beside the program\n"
       "  --help                       show this text and exit\n"
       "  --version                    show the version and exit\n"
       "\n"
+      "Each argument is one folder, exactly as given.\n"
       "Settings and logs: $XDG_CONFIG_HOME/Quorlane (default ~/.config/Quorlane).\n"
-      "A silent run ends with status 0 when the report was written, 1 otherwise.\n");
+      "\n"
+      "Exit status:\n"
+      "  0  the report was written (silent run), or the window was closed\n"
+      "  1  a failure: the report was not written, a folder could not be read, or the walk\n"
+      "     failed (running out of file descriptors, say)\n"
+      "  2  a usage error: an unknown option, or -s without a report or a folder\n");
 }
 
 }  // namespace ql

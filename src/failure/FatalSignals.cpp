@@ -9,8 +9,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <mutex>
 
 #include "app/Globals.h"
@@ -202,19 +204,20 @@ const char* signalName(int sig) {
       return "SIGILL";
     case SIGBUS:
       return "SIGBUS";
+    case SIGABRT:
+      return "SIGABRT";
     default:
       return "signal";
   }
 }
 
-void onFatalSignal(int sig, siginfo_t* info, void*) {
-  // A second thread that faults meanwhile waits for the first to end the process.
+// Appends the prepared report to the log and says so on standard error: "quorlane: <headline>
+// (<name>)". Only reads /proc files and calls write(2). A second thread that fails meanwhile
+// waits for the first to end the process.
+void writeFatalReport(const char* headline, const char* func, const char* name, uintptr_t address) {
   if (g_handling.exchange(true)) {
     for (;;) pause();
   }
-  const uint32_t code = exceptionCodeForSignal(sig, info ? info->si_code : 0);
-  const char* name = exceptionName(code);
-  const uintptr_t address = info ? reinterpret_cast<uintptr_t>(info->si_addr) : 0;
   const int slot = g_current.load();
 
   Out& out = g_out;
@@ -239,7 +242,7 @@ void onFatalSignal(int sig, siginfo_t* info, void*) {
           putTime(out, p);
           break;
         case 'F':
-          out.put(signalName(sig));
+          out.put(func);
           break;
         case 'N':
           out.put(name);
@@ -315,8 +318,8 @@ void onFatalSignal(int sig, siginfo_t* info, void*) {
   }
 
   out.n = 0;
-  out.put("quorlane: fatal signal ");
-  out.put(signalName(sig));
+  out.put("quorlane: ");
+  out.put(headline);
   out.put(" (");
   out.put(name);
   out.put(")");
@@ -326,10 +329,38 @@ void onFatalSignal(int sig, siginfo_t* info, void*) {
   }
   out.put('\n');
   [[maybe_unused]] const ssize_t w = write(STDERR_FILENO, out.buf, out.n);
+}
 
+void onFatalSignal(int sig, siginfo_t* info, void*) {
+  static char headline[64];
+  std::strcpy(headline, "fatal signal ");
+  std::strcat(headline, signalName(sig));
+  writeFatalReport(headline, signalName(sig),
+                   exceptionName(exceptionCodeForSignal(sig, info ? info->si_code : 0)),
+                   info ? reinterpret_cast<uintptr_t>(info->si_addr) : 0);
   // The handler was reset on entry: the signal now takes its default action.
   raise(sig);
   _exit(128 + sig);
+}
+
+// An exception that nobody caught: the same report, named by what was thrown, then the end.
+[[noreturn]] void onTerminate() {
+  static char name[512];
+  std::strcpy(name, "C++ exception");
+  if (const std::exception_ptr thrown = std::current_exception()) {
+    try {
+      std::rethrow_exception(thrown);
+    } catch (const std::exception& e) {
+      std::strcat(name, ": ");
+      std::strncat(name, e.what(), sizeof name - std::strlen(name) - 1);
+    } catch (...) {
+    }
+  } else {
+    std::strcpy(name, "std::terminate without an exception");
+  }
+  writeFatalReport("uncaught exception", "std::terminate", name, 0);
+  signal(SIGABRT, SIG_DFL);
+  std::abort();
 }
 
 }  // namespace
@@ -474,7 +505,8 @@ bool installFatalSignalHandlers() {
   sa.sa_sigaction = onFatalSignal;
   sigemptyset(&sa.sa_mask);
   sa.sa_flags = SA_SIGINFO | SA_RESETHAND | SA_NODEFER | SA_ONSTACK;
-  for (const int sig : {SIGSEGV, SIGFPE, SIGILL, SIGBUS}) sigaction(sig, &sa, nullptr);
+  for (const int sig : {SIGSEGV, SIGFPE, SIGILL, SIGBUS, SIGABRT}) sigaction(sig, &sa, nullptr);
+  std::set_terminate(onTerminate);
   return true;
 }
 

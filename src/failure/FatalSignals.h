@@ -1,7 +1,8 @@
 #pragma once
-// Fatal signals (SIGSEGV, SIGFPE, SIGILL, SIGBUS) end the process, since going on after one is not
-// safe. Before that, the handler appends an error report to "error.log" in the data folder, with
-// the failure named as the classic exception names do, and writes one line to standard error.
+// Fatal signals (SIGSEGV, SIGFPE, SIGILL, SIGBUS, SIGABRT) and uncaught exceptions end the process,
+// since going on after one is not safe. Before that, the handler appends an error report to
+// "error.log" in the data folder, with the failure named as the classic exception names do (an
+// exception by its what()), and writes one line to standard error.
 // The report text is prepared in advance with place-holders for the values of the moment, so
 // that the handler only reads /proc files and calls write(2).
 

@@ -1,7 +1,7 @@
 #pragma once
 // Writes the report tree to a file: a column text when the name ends in ".txt" (any case), a
-// semicolon-separated table otherwise. Lines end in CR LF. Everything written comes from the
-// tree as measured; nothing is read from the disk.
+// semicolon-separated table otherwise (RFC 4180 quoting). Lines end in CR LF. Names are written
+// as their bytes. Everything written comes from the tree as measured; nothing is read from the disk.
 
 #include <QString>
 #include <functional>
@@ -37,10 +37,14 @@ class ReportWriter {
   // The whole report as bytes.
   static std::string render(const ReportTree& tree, const ReportSaveOptions& options,
                             bool textLayout, const NumberFormat& nf = NumberFormat::system());
-  // Writes the file; false with errorText on failure.
+  // Writes the file; false with errorText on failure. The report goes to a new file beside the
+  // target first and replaces it only once complete, so a failure leaves the old one untouched.
   static bool SPEICHERN(const ReportTree& tree, const std::string& fileName,
-                   const ReportSaveOptions& options, QString& errorText,
-                   const NumberFormat& nf = NumberFormat::system());
+                        const ReportSaveOptions& options, QString& errorText,
+                        const NumberFormat& nf = NumberFormat::system());
+  // SIGTERM, SIGINT and SIGHUP remove the temporary file of a report being written, then end
+  // the process as they would have.
+  static void removeTemporaryOnInterrupt();
 };
 
 }  // namespace ql

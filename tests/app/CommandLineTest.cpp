@@ -1,4 +1,5 @@
-// Reading the command line: the joined text, window sources and the silent job.
+// Reading the argument vector: one argument one source, the silent job, the options and the
+// mistakes that are usage errors.
 
 #include <gtest/gtest.h>
 
@@ -7,56 +8,76 @@
 namespace ql {
 namespace {
 
-std::deque<std::string> sources(const std::string& text) {
-  std::deque<std::string> q;
-  GetFoldersFromCommand(text, q);
-  return q;
+ParsedCommandLine parse(std::vector<std::string> args) {
+  args.insert(args.begin(), "quorlane");
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  return parseArguments(static_cast<int>(args.size()), argv.data());
 }
 
-TEST(CommandLine, ArgumentsAreJoinedBackIntoOneText) {
+TEST(CommandLine, ArgumentsAreTakenAsGiven) {
+  using M = ParsedCommandLine;
+  using V = std::vector<std::string>;
+  const struct Case {
+    V args;
+    M::Mode mode;
+    V sources;
+    std::string report = {};
+    int levels = 0;
+  } cases[] = {
+      {{}, M::Window, {}},
+      {{" /a b ", "x\"y", "\"q\"", "\xff\xfe"}, M::Window, {" /a b ", "x\"y", "\"q\"", "\xff\xfe"}},
+      {{"", "/a"}, M::Window, {"", "/a"}},
+      {{"--", "-x", "--", "--help"}, M::Window, {"-x", "--", "--help"}},
+      {{"-s", "r.csv", "/a", " /b "}, M::Silent, {"/a", " /b "}, "r.csv", 0},
+      {{"-s0", "r.csv", "/a"}, M::Silent, {"/a"}, "r.csv", 0},
+      {{"-s12", "-r \"1\".txt", "--", "-a"}, M::Silent, {"-a"}, "-r \"1\".txt", 12},
+      {{"/a", "-s3", "r", "/b"}, M::Silent, {"/a", "/b"}, "r", 3},
+      {{"-s99999999999", "r", "/a"}, M::Silent, {"/a"}, "r", 999999999},  // saturates
+      {{"-s2", "only.csv"}, M::UsageError, {}, "only.csv", 2},
+      {{"-s"}, M::UsageError, {}},
+      {{"-s", "", "/a"}, M::UsageError, {"/a"}},
+      {{"-s12x", "r", "/a"}, M::UsageError, {"r", "/a"}},
+      {{"-s", "r.csv", "-x", "/tmp"}, M::UsageError, {"/tmp"}, "r.csv"},
+      {{"-s", "a", "/a", "-s", "b", "/b"}, M::UsageError, {"/a", "/b"}, "b"},
+      {{"-x"}, M::UsageError, {}},
+      {{"-"}, M::UsageError, {}},
+      {{"-restart"}, M::UsageError, {}},
+      {{"-x", "--help"}, M::Help, {}},
+      {{"--version", "/a"}, M::Version, {"/a"}},
+  };
+  for (const Case& c : cases) {
+    const std::string name = ::testing::PrintToString(c.args);
+    const ParsedCommandLine p = parse(c.args);
+    EXPECT_EQ(p.mode, c.mode) << name;
+    EXPECT_EQ(p.sources, c.sources) << name;
+    EXPECT_EQ(p.outputFile, c.report) << name;
+    EXPECT_EQ(p.outputLevels, c.levels) << name;
+    if (c.mode != M::Help) {
+      EXPECT_EQ(p.error.empty(), c.mode != M::UsageError) << name;
+    }
+  }
+}
+
+TEST(CommandLine, FlagsAndErrorText) {
+  const ParsedCommandLine flags = parse({"-RESTART", "/a", "-TLMODUS"});
+  EXPECT_EQ(flags.mode, ParsedCommandLine::Window);
+  EXPECT_TRUE(flags.restart);
+  EXPECT_TRUE(flags.translationMode);
+  EXPECT_EQ(flags.sources, std::vector<std::string>{"/a"});
+  // A folder whose name merely holds an option's text is a folder.
+  const ParsedCommandLine folder = parse({"/x-TLMODUS"});
+  EXPECT_FALSE(folder.translationMode);
+  EXPECT_FALSE(folder.restart);
+
+  EXPECT_EQ(parse({"-s", "r.csv", "-x", "/tmp"}).error, "unknown option -x");
+  EXPECT_EQ(parse({"-s2", "r.csv"}).error, "-s needs at least one folder");
+  EXPECT_EQ(parse({"-s"}).error, "-s needs a report file");
+
   char a0[] = "quorlane", a1[] = "-s2", a2[] = "out file.csv", a3[] = "/home", a4[] = "-RESTART";
   char* argv[] = {a0, a1, a2, a3, a4, nullptr};
   EXPECT_EQ(joinArguments(5, argv), "-s2 \"out file.csv\" \"/home\" -RESTART");
-  EXPECT_EQ(joinArguments(1, argv), "");
-}
-
-TEST(CommandLine, WindowSources) {
-  using Q = std::deque<std::string>;
-  EXPECT_EQ(sources(""), Q{});
-  EXPECT_EQ(sources(" /a b "), Q{" /a b "});  // no quote: the whole text, untrimmed
-  EXPECT_EQ(sources("\"/a\" x \"/b c\""), (Q{"/a", "/b c"}));
-  EXPECT_EQ(sources("\"/a\" \"/b"), Q{"/a"});  // an unmatched quote ends the reading
-  EXPECT_EQ(sources("-RESTART \"/a\""), Q{"/a"});
-  EXPECT_EQ(sources("-RESTART -TLMODUS"), Q{"-RESTART -TLMODUS"});  // dropped later as not a folder
-}
-
-TEST(CommandLine, SilentJob) {
-  struct Case {
-    const char* text;
-    int levels;
-    const char* file;
-    std::deque<std::string> sources;
-  } cases[] = {
-      {"-s2 \"r.csv\" \"/a\" \"/b\"", 2, "r.csv", {"/a", "/b"}},
-      {"  -s \"r.txt\" \"/a\"  ", 0, "r.txt", {"/a"}},
-      {"-s12x \"r\" \"/a\"", 12, "r", {"/a"}},
-      {"-s2 \"only.csv\"", 2, "only.csv", {}},  // a file without a source is no job
-      {"-s", 0, "", {}},
-      {"-sx", 0, "", {}},
-      {"-s3 \"r.csv\" \"/a\" \"/b", 3, "r.csv", {"/a"}},
-      {"-s99999999999 \"r\" \"/a\"", 999999999, "r", {"/a"}},  // huge digits do not overflow
-  };
-  for (const auto& c : cases) {
-    SilentJob job;
-    KZGetFoldersFromCommand(c.text, job);
-    EXPECT_EQ(job.outputLevels, c.levels) << c.text;
-    EXPECT_EQ(job.outputFile, c.file) << c.text;
-    EXPECT_EQ(job.sources, c.sources) << c.text;
-  }
-  EXPECT_TRUE(isSilentCommand("-s2 \"x\""));
-  EXPECT_TRUE(isSilentCommand("-sanything"));
-  EXPECT_FALSE(isSilentCommand("-RESTART"));
-  EXPECT_FALSE(isSilentCommand(" -s"));
 }
 
 }  // namespace

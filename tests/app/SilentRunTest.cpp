@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <set>
 
 #include "TestFs.h"
 
@@ -107,10 +108,19 @@ TEST_F(SilentRun, AFailureGoesToStandardErrorAndTheLogAndEndsNonZero) {
   EXPECT_FALSE(read(work.filePath("Quorlane/error.log")).isEmpty());
 }
 
-TEST_F(SilentRun, NoJobMeansNothingWritten) {
-  const QString out = work.filePath("only.csv");
-  EXPECT_EQ(quorlane({"-s2", out}, work.path()).status, 0);
+TEST_F(SilentRun, UsageErrorsEndWithTwoBeforeAnythingIsTouched) {
+  const QString out = work.filePath("r.csv");
+  for (const QStringList& args : {QStringList{"-s", out}, QStringList{"-s", out, "-x", "/tmp"},
+                                  QStringList{"-x", q(a.path())}}) {
+    const Outcome r = quorlane(args, work.path());
+    EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
+    const QStringList lines = r.err.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2) << r.err.toStdString();
+    EXPECT_TRUE(lines[1].startsWith("Usage: quorlane")) << r.err.toStdString();
+  }
   EXPECT_FALSE(QFile::exists(out));
+  EXPECT_FALSE(QFile::exists(work.filePath("Quorlane")));  // no settings read or made
+
   // Sources that all do not exist: a clear word and a failed run, not a silent nothing.
   const Outcome none = quorlane({"-s", out, q(a / "gone")}, work.path());
   EXPECT_EQ(none.status, 1);
@@ -119,7 +129,54 @@ TEST_F(SilentRun, NoJobMeansNothingWritten) {
   const Outcome help = quorlane({"--help"}, work.path());
   EXPECT_EQ(help.status, 0);
   EXPECT_TRUE(help.out.contains("-s[LEVELS] REPORT FOLDER"));
+  EXPECT_TRUE(help.out.contains("\n  2  a usage error"));
   EXPECT_TRUE(quorlane({"--version"}, work.path()).out.startsWith("quorlane "));
+}
+
+// One argument is one folder, blanks and all: "X " is not "X".
+TEST_F(SilentRun, ASourceIsTakenExactlyAsGiven) {
+  makeDir(b / "X ");
+  makeFile(b / "X /f", 100);
+  makeDir(b / "X");
+  makeFile(b / "X/f", 7);
+  const QString out = work.filePath("r.csv");
+  const Outcome r = quorlane({"-s", out, "--", q(b / "X ")}, work.path());
+  ASSERT_EQ(r.status, 0) << r.err.toStdString();
+  const QByteArray csv = read(out);
+  EXPECT_EQ(csv.split('\n').value(1), ("\"" + b / "X " + "\";\"100\";1;0\r").c_str()) << csv.toStdString();
+}
+
+// Folder names with every character a table or a shell trips over, read back by another CSV
+// reader: the same set of paths, byte for byte.
+TEST_F(SilentRun, OddNamesSurviveTheCsvRoundTrip) {
+  TempDir t;
+  const std::vector<std::string> names = {"q\"uote", "\"", "semi;colon", "com,ma",   " both ends ",
+                                          "new\nline", "cr\r",  "tab\there",  "\xff\xfe", "\xff\xfe/\"; \n"};
+  std::set<std::string> expected = {t.path()};
+  for (const auto& n : names) {
+    makeDir(t / n);
+    expected.insert(t / n);
+  }
+  const QString out = work.filePath("out.csv");
+  const Outcome r = quorlane({"-s0", out, q(t.path())}, work.path());
+  ASSERT_EQ(r.status, 0) << r.err.toStdString();
+
+  QProcess py;
+  py.start("python3", {"-c",
+                       "import csv, sys\n"
+                       "f = open(sys.argv[1], newline='', encoding='latin-1')\n"
+                       "for r in list(csv.reader(f, delimiter=';'))[1:]:\n"
+                       "  print(len(r), r[0].encode('latin-1').hex())\n",
+                       out});
+  ASSERT_TRUE(py.waitForFinished(30000));
+  ASSERT_EQ(py.exitCode(), 0) << py.readAllStandardError().toStdString();
+  std::set<std::string> paths;
+  for (const QByteArray& line : py.readAllStandardOutput().split('\n')) {
+    if (line.isEmpty()) continue;
+    EXPECT_TRUE(line.startsWith("4 ")) << line.toStdString();  // path, size, files, folders
+    paths.insert(QByteArray::fromHex(line.mid(2)).toStdString());
+  }
+  EXPECT_EQ(paths, expected);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <csignal>
+#include <stdexcept>
 
 #include "app/Globals.h"
 #include "failure/FailureReport.h"
@@ -29,6 +30,10 @@ void writeThroughNull() {
   auto* p = reinterpret_cast<volatile int*>(static_cast<uintptr_t>(std::atoi("0")));
   *p = 1;
 }
+
+void throwIt() { throw std::runtime_error("disk gone"); }
+// The exception cannot leave: the run time calls std::terminate with it still current.
+void throwThroughNoexcept() noexcept { throwIt(); }
 
 QString readLog(const QTemporaryDir& dir) {
   QFile f(dir.filePath(QStringLiteral("error.log")));
@@ -90,6 +95,30 @@ TEST(FatalSignalsDeathTest, NullWriteIsAnAccessViolationAtAddressZero) {
   EXPECT_TRUE(readLog(dir).contains(
       QStringLiteral("Err: -2147220991 - An unhandled error (EXCEPTION_ACCESS_VIOLATION) \n"
                      "occurred at: 0. NOT ok to continue.\n")));
+}
+
+TEST(FatalSignalsDeathTest, AbortAndUncaughtExceptionsWriteTheReportToo) {
+  QTemporaryDir dir;
+  globals().Datapath = dir.path();
+  EXPECT_EXIT(
+      {
+        installFatalSignalHandlers();
+        std::abort();
+      },
+      testing::KilledBySignal(SIGABRT), "quorlane: fatal signal SIGABRT \\(");
+  EXPECT_EXIT(
+      {
+        installFatalSignalHandlers();
+        throwThroughNoexcept();
+      },
+      testing::KilledBySignal(SIGABRT), "quorlane: uncaught exception \\(C\\+\\+ exception: disk gone\\)");
+  globals().Datapath.clear();
+  const QString log = readLog(dir);
+  EXPECT_TRUE(log.contains(QStringLiteral("\nFunc: SIGABRT\n"))) << log.toStdString();
+  EXPECT_TRUE(log.contains(QStringLiteral(
+      "\nFunc: std::terminate\nLine: 0\nErr: -2147220991 - An unhandled error (C++ exception: disk gone)")))
+      << log.toStdString();
+  EXPECT_EQ(log.count(QStringLiteral("Modul: Exception Handler")), 2);  // one report each
 }
 
 TEST(FatalSignals, SecondInstallationIsRefused) {

@@ -1,9 +1,17 @@
-// The report file, line by line: both layouts, level limits, the current view, file rows.
+// The report file, line by line: both layouts, level limits, the current view, file rows, names
+// as bytes; and the file itself, which replaces an older report only once complete.
 
+#include <QDir>
 #include <QTemporaryDir>
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "output/ReportWriter.h"
 
@@ -124,7 +132,126 @@ TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
             "      0.98\t      3\t     0\t/data/[Dateien]\r\n");
 }
 
-TEST(ReportWriter, TheNameDecidesTheLayoutAndFailuresAreReported) {
+TEST(ReportWriter, NamesAreWrittenAsTheirBytesWithQuotesDoubled) {
+  ReportTree t;
+  const uint32_t root = t.addRoot("/d \"x\"");
+  const uint32_t odd = t.addChild(root, " a\"\"b;c,\n\t\xff\xfe ", ReportTree::IsFolder);
+  t.addChild(odd, "f\"", 0);
+  const std::string csvOut = csv(t, levels(ReportSaveOptions::Levels::All));
+  EXPECT_EQ(csvOut, kHead + "\"/d \"\"x\"\"\";\"0\";0;0\r\n" +
+                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\t\xff\xfe \";\"0\";0;0\r\n" +
+                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\t\xff\xfe /[f\"\"]\";\"0\";0;0\r\n");
+  // The column text has no quoting: the names as they are.
+  const std::string txt = ReportWriter::render(t, levels(ReportSaveOptions::Levels::All), true, en);
+  EXPECT_NE(txt.find("\t/d \"x\"/ a\"\"b;c,\n\t\xff\xfe /[f\"]\r\n"), std::string::npos) << txt;
+}
+
+TEST(ReportWriter, AllLevelsHasNoDepthLimit) {
+  ReportTree t;
+  uint32_t n = t.addRoot("/r");
+  for (int i = 0; i < 1500; ++i) n = t.addChild(n, "d", ReportTree::IsFolder);
+  auto rows = [&](ReportSaveOptions o) {
+    const std::string out = csv(t, o);
+    return std::count(out.begin(), out.end(), '\n') - 1;
+  };
+  EXPECT_EQ(rows(levels(ReportSaveOptions::Levels::All)), 1501);
+  EXPECT_EQ(rows(levels(ReportSaveOptions::Levels::Count, 1200)), 1201);
+}
+
+std::string readAll(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::stringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
+void writeFile(const std::string& file, const std::string& content) {
+  std::ofstream(file, std::ios::binary) << content;
+}
+
+QStringList entries(const QTemporaryDir& dir) {
+  return QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System);
+}
+
+// Writes beyond `bytes` fail with EFBIG (root is not exempt), instead of raising SIGXFSZ.
+struct FileSizeLimit {
+  rlimit old{};
+  explicit FileSizeLimit(rlim_t bytes) {
+    getrlimit(RLIMIT_FSIZE, &old);
+    rlimit limit = old;
+    limit.rlim_cur = bytes;
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, SIG_DFL);
+  }
+};
+
+TEST(ReportWriter, AFailedWriteLeavesTheOldReport) {
+  Sample s;
+  QTemporaryDir dir;
+  const std::string file = dir.filePath("r.csv").toStdString();
+  writeFile(file, "old report\n");
+  QString error;
+  {
+    const FileSizeLimit limit(40);
+    EXPECT_FALSE(ReportWriter::SPEICHERN(s.t, file, {}, error, en));
+  }
+  EXPECT_TRUE(error.contains("r.csv: File too large")) << error.toStdString();
+  EXPECT_EQ(readAll(file), "old report\n");
+  EXPECT_EQ(entries(dir), QStringList{"r.csv"});
+
+  // No folder to put the new file in: the same, with the reason.
+  EXPECT_FALSE(ReportWriter::SPEICHERN(s.t, dir.filePath("no/such/folder/r.csv").toStdString(), {},
+                                       error, en));
+  EXPECT_TRUE(error.contains("No such file")) << error.toStdString();
+}
+
+// Killed while writing: SIGTERM arrives in the middle (raised when the file grows too large) and
+// the handler removes the unfinished file before the process ends.
+TEST(ReportWriterDeathTest, AnInterruptRemovesTheUnfinishedFile) {
+  Sample s;
+  QTemporaryDir dir;
+  const std::string file = dir.filePath("r.csv").toStdString();
+  writeFile(file, "old report\n");
+  auto writeAndGetKilled = [&] {
+    ReportWriter::removeTemporaryOnInterrupt();
+    signal(SIGXFSZ, [](int) { raise(SIGTERM); });
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = 40;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    QString error;
+    ReportWriter::SPEICHERN(s.t, file, {}, error, en);
+    std::_Exit(0);
+  };
+  EXPECT_EXIT(writeAndGetKilled(), testing::KilledBySignal(SIGTERM), "");
+  EXPECT_EQ(readAll(file), "old report\n");
+  EXPECT_EQ(entries(dir), QStringList{"r.csv"});
+}
+
+TEST(ReportWriter, ReplacingKeepsPermissionsAndLinks) {
+  Sample s;
+  QTemporaryDir dir;
+  const std::string file = dir.filePath("r.csv").toStdString();
+  writeFile(file, "old report\n");
+  ASSERT_EQ(chmod(file.c_str(), 0604), 0);
+  const std::string link = dir.filePath("link.csv").toStdString();
+  ASSERT_EQ(symlink("r.csv", link.c_str()), 0);
+  QString error;
+  ASSERT_TRUE(ReportWriter::SPEICHERN(s.t, link, {}, error, en)) << error.toStdString();
+  EXPECT_EQ(readAll(file), csv(s.t, {}));
+  struct stat st {};
+  ASSERT_EQ(lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  ASSERT_EQ(stat(file.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0604u);
+  EXPECT_EQ(entries(dir), (QStringList{"link.csv", "r.csv"}));
+}
+
+TEST(ReportWriter, TheNameDecidesTheLayout) {
   EXPECT_TRUE(ReportWriter::isTextLayout("a.txt"));
   EXPECT_TRUE(ReportWriter::isTextLayout("/x/REPORT.TXT"));
   EXPECT_FALSE(ReportWriter::isTextLayout("a.xls"));
@@ -136,13 +263,7 @@ TEST(ReportWriter, TheNameDecidesTheLayoutAndFailuresAreReported) {
   const std::string file = dir.filePath("r.TXT").toStdString();
   QString error;
   ASSERT_TRUE(ReportWriter::SPEICHERN(s.t, file, {}, error, en));
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
-  EXPECT_EQ(content.str().rfind("Größe (Bytes)\t", 0), 0u);
-
-  EXPECT_FALSE(ReportWriter::SPEICHERN(s.t, dir.filePath("no/such/folder/r.csv").toStdString(), {}, error, en));
-  EXPECT_TRUE(error.contains("No such file")) << error.toStdString();
+  EXPECT_EQ(readAll(file).rfind("Größe (Bytes)\t", 0), 0u);
 }
 
 }  // namespace
