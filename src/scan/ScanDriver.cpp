@@ -79,7 +79,8 @@ void ScanDriver::drain() {
     for (auto& p : pending) place(p.position, std::move(p.branch));
   for (const auto& f : failures)
     FailureReport(QStringLiteral("Report_ScanFolders"), QStringLiteral("frmMain"), 0,
-                  QString::fromStdString(f.message),
+                  f.kind == WalkFailure::Kind::SumOverflow ? QStringLiteral("Überlauf der Summe")
+                                                           : QString::fromStdString(systemErrorText(f.error)),
                   {QFile::decodeName(QByteArray::fromStdString(f.path)),
                    QFile::decodeName(QByteArray::fromStdString(f.name))});
 }
