@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
 #include <limits.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -141,35 +142,38 @@ class SoftFdLimit {
   bool ok_ = false;
 };
 
-int highestFd() {
-  const int probe = ::dup(0);
-  int highest = probe;
-  for (int fd = probe; fd < probe + 4096; ++fd)
-    if (::fcntl(fd, F_GETFD) >= 0) highest = fd;
-  ::close(probe);
-  return highest;
+// Descriptors open now. The limit counts descriptor numbers, and those above it stay usable,
+// so the limits below are set from this count, not from the highest number.
+int openCount() {
+  int n = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
+  return n - 1;  // the listing's own
 }
 
 TEST(HostileWalk, DescriptorLimitIsRespectedAndShortageReported) {
   TempDir d;
   makeTree(d.path(), 4, 4);
-  // A chain deeper than the folders the walk may keep open, with leaves beside each link.
+  // A chain deeper than the folders the walk may keep open, with leaves beside each link (names
+  // differ per level, so the chain comes before some leaves in most listings).
   std::string chain = d.path();
   for (int i = 0; i < 40; ++i) {
-    for (const char* leaf : {"/x", "/y", "/z"}) makeDir(chain + leaf);
-    makeFile(chain + "/y/f", i + 1);
-    makeDir(chain += "/c");
+    for (int k = 0; k < 6; ++k) {
+      const std::string leaf = chain + "/l" + std::to_string(i) + "_" + std::to_string(k);
+      makeDir(leaf);
+      makeFile(leaf + "/f", i + k + 1);
+    }
+    makeDir(chain += "/c" + std::to_string(i));
   }
   Walked full;
   walk(full, d.path(), 4);
-  ASSERT_EQ(full.tree.node(full.root).folders, 4 + 16 + 64 + 256 + 40 * 4);
+  ASSERT_EQ(full.tree.node(full.root).folders, 4 + 16 + 64 + 256 + 40 * 7);
 
   // Room for the workers, the walked folder, the reserve and only a few folders kept open: the
   // walk reopens folders from the top instead, and the result is the same.
   for (int threads : {2, 0}) {
     SCOPED_TRACE(threads);
     const int workers = threads ? threads : FolderWalk::kMaxThreads;
-    SoftFdLimit limit(static_cast<rlim_t>(highestFd() + 1 + 2 * workers + 1 + 8 + 4));
+    SoftFdLimit limit(static_cast<rlim_t>(openCount() + 2 * workers + 1 + 8 + 4));
     ASSERT_TRUE(limit.ok());
     Walked w;
     walk(w, d.path(), threads);
@@ -177,7 +181,7 @@ TEST(HostileWalk, DescriptorLimitIsRespectedAndShortageReported) {
   }
 
   // Two descriptors left: the walked folder opens, its subfolders cannot.
-  SoftFdLimit tight(static_cast<rlim_t>(highestFd() + 64));
+  SoftFdLimit tight(static_cast<rlim_t>(openCount() + 64));
   ASSERT_TRUE(tight.ok());
   std::vector<int> dummies;
   for (int fd; (fd = ::dup(0)) >= 0;) dummies.push_back(fd);
