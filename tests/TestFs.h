@@ -5,12 +5,16 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
+#include <mutex>
 #include <string>
+#include <vector>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "report/ReportTree.h"
+#include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
 
 namespace ql::test {
@@ -23,15 +27,17 @@ inline void ensureApp() {
   (void)app;
 }
 
-// A fresh folder under /tmp, removed with everything in it at the end.
+// A fresh folder under /tmp (or another base), removed with everything in it at the end.
 class TempDir {
  public:
-  TempDir() {
-    char tmpl[] = "/tmp/quorlane-test-XXXXXX";
-    path_ = ::mkdtemp(tmpl);
+  explicit TempDir(const std::string& base = "/tmp") {
+    std::string tmpl = base + "/quorlane-test-XXXXXX";
+    if (::mkdtemp(tmpl.data())) path_ = tmpl;
     ::chmod(path_.c_str(), 0755);
   }
+  bool made() const { return !path_.empty(); }
   ~TempDir() {
+    if (path_.empty()) return;
     // rm copes with trees deeper than any path limit and with folders we made unreadable.
     const std::string cmd = "chmod -R u+rwx '" + path_ + "' 2>/dev/null; rm -rf '" + path_ + "'";
     if (std::system(cmd.c_str()) != 0) ADD_FAILURE() << "could not remove " << path_;
@@ -72,6 +78,65 @@ inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHar
   driver.runToEnd();
   w.root = driver.lastRoot();
 }
+
+// The child rows of a node by name.
+inline std::map<std::string, uint32_t> rows(const ReportTree& t, uint32_t n) {
+  std::map<std::string, uint32_t> m;
+  for (uint32_t c : t.children(n)) m[std::string(t.text(c))] = c;
+  return m;
+}
+
+// Sums add up on every node: a folder with rows holds exactly their sums (its own files have a
+// row unless they hold no byte), unless a cut left it without its files row.
+inline void expectConsistent(const ReportTree& t, bool complete) {
+  for (uint32_t n : t.preorder()) {
+    const auto& kids = t.children(n);
+    if (kids.empty() || !t.isFolder(n)) continue;
+    int64_t size = 0, files = 0, folders = 0;
+    bool pseudo = false;
+    for (uint32_t c : kids) {
+      size += t.node(c).size;
+      files += t.node(c).files;
+      if (t.isFolder(c))
+        folders += 1 + t.node(c).folders;
+      else
+        pseudo = true;
+    }
+    // The path is made only for a message: deep trees would pay for it on every node.
+    EXPECT_EQ(t.node(n).folders, folders) << t.Report_GetFullpathOfNode(n);
+    if (pseudo || complete)
+      EXPECT_EQ(t.node(n).size, size) << t.Report_GetFullpathOfNode(n);
+    else
+      EXPECT_LE(size, t.node(n).size) << t.Report_GetFullpathOfNode(n);
+    EXPECT_LE(files, t.node(n).files) << t.Report_GetFullpathOfNode(n);
+  }
+}
+
+// A sink for walks run without the scan driver: keeps the failures and the top-level rows.
+class CollectingSink : public WalkSink {
+ public:
+  void branchDone(uint32_t, ReportTree&& branch) override {
+    std::lock_guard lock(mutex);
+    const uint32_t top = branch.roots().at(0);
+    branches[std::string(branch.text(top))] = {branch.node(top).size, branch.hasFlag(top, ReportTree::Junction)};
+  }
+  void failure(const WalkFailure& f) override {
+    std::lock_guard lock(mutex);
+    failures.push_back(f);
+  }
+  int count(WalkFailure::Kind kind) const {
+    int n = 0;
+    for (const auto& f : failures) n += f.kind == kind;
+    return n;
+  }
+  struct Row {
+    int64_t size = 0;
+    bool junction = false;
+  };
+  std::mutex mutex;
+  std::map<std::string, Row> branches;
+  std::vector<WalkFailure> failures;
+};
 
 // Every node in pre-order with all it shows, one line each: equal texts mean equal trees.
 inline std::string dump(const ReportTree& t) {

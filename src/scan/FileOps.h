@@ -9,8 +9,16 @@
 
 namespace ql {
 
-// True when something exists under the path (a folder, or a file, as the original test allowed).
+// True when something exists under the path (a folder, or a file, as the original test allowed;
+// a link counts by what it leads to). Any length; never triggers an automount.
 bool existFolder(const std::string& path);
+
+// Opens a folder of any path length, piece by piece below PATH_MAX. Returns the descriptor, or -errno.
+int openFolderPath(const std::string& path);
+
+// 0 when something exists at the path (any length), else the errno (ENOENT when nothing is there).
+// Never triggers an automount, never waits on a dead network mount.
+int probePath(const std::string& path);
 
 // Creates a folder and every missing parent. Returns false with a text in errorText.
 bool createPath(const std::string& path, std::string& errorText);

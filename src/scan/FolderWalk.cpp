@@ -7,46 +7,57 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
-#include <dirent.h>
 #include <fcntl.h>
-#include <fstream>
 #include <limits.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
+#include "scan/DirReader.h"
+#include "scan/FileOps.h"
 #include "support/Path.h"
 
 namespace ql {
 
 namespace {
 
-struct LinuxDirent64 {
-  uint64_t d_ino;
-  int64_t d_off;
-  unsigned short d_reclen;
-  unsigned char d_type;
-  char d_name[];
-};
-
-constexpr size_t kListingBuffer = 64 * 1024;
 constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Folders passed through on the way down: O_PATH opens nothing on the file system's side.
+constexpr int kPassFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-bool checkedAdd(int64_t& sum, int64_t value) { return !__builtin_add_overflow(sum, value, &sum); }
+// Adds only when the sum stays representable; else the sum keeps its value.
+bool checkedAdd(int64_t& sum, int64_t value) {
+  int64_t result;
+  if (__builtin_add_overflow(sum, value, &result)) return false;
+  sum = result;
+  return true;
+}
 
-bool isDotOrDotDot(const char* n) {
-  return n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0));
+// Opens that fail for want of descriptors or memory: a failure of the run, not an unreadable folder.
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+WalkFailure::Kind shortageKind(int error) {
+  return error == ENOMEM ? WalkFailure::Kind::OutOfMemory : WalkFailure::Kind::OutOfDescriptors;
+}
+WalkFailure::Kind readKind(int error) {
+  return error == ENOMEM ? WalkFailure::Kind::OutOfMemory : WalkFailure::Kind::ReadError;
 }
 
 uint64_t mountIdOf(int fd) {
   struct statx sx;
-  if (statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_MNT_ID, &sx) != 0) return 0;
-  if (sx.stx_mask & STATX_MNT_ID) return sx.stx_mnt_id;
-  // Older kernels: the device tells a mount of another file system, not a bind mount.
-  return (static_cast<uint64_t>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
+  if (statx(fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &sx) != 0) return 0;
+  return mountIdFrom(sx);
+}
+
+std::string readSmallFile(const char* path) {
+  std::string text;
+  const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return text;
+  char buf[16384];
+  for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) text.append(buf, static_cast<size_t>(n));
+  ::close(fd);
+  return text;
 }
 
 // mountinfo escapes blanks and a few other bytes as \ooo.
@@ -73,16 +84,18 @@ bool mountsBelow(const std::string& folder) {
   if (!realpath(folder.c_str(), resolved)) return true;
   std::string base = resolved;
   if (base.back() != '/') base.push_back('/');
-  std::ifstream in("/proc/self/mountinfo");
-  if (!in) return true;
-  std::string line;
-  while (std::getline(in, line)) {
+  const std::string info = readSmallFile("/proc/self/mountinfo");
+  if (info.empty()) return true;
+  for (size_t at = 0, next; at < info.size(); at = next + 1) {
+    next = info.find('\n', at);
+    if (next == std::string::npos) next = info.size();
+    const std::string_view line = std::string_view(info).substr(at, next - at);
     // id parent major:minor root mountpoint ...
     size_t pos = 0;
     for (int field = 0; field < 4 && pos != std::string::npos; ++field) pos = line.find(' ', pos + 1);
     if (pos == std::string::npos) continue;
     const size_t end = line.find(' ', pos + 1);
-    const std::string mp = unescapeMountPath(std::string_view(line).substr(pos + 1, end - pos - 1));
+    const std::string mp = unescapeMountPath(line.substr(pos + 1, end - pos - 1));
     if (mp.size() > base.size() && mp.compare(0, base.size(), base) == 0) return true;
   }
   return false;
@@ -156,7 +169,7 @@ class FolderWalk::Arena {
 
 struct FolderWalk::Worker {
   std::atomic<Dir*> current{nullptr};
-  std::vector<char> buffer;  // allocated when the worker starts
+  DirReader reader;
   // Subfolders of the listing under way: offset of the name in `names`, and junction flag.
   std::vector<std::pair<uint32_t, bool>> subdirs;
   std::string names;
@@ -183,13 +196,7 @@ int64_t processCpuMicros() {
 }  // namespace
 
 FolderWalk::FolderWalk(WalkOptions options, const std::atomic<int>& stopWord)
-    : options_(std::move(options)), stop_(stopWord), queue_(std::make_unique<Queue>()) {
-  struct rlimit rl;
-  if (getrlimit(RLIMIT_NOFILE, &rl) == 0) {
-    const rlim_t soft = rl.rlim_cur == RLIM_INFINITY ? 65536 : rl.rlim_cur;
-    fdBudget_ = static_cast<int>(std::clamp<rlim_t>(soft / 2, 16, 4096));
-  }
-}
+    : options_(std::move(options)), stop_(stopWord), queue_(std::make_unique<Queue>()) {}
 
 FolderWalk::~FolderWalk() = default;
 
@@ -211,8 +218,32 @@ std::string FolderWalk::currentFolder() const {
   return {};
 }
 
-void FolderWalk::fail(const Dir* d, std::string_view name, std::string message) {
-  if (sink_) sink_->failure(WalkFailure{pathOf(d), std::string(name), std::move(message)});
+void FolderWalk::fail(const Dir* d, std::string_view name, WalkFailure::Kind kind, int error) {
+  if (sink_) sink_->failure(WalkFailure{kind, error, pathOf(d), std::string(name)});
+}
+
+// An open that failed for want of descriptors or memory cuts the folder and is told once per
+// walk; any other failure makes an unreadable folder, which is a folder of 0 bytes.
+void FolderWalk::openFailed(Dir* d, int error) {
+  if (!isShortage(error)) return;
+  d->interrupted = true;
+  if (!shortReported_.exchange(true, std::memory_order_relaxed)) fail(d, {}, shortageKind(error), error);
+}
+
+// Folders kept open for their subfolders get what RLIMIT_NOFILE leaves: the soft limit less the
+// descriptors open now, two per possible worker (a folder being read, one being opened), the
+// walked folder and a reserve for the rest of the program.
+int FolderWalk::descriptorBudget(int maxThreads) {
+  constexpr int64_t kReserve = 8, kMinimum = 4, kMaximum = 4096;
+  struct rlimit rl;
+  if (getrlimit(RLIMIT_NOFILE, &rl) != 0) return kMinimum;
+  const int64_t soft = rl.rlim_cur == RLIM_INFINITY ? kMaximum * 4 : static_cast<int64_t>(rl.rlim_cur);
+  const int fd = ::open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return kMinimum;
+  int64_t open = -1;  // the listing's own descriptor is not counted
+  workers_[0]->reader.read(fd, [&open](DirEntry&) { return ++open, true; });
+  ::close(fd);
+  return static_cast<int>(std::clamp(soft - open - 2 * maxThreads - 1 - kReserve, kMinimum, kMaximum));
 }
 
 void FolderWalk::push(Dir* const* dirs, size_t count) {
@@ -242,6 +273,7 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   outcome_ = WalkOutcome{};
   foldersDone_ = 0;
   openFds_ = 0;
+  shortReported_ = false;
   queue_ = std::make_unique<Queue>();
 
   // One worker per core to begin with. When the workers leave the cores idle while folders are
@@ -252,13 +284,28 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   {
     std::lock_guard lock(lifeMutex_);
     workers_.clear();
-    for (int i = 0; i < maxThreads; ++i) workers_.push_back(std::make_unique<Worker>());
+    const unsigned mask = options_.feed ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME |
+                                           STATX_BLOCKS)
+                                        : STATX_SIZE;
+    for (int i = 0; i < maxThreads; ++i) {
+      workers_.push_back(std::make_unique<Worker>());
+      workers_.back()->reader.setMask(mask);
+    }
   }
+  fdBudget_ = descriptorBudget(maxThreads);
 
-  rootFd_ = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  rootFd_ = openFolderPath(folder);
   if (rootFd_ < 0) {
+    // A folder that cannot be read is a folder of 0 bytes; one that could not be opened for
+    // want of descriptors is a failure.
+    outcome_.openError = -rootFd_;
+    if (isShortage(outcome_.openError)) {
+      outcome_.interrupted = true;
+      sink.failure(WalkFailure{shortageKind(outcome_.openError), outcome_.openError, rootPath_, {}});
+    }
+    rootFd_ = -1;
     sink_ = nullptr;
-    return outcome_;  // a folder that cannot be read is a folder of 0 bytes
+    return outcome_;
   }
   outcome_.readable = true;
   checkMounts_ = mountsBelow(folder);
@@ -272,10 +319,10 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
     first.current.store(root_, std::memory_order_release);
     enumerate(first, root_, fd);
     first.current.store(nullptr, std::memory_order_release);
-    finishOwn(first, root_);
   } else {
-    finishOwn(first, root_);
+    openFailed(root_, errno);
   }
+  finishOwn(first, root_);
 
   std::vector<std::thread> pool;
   for (int i = 0; i < threads; ++i) pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
@@ -330,22 +377,10 @@ void FolderWalk::process(Worker& w, Dir* d) {
   }
   w.current.store(d, std::memory_order_release);
   const int fd = openDir(d);
-  if (fd >= 0) {
-    d->mountId = d->parent->mountId;
-    if (checkMounts_) {
-      const uint64_t id = mountIdOf(fd);
-      if (id != d->parent->mountId) {
-        // Another mount below the source: shown like a link to a folder, never entered.
-        ::close(fd);
-        d->junction = true;
-        d->omitted = options_.noHardlinks;
-        w.current.store(nullptr, std::memory_order_release);
-        finishOwn(w, d);
-        return;
-      }
-    }
+  if (fd >= 0)
     enumerate(w, d, fd);
-  }
+  else
+    openFailed(d, -fd);
   w.current.store(nullptr, std::memory_order_release);
   finishOwn(w, d);
 }
@@ -358,100 +393,89 @@ void FolderWalk::releaseParentFd(Dir* d) {
   }
 }
 
+// Returns the descriptor or -errno.
 int FolderWalk::openDir(Dir* d) {
   Dir* p = d->parent;
-  int fd;
-  if (p->keepsFd) {
-    fd = ::openat(p->fd, d->name(), kDirFlags);
-    releaseParentFd(d);
-  } else {
-    fd = openFromRoot(d);
-  }
+  if (!p->keepsFd) return openFromRoot(d);
+  int fd = ::openat(p->fd, d->name(), kDirFlags);
+  if (fd < 0) fd = -errno;
+  releaseParentFd(d);
   return fd;
 }
 
 // For a folder whose parent gave its descriptor up: open it name by name from the walked
-// folder, so no path length limit applies.
+// folder, so no path length limit applies. Returns the descriptor or -errno.
 int FolderWalk::openFromRoot(Dir* d) {
   std::vector<const Dir*> chain;
   for (const Dir* p = d; p->parent; p = p->parent) chain.push_back(p);
-  int fd = ::dup(rootFd_);
-  for (auto it = chain.rbegin(); it != chain.rend() && fd >= 0; ++it) {
-    const int next = ::openat(fd, (*it)->name(), kDirFlags);
-    ::close(fd);
+  int fd = rootFd_;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    const int next = ::openat(fd, (*it)->name(), *it == d ? kDirFlags : kPassFlags);
+    const int error = errno;
+    if (fd != rootFd_) ::close(fd);
+    if (next < 0) return -error;
     fd = next;
   }
   return fd;
 }
 
 void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
-  const uint32_t statxMask =
-      options_.feed ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS)
-                    : STATX_SIZE;
   const int64_t feedMinimum = options_.feed ? options_.feed->minimumSize() : INT64_MAX;
+  const bool checkMounts = checkMounts_;
+  const bool noLinks = options_.noHardlinks;
   std::string folderPath;  // built only when a file is offered
-  if (w.buffer.empty()) w.buffer.resize(kListingBuffer);
   w.subdirs.clear();
   w.names.clear();
-  bool failed = false;
+  auto addSubfolder = [&w](const char* name, bool junction) {
+    w.subdirs.emplace_back(static_cast<uint32_t>(w.names.size()), junction);
+    w.names.append(name, std::strlen(name) + 1);
+  };
 
-  for (;;) {
-    if (stop_.load(std::memory_order_relaxed) == kStop) {
-      d->interrupted = true;
-      break;
-    }
-    const long n = syscall(SYS_getdents64, fd, w.buffer.data(), w.buffer.size());
-    if (n <= 0) break;  // the end, or an error in the middle: what was read counts
-    for (long off = 0; off < n && !failed;) {
-      auto* e = reinterpret_cast<LinuxDirent64*>(w.buffer.data() + off);
-      off += e->d_reclen;
-      const char* name = e->d_name;
-      if (isDotOrDotDot(name)) continue;
-      unsigned type = e->d_type;
-      struct statx sx;
-      bool haveStat = false;
-      if (type == DT_UNKNOWN) {
-        if (statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, statxMask | STATX_TYPE, &sx) != 0)
-          continue;  // gone since the listing
-        haveStat = true;
-        type = S_ISDIR(sx.stx_mode) ? DT_DIR : S_ISLNK(sx.stx_mode) ? DT_LNK : DT_REG;
-      }
+  const DirReader::Result read = w.reader.read(fd, [&](DirEntry& e) {
+    if (e.isFolder()) {
       bool junction = false;
-      if (type == DT_LNK) {
-        struct stat target;
-        junction = ::fstatat(fd, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+      if (checkMounts) {
+        // Another mount below the source is known by name, before anything opens it: shown like
+        // a link to a folder, never entered.
+        const uint64_t id = e.mountId();
+        if (id == 0) return true;  // gone since the listing
+        junction = id != d->mountId;
+        if (junction && noLinks) return true;
       }
-      if (type == DT_DIR || junction) {
-        if (junction && options_.noHardlinks) continue;  // left out: no row, no count
-        w.subdirs.emplace_back(static_cast<uint32_t>(w.names.size()), junction);
-        w.names.append(name, std::strlen(name) + 1);
-        continue;
-      }
-      if (!haveStat &&
-          statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, statxMask, &sx) != 0)
-        continue;
-      const auto size = static_cast<int64_t>(sx.stx_size);
-      if (!checkedAdd(d->ownBytes, size)) {
-        fail(d, name, "Überlauf der Summe");
-        d->interrupted = failed = true;
-        break;
-      }
-      ++d->ownFiles;
-      if (options_.feed && size >= feedMinimum) {
-        if (folderPath.empty()) folderPath = addSlash(pathOf(d));
-        FoundFile f;
-        f.folder = folderPath;
-        f.name = name;
-        f.size = size;
-        f.modified = sx.stx_mtime.tv_sec;
-        f.accessed = sx.stx_atime.tv_sec;
-        f.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : -1;
-        f.mode = sx.stx_mode;
-        f.blocks = sx.stx_blocks;
-        options_.feed->offer(f);
-      }
+      addSubfolder(e.name(), junction);
+      return true;
     }
-    if (failed) break;
+    if (e.isLink() && e.linksToFolder()) {
+      if (!noLinks) addSubfolder(e.name(), true);  // else left out: no row, no count
+      return true;
+    }
+    const struct statx* sx = e.stat();
+    if (!sx) return true;  // gone since the listing
+    const auto size = static_cast<int64_t>(sx->stx_size);
+    if (!checkedAdd(d->ownBytes, size)) {
+      fail(d, e.name(), WalkFailure::Kind::SumOverflow, 0);
+      return false;
+    }
+    ++d->ownFiles;
+    if (size >= feedMinimum) {
+      if (folderPath.empty()) folderPath = addSlash(pathOf(d));
+      FoundFile f;
+      f.folder = folderPath;
+      f.name = e.name();
+      f.size = size;
+      f.modified = sx->stx_mtime.tv_sec;
+      f.accessed = sx->stx_atime.tv_sec;
+      f.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
+      f.mode = sx->stx_mode;
+      f.blocks = sx->stx_blocks;
+      options_.feed->offer(f);
+    }
+    return true;
+  }, &stop_, kStop);
+  if (read.end != DirReader::End::Complete) {
+    // Stopped, cut by an overflow, or a listing that failed half way: what was read counts.
+    d->interrupted = true;
+    if (read.end == DirReader::End::Failed) fail(d, {}, readKind(read.error), read.error);
   }
 
   // Make the children. Jobs go on the stack; junctions are finished on the spot. The folders
@@ -467,6 +491,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       const char* nm = w.names.data() + w.subdirs[i].first;
       Dir* c = arena.newDir(nm, std::strlen(nm));
       c->parent = d;
+      c->mountId = d->mountId;
       c->position = i;
       c->level = d->level + 1;
       c->junction = w.subdirs[i].second;
@@ -478,11 +503,16 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
   if (d == root_)
     for (Dir* c : w.jobs) c->arena = new Arena();
   const auto jobs = static_cast<uint32_t>(w.jobs.size());
-  if (jobs && openFds_.load(std::memory_order_relaxed) < fdBudget_) {
+  // The descriptor stays open for the subfolders while the budget allows.
+  bool keep = jobs > 0;
+  if (keep && openFds_.fetch_add(1, std::memory_order_relaxed) >= fdBudget_) {
+    openFds_.fetch_sub(1, std::memory_order_relaxed);
+    keep = false;
+  }
+  if (keep) {
     d->keepsFd = true;
     d->fd = fd;
     d->fdUsers.store(jobs, std::memory_order_relaxed);
-    openFds_.fetch_add(1, std::memory_order_relaxed);
   } else {
     ::close(fd);
   }
@@ -506,12 +536,16 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       const Dir* c = d->children[i];
       if (c->dropped || c->interrupted) d->interrupted = true;
       if (c->omitted) continue;
-      if (!checkedAdd(d->size, c->size) || !checkedAdd(d->files, c->files) ||
-          !checkedAdd(d->folders, 1 + c->folders) || d->folders > INT32_MAX) {
-        fail(d, c->nameView(), "Überlauf der Summe");
+      int64_t size = d->size, files = d->files, folders = d->folders;
+      if (!checkedAdd(size, c->size) || !checkedAdd(files, c->files) || !checkedAdd(folders, 1 + c->folders) ||
+          folders > INT32_MAX) {
+        fail(d, c->nameView(), WalkFailure::Kind::SumOverflow, 0);
         d->interrupted = true;
         break;
       }
+      d->size = size;
+      d->files = files;
+      d->folders = folders;
     }
     foldersDone_.fetch_add(1, std::memory_order_relaxed);
     if (d == root_) {
@@ -581,38 +615,39 @@ void FolderWalk::handOver(Dir* top) {
   sink_->branchDone(top->position, std::move(branch));
 }
 
-WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord) {
+WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+                                             WalkSink* sink) {
   WalkOutcome out;
-  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return out;
-  out.readable = true;
-  std::vector<char> buffer(kListingBuffer);
-  for (;;) {
-    if (stopWord.load(std::memory_order_relaxed) == kStop) {
+  auto report = [&](const char* name, WalkFailure::Kind kind, int error) {
+    if (sink) sink->failure(WalkFailure{kind, error, folder, name});
+  };
+  const int fd = openFolderPath(folder);
+  if (fd < 0) {
+    out.openError = -fd;
+    if (isShortage(out.openError)) {
       out.interrupted = true;
-      break;
+      report("", shortageKind(out.openError), out.openError);
     }
-    const long n = syscall(SYS_getdents64, fd, buffer.data(), buffer.size());
-    if (n <= 0) break;
-    for (long off = 0; off < n;) {
-      auto* e = reinterpret_cast<LinuxDirent64*>(buffer.data() + off);
-      off += e->d_reclen;
-      if (e->d_type == DT_DIR) continue;
-      const char* name = e->d_name;
-      if (isDotOrDotDot(name)) continue;
-      struct statx sx;
-      if (statx(fd, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE | STATX_TYPE, &sx) != 0)
-        continue;
-      if (S_ISDIR(sx.stx_mode)) continue;
-      if (S_ISLNK(sx.stx_mode)) {
-        struct stat target;
-        if (::fstatat(fd, name, &target, 0) == 0 && S_ISDIR(target.st_mode)) continue;
-      }
-      if (!checkedAdd(out.ownBytes, static_cast<int64_t>(sx.stx_size))) break;
-      ++out.ownFiles;
-    }
+    return out;
   }
+  out.readable = true;
+  DirReader reader(STATX_SIZE);
+  const DirReader::Result read = reader.read(fd, [&](DirEntry& e) {
+    if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
+    const struct statx* sx = e.stat();
+    if (!sx) return true;  // gone since the listing
+    if (!checkedAdd(out.ownBytes, static_cast<int64_t>(sx->stx_size))) {
+      report(e.name(), WalkFailure::Kind::SumOverflow, 0);
+      return false;
+    }
+    ++out.ownFiles;
+    return true;
+  }, &stopWord, kStop);
   ::close(fd);
+  if (read.end != DirReader::End::Complete) {
+    out.interrupted = true;
+    if (read.end == DirReader::End::Failed) report("", readKind(read.error), read.error);
+  }
   out.total.size = out.ownBytes;
   out.total.files = out.ownFiles;
   return out;

@@ -17,6 +17,17 @@
 // a folder of 0 bytes; a stop leaves partial sums that add up, and an interrupted folder gets no
 // pseudo node. Every name of a hard-linked file counts.
 //
+// Hostile file systems: a subfolder on another mount is recognised by a statx of its name before
+// anything opens it, so a dead network or FUSE mount or an automount below the folder is a
+// junction that is never touched; links are resolved without syncing or automounting. A sum that
+// would overflow keeps its last value and is reported. An open that fails for want of descriptors
+// or memory is reported (once per walk) and cuts the folder like a stop. The walk keeps at most as
+// many folders open as RLIMIT_NOFILE leaves it. Paths may be of any length.
+//
+// Report_ScanFolders() touches only its arguments, the stop word, the walk's own members and the
+// sink (no globals): an owner may leave a walk blocked in the kernel to finish on its own later,
+// keeping the walk, the sink and the stop word alive.
+//
 // Threads: Report_ScanFolders() may be called from any thread; WalkSink and FileFeed are called from workers.
 // currentFolder() may be called from any thread while a walk is under way.
 
@@ -59,10 +70,13 @@ class FileFeed {
   virtual void offer(const FoundFile& file) = 0;
 };
 
+// A failure of the run; the owner chooses the text in the user's language.
 struct WalkFailure {
+  enum class Kind { SumOverflow, OutOfDescriptors, OutOfMemory, ReadError };
+  Kind kind = Kind::ReadError;
+  int error = 0;     // errno, 0 where none
   std::string path;  // the folder
   std::string name;  // the entry being looked at, if any
-  std::string message;
 };
 
 class WalkSink {
@@ -87,6 +101,7 @@ struct WalkOutcome {
   uint32_t childRows = 0;  // subfolder rows handed over
   bool interrupted = false;
   bool readable = false;
+  int openError = 0;  // the errno when the walked folder itself could not be opened
 };
 
 class FolderWalk {
@@ -102,8 +117,10 @@ class FolderWalk {
 
   WalkOutcome Report_ScanFolders(const std::string& folder, WalkSink& sink);
 
-  // Only the files directly in the folder; subfolders are passed over.
-  static WalkOutcome Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord);
+  // Only the files directly in the folder; subfolders and links to folders are passed over.
+  // Failures go to the sink when there is one.
+  static WalkOutcome Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+                                          WalkSink* sink = nullptr);
 
   // A folder being read at this moment, "" when none.
   std::string currentFolder() const;
@@ -122,6 +139,7 @@ class FolderWalk {
   void enumerate(Worker& w, Dir* d, int fd);
   int openDir(Dir* d);
   int openFromRoot(Dir* d);
+  void openFailed(Dir* d, int error);
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);
@@ -129,7 +147,8 @@ class FolderWalk {
   std::string pathOf(const Dir* d) const;
   void push(Dir* const* dirs, size_t count);
   Dir* pop();
-  void fail(const Dir* d, std::string_view name, std::string message);
+  void fail(const Dir* d, std::string_view name, WalkFailure::Kind kind, int error);
+  int descriptorBudget(int maxThreads);
 
   WalkOptions options_;
   const std::atomic<int>& stop_;
@@ -137,8 +156,9 @@ class FolderWalk {
   std::string rootPath_;
   int rootFd_ = -1;
   bool checkMounts_ = false;
-  int fdBudget_ = 256;
+  int fdBudget_ = 0;
   std::atomic<int> openFds_{0};
+  std::atomic<bool> shortReported_{false};  // out of descriptors or memory, told once per walk
   std::atomic<uint64_t> foldersDone_{0};
 
   std::mutex queueMutex_;

@@ -1,4 +1,5 @@
 list(APPEND QL_CORE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/DirReader.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FileOps.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FolderWalk.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ScanDriver.cpp

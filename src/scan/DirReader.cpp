@@ -1,0 +1,23 @@
+#include "scan/DirReader.h"
+
+namespace ql {
+
+uint64_t mountIdFrom(const struct statx& sx) {
+  if (sx.stx_mask & STATX_MNT_ID) return sx.stx_mnt_id;
+  return (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor;
+}
+
+bool DirEntry::linksToFolder() const {
+  struct statx t;
+  return ::statx(dirFd_, name_, kStatxQuiet, STATX_TYPE, &t) == 0 && (t.stx_mask & STATX_TYPE) &&
+         S_ISDIR(t.stx_mode);
+}
+
+uint64_t DirEntry::mountId() const {
+  if (haveStat_ && (mask_ & STATX_MNT_ID)) return mountIdFrom(sx_);
+  struct statx t;
+  if (::statx(dirFd_, name_, AT_SYMLINK_NOFOLLOW | kStatxQuiet, STATX_MNT_ID, &t) != 0) return 0;
+  return mountIdFrom(t);
+}
+
+}  // namespace ql

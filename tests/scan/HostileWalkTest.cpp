@@ -1,0 +1,293 @@
+// The walk against file systems that fight back: dead mounts, sums beyond 64 bits, a descriptor
+// limit, paths beyond PATH_MAX, folders that come and go while it reads.
+
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <limits.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <thread>
+
+#include "TestFs.h"
+#include "scan/FileOps.h"
+#include "scan/FolderWalk.h"
+
+namespace ql::test {
+namespace {
+
+using Kind = WalkFailure::Kind;
+const std::atomic<int> kNoStop{0};
+
+WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int threads = 4) {
+  std::atomic<int> stop{0};
+  WalkOptions o;
+  o.threads = threads;
+  FolderWalk walk(o, stop);
+  return walk.Report_ScanFolders(path, sink);
+}
+
+void makeTree(const std::string& base, int width, int depth) {
+  for (int i = 0; i < width; ++i) {
+    const std::string sub = base + "/d" + std::to_string(i);
+    makeDir(sub);
+    makeFile(sub + "/f", 10 * depth + i + 1);
+    if (depth > 1) makeTree(sub, width, depth - 1);
+  }
+}
+
+TEST(HostileWalk, DeadFuseMountIsAJunctionAndNeverTouched) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting FUSE needs root";
+  TempDir d;
+  makeDir(d / "dead");
+  makeDir(d / "real");
+  makeFile(d / "real/f", 30);
+  makeFile(d / "own", 5);
+  ASSERT_EQ(::symlink("dead", (d / "toDead").c_str()), 0);
+  const std::string dead = d / "dead";
+
+  const std::string out = inChild([&]() -> std::string {
+    // A private mount namespace: whatever happens, the mount goes away with the child.
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      return "skip: no mount namespace";
+    const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    if (fuse < 0) return std::string("skip: /dev/fuse: ") + std::strerror(errno);
+    // A server that never answers: nobody reads the descriptor.
+    const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
+    if (::mount("quorlane-dead", dead.c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0) {
+      ::close(fuse);
+      return std::string("skip: FUSE mount: ") + std::strerror(errno);
+    }
+    // Detaching and closing the server's end aborts the connection, which frees a hung call.
+    std::atomic<bool> released{false};
+    auto release = [&] {
+      if (released.exchange(true)) return;
+      ::umount2(dead.c_str(), MNT_DETACH);
+      ::close(fuse);
+    };
+    std::mutex m;
+    std::condition_variable cv;
+    bool done = false, hung = false;
+    std::thread watchdog([&] {
+      std::unique_lock lock(m);
+      if (!cv.wait_for(lock, std::chrono::seconds(20), [&] { return done; })) {
+        hung = true;
+        release();
+      }
+    });
+    CollectingSink sink;
+    const WalkOutcome o = walkDirect(d.path(), sink);
+    {
+      std::lock_guard lock(m);
+      done = true;
+    }
+    cv.notify_all();
+    watchdog.join();
+    release();
+    if (hung) return "the walk hung on the dead mount";
+    std::string r = std::to_string(o.total.size) + " " + std::to_string(o.total.files) + " " +
+                    std::to_string(o.total.folders);
+    for (const auto& [name, row] : sink.branches)
+      r += " " + name + (row.junction ? ":J" : ":" + std::to_string(row.size));
+    return r + " failures=" + std::to_string(sink.failures.size());
+  });
+  if (out.rfind("skip", 0) == 0) GTEST_SKIP() << out;
+  EXPECT_EQ(out, "35 2 3 dead:J real:30 toDead:J failures=0");
+}
+
+TEST(HostileWalk, OverflowingSumsKeepTheirLastValueAndAreReported) {
+  TempDir d("/dev/shm");  // tmpfs allows sizes up to 2^63-1
+  if (!d.made()) GTEST_SKIP() << "no /dev/shm";
+  constexpr int64_t kHuge = int64_t{1} << 62;
+  const std::vector<std::string> files = {"files/a", "files/b", "folders/x/a", "folders/y/a"};
+  for (const char* dir : {"files", "folders", "folders/x", "folders/y"}) makeDir(d / dir);
+  for (const auto& f : files) {
+    const int fd = ::open((d / f).c_str(), O_CREAT | O_WRONLY, 0644);
+    ASSERT_GE(fd, 0);
+    const int r = ::ftruncate(fd, kHuge);
+    ::close(fd);
+    if (r != 0) GTEST_SKIP() << "no sparse files of 2^62 bytes here: " << std::strerror(errno);
+  }
+  // Two files in one listing, and two folders summed in their parent.
+  for (const char* dir : {"files", "folders"}) {
+    SCOPED_TRACE(dir);
+    CollectingSink sink;
+    const WalkOutcome o = walkDirect(d / dir, sink);
+    EXPECT_EQ(o.total.size, kHuge);
+    EXPECT_TRUE(o.interrupted);
+    EXPECT_EQ(sink.count(Kind::SumOverflow), 1);
+  }
+  CollectingSink sink;
+  const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(d / "files", kNoStop, &sink);
+  EXPECT_EQ(o.ownBytes, kHuge);
+  EXPECT_TRUE(o.interrupted);
+  EXPECT_EQ(sink.count(Kind::SumOverflow), 1);
+}
+
+// The soft descriptor limit lowered for one scope.
+class SoftFdLimit {
+ public:
+  explicit SoftFdLimit(rlim_t soft) {
+    ::getrlimit(RLIMIT_NOFILE, &old_);
+    rlimit l = old_;
+    l.rlim_cur = soft;
+    ok_ = ::setrlimit(RLIMIT_NOFILE, &l) == 0;
+  }
+  ~SoftFdLimit() { ::setrlimit(RLIMIT_NOFILE, &old_); }
+  bool ok() const { return ok_; }
+
+ private:
+  rlimit old_{};
+  bool ok_ = false;
+};
+
+// Descriptors open now. The limit counts descriptor numbers, and those above it stay usable,
+// so the limits below are set from this count, not from the highest number.
+int openCount() {
+  int n = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
+  return n - 1;  // the listing's own
+}
+
+TEST(HostileWalk, DescriptorLimitIsRespectedAndShortageReported) {
+  TempDir d;
+  makeTree(d.path(), 4, 4);
+  // A chain deeper than the folders the walk may keep open, with leaves beside each link (names
+  // differ per level, so the chain comes before some leaves in most listings).
+  std::string chain = d.path();
+  for (int i = 0; i < 40; ++i) {
+    for (int k = 0; k < 6; ++k) {
+      const std::string leaf = chain + "/l" + std::to_string(i) + "_" + std::to_string(k);
+      makeDir(leaf);
+      makeFile(leaf + "/f", i + k + 1);
+    }
+    makeDir(chain += "/c" + std::to_string(i));
+  }
+  Walked full;
+  walk(full, d.path(), 4);
+  ASSERT_EQ(full.tree.node(full.root).folders, 4 + 16 + 64 + 256 + 40 * 7);
+
+  // Room for the workers, the walked folder, the reserve and only a few folders kept open: the
+  // walk reopens folders from the top instead, and the result is the same.
+  for (int threads : {2, 0}) {
+    SCOPED_TRACE(threads);
+    const int workers = threads ? threads : FolderWalk::kMaxThreads;
+    SoftFdLimit limit(static_cast<rlim_t>(openCount() + 2 * workers + 1 + 8 + 4));
+    ASSERT_TRUE(limit.ok());
+    Walked w;
+    walk(w, d.path(), threads);
+    EXPECT_EQ(dump(w.tree), dump(full.tree));
+  }
+
+  // Two descriptors left: the walked folder opens, its subfolders cannot.
+  SoftFdLimit tight(static_cast<rlim_t>(openCount() + 64));
+  ASSERT_TRUE(tight.ok());
+  std::vector<int> dummies;
+  for (int fd; (fd = ::dup(0)) >= 0;) dummies.push_back(fd);
+  ASSERT_EQ(errno, EMFILE);
+  for (int i = 0; i < 2; ++i) {
+    ::close(dummies.back());
+    dummies.pop_back();
+  }
+  CollectingSink sink;
+  const WalkOutcome o = walkDirect(d.path(), sink);
+  for (int fd : dummies) ::close(fd);
+  EXPECT_TRUE(o.interrupted);
+  EXPECT_LT(o.total.folders, full.tree.node(full.root).folders);
+  ASSERT_EQ(sink.count(Kind::OutOfDescriptors), 1) << "told once per walk";
+  EXPECT_EQ(sink.failures.at(0).error, EMFILE);
+}
+
+TEST(HostileWalk, FoldersDeeperThanPathMaxAreMeasured) {
+  TempDir d;
+  const std::string name(200, 'n');
+  std::string deep = d.path();
+  int fd = ::open(d.path().c_str(), O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < 25; ++i) {
+    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
+    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    ASSERT_GE(fd = next, 0);
+    deep += "/" + name;
+  }
+  ASSERT_GT(deep.size(), size_t{PATH_MAX});
+  auto put = [&](const char* file, int64_t size) {
+    const int f = ::openat(fd, file, O_CREAT | O_WRONLY, 0644);
+    ASSERT_EQ(::ftruncate(f, size), 0);
+    ::close(f);
+  };
+  put("a", 1000);
+  put("b", 24);
+  ASSERT_EQ(::mkdirat(fd, "sub", 0755), 0);
+  put("sub/c", 100);
+  ::close(fd);
+
+  for (const std::string& path : {deep, deep + "/"}) {
+    CollectingSink sink;
+    const WalkOutcome o = walkDirect(path, sink);
+    EXPECT_TRUE(o.readable);
+    EXPECT_EQ(o.total.size, 1124);
+    EXPECT_EQ(o.total.files, 3);
+    EXPECT_EQ(o.total.folders, 1);
+    EXPECT_EQ(sink.branches["sub"].size, 100);
+    const WalkOutcome own = FolderWalk::Report_ScanFilesOnly(path, kNoStop);
+    EXPECT_EQ(own.ownBytes, 1024);
+    EXPECT_EQ(own.ownFiles, 2);
+  }
+  EXPECT_EQ(probePath(deep), 0);
+  EXPECT_EQ(probePath(deep + "/sub/c"), 0);
+  EXPECT_EQ(probePath(deep + "/missing"), ENOENT);
+  EXPECT_EQ(probePath(deep + "/a/x"), ENOTDIR);
+  const int opened = openFolderPath(deep + "/sub");
+  EXPECT_GE(opened, 0);
+  if (opened >= 0) ::close(opened);
+  EXPECT_EQ(openFolderPath(deep + "/a"), -ENOTDIR);
+  const WalkOutcome missing = FolderWalk::Report_ScanFilesOnly(deep + "/missing", kNoStop);
+  EXPECT_FALSE(missing.readable);
+  EXPECT_EQ(missing.openError, ENOENT);
+}
+
+TEST(HostileWalk, FoldersComingAndGoingLeaveSumsThatAddUp) {
+  TempDir d;
+  makeTree(d.path(), 6, 3);
+  Walked still;
+  walk(still, d.path(), 1);
+  const int64_t stillSize = still.tree.node(still.root).size;
+  makeDir(d / "churn");
+  std::atomic<bool> run{true};
+  std::thread churn([&] {
+    const int base = ::open((d / "churn").c_str(), O_RDONLY | O_DIRECTORY);
+    for (unsigned i = 0; run; ++i) {
+      const std::string c = "c" + std::to_string(i % 40);
+      if (::mkdirat(base, c.c_str(), 0755) == 0) {
+        ::mkdirat(base, (c + "/in").c_str(), 0755);
+        for (const std::string& f : {c + "/f", c + "/in/f"}) {
+          const int fd = ::openat(base, f.c_str(), O_CREAT | O_WRONLY, 0644);
+          if (fd >= 0 && ::ftruncate(fd, 1 + i % 1000) == 0) ::close(fd);
+        }
+      } else {
+        ::unlinkat(base, (c + "/in/f").c_str(), 0);
+        ::unlinkat(base, (c + "/in").c_str(), AT_REMOVEDIR);
+        ::unlinkat(base, (c + "/f").c_str(), 0);
+        ::unlinkat(base, c.c_str(), AT_REMOVEDIR);
+      }
+    }
+    ::close(base);
+  });
+  for (int round = 0; round < 6; ++round) {
+    const int threads = round % 2 ? 1 : 16;
+    SCOPED_TRACE(threads);
+    Walked w;
+    walk(w, d.path(), threads);
+    auto top = rows(w.tree, w.root);
+    ASSERT_TRUE(top.count("churn"));
+    EXPECT_EQ(w.tree.node(w.root).size - w.tree.node(top["churn"]).size, stillSize);
+    expectConsistent(w.tree, true);
+  }
+  run = false;
+  churn.join();
+}
+
+}  // namespace
+}  // namespace ql::test
