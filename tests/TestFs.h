@@ -15,6 +15,7 @@
 
 #include "report/ReportTree.h"
 #include "scan/FolderWalk.h"
+#include "app/Globals.h"
 #include "scan/ScanDriver.h"
 
 namespace ql::test {
@@ -68,7 +69,7 @@ struct Walked {
 inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHardlinks = false,
                  bool fade = false) {
   ensureApp();
-  ScanDriver driver(w.tree);
+  ScanDriver driver(w.tree, StopWord);
   ScanDriver::Settings s;
   s.threads = threads;
   s.noHardlinks = noHardlinks;

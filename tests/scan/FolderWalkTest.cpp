@@ -252,7 +252,7 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     ensureApp();
     StopAfter feed(300);
     Walked w;
-    ScanDriver driver(w.tree);
+    ScanDriver driver(w.tree, StopWord);
     ScanDriver::Settings s;
     s.threads = threads;
     driver.setSettings(s);
