@@ -7,6 +7,8 @@
 // a report of more than 100,000 folders.
 
 #include <QApplication>
+#include <QDir>
+#include <QFile>
 #include <QElapsedTimer>
 #include <QHeaderView>
 #include <QTimer>
@@ -24,7 +26,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   QApplication app(argc, argv);
-  globals().IniFile = QStringLiteral("/dev/null");
+  globals().IniFile = QDir::tempPath() + QStringLiteral("/quorlane-uibench.ini");
+  QFile::remove(globals().IniFile);
   const int copies = argc > 2 ? std::atoi(argv[2]) : 2;
   MainWindow w;
   w.show();

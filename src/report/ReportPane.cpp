@@ -176,14 +176,17 @@ void ReportPane::cbrReport_Execute(int id) {
         syncExpandedFlags();
         break;
       case ExpandAll:
-        // Every level the view can lay out; Qt's own expand-all recurses without a bound.
+        // The view lays expanded levels out recursively: a tree deeper than the stack allows
+        // is opened down to the deepest level it can take.
+        if (static_cast<int>(tree_.deepestLevel()) < expandableLevels()) {
+          view_->expandAll();
+          syncExpandedFlags();
+          break;
+        }
         view_->expandToDepth(expandableLevels() - 1);
         syncExpandedFlags();
-        if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) {
-          reportUnexpandable();
-          return;
-        }
-        break;
+        reportUnexpandable();
+        return;
       case FitColumns: Report_Resize_Columns(); break;
       case SearchBox:
       case Search: Report_StartSearch(); break;
@@ -196,10 +199,13 @@ void ReportPane::cbrReport_Execute(int id) {
 
 int ReportPane::expandableLevels() {
   // A laid-out level costs the view well under 1 KiB of stack; half the stack is left spare.
-  rlimit rl{};
-  rlim_t stack = 8u << 20;
-  if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY) stack = rl.rlim_cur;
-  return static_cast<int>(std::clamp<rlim_t>(stack / 2048, 256, 16384));
+  static const int levels = [] {
+    rlimit rl{};
+    rlim_t stack = 8u << 20;
+    if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY) stack = rl.rlim_cur;
+    return static_cast<int>(std::clamp<rlim_t>(stack / 2048, 256, 16384));
+  }();
+  return levels;
 }
 
 void ReportPane::reportUnexpandable() {
@@ -210,7 +216,7 @@ void ReportPane::reportUnexpandable() {
 // A folder opened by hand below the deepest level the view can lay out closes again.
 void ReportPane::onExpanded(const QModelIndex& index) {
   const uint32_t node = model_->nodeOf(index);
-  if (static_cast<int>(tree_.node(node).level) + 1 >= expandableLevels()) {
+  if (static_cast<int>(tree_.node(node).level) >= expandableLevels()) {
     view_->collapse(index);
     reportUnexpandable();
     return;

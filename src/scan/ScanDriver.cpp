@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
@@ -104,7 +106,11 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
     run->walk = std::make_unique<FolderWalk>(o, run->stop);
   }
   run_ = run;
-  thread_ = std::thread([run, job, path] {
+  const bool yieldToOwner = async_;
+  thread_ = std::thread([run, job, path, yieldToOwner] {
+    // Beside a window the walk gives way: its workers inherit this, and the user-interface
+    // thread gets the cores whenever it has something to do.
+    if (yieldToOwner) ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
     const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::Report_ScanFilesOnly(path, run->stop)
                                                          : run->walk->Report_ScanFolders(path, *run);
     std::lock_guard lock(run->mutex);

@@ -369,5 +369,34 @@ TEST_F(MainWindowTest, CommandsThatDoNothingYetAreOffAndStayOff) {
   EXPECT_FALSE(w.cbrReport().control(6)->isEnabled());
   EXPECT_TRUE(w.cbrMain().control(2)->isEnabled());
 }
+
+TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
+  MainWindow w;
+  bringUp(w);
+  // A chain of 50,000 folders, as a walk of a deep tree leaves it.
+  uint32_t n = w.tree().addRoot("/deep");
+  const uint32_t root = n;
+  for (int i = 0; i < 50000; ++i) n = w.tree().addChild(n, "d", ReportTree::IsFolder);
+  w.cbrReport().control(25)->trigger();  // expand all
+  QCoreApplication::processEvents();
+  const int levels = ReportPane::expandableLevels();
+  EXPECT_TRUE(w.statusPanel1().text().contains(QString::number(levels)));
+  uint32_t deepestOpen = root;
+  while (!w.tree().children(deepestOpen).empty() &&
+         w.view().isExpanded(w.model().indexOf(w.tree().children(deepestOpen)[0])))
+    deepestOpen = w.tree().children(deepestOpen)[0];
+  EXPECT_EQ(static_cast<int>(w.tree().node(deepestOpen).level), levels - 1);
+  // The view lays everything out again after a sort, and after opening by hand one level deeper.
+  Q_EMIT w.view().header()->sectionClicked(0);
+  w.view().expand(w.model().indexOf(w.tree().children(deepestOpen)[0]));
+  QCoreApplication::processEvents();
+  EXPECT_FALSE(w.view().isExpanded(w.model().indexOf(w.tree().children(deepestOpen)[0])));
+  // The popup's "open everything below" keeps to the same bound.
+  w.cbrReport().control(24)->trigger();
+  w.view().setCurrentIndex(w.model().indexOf(root));
+  w.reportPane().Report_ExpandSubFolders(true);
+  QCoreApplication::processEvents();
+  EXPECT_TRUE(w.view().isExpanded(w.model().indexOf(root)));
+}
 }  // namespace
 }  // namespace ql::test
