@@ -24,9 +24,9 @@ constexpr SettingKey kKeys[] = {
     {"Form", "WindowState", F::Small, "0", nullptr},
     {"Form", "Left", F::Measure, nullptr, nullptr},  // centred on the screen
     {"Form", "Top", F::Measure, nullptr, nullptr},
-    {"Form", "Width", F::Measure, "11715", nullptr},
-    {"Form", "Height", F::Measure, "8190", nullptr},
-    {"Form", "TVW", F::Measure, "3675", nullptr},
+    {"Form", "Width", F::Measure, "18000", nullptr},
+    {"Form", "Height", F::Measure, "11400", nullptr},
+    {"Form", "TVW", F::Measure, "8700", nullptr},
 
     // These four the options dialog and the start write at once; the exit leaves them alone.
     {"Optionen", "NoHardlinks", F::Flag, "0", nullptr, QL_FIELD(NoHardlinks), false},
@@ -72,7 +72,7 @@ constexpr SettingKey kKeys[] = {
     {"Optionen", "FontSize", F::Measure, "9", nullptr, QL_FIELD(FontSize)},
     {"Optionen", "BigIcons", F::Flag, "0", nullptr, QL_FIELD(BigIcons)},
     // Read under this spelling, written as SymbolText: the same key, as keys ignore case.
-    {"Optionen", "Symboltext", F::Flag, "1", "SymbolText", QL_FIELD(SymbolText)},
+    {"Optionen", "Symboltext", F::Flag, "0", "SymbolText", QL_FIELD(SymbolText)},
     {"Optionen", "FilePreview", F::Flag, "0", nullptr, QL_FIELD(FilePreview)},
     {"Optionen", "FilelistTile", F::Flag, "0", nullptr, QL_FIELD(FilelistTile)},
     {"Optionen", "ComboText", F::Text, "", nullptr, QL_FIELD(ComboText)},

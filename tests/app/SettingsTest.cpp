@@ -270,11 +270,11 @@ TEST_F(SettingsTest, WindowPositionIsCorrectedForTheScreen) {
 
 TEST_F(SettingsTest, WindowPositionReadsCentredByDefaultAndRoundTrips) {
   FormPosition p = FensterpositionLaden(28800, 16200);
-  EXPECT_EQ(p.Width, 11715);
-  EXPECT_EQ(p.Height, 8190);
-  EXPECT_EQ(p.Left, 14400 - 5857);
-  EXPECT_EQ(p.Top, 8100 - 4095);
-  EXPECT_EQ(p.TVW, 3675);
+  EXPECT_EQ(p.Width, 18000);
+  EXPECT_EQ(p.Height, 11400);
+  EXPECT_EQ(p.Left, 14400 - 9000);
+  EXPECT_EQ(p.Top, 8100 - 5700);
+  EXPECT_EQ(p.TVW, 8700);
   EXPECT_EQ(p.WindowState, 0);
 
   ASSERT_TRUE(FensterpositionSpeichern({1, 300, 400, 9000, 7000, 9500}));

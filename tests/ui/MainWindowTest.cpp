@@ -201,14 +201,14 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
     w.cbrReport().control(12)->trigger();  // megabytes
     w.cbrReport().control(35)->trigger();  // no percent column
     w.cbrMain().control(32)->trigger();    // larger font
-    w.cbrMain().control(34)->trigger();    // no text under the icons
+    w.cbrMain().control(34)->trigger();    // text under the icons
     w.setGeometry(40, 50, 700, 500);
     ASSERT_TRUE(w.close());
   }
   const QString ini = QString::fromStdString(config / "Quorlane.ini");
   EXPECT_EQ(GetSettings("Optionen", "FileSizeFormat"), "2");
   EXPECT_EQ(GetSettings("Optionen", "ColPercentVisible"), "0");
-  EXPECT_EQ(GetSettings("Optionen", "Symboltext"), "0");
+  EXPECT_EQ(GetSettings("Optionen", "Symboltext"), "1");
   EXPECT_EQ(GetSettings("Form", "Width").toInt(), pixelsToTwips(700, 96));
   EXPECT_EQ(GetSettings("ComboOrdner", "O0", "-"), QString::fromStdString(d / "gone"));
 
@@ -219,7 +219,7 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   EXPECT_FALSE(again.isMinimized());
   EXPECT_EQ(again.model().unit(), 2);
   EXPECT_TRUE(again.view().isColumnHidden(ReportModel::ColPercent));
-  EXPECT_FALSE(again.cbrMain().isChecked(34));
+  EXPECT_TRUE(again.cbrMain().isChecked(34));
   EXPECT_EQ(again.view().font().pointSizeF(), 10);
   EXPECT_EQ(again.width(), 700);
   ASSERT_EQ(again.cboOrdner().count(), 1);
