@@ -6,5 +6,4 @@ list(APPEND QL_CORE_SOURCES
 )
 list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReportModel.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/ReportPane.cpp
 )

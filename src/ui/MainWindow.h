@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "app/Settings.h"
-#include "report/ReportPane.h"
+#include "ui/ReportPane.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandBar.h"

@@ -1,4 +1,4 @@
-#include "report/ReportPane.h"
+#include "ui/ReportPane.h"
 
 #include <QFileDialog>
 #include <QHeaderView>
