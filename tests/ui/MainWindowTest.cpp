@@ -398,5 +398,20 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   QCoreApplication::processEvents();
   EXPECT_TRUE(w.view().isExpanded(w.model().indexOf(root)));
 }
+
+TEST(Guard, AFailingHandlerIsReportedAndTheOwnerRecovers) {
+  int recovered = 0;
+  const Guard guard([&] { ++recovered; });
+  const int before = failureCount();
+  guard.run("cmd", [] { throw std::runtime_error("boom"); });
+  auto slot = guard.wrap("slot", [](int) { throw std::out_of_range("row"); });
+  slot(3);
+  auto menuSlot = guard.wrap("menu", [] { throw 42; });  // takes fewer arguments than it is handed
+  menuSlot(true);
+  EXPECT_EQ(failureCount(), before + 3);
+  EXPECT_EQ(recovered, 3);
+  guard.run("fine", [] {});
+  EXPECT_EQ(recovered, 3);
+}
 }  // namespace
 }  // namespace ql::test
