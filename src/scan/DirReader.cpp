@@ -7,10 +7,10 @@ uint64_t mountIdFrom(const struct statx& sx) {
   return (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor;
 }
 
-bool DirEntry::linksToFolder() const {
+unsigned DirEntry::linkTargetType() const {
   struct statx t;
-  return ::statx(dirFd_, name_, kStatxQuiet, STATX_TYPE, &t) == 0 && (t.stx_mask & STATX_TYPE) &&
-         S_ISDIR(t.stx_mode);
+  if (::statx(dirFd_, name_, kStatxQuiet, STATX_TYPE, &t) != 0 || !(t.stx_mask & STATX_TYPE)) return DT_UNKNOWN;
+  return IFTODT(t.stx_mode);
 }
 
 uint64_t DirEntry::mountId() const {

@@ -43,8 +43,10 @@ class DirEntry {
     return &sx_;
   }
 
-  // For a link: true when it leads to a folder. Asks only for the target's type.
-  bool linksToFolder() const;
+  // For a link: the type (DT_*) of what it leads to, DT_UNKNOWN when it leads nowhere. Asks
+  // only for the type.
+  unsigned linkTargetType() const;
+  bool linksToFolder() const { return linkTargetType() == DT_DIR; }
 
   // The mount the entry lies on, without entering or opening it; 0 when the entry is gone.
   uint64_t mountId() const;

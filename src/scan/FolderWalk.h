@@ -21,7 +21,8 @@
 // anything opens it, so a dead network or FUSE mount or an automount below the folder is a
 // junction that is never touched; links are resolved without syncing or automounting. A sum that
 // would overflow keeps its last value and is reported. An open that fails for want of descriptors
-// or memory is reported (once per walk) and cuts the folder like a stop. The walk keeps at most as
+// or memory is reported (once per walk) and cuts the folder like a stop, as does a listing that
+// fails half way (reported as a read error). The walk keeps at most as
 // many folders open as RLIMIT_NOFILE leaves it. Paths may be of any length.
 //
 // Report_ScanFolders() touches only its arguments, the stop word, the walk's own members and the
