@@ -94,24 +94,25 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   auto run = std::make_shared<Run>();
   run->stop = stopWord_.load();
   run->owner = async_ ? this : nullptr;
-  if (job != Job::FilesRescan) {
-    WalkOptions o;
-    o.threads = settings_.threads;
-    // For measurements: the number of walk threads can be forced from the environment.
-    if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
-    o.noHardlinks = settings_.noHardlinks;
-    o.folderColorFade = settings_.folderColorFade;
-    o.filesLabel = TL(3514, "Dateien").toStdString();
-    o.feed = feed_;
-    run->walk = std::make_unique<FolderWalk>(o, run->stop);
-  }
+  WalkOptions o;
+  o.threads = settings_.threads;
+  // For measurements: the number of walk threads can be forced from the environment.
+  if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
+  o.noHardlinks = settings_.noHardlinks;
+  o.folderColorFade = settings_.folderColorFade;
+  o.filesLabel = TL(3514, "Dateien").toStdString();
+  o.feed = feed_;
+  // A walk the owner waits for reads the program's stop word itself; one that runs beside the
+  // event loop reads its own, which the driver sets, so that it can be left behind.
+  const std::atomic<int>* stop = async_ ? &run->stop : &stopWord_;
+  if (job != Job::FilesRescan) run->walk = std::make_unique<FolderWalk>(o, *stop);
   run_ = run;
   const bool yieldToOwner = async_;
-  thread_ = std::thread([run, job, path, yieldToOwner] {
+  thread_ = std::thread([run, job, path, stop, yieldToOwner] {
     // Beside a window the walk gives way: its workers inherit this, and the user-interface
     // thread gets the cores whenever it has something to do.
     if (yieldToOwner) ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
-    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::Report_ScanFilesOnly(path, run->stop)
+    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::Report_ScanFilesOnly(path, *stop)
                                                          : run->walk->Report_ScanFolders(path, *run);
     std::lock_guard lock(run->mutex);
     run->outcome = outcome;
@@ -266,6 +267,11 @@ void ScanDriver::readNextAsync() {
     return;
   }
   launch(Job::Source, lastRoot_, scanPath);
+}
+
+void ScanDriver::stop() {
+  stopWord_ = FolderWalk::kStop;
+  if (run_) run_->stop = FolderWalk::kStop;
 }
 
 void ScanDriver::onTick() {

@@ -204,7 +204,7 @@ void MainWindow::cbrMain_Execute(int id) {
         break;
       }
       case Start: StartSearchViaToolbar(); break;
-      case Stop: StopWord = FolderWalk::kStop; break;
+      case Stop: driver_->stop(); break;
       case About:
         QMessageBox::about(this, TL(3551, "Info"),
                            QStringLiteral("<b>Quorlane %1</b><p>%2</p><p><a href=\"%3\">%3</a></p>")
@@ -492,7 +492,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
   guard_.run("Form_Unload", [&] {
     // A close during a scan only asks the walk to stop; nothing is saved then.
     if (busy_ || driver_->busy()) {
-      StopWord = FolderWalk::kStop;
+      driver_->stop();
       event->ignore();
       return;
     }

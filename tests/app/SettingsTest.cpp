@@ -292,7 +292,7 @@ TEST_F(SettingsTest, WindowPositionReadsCentredByDefaultAndRoundTrips) {
   const int failures = failureCount();
   p = FensterpositionLaden(28800, 16200);
   EXPECT_EQ(failureCount(), failures + 1);
-  EXPECT_EQ(p.Width, 11715);
+  EXPECT_EQ(p.Width, 18000);
   EXPECT_EQ(p.Height, 6000);
   EXPECT_EQ(p.Left, 10);
 }
