@@ -35,7 +35,7 @@ TEST_F(ProfileTest, FirstWriteMakesTheFolderAndNamesMeetWhateverTheirCase) {
   EXPECT_EQ(ProfileGetItem("Optionen", "ComboText", "!(nix].-.", ini), "");
   ASSERT_TRUE(ProfileSetItem("optionen", "comboTEXT", "1", ini));  // replaces the line
   EXPECT_EQ(readAll(file), "[Optionen]\nComboText=1\n");
-  ASSERT_TRUE(ProfileSetItem("Größen", "Ärger", "ja", ini));
+  ASSERT_TRUE(ProfileSetItem("Größen", "Ärger", "ja", ini));  // umlauts fold as well
   EXPECT_EQ(ProfileGetItem("GRÖßEN", "ärger", "-", ini), "ja");
 }
 

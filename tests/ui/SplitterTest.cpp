@@ -52,13 +52,7 @@ TEST(Splitter, LimitsAreCheckedInOrderAndBadValuesChangeNothing) {
 
   p.s.setMinimumSize(1, 0);
   p.s.setPosition(60);
-  try {
-    p.s.setProportion(100.5);
-    ADD_FAILURE();
-  } catch (const SplitterError& e) {
-    EXPECT_EQ(e.number, 380);
-  }
-  EXPECT_THROW(p.s.setProportion(-1), SplitterError);
+  for (double bad : {-1.0, 100.5}) EXPECT_THROW(p.s.setProportion(bad), SplitterError);
   EXPECT_THROW(p.s.setSplitterSize(-1), SplitterError);
   EXPECT_THROW(p.s.setMinimumSize(3, 1), std::out_of_range);
   EXPECT_EQ(p.s.SplitterSize(), 4);
