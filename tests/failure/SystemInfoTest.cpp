@@ -5,13 +5,14 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <cerrno>
-#include <cstring>
 
 using namespace ql;
 
 namespace {
 
-QString writeFile(const QTemporaryDir& dir, const char* name, const QByteArray& content) {
+// A file of that content in a folder that lasts the run.
+QString writeFile(const char* name, const QByteArray& content) {
+  static const QTemporaryDir dir;
   const QString path = dir.filePath(QLatin1String(name));
   QFile f(path);
   EXPECT_TRUE(f.open(QIODevice::WriteOnly));
@@ -24,17 +25,15 @@ constexpr int64_t kDay = 86400;
 }  // namespace
 
 TEST(SystemInfo, UpTimeAndDateDiff) {
-  QTemporaryDir dir;
-  EXPECT_EQ(GetSystemUpTime(writeFile(dir, "uptime", "90061.53 12345.00\n")),
+  EXPECT_EQ(GetSystemUpTime(writeFile("uptime", "90061.53 12345.00\n")),
             QStringLiteral("1 day 1:01:01"));
   // A missing or malformed file counts as just started.
-  EXPECT_EQ(systemUpSeconds(dir.filePath(QStringLiteral("missing"))), 0);
+  EXPECT_EQ(systemUpSeconds(QStringLiteral("/nonexistent/uptime")), 0);
   for (const char* bad : {"", "up 5 days\n", "-3.5 1.0\n"})
-    EXPECT_EQ(systemUpSeconds(writeFile(dir, "bad", bad)), 0) << bad;
+    EXPECT_EQ(systemUpSeconds(writeFile("bad", bad)), 0) << bad;
   EXPECT_EQ(formatUpTime(400 * kDay + 3661), QStringLiteral("1year(s) 35 day(s) 1:01:01"));
   // Too short a buffer: cut, but still terminated.
-  char buf[6];
-  std::memset(buf, 'x', sizeof buf);
+  char buf[] = {'x', 'x', 'x', 'x', 'x', 'x'};
   formatUpTime(400 * kDay, buf, sizeof buf);
   EXPECT_STREQ(buf, "1year");
 
@@ -75,10 +74,9 @@ TEST(SystemInfo, OsNamesFromOsRelease) {
   EXPECT_EQ(osInfoFrom(QString(), QString()).longName, QStringLiteral("Linux"));
 }
 
-TEST(SystemInfo, MemoryFromMeminfo) {
-  QTemporaryDir dir;
+TEST(SystemInfo, MemoryAndProcessorFromProcFiles) {
   const MemoryStatus m = GetMemoryStatus(
-      writeFile(dir, "meminfo",
+      writeFile("meminfo",
                 "MemTotal: 4096000 kB\nMemFree: 100000 kB\nMemAvailable: 1024000 kB\n"
                 "SwapTotal: 2048 kB\nSwapFree: 1000 kB\n"
                 "CommitLimit: 4096000 kB\nCommitted_AS: 5000000 kB\n"));
@@ -87,23 +85,17 @@ TEST(SystemInfo, MemoryFromMeminfo) {
   EXPECT_EQ(m.availVirtual, 0);  // overcommitted
   // Old kernels have no MemAvailable.
   const MemoryStatus old = GetMemoryStatus(writeFile(
-      dir, "old", "MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 50 kB\nCached: 250 kB\n"));
+      "old", "MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 50 kB\nCached: 250 kB\n"));
   EXPECT_EQ(old.availPhys, 400 * 1024);
   // Unreadable values give zeros and no division by zero.
-  const MemoryStatus bad = GetMemoryStatus(writeFile(dir, "bad", "MemTotal: lots\nMemFree 5 kB\n"));
+  const MemoryStatus bad = GetMemoryStatus(writeFile("bad", "MemTotal: lots\nMemFree 5 kB\n"));
   EXPECT_EQ(bad.totalPhys + bad.availPhys + bad.memoryLoad, 0);
-  EXPECT_EQ(GetProcessMemory(writeFile(dir, "status", "VmPeak:\t9000 kB\nVmRSS:\t1234 kB\n")),
+  EXPECT_EQ(GetProcessMemory(writeFile("status", "VmPeak:\t9000 kB\nVmRSS:\t1234 kB\n")),
             1234 * 1024);
-}
 
-TEST(SystemInfo, ProcessorNameOncePerPackage) {
-  QTemporaryDir dir;
-  QByteArray two;
-  for (int cpu = 0; cpu < 4; ++cpu)
-    two += "processor\t: " + QByteArray::number(cpu) +
-           "\nmodel name\t: " + (cpu < 2 ? "Alpha CPU" : "Beta CPU") +
-           "\nphysical id\t: " + QByteArray::number(cpu / 2) + "\n\n";
-  EXPECT_EQ(GetProcessorName(writeFile(dir, "two", two)), QStringLiteral("Alpha CPU\tBeta CPU"));
+  const QByteArray cpus = "model name\t: A\nphysical id\t: 0\n\nmodel name\t: A\nphysical id\t: 0\n\n"
+                          "model name\t: B\nphysical id\t: 1\n";
+  EXPECT_EQ(GetProcessorName(writeFile("cpus", cpus)), QStringLiteral("A\tB"));
   // Without package ids (virtual machines) one name stands for all.
-  EXPECT_EQ(GetProcessorName(writeFile(dir, "vm", "model name\t: G\n\nmodel name\t: G\n")), "G");
+  EXPECT_EQ(GetProcessorName(writeFile("vm", "model name\t: G\n\nmodel name\t: G\n")), "G");
 }

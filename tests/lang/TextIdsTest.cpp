@@ -67,8 +67,7 @@ QMap<int, Record> shippedTable(const QString& name) {
     table.insert(m.captured(1).toInt(), {m.captured(2), m.captured(3)});
   }
   const TextTable read = readTextTable(data);
-  EXPECT_TRUE(read.error.isEmpty());
-  EXPECT_EQ(read.texts.size(), table.size()) << name.toStdString();
+  EXPECT_TRUE(read.error.isEmpty() && read.texts.size() == table.size()) << name.toStdString();
   return table;
 }
 
@@ -97,7 +96,6 @@ TEST(TextIds, EveryIdInTheCodeHasOneDefaultAndTheTablesAgree) {
   ASSERT_TRUE(uses.contains(3525));
   const auto eng = shippedTable(QStringLiteral("eng.txt"));
   const auto rus = shippedTable(QStringLiteral("rus.txt"));
-  EXPECT_GT(eng.size(), 250);
   EXPECT_EQ(eng.keys(), rus.keys());
   for (auto e = eng.begin(); e != eng.end(); ++e) {
     const Record r = rus.value(e.key());
@@ -106,7 +104,7 @@ TEST(TextIds, EveryIdInTheCodeHasOneDefaultAndTheTablesAgree) {
     EXPECT_EQ(placeholders(e->text), placeholders(e->reference)) << "English " << e.key();
     EXPECT_EQ(placeholders(r.text), placeholders(r.reference)) << "Russian " << e.key();
   }
-  for (auto it = uses.begin(); it != uses.end(); ++it) {
+  for (auto it = uses.begin(); it != uses.end(); ++it)
     for (const Use& u : *it) {
       const std::string where = u.where.toStdString() + ": id " + std::to_string(it.key()) + " ";
       EXPECT_FALSE(u.deflt.isEmpty()) << where << "has no text";
@@ -115,10 +113,8 @@ TEST(TextIds, EveryIdInTheCodeHasOneDefaultAndTheTablesAgree) {
       // Another German text means the id is used for something the table doesn't say.
       ASSERT_TRUE(eng.contains(it.key())) << where << "has no translation";
       EXPECT_TRUE(knownDouble(it.key(), eng.value(it.key()).reference, u.deflt))
-          << where << "is \"" << u.deflt.toStdString() << "\" in the code and \""
-          << eng.value(it.key()).reference.toStdString() << "\" in the tables";
+          << where << "is \"" << u.deflt.toStdString() << "\" in the code, not in the tables";
     }
-  }
 }
 
 }  // namespace

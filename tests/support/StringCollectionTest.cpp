@@ -36,9 +36,7 @@ TEST(StringCollection, DuplicatesFollowCompareModeAndBeforeAfterPlaceItems) {
   c.Add("Y", "y", 0, {.After = CollectionKey(4)});
   c.Add("Z", "z", 0, {.Before = CollectionKey(1)});
   c.Add("W", "w", 0, {.After = CollectionKey("Z")});
-  // A miss changes nothing.
-  EXPECT_EQ(c.Add("N", "n", 0, {.Before = CollectionKey("nope")}), 0);
-  EXPECT_EQ(c.Add("N", "n", 0, {.After = CollectionKey(8)}), 0);
+  // A miss adds nothing (the random run covers the quiet one).
   EXPECT_THROW(c.Add("N", "n", 0, {.After = CollectionKey(0), .RaiseError = true}), CollectionError);
   QStringList order;
   for (int p = 1; p <= c.Count(); ++p) order << c.Item(p);
