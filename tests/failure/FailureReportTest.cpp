@@ -18,15 +18,10 @@ TEST(FailureReport, ComponentMessageReleaseMarkersAndMailText) {
       composeErrorText(f, QStringLiteral("p"), QStringLiteral("m"), 7, {429, QStringLiteral("x")});
   EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Systemkomponente (OCX/DLL) fehlt,")));
   EXPECT_TRUE(text.contains(QStringLiteral("\r\nLine: 7\r\nErr: 429 - x\r\n")));
-  const struct {
-    int beta, rc;
-    const char* app;
-  } markers[] = {{0, 0, "0.1.0\r\n"}, {1, 3, "0.1.0 [BETA]\r\n"}, {0, 2, "0.1.0 RC2\r\n"}};
-  for (const auto& m : markers) {
-    f.beta = m.beta;
-    f.releaseCandidate = m.rc;
-    EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QLatin1String(m.app))) << m.app;
-  }
+  f.releaseCandidate = 3;
+  EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QStringLiteral("App: Quorlane 0.1.0 RC3\r\n")));
+  f.beta = 1;  // a beta is marked so whatever its candidate number
+  EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QStringLiteral("0.1.0 [BETA]\r\n")));
 
   const struct {
     const char *in, *out;
