@@ -15,6 +15,7 @@ QByteArray readAll(const std::string& path) {
 }
 
 void writeAll(const std::string& path, const QByteArray& bytes) {
+  QDir().mkpath(QString::fromStdString(path.substr(0, path.rfind('/'))));
   QFile f(QString::fromStdString(path));
   ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
   f.write(bytes);
@@ -23,130 +24,55 @@ void writeAll(const std::string& path, const QByteArray& bytes) {
 class ProfileTest : public ::testing::Test {
  protected:
   test::TempDir dir;
-  QString ini = QString::fromStdString(dir / "cfg/Quorlane.ini");
+  std::string file = dir / "cfg/Quorlane.ini";
+  QString ini = QString::fromStdString(file);
 };
 
-TEST_F(ProfileTest, MissingFileAndKeysGiveTheDefaultAndTheFirstWriteMakesTheFolder) {
+TEST_F(ProfileTest, FirstWriteMakesTheFolderAndNamesMeetWhateverTheirCase) {
   EXPECT_EQ(ProfileGetItem("Optionen", "FontSize", "9", ini), "9");
   ASSERT_TRUE(ProfileSetItem("Optionen", "ComboText", "", ini));
-  EXPECT_EQ(readAll(dir / "cfg/Quorlane.ini"), "[Optionen]\nComboText=\n");
-  EXPECT_EQ(ProfileGetItem("Optionen", "FontSize", "9", ini), "9");
   // An empty value is a value, not a missing key.
   EXPECT_EQ(ProfileGetItem("Optionen", "ComboText", "!(nix].-.", ini), "");
-}
-
-TEST_F(ProfileTest, SectionsAndKeysMeetWhateverTheirCase) {
-  ASSERT_TRUE(ProfileSetItem("Optionen", "SymbolText", "0", ini));
-  EXPECT_EQ(ProfileGetItem("Optionen", "Symboltext", "1", ini), "0");
-  EXPECT_EQ(ProfileGetItem("OPTIONEN", "symboltext", "1", ini), "0");
-  // A second write in the other spelling replaces the line instead of adding one.
-  ASSERT_TRUE(ProfileSetItem("optionen", "Symboltext", "1", ini));
-  EXPECT_EQ(readAll(dir / "cfg/Quorlane.ini"), "[Optionen]\nSymbolText=1\n");
-  // Umlauts fold as well.
-  ASSERT_TRUE(ProfileSetItem("Größen", "Ärger", "ja", ini));
+  ASSERT_TRUE(ProfileSetItem("optionen", "comboTEXT", "1", ini));  // replaces the line
+  EXPECT_EQ(readAll(file), "[Optionen]\nComboText=1\n");
+  ASSERT_TRUE(ProfileSetItem("Größen", "Ärger", "ja", ini));  // umlauts fold as well
   EXPECT_EQ(ProfileGetItem("GRÖßEN", "ärger", "-", ini), "ja");
 }
 
+// Comments, unknown keys and bytes that are not UTF-8 stay; every copy of a deleted section goes.
 TEST_F(ProfileTest, WritingKeepsEverythingItDoesNotTouch) {
-  QDir().mkpath(QString::fromStdString(dir / "cfg"));
-  const QByteArray before =
-      "; written by hand\r\n"
-      "[Allgemein]\r\n"
-      "Lang=7\r\n"
-      "Unbekannt = something else \r\n"
-      "\r\n"
-      "[Optionen]\n"
-      "# another comment\n"
-      "FontSize=9\n"
-      "latin1=\xe4\xf6\n"
-      "\n"
-      "[ComboOrdner]\n"
-      "O0=/a\n"
-      "O1=/b\n"
-      "\n"
-      "[Fremd]\n"
-      "x=1\n";
-  writeAll(dir / "cfg/Quorlane.ini", before);
+  writeAll(file,
+           "; by hand\r\n[Allgemein]\r\nUnbekannt = something else \r\n\r\n"
+           "[Optionen]\n# comment\nFontSize=9\nlatin1=\xe4\xf6\n\n"
+           "[ComboOrdner]\nO0=/a\n[Fremd]\nx=1\n[comboordner]\nO5=stale\n");
   ASSERT_TRUE(ProfileSetItem("Optionen", "FontSize", "11", ini));
   ASSERT_TRUE(ProfileSetItem("Optionen", "BigIcons", "1", ini));
-  ASSERT_TRUE(ProfileDeleteSection("comboordner", ini));
+  ASSERT_TRUE(ProfileDeleteSection("COMBOordner", ini));
   ASSERT_TRUE(ProfileSetItem("ComboOrdner", "O0", "/c", ini));
-  EXPECT_EQ(readAll(dir / "cfg/Quorlane.ini"),
-            "; written by hand\n"
-            "[Allgemein]\n"
-            "Lang=7\n"
-            "Unbekannt = something else \n"
-            "\n"
-            "[Optionen]\n"
-            "# another comment\n"
-            "FontSize=11\n"
-            "latin1=\xe4\xf6\n"
-            "BigIcons=1\n"
-            "\n"
-            "[Fremd]\n"
-            "x=1\n"
-            "\n"
-            "[ComboOrdner]\n"
-            "O0=/c\n");
+  EXPECT_EQ(readAll(file),
+            "; by hand\n[Allgemein]\nUnbekannt = something else \n\n"
+            "[Optionen]\n# comment\nFontSize=11\nlatin1=\xe4\xf6\nBigIcons=1\n\n"
+            "[Fremd]\nx=1\n\n[ComboOrdner]\nO0=/c\n");
   EXPECT_EQ(ProfileGetItem("Allgemein", "unbekannt", "", ini), "something else");
 }
 
-TEST_F(ProfileTest, DeletingASectionRemovesEveryCopyOfIt) {
-  QDir().mkpath(QString::fromStdString(dir / "cfg"));
-  writeAll(dir / "cfg/Quorlane.ini", "[L]\nO0=a\n[M]\nk=v\n[l]\nO0=stale\nO5=stale\n");
-  ASSERT_TRUE(ProfileDeleteSection("L", ini));
-  EXPECT_EQ(readAll(dir / "cfg/Quorlane.ini"), "[M]\nk=v\n");
-}
-
-TEST_F(ProfileTest, ValuesComeBackAsTheyWereWritten) {
-  const struct {
-    QString value, expected;
-  } cases[] = {
-      {"/home/user/Ordner mit Blank", "/home/user/Ordner mit Blank"},
-      {" leading and trailing ", " leading and trailing "},
-      {"\"quoted\"", "\"quoted\""},
-      {"a=b=c", "a=b=c"},
-      {"[Section]", "[Section]"},
-      {"Grüße 𝄞", "Grüße 𝄞"},
-      {"two\nlines\r\n[Injected]", "two lines  [Injected]"},  // a value never starts a line
-  };
-  for (const auto& c : cases) {
-    ASSERT_TRUE(ProfileSetItem("V", "k", c.value, ini));
-    EXPECT_EQ(ProfileGetItem("V", "k", "", ini), c.expected) << c.value.toStdString();
-    EXPECT_EQ(ProfileGetItem("Injected", "k", "none", ini), "none");
+TEST_F(ProfileTest, ValuesComeBackAsTheyWereWrittenAndAreCutAt2047Characters) {
+  for (const QString value : {"/home/Ordner mit Blank", " leading and trailing ", "\"quoted\"",
+                              "a=b=c", "[Section]", "Grüße 𝄞"}) {
+    ASSERT_TRUE(ProfileSetItem("V", "k", value, ini));
+    EXPECT_EQ(ProfileGetItem("V", "k", "", ini), value) << value.toStdString();
   }
-}
+  // A value never starts a line of its own.
+  ASSERT_TRUE(ProfileSetItem("V", "k", "two\nlines\r\n[Injected]", ini));
+  EXPECT_EQ(ProfileGetItem("V", "k", "", ini), "two lines  [Injected]");
+  EXPECT_EQ(ProfileGetItem("Injected", "k", "none", ini), "none");
 
-TEST_F(ProfileTest, LongValuesAreCutAt2047Characters) {
-  const QString longValue = QString(2046, 'x') + "yz" + QString(952, 'w');
-  ASSERT_EQ(longValue.size(), 3000);
-  ASSERT_TRUE(ProfileSetItem("V", "long", longValue, ini));
+  ASSERT_TRUE(ProfileSetItem("V", "long", QString(2046, 'x') + "yz" + QString(952, 'w'), ini));
   EXPECT_EQ(ProfileGetItem("V", "long", "", ini), QString(2046, 'x') + "y");
-  // The default is cut alike, and a character outside the BMP is not split.
   EXPECT_EQ(ProfileGetItem("V", "missing", QString(3000, 'd'), ini).size(), 2047);
+  // A character outside the BMP is not split.
   ASSERT_TRUE(ProfileSetItem("V", "long", QString(2046, 'x') + "𝄞", ini));
   EXPECT_EQ(ProfileGetItem("V", "long", "", ini), QString(2046, 'x'));
-}
-
-// Bytes that are not UTF-8 (a folder name) are neither decoded nor cut, and lookups stay right
-// while lines come and go.
-TEST_F(ProfileTest, BytesComeBackAsTheyStand) {
-  QDir().mkpath(QString::fromStdString(dir / "cfg"));
-  writeAll(dir / "cfg/Quorlane.ini", "[A]\nx=1\n[B]\nlatin1 = \xe4\xf6 \n[b]\nlatin1=second\n");
-  ProfileDocument doc(ini);
-  EXPECT_EQ(doc.getBytes("b", "LATIN1", "-"), "\xe4\xf6");
-  doc.setBytes("A", "new", " \xff\xfe\r\n[B]");
-  doc.setBytes("A", "long", QByteArray(3000, 'p'));
-  EXPECT_EQ(doc.getBytes("B", "latin1", "-"), "\xe4\xf6");  // behind the inserted lines
-  ASSERT_TRUE(doc.save());
-  const ProfileDocument back(ini);
-  EXPECT_EQ(back.getBytes("A", "new", "-"), " \xff\xfe  [B]");
-  EXPECT_EQ(back.getBytes("A", "long", "-").size(), 3000);
-  EXPECT_EQ(back.get("A", "long", "-").size(), 2047);
-  EXPECT_EQ(back.getBytes("A", "missing", "\xff"), "\xff");
-  doc.deleteSection("B");
-  EXPECT_EQ(doc.getBytes("B", "latin1", "gone"), "gone");
-  EXPECT_EQ(doc.getBytes("a", "X", "-"), "1");
 }
 
 ino_t inode(const QString& path) {
@@ -154,52 +80,51 @@ ino_t inode(const QString& path) {
   return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_ino : 0;
 }
 
-TEST_F(ProfileTest, ADocumentWritesOnlyWhenSomethingChanged) {
-  ASSERT_TRUE(ProfileSetItem("A", "k", "1", ini));
+// A document writes once, and only when something changed. Bytes that are not UTF-8 (a folder
+// name) are neither decoded nor cut, and lookups stay right while lines come and go.
+TEST_F(ProfileTest, ADocumentKeepsBytesAndWritesOnlyWhenSomethingChanged) {
+  writeAll(file, "[A]\nx=1\n[B]\nlatin1 = \xe4\xf6 \n[b]\nlatin1=second\n");
   const ino_t before = inode(ini);  // every real write replaces the file
   ProfileDocument doc(ini);
-  doc.set("a", "K", "1");
-  EXPECT_FALSE(doc.isModified());
+  doc.set("a", "X", "1");
   EXPECT_TRUE(doc.save());
   EXPECT_EQ(inode(ini), before);
-  doc.set("A", "k", "2");
-  doc.set("B", "n", "3");
-  EXPECT_EQ(doc.get("b", "N", ""), "3");
-  EXPECT_EQ(ProfileGetItem("A", "k", "", ini), "1");  // nothing written yet
-  EXPECT_TRUE(doc.save());
-  EXPECT_NE(inode(ini), before);
-  EXPECT_EQ(ProfileGetItem("A", "k", "", ini), "2");
+  doc.setBytes("A", "new", " \xff\xfe\r\n[B]");
+  doc.setBytes("A", "long", QByteArray(3000, 'p'));
+  EXPECT_EQ(doc.getBytes("b", "LATIN1", "-"), "\xe4\xf6");  // behind the inserted lines
+  doc.deleteSection("B");
+  EXPECT_EQ(doc.getBytes("B", "latin1", "gone"), "gone");
+  EXPECT_EQ(ProfileGetItem("A", "new", "-", ini), "-");  // nothing written yet
+  ASSERT_TRUE(doc.save());
+  const ProfileDocument back(ini);
+  EXPECT_EQ(back.getBytes("A", "new", "-"), " \xff\xfe  [B]");
+  EXPECT_EQ(back.getBytes("A", "long", "-").size(), 3000);
+  EXPECT_EQ(back.getBytes("a", "X", "-"), "1");
 }
 
-// A write that cannot complete leaves the old file as it was, and no stray file beside it.
-// Only root can take another user's identity to make the final rename fail.
+// A write that cannot complete leaves the old file as it was, and no stray file beside it; a file
+// that may be written but not read is never replaced. Only root can become another user.
 TEST_F(ProfileTest, AFailedWriteLeavesTheOldFileWhole) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to drop to another user";
-  // A sticky, world-writable folder: the other user can make the temporary file, but may not
-  // rename it over a file that is not theirs.
-  const std::string folder = dir / "sticky";
-  ASSERT_EQ(::mkdir(folder.c_str(), 0777), 0);
-  ASSERT_EQ(::chmod(folder.c_str(), 01777), 0);
-  const std::string file = folder + "/Quorlane.ini";
-  const QByteArray old = "[Optionen]\nFontSize=9\n; comment\n";
-  writeAll(file, old);
-  ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
-  // And a file the other user may write but not read is never replaced by what little is known.
+  // In a sticky folder the other user may make the temporary file but not rename it over ours.
+  const std::string folder = dir / "sticky", sticky = folder + "/Quorlane.ini";
   const std::string secret = dir / "secret.ini";
+  const QByteArray old = "[Optionen]\nFontSize=9\n; comment\n";
+  writeAll(sticky, old);
   writeAll(secret, "[A]\nk=1\n");
-  ASSERT_EQ(::chmod(secret.c_str(), 0622), 0);
-  ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(folder.c_str(), 01777) | ::chmod(sticky.c_str(), 0666), 0);
+  ASSERT_EQ(::chmod(secret.c_str(), 0622) | ::chmod(dir.path().c_str(), 0777), 0);
 
   const std::string out = test::inChild([&] {
     if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
       return std::string("setuid failed");
-    std::string r;
-    r += ProfileSetItem("Optionen", "FontSize", "12", QString::fromStdString(file)) ? "1" : "0";
-    r += ProfileSetItem("A", "j", "2", QString::fromStdString(secret)) ? "1" : "0";
-    return r;
+    const auto set = [](const std::string& f) {
+      return ProfileSetItem("A", "j", "2", QString::fromStdString(f)) ? "1" : "0";
+    };
+    return std::string(set(sticky)) + set(secret);
   });
   ASSERT_EQ(out, "00");
-  EXPECT_EQ(readAll(file), old);
+  EXPECT_EQ(readAll(sticky), old);
   EXPECT_EQ(QDir(QString::fromStdString(folder)).entryList(QDir::Files | QDir::Hidden),
             QStringList{"Quorlane.ini"});
   EXPECT_EQ(readAll(secret), "[A]\nk=1\n");

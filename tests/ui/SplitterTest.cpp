@@ -11,12 +11,8 @@
 namespace ql {
 namespace {
 
-void app() { test::guiApp(); }
-
 struct Panes {
-  struct AppFirst {
-    AppFirst() { app(); }
-  } first;  // the application must exist before any widget
+  int appFirst = (test::guiApp(), 0);  // the application must exist before any widget
   Splitter s;
   QWidget* one = new QWidget;
   QWidget* two = new QWidget;
@@ -26,11 +22,9 @@ struct Panes {
     s.Bind(one, two);
     s.show();
   }
-  // Presses on the bar, moves by `by` along the splitter and releases, as a user drags.
+  // Presses on the bar of side-by-side panes, moves `by` across and releases, as a user drags.
   void drag(int by, bool release = true) {
-    const bool across = s.orientation() == Splitter::PanesSideBySide;
-    const QPoint at = across ? QPoint(s.Position() + 1, 50) : QPoint(50, s.Position() + 1);
-    const QPoint to = at + (across ? QPoint(by, 0) : QPoint(0, by));
+    const QPoint at(s.Position() + 1, 50), to = at + QPoint(by, 0);
     QTest::mousePress(&s, Qt::LeftButton, {}, at);
     QMouseEvent move(QEvent::MouseMove, to, s.mapToGlobal(to), Qt::NoButton, Qt::LeftButton, {});
     QApplication::sendEvent(&s, &move);
@@ -38,82 +32,55 @@ struct Panes {
   }
 };
 
-TEST(Splitter, LimitsAreCheckedInOrderAndTheFirstMinimumWins) {
+TEST(Splitter, LimitsAreCheckedInOrderAndBadValuesChangeNothing) {
   Panes p;  // 200 high, bar 4
   p.s.setPosition(100);
-  EXPECT_EQ(p.one->height(), 100);
   EXPECT_EQ(p.two->geometry().top(), 104);
-  p.s.setMaximumSize(2, 50);  // no move until the next validation
-  EXPECT_EQ(p.s.Position(), 100);
+  p.s.setMaximumSize(2, 50);
   p.s.setPosition(100);
   EXPECT_EQ(p.s.Position(), 146);
-  p.s.setMaximumSize(1, 120);
-  p.s.setPosition(150);
-  EXPECT_EQ(p.s.Position(), 120);
-  p.s.setMaximumSize(1, -1);
   p.s.setMaximumSize(2, -1);
   // Both minima cannot be met: the first pane gets its own and the second whatever is left.
   p.s.setMinimumSize(1, 150);
   p.s.setMinimumSize(2, 80);
   p.s.setPosition(10);
-  EXPECT_EQ(p.s.Position(), 150);
   EXPECT_EQ(p.two->height(), 200 - 150 - 4);
-}
 
-TEST(Splitter, InvalidValuesRaise380AndChangeNothing) {
-  Panes p;
+  p.s.setMinimumSize(1, 0);
   p.s.setPosition(60);
-  for (double bad : {-1.0, 100.5}) {
-    try {
-      p.s.setProportion(bad);
-      ADD_FAILURE() << bad;
-    } catch (const SplitterError& e) {
-      EXPECT_EQ(e.number, 380);
-      EXPECT_TRUE(e.source.endsWith(".cSplitter"));
-    }
-  }
+  for (double bad : {-1.0, 100.5}) EXPECT_THROW(p.s.setProportion(bad), SplitterError);
   EXPECT_THROW(p.s.setSplitterSize(-1), SplitterError);
   EXPECT_THROW(p.s.setMinimumSize(3, 1), std::out_of_range);
   EXPECT_EQ(p.s.SplitterSize(), 4);
   EXPECT_NEAR(p.s.Proportion(), 30.0, 1e-9);
 }
 
-TEST(Splitter, DraggingFollowsTheMouseAndStopsAtTheLimits) {
+TEST(Splitter, DraggingFollowsTheMouseStopsAtTheLimitsAndCanBeTakenBack) {
   Panes p(Splitter::PanesSideBySide);  // 300 wide
   p.s.setPosition(100);
-  int afterResize = 0;
-  QObject::connect(&p.s, &Splitter::AfterResize, [&] { ++afterResize; });
+  bool refuse = true;
+  QObject::connect(&p.s, &Splitter::BeginDrag, [&](int, int, bool* cancel) { *cancel = refuse; });
   p.drag(40);
-  EXPECT_EQ(p.s.Position(), 140);
+  EXPECT_EQ(p.one->width(), 100);
+  refuse = false;
+  p.drag(40);
   EXPECT_EQ(p.one->width(), 140);
   EXPECT_NEAR(p.s.Proportion(), 140 * 100.0 / 300, 1e-9);
-  EXPECT_GE(afterResize, 1);
   p.drag(1000);  // far beyond: the second pane keeps its minimum
   EXPECT_EQ(p.s.Position(), 300 - 8 - 4);
+  p.s.setPosition(100);
+  p.drag(30, false);
+  EXPECT_EQ(p.one->width(), 130);
+  QTest::keyClick(&p.s, Qt::Key_Escape);
+  EXPECT_EQ(p.one->width(), 100);
+  EXPECT_FALSE(p.s.dragging());
 
   // Without full drag a bar follows the mouse and the panes move only on release.
   p.s.setFullDrag(false);
-  p.s.setPosition(100);
   p.drag(-30, false);
   EXPECT_EQ(p.one->width(), 100);
   QTest::mouseRelease(&p.s, Qt::LeftButton, {}, QPoint(71, 50));
   EXPECT_EQ(p.one->width(), 70);
-}
-
-TEST(Splitter, ADragCanBeRefusedOrTakenBack) {
-  Panes p;
-  p.s.setPosition(100);
-  bool refuse = true;
-  QObject::connect(&p.s, &Splitter::BeginDrag, [&](int, int, bool* cancel) { *cancel = refuse; });
-  p.drag(30);
-  EXPECT_EQ(p.s.Position(), 100);
-  EXPECT_FALSE(p.s.dragging());
-  refuse = false;
-  p.drag(30, false);
-  EXPECT_EQ(p.one->height(), 130);
-  QTest::keyClick(&p.s, Qt::Key_Escape);
-  EXPECT_EQ(p.s.Position(), 100);
-  EXPECT_EQ(p.one->height(), 100);
 }
 
 TEST(Splitter, OnePaneAlwaysShowsAndTheProportionIsKept) {
@@ -121,14 +88,10 @@ TEST(Splitter, OnePaneAlwaysShowsAndTheProportionIsKept) {
   p.s.setControl2Visible(false);
   EXPECT_EQ(p.one->height(), 200);
   p.s.setControl1Visible(false);  // the other comes back
-  EXPECT_TRUE(p.s.Control2Visible());
-  EXPECT_FALSE(p.one->isVisible());
   EXPECT_EQ(p.two->geometry(), QRect(0, 0, 300, 200));
   p.s.setControl1Visible(true);
-
   p.s.setKeepProportion(true);
   p.s.setProportion(25);
-  EXPECT_EQ(p.s.Position(), 50);
   p.s.resize(300, 400);
   EXPECT_EQ(p.s.Position(), 100);
   p.s.setProportion(100);  // as far as the second pane's minimum lets it
