@@ -28,6 +28,18 @@ class ChunkedVector {
   }
   void push_back(T value) { emplace_back(std::move(value)); }
 
+  // Appends fillers until the size is a whole number of blocks.
+  void padToBlock(const T& filler) {
+    while (size_ & (kBlock - 1)) emplace_back(filler);
+  }
+  // Takes the other array's blocks over as they are, behind this one's: nothing is copied and no
+  // new memory is touched. This array must end on a block boundary (padToBlock).
+  void adoptBlocks(ChunkedVector&& other) {
+    for (auto& b : other.blocks_) blocks_.push_back(std::move(b));
+    size_ += other.size_;
+    other.clear();
+  }
+
   void clear() {
     blocks_.clear();
     size_ = 0;

@@ -55,6 +55,26 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
   EXPECT_EQ(t.node(docs).level, 1u);
 }
 
+TEST(ReportTree, ALargeBranchIsTakenOverWithTheSameShapeAsACopiedOne) {
+  ReportTree t;
+  const uint32_t root = t.addRoot("/r");
+  t.attachBranch(root, 0, branch("small", {{"a", 1}}));
+  std::vector<std::pair<std::string, int64_t>> many;
+  for (int i = 0; i < 5000; ++i) many.emplace_back("d" + std::to_string(i), i);
+  const uint32_t big = t.attachBranch(root, 0, branch("big", many));
+  t.attachBranch(root, 2, branch("after", {{"z", 9}}));
+  EXPECT_EQ(names(t, root), (std::vector<std::string>{"big", "small", "after"}));
+  ASSERT_EQ(t.children(big).size(), 5000u);
+  const uint32_t last = t.children(big)[4999];
+  EXPECT_EQ(t.text(last), "d4999");
+  EXPECT_EQ(t.node(last).size, 4999);
+  EXPECT_EQ(t.parent(last), big);
+  EXPECT_EQ(t.node(last).level, 2u);
+  EXPECT_EQ(t.Report_GetFullpathOfNode(t.children(t.children(root)[2])[0]), "/r/after/z");
+  EXPECT_EQ(t.liveCount(), 1u + 2 + 5001 + 2);
+  EXPECT_EQ(t.preorder().size(), t.liveCount());  // the blocks' filler is never a row
+}
+
 TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
   ReportTree t;
   const uint32_t a = t.addRoot("/a");
