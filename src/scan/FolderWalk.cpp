@@ -612,6 +612,13 @@ void FolderWalk::handOver(Dir* top) {
     }
     branch.Report_ChangePercentValue(node);
   }
+  // The branch holds all that is needed from here on: the records go before it is handed over,
+  // so the two are never in memory together for long.
+  if (top->arena) {
+    std::lock_guard lock(lifeMutex_);
+    delete top->arena;
+    top->arena = nullptr;
+  }
   sink_->branchDone(top->position, std::move(branch));
 }
 

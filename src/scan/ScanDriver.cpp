@@ -3,6 +3,7 @@
 #include <QFile>
 #include <algorithm>
 #include <cerrno>
+#include <malloc.h>
 #include <condition_variable>
 #include <mutex>
 #include <sys/resource.h>
@@ -335,6 +336,9 @@ void ScanDriver::afterWalk(const WalkOutcome& outcome) {
 void ScanDriver::finishAll() {
   queue_.clear();  // a stop forgets the sources not reached
   ticker_.stop();
+  // The walk's records and branches are gone; give their memory back rather than keep it
+  // for the next walk.
+  ::malloc_trim(0);
   tree_.Report_Sort();
   stopWord_ = 0;
   busy_ = false;
