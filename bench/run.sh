@@ -3,15 +3,18 @@
 # warm and cold cache, and prints ratios from one run. Needs root for the cold runs (it drops
 # the page cache); without root the cold part is left out.
 #
-# usage: bench/run.sh [TREE] [FILES]
+# usage: bench/run.sh [TREE] [FILES] [COPIES]
 #   TREE   folder to measure; made when missing (default /tmp/quorlane-bench)
 #   FILES  files in a made tree (default 200000)
+#   COPIES how many times the window benchmark reads the tree as separate sources (default 2;
+#          1 for the tree of a million files)
 # The tree is made with the shared reference generator when it is there, else with
 # bench/maketree.py. QUORLANE_THREADS forces the walk's thread count.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 tree=${1:-/tmp/quorlane-bench}
 files=${2:-200000}
+copies=${3:-2}
 shared=$here/../shared/bench
 out=$(mktemp -d)
 
@@ -47,7 +50,9 @@ if [ "$(id -u)" -eq 0 ] && [ -n "$floor" ] && [ -w /proc/sys/vm/drop_caches ]; t
 fi
 
 peak=$( { /usr/bin/time -f %M "$bin" -s "$out/r.csv" "$tree" ; } 2>&1 | tail -1 )
-ui=$(QT_QPA_PLATFORM=offscreen "${QUORLANE_BUILD:-$here/build-bench}/bench/quorlane_uibench" "$tree" 2 2>/dev/null)
+ui=$( { QT_QPA_PLATFORM=offscreen /usr/bin/time -f "peak memory of the window: %M kB" \
+        "${QUORLANE_BUILD:-$here/build-bench}/bench/quorlane_uibench" "$tree" "$copies" ; } 2>&1 |
+      grep -v -e XDG_RUNTIME -e propagateSizeHints)
 
 python3 - "$out" "$cold" "$peak" "$(nproc)" <<'PY'
 import json, sys
@@ -66,5 +71,5 @@ if cold:
     table("cold", "floorwalk 8")
 print(f"\npeak memory of the silent run: {peak / 1024:.1f} MB")
 PY
-printf '\nwindow, the tree read twice as two sources:\n%s\n' "$ui"
+printf '\nwindow, the tree read as %s source(s):\n%s\n' "$copies" "$ui"
 rm -rf "$out"
