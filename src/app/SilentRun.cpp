@@ -26,6 +26,11 @@ int runSilent(const ParsedCommandLine& job) {
   ReportTree tree;
   ScanDriver driver(tree, StopWord);
   driver.setSettings(settings);
+  // A source that is there but cannot be read is a failure of the run, with the system's reason.
+  QObject::connect(&driver, &ScanDriver::sourceRefused, [](const QString& path, const QString& reason) {
+    FailureReport(QStringLiteral("QuelleEinlesen"), QStringLiteral("frmMain"), 0,
+                  TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason}), {path});
+  });
   driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
   driver.runToEnd();
 
