@@ -27,10 +27,9 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
     int levels = 0;
   } cases[] = {
       {{}, M::Window, {}},
-      {{" /a b ", "x\"y", "\"q\"", "\xff\xfe"}, M::Window, {" /a b ", "x\"y", "\"q\"", "\xff\xfe"}},
-      {{"", "/a"}, M::Window, {"", "/a"}},
+      {{" /a b ", "", "x\"y", "\"q\"", "\xff\xfe"}, M::Window, {" /a b ", "", "x\"y", "\"q\"", "\xff\xfe"}},
+      {{"-RESTART", "/a", "-TLMODUS"}, M::Window, {"/a"}},
       {{"--", "-x", "--", "--help"}, M::Window, {"-x", "--", "--help"}},
-      {{"-s", "r.csv", "/a", " /b "}, M::Silent, {"/a", " /b "}, "r.csv", 0},
       {{"-s12", "-r \"1\".txt", "--", "-a"}, M::Silent, {"-a"}, "-r \"1\".txt", 12},
       {{"/a", "-s3", "r", "/b"}, M::Silent, {"/a", "/b"}, "r", 3},
       {{"-s99999999999", "r", "/a"}, M::Silent, {"/a"}, "r", 999999999},  // saturates
@@ -52,16 +51,14 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
     EXPECT_EQ(p.sources, c.sources) << name;
     EXPECT_EQ(p.outputFile, c.report) << name;
     EXPECT_EQ(p.outputLevels, c.levels) << name;
-    if (c.mode != M::Help) EXPECT_EQ(p.error.empty(), c.mode != M::UsageError) << name;
+    EXPECT_TRUE(c.mode == M::Help || p.error.empty() == (c.mode != M::UsageError)) << name;
   }
 }
 
 TEST(CommandLine, FlagsAndErrorText) {
   const ParsedCommandLine flags = parse({"-RESTART", "/a", "-TLMODUS"});
-  EXPECT_EQ(flags.mode, ParsedCommandLine::Window);
   EXPECT_TRUE(flags.restart);
   EXPECT_TRUE(flags.translationMode);
-  EXPECT_EQ(flags.sources, std::vector<std::string>{"/a"});
   EXPECT_FALSE(parse({"/x-TLMODUS"}).translationMode);  // a folder that merely holds the text
 
   EXPECT_EQ(parse({"-s", "r.csv", "-x", "/tmp"}).error, "unknown option -x");

@@ -17,8 +17,7 @@ namespace {
 
 int divideByZero() {
   // Both operands volatile: "1 / x" alone is folded into a comparison without a division.
-  volatile int one = 1;
-  volatile int zero = 0;
+  volatile int one = 1, zero = 0;
   volatile int result = one / zero;
   return result;
 }
@@ -71,8 +70,8 @@ TEST(FatalSignalsDeathTest, EveryFatalEndWritesOneReport) {
     const QString log = readLog(dir);
     EXPECT_EQ(log.count(QStringLiteral("Modul: Exception Handler")), 1) << log.toStdString();
     EXPECT_TRUE(log.contains(QString::fromUtf8(c.logged))) << log.toStdString();
-    EXPECT_TRUE(log.contains(QStringLiteral("\nCommand: \"/srv\"\nUser: ")));
-    EXPECT_TRUE(log.contains(QStringLiteral("\nErrcount: 5\n")));
+    EXPECT_TRUE(log.contains(QStringLiteral("\nCommand: \"/srv\"\nUser: ")) &&
+                log.contains(QStringLiteral("\nErrcount: 5\n")));
   }
   setFailureCommandLine(QString());
   globals().Datapath.clear();

@@ -189,10 +189,5 @@ TEST(ReportWriterDeathTest, AnInterruptRemovesTheUnfinishedFile) {
   EXPECT_EQ(entries(dir), QStringList{"r.csv"});
 }
 
-TEST(ReportWriter, TheNameDecidesTheLayout) {
-  for (const char* name : {"a.txt", "/x/REPORT.TXT"}) EXPECT_TRUE(ReportWriter::isTextLayout(name)) << name;
-  for (const char* name : {"a.xls", "txt", "a.txt.csv"}) EXPECT_FALSE(ReportWriter::isTextLayout(name)) << name;
-}
-
 }  // namespace
 }  // namespace ql
