@@ -27,11 +27,9 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
     int levels = 0;
   } cases[] = {
       {{}, M::Window, {}},
-      {{" /a b ", "x\"y", "\"q\"", "\xff\xfe"}, M::Window, {" /a b ", "x\"y", "\"q\"", "\xff\xfe"}},
-      {{"", "/a"}, M::Window, {"", "/a"}},
+      {{" /a b ", "", "x\"y", "\"q\"", "\xff\xfe"}, M::Window, {" /a b ", "", "x\"y", "\"q\"", "\xff\xfe"}},
+      {{"-RESTART", "/a", "-TLMODUS"}, M::Window, {"/a"}},
       {{"--", "-x", "--", "--help"}, M::Window, {"-x", "--", "--help"}},
-      {{"-s", "r.csv", "/a", " /b "}, M::Silent, {"/a", " /b "}, "r.csv", 0},
-      {{"-s0", "r.csv", "/a"}, M::Silent, {"/a"}, "r.csv", 0},
       {{"-s12", "-r \"1\".txt", "--", "-a"}, M::Silent, {"-a"}, "-r \"1\".txt", 12},
       {{"/a", "-s3", "r", "/b"}, M::Silent, {"/a", "/b"}, "r", 3},
       {{"-s99999999999", "r", "/a"}, M::Silent, {"/a"}, "r", 999999999},  // saturates
@@ -41,7 +39,6 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
       {{"-s12x", "r", "/a"}, M::UsageError, {"r", "/a"}},
       {{"-s", "r.csv", "-x", "/tmp"}, M::UsageError, {"/tmp"}, "r.csv"},
       {{"-s", "a", "/a", "-s", "b", "/b"}, M::UsageError, {"/a", "/b"}, "b"},
-      {{"-x"}, M::UsageError, {}},
       {{"-"}, M::UsageError, {}},
       {{"-restart"}, M::UsageError, {}},
       {{"-x", "--help"}, M::Help, {}},
@@ -54,26 +51,18 @@ TEST(CommandLine, ArgumentsAreTakenAsGiven) {
     EXPECT_EQ(p.sources, c.sources) << name;
     EXPECT_EQ(p.outputFile, c.report) << name;
     EXPECT_EQ(p.outputLevels, c.levels) << name;
-    if (c.mode != M::Help) {
-      EXPECT_EQ(p.error.empty(), c.mode != M::UsageError) << name;
-    }
+    EXPECT_TRUE(c.mode == M::Help || p.error.empty() == (c.mode != M::UsageError)) << name;
   }
 }
 
 TEST(CommandLine, FlagsAndErrorText) {
   const ParsedCommandLine flags = parse({"-RESTART", "/a", "-TLMODUS"});
-  EXPECT_EQ(flags.mode, ParsedCommandLine::Window);
   EXPECT_TRUE(flags.restart);
   EXPECT_TRUE(flags.translationMode);
-  EXPECT_EQ(flags.sources, std::vector<std::string>{"/a"});
-  // A folder whose name merely holds an option's text is a folder.
-  const ParsedCommandLine folder = parse({"/x-TLMODUS"});
-  EXPECT_FALSE(folder.translationMode);
-  EXPECT_FALSE(folder.restart);
+  EXPECT_FALSE(parse({"/x-TLMODUS"}).translationMode);  // a folder that merely holds the text
 
   EXPECT_EQ(parse({"-s", "r.csv", "-x", "/tmp"}).error, "unknown option -x");
   EXPECT_EQ(parse({"-s2", "r.csv"}).error, "-s needs at least one folder");
-  EXPECT_EQ(parse({"-s"}).error, "-s needs a report file");
 
   char a0[] = "quorlane", a1[] = "-s2", a2[] = "out file.csv", a3[] = "/home", a4[] = "-RESTART";
   char* argv[] = {a0, a1, a2, a3, a4, nullptr};
