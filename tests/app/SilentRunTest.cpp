@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 #include <set>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "TestFs.h"
 
 namespace ql::test {
@@ -108,7 +111,8 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
   // No source there at all is a failed run too, not a silent nothing.
   const std::pair<QStringList, QString> failed[] = {
       {{"-s", out, q(a / "gone")}, "Keiner der angegebenen Ordner"},
-      {{"-s", work.filePath("no/r.csv"), q(a.path())}, "no/r.csv"}};
+      {{"-s", work.filePath("no/r.csv"), q(a.path())}, "no/r.csv"},
+      {{"-s", out, q(a / "own")}, "kann nicht gelesen werden"}};  // there, but no folder
   for (const auto& [args, says] : failed) {
     const Outcome r = quorlane(args, work.path());
     EXPECT_EQ(r.status, 1);
@@ -116,6 +120,28 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
     EXPECT_TRUE(r.err.contains(says)) << r.err.toStdString();
   }
   EXPECT_FALSE(read(work.filePath("Quorlane/error.log")).isEmpty());
+}
+
+// A source longer than any path the system takes in one go is measured like any other.
+TEST_F(SilentRun, ASourceOfAnyLengthIsRead) {
+  std::string deep = a.path();
+  int fd = ::open(deep.c_str(), O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < 24; ++i) {  // 24 names of 200 bytes
+    const std::string name(200, static_cast<char>('a' + i));
+    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
+    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    fd = next;
+    deep += "/" + name;
+  }
+  const int f = ::openat(fd, "f", O_WRONLY | O_CREAT, 0644);
+  ASSERT_EQ(::ftruncate(f, 300), 0);
+  ::close(f);
+  ::close(fd);
+  const QString out = work.filePath("r.csv");
+  const Outcome r = quorlane({"-s", out, q(deep)}, work.path());
+  ASSERT_EQ(r.status, 0) << r.err.toStdString();
+  EXPECT_TRUE(read(out).split('\n').value(1).endsWith(";\"300\";1;0\r")) << read(out).left(200).toStdString();
 }
 
 // Folder names with every character a table or a shell trips over, read back by another CSV
