@@ -316,7 +316,8 @@ void ScanDriver::onWalkDone() {
     if (!run_->done) return;
   }
   endThread();
-  afterWalk(run_->outcome);
+  const WalkOutcome outcome = run_->outcome;  // a copy: the run goes before the outcome is done with
+  afterWalk(outcome);
 }
 
 void ScanDriver::afterWalk(const WalkOutcome& outcome) {
