@@ -69,8 +69,6 @@ int openFolderPath(const std::string& path) {
 
 int probePath(const std::string& path) { return probe(path, AT_SYMLINK_NOFOLLOW); }
 
-bool existFolder(const std::string& path) { return probe(path, 0) == 0; }
-
 std::string renameNoReplace(const std::string& from, const std::string& to) {
   if (::syscall(SYS_renameat2, AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
     return {};

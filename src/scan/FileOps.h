@@ -9,10 +9,6 @@
 
 namespace ql {
 
-// True when something exists under the path (a folder, or a file, as the original test allowed;
-// a link counts by what it leads to). Any length; never triggers an automount.
-bool existFolder(const std::string& path);
-
 // Opens a folder of any path length, piece by piece below PATH_MAX. Returns the descriptor, or -errno.
 int openFolderPath(const std::string& path);
 
