@@ -1,8 +1,10 @@
 #include "scan/FileOps.h"
 
+#include <QFile>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <unordered_set>
 #include <limits.h>
 #include <linux/fs.h>
 #include <sys/stat.h>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 
 #include "lang/TL.h"
+#include "scan/DirReader.h"
 
 namespace ql {
 
@@ -56,16 +59,20 @@ int probe(const std::string& path, int flags) {
 
 }  // namespace
 
-int openFolderPath(const std::string& path) {
+static int openFolder(const std::string& path, int flags) {
   if (path.empty()) return -ENOENT;
   std::string rest;
   int at = AT_FDCWD;
   if (const int err = descend(path, at, rest)) return -err;
-  const int fd = ::openat(at, rest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = ::openat(at, rest.c_str(), flags | O_DIRECTORY | O_CLOEXEC);
   const int err = errno;
   if (at != AT_FDCWD) ::close(at);
   return fd >= 0 ? fd : -err;
 }
+
+int openFolderPath(const std::string& path) { return openFolder(path, O_RDONLY); }
+
+int openFolderHandle(const std::string& path) { return openFolder(path, O_PATH); }
 
 int probePath(const std::string& path) { return probe(path, AT_SYMLINK_NOFOLLOW); }
 
@@ -105,6 +112,362 @@ bool createPath(const std::string& path, std::string& errorText) {
     }
   }
   return true;
+}
+
+// ---- Deleting ----
+
+namespace {
+
+// Gives the owner the permission bits `bits` on the folder behind fd (any kind of descriptor,
+// O_PATH too) when the user owns it and lacks some of them. True when something was changed.
+bool grantOwner(int fd, mode_t bits) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || st.st_uid != ::geteuid() || (st.st_mode & bits) == bits) return false;
+  const mode_t mode = (st.st_mode & 07777) | bits;
+  if (::fchmod(fd, mode) == 0) return true;
+  // An O_PATH descriptor cannot be changed itself; its entry in /proc can.
+  const std::string proc = "/proc/self/fd/" + std::to_string(fd);
+  return ::chmod(proc.c_str(), mode) == 0;
+}
+
+// A path without trailing slashes ("/" stays).
+std::string bare(const std::string& path) {
+  size_t end = path.size();
+  while (end > 1 && path[end - 1] == '/') --end;
+  return path.substr(0, end);
+}
+
+std::string failureText(const std::string& path, int err) {
+  return path + " (" + systemErrorText(err) + ")";
+}
+
+void addError(std::string& errors, const std::string& text) {
+  if (!errors.empty()) errors += ' ';
+  errors += text;
+}
+
+// Opens the folder that holds the last name of `path` as a handle (any path length) and gives the
+// name. 0 or the errno.
+int openContaining(const std::string& path, int& dir, std::string& name) {
+  const std::string p = bare(path);
+  const size_t slash = p.rfind('/');
+  if (slash == std::string::npos) {
+    dir = ::openat(AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    name = p;
+  } else {
+    const int fd = openFolderHandle(slash == 0 ? std::string("/") : p.substr(0, slash));
+    dir = fd;
+    if (fd < 0) return -fd;
+    name = p.substr(slash + 1);
+  }
+  if (dir < 0) return errno;
+  if (name.empty() || name == "." || name == "..") {
+    ::close(dir);
+    return EINVAL;
+  }
+  return 0;
+}
+
+// unlinkat, and with `force` once more after giving the owner write and search permission on the
+// folder when the first try was refused for want of it. 0 or the errno.
+int removeIn(int dir, const char* name, int flags, bool force) {
+  if (::unlinkat(dir, name, flags) == 0) return 0;
+  const int err = errno;
+  if (!force || (err != EACCES && err != EPERM) || !grantOwner(dir, S_IWUSR | S_IXUSR)) return err;
+  return ::unlinkat(dir, name, flags) == 0 ? 0 : errno;
+}
+
+// Opens a folder below `dir` for reading, never through a link. With `force`, a folder the user
+// owns but may not read gets owner permissions first. The descriptor, or -errno.
+int openBelow(int dir, const char* name, bool force) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  int fd = ::openat(dir, name, kFlags);
+  if (fd >= 0) return fd;
+  const int err = errno;
+  if (!force || err != EACCES) return -err;
+  const int handle = ::openat(dir, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (handle < 0) return -err;
+  const bool changed = grantOwner(handle, S_IRWXU);
+  ::close(handle);
+  if (!changed) return -err;
+  fd = ::openat(dir, name, kFlags);
+  return fd >= 0 ? fd : -errno;
+}
+
+uint64_t mountOfFd(int fd) {
+  struct statx sx;
+  if (::statx(fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &sx) != 0) return 0;
+  return mountIdFrom(sx);
+}
+
+// One folder on the way down.
+struct Level {
+  int fd = -1;                           // -1 while parked to keep the open descriptors few
+  dev_t dev = 0;
+  ino_t ino = 0;
+  std::string name;                      // its name in the level above
+  std::unordered_set<std::string> keep;  // entries that stay: failures, mount points
+  bool blocked = false;                  // its listing could not be read
+};
+
+// Folders deeper than this below the one in work are closed and found again through "..".
+constexpr size_t kOpenLevels = 64;
+
+class TreeDelete {
+ public:
+  TreeDelete(std::string path, bool force, const std::atomic<int>* stop, int stopValue)
+      : path_(std::move(path)), force_(force), stop_(stop), stopValue_(stopValue) {}
+
+  FolderDeleteResult run() {
+    start();
+    if (!stack_.empty()) loop();
+    for (Level& l : stack_)
+      if (l.fd >= 0) ::close(l.fd);
+    stack_.clear();
+    if (!result_.ok && result_.mountsRefused.empty() && !stopped_ && probePath(path_) == ENOENT) {
+      result_.ok = true;  // gone anyway
+      result_.errors.clear();
+    }
+    return std::move(result_);
+  }
+
+ private:
+  void start() {
+    int dir = -1;
+    std::string name;
+    if (path_ == "/") {
+      refuseMount(path_);
+      return;
+    }
+    if (const int err = openContaining(path_, dir, name)) {
+      addError(result_.errors, failureText(path_, err));
+      return;
+    }
+    struct statx sx;
+    if (::statx(dir, name.c_str(), AT_SYMLINK_NOFOLLOW | kStatxQuiet,
+                STATX_TYPE | STATX_MNT_ID, &sx) != 0) {
+      addError(result_.errors, failureText(path_, errno));
+    } else if (S_ISLNK(sx.stx_mode)) {
+      addError(result_.errors,
+               TL(4221, "Der Ordner '%1' ist eine symbolische Verknüpfung und wurde nicht gelöscht.",
+                  {QFile::decodeName(path_.c_str())})
+                   .toStdString());
+    } else if (!S_ISDIR(sx.stx_mode)) {
+      addError(result_.errors, failureText(path_, ENOTDIR));
+    } else if (isMountRoot(dir, sx)) {
+      refuseMount(path_);
+    } else {
+      const int fd = openBelow(dir, name.c_str(), force_);
+      if (fd < 0) {
+        addError(result_.errors, failureText(path_, -fd));
+      } else if ((mount_ = mountOfFd(fd)) != mountIdFrom(sx)) {
+        ::close(fd);  // mounted on between the look and the open
+        refuseMount(path_);
+      } else {
+        push(fd, std::string());
+      }
+    }
+    ::close(dir);
+  }
+
+  static bool isMountRoot(int dir, const struct statx& sx) {
+    if (sx.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) return sx.stx_attributes & STATX_ATTR_MOUNT_ROOT;
+    struct statx up;
+    if (::statx(dir, ".", kStatxQuiet, STATX_MNT_ID, &up) != 0) return false;
+    return mountIdFrom(up) != mountIdFrom(sx);
+  }
+
+  void refuseMount(const std::string& path) { result_.mountsRefused.push_back(path); }
+
+  void push(int fd, std::string name) {
+    Level l;
+    l.fd = fd;
+    struct stat st;
+    if (::fstat(fd, &st) == 0) {
+      l.dev = st.st_dev;
+      l.ino = st.st_ino;
+    }
+    l.name = std::move(name);
+    stack_.push_back(std::move(l));
+    if (stack_.size() > kOpenLevels) {
+      Level& park = stack_[stack_.size() - 1 - kOpenLevels];
+      if (park.fd >= 0) {
+        ::close(park.fd);
+        park.fd = -1;
+      }
+    }
+  }
+
+  // The full path of an entry of the folder in work, for a message.
+  std::string pathOf(const std::string& name) const {
+    std::string p = path_;
+    for (size_t i = 1; i < stack_.size(); ++i) p = joinPath(p, stack_[i].name);
+    return name.empty() ? p : joinPath(p, name);
+  }
+
+  bool stopped() const { return stop_ && stop_->load(std::memory_order_relaxed) == stopValue_; }
+
+  void loop() {
+    while (!stack_.empty()) {
+      if (stopped()) {
+        stopped_ = true;
+        return;
+      }
+      Level& top = stack_.back();
+      std::string down;
+      if (::lseek(top.fd, 0, SEEK_SET) != 0) {
+        addError(result_.errors, failureText(pathOf(""), errno));
+        top.blocked = true;
+      } else {
+        const auto read = reader_.read(
+            top.fd,
+            [&](DirEntry& e) {
+              const char* name = e.name();
+              if (!top.keep.empty() && top.keep.count(name)) return true;
+              if (!e.isFolder()) {
+                const int err = removeIn(top.fd, name, 0, force_);
+                if (err && err != ENOENT) {
+                  addError(result_.errors, failureText(pathOf(name), err));
+                  top.keep.insert(name);
+                }
+                return true;
+              }
+              if (e.mountId() != mount_) {  // not entered, not even opened
+                refuseMount(pathOf(name));
+                top.keep.insert(name);
+                return true;
+              }
+              down = name;
+              return false;
+            },
+            stop_, stopValue_);
+        if (read.end == DirReader::End::Stopped) {
+          stopped_ = true;
+          return;
+        }
+        if (read.end == DirReader::End::Failed) {
+          addError(result_.errors, failureText(pathOf(""), read.error));
+          top.blocked = true;
+        }
+      }
+      if (!down.empty()) {
+        enter(down);
+        continue;
+      }
+      if (!leave()) return;
+    }
+  }
+
+  void enter(const std::string& name) {
+    Level& top = stack_.back();
+    const int fd = openBelow(top.fd, name.c_str(), force_);
+    if (fd < 0) {
+      const int err = -fd;
+      // Replaced by something that is no folder since the listing: it goes as a file would.
+      if ((err == ENOTDIR || err == ELOOP) && removeIn(top.fd, name.c_str(), 0, force_) == 0) return;
+      if (err != ENOENT) {
+        addError(result_.errors, failureText(pathOf(name), err));
+        top.keep.insert(name);
+      }
+      return;
+    }
+    if (mountOfFd(fd) != mount_) {  // mounted on between the look and the open
+      ::close(fd);
+      refuseMount(pathOf(name));
+      top.keep.insert(name);
+      return;
+    }
+    push(fd, name);
+  }
+
+  // The folder in work is as empty as it gets: remove it from the level above. False when the
+  // delete cannot go on.
+  bool leave() {
+    Level done = std::move(stack_.back());
+    stack_.pop_back();
+    const bool emptied = done.keep.empty() && !done.blocked;
+    if (stack_.empty()) {
+      ::close(done.fd);
+      if (!emptied) return true;
+      int dir = -1;
+      std::string name;
+      int err = openContaining(path_, dir, name);
+      if (!err) {
+        err = removeIn(dir, name.c_str(), AT_REMOVEDIR, force_);
+        ::close(dir);
+      }
+      if (err && err != ENOENT)
+        addError(result_.errors, failureText(path_, err));
+      else
+        result_.ok = true;
+      return true;
+    }
+    Level& parent = stack_.back();
+    if (parent.fd < 0) {
+      const int fd = ::openat(done.fd, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+      struct stat st;
+      if (fd < 0 || ::fstat(fd, &st) != 0 || st.st_dev != parent.dev || st.st_ino != parent.ino) {
+        if (fd >= 0) ::close(fd);
+        ::close(done.fd);
+        addError(result_.errors,
+                 TL(4222, "Der Ordner '%1' wurde während des Löschens verschoben; das Löschen wurde abgebrochen.",
+                    {QFile::decodeName(pathOf("").c_str())})
+                     .toStdString());
+        return false;
+      }
+      parent.fd = fd;
+    }
+    ::close(done.fd);
+    if (!emptied) {
+      parent.keep.insert(done.name);
+      return true;
+    }
+    const int err = removeIn(parent.fd, done.name.c_str(), AT_REMOVEDIR, force_);
+    if (err && err != ENOENT) {
+      addError(result_.errors, failureText(pathOf(done.name), err));
+      parent.keep.insert(done.name);
+    }
+    return true;
+  }
+
+  const std::string path_;
+  const bool force_;
+  const std::atomic<int>* stop_;
+  const int stopValue_;
+  uint64_t mount_ = 0;
+  bool stopped_ = false;
+  std::vector<Level> stack_;
+  DirReader reader_{STATX_MNT_ID};
+  FolderDeleteResult result_;
+};
+
+}  // namespace
+
+std::string deleteFile(const std::string& path, bool force) {
+  int dir = -1;
+  std::string name;
+  int err = openContaining(path, dir, name);
+  if (!err) {
+    err = removeIn(dir, name.c_str(), 0, force);
+    ::close(dir);
+  }
+  return err == 0 || err == ENOENT ? std::string() : failureText(path, err);
+}
+
+FolderDeleteResult deleteFolderTree(const std::string& path, bool force, const std::atomic<int>* stop,
+                                    int stopValue) {
+  if (path.empty()) {
+    FolderDeleteResult r;
+    r.errors = failureText(path, ENOENT);
+    return r;
+  }
+  return TreeDelete(bare(path), force, stop, stopValue).run();
+}
+
+std::string mountRefusedText(const std::string& path) {
+  return TL(4220, "Der Ordner '%1' ist ein Einhängepunkt und wurde nicht gelöscht.",
+            {QFile::decodeName(path.c_str())})
+      .toStdString();
 }
 
 }  // namespace ql

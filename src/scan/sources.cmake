@@ -3,4 +3,5 @@ list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/FileOps.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FolderWalk.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ScanDriver.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Trash.cpp
 )
