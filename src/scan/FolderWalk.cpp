@@ -468,6 +468,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       f.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
       f.mode = sx->stx_mode;
       f.blocks = sx->stx_blocks;
+      f.attributes = sx->stx_attributes & sx->stx_attributes_mask;
       options_.feed->offer(f);
     }
     return true;

@@ -60,6 +60,7 @@ struct FoundFile {
   int64_t created = -1;  // -1 where the file system keeps no birth time
   uint32_t mode = 0;
   uint64_t blocks = 0;  // 512-byte blocks allocated, for the sparse mark
+  uint64_t attributes = 0;  // statx attribute bits (compressed, encrypted, ...)
 };
 
 class FileFeed {

@@ -27,6 +27,7 @@ QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::
 struct ScanDriver::Run final : WalkSink {
   std::atomic<int> stop{0};
   std::unique_ptr<FolderWalk> walk;  // none for a files-only rescan
+  std::shared_ptr<FileFeed> feed;    // lives as long as the walk
 
   std::mutex mutex;
   std::condition_variable changed;
@@ -102,7 +103,8 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   o.noHardlinks = settings_.noHardlinks;
   o.folderColorFade = settings_.folderColorFade;
   o.filesLabel = TL(3514, "Dateien").toStdString();
-  o.feed = feed_;
+  if (feedFactory_) run->feed = feedFactory_();
+  o.feed = run->feed.get();
   // A walk the owner waits for reads the program's stop word itself; one that runs beside the
   // event loop reads its own, which the driver sets, so that it can be left behind.
   const std::atomic<int>* stop = async_ ? &run->stop : &stopWord_;

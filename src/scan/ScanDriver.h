@@ -17,6 +17,7 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -41,7 +42,10 @@ class ScanDriver : public QObject {
   ~ScanDriver() override;
 
   void setSettings(const Settings& settings) { settings_ = settings; }
-  void setFileFeed(FileFeed* feed) { feed_ = feed; }
+  // Makes the collector of files for each full walk (a source or a full rescan); it is called
+  // on the owner thread just before the walk starts, also for a files-only rescan, whose walk
+  // offers nothing. The walk keeps its collector alive as long as it runs, even when abandoned.
+  void setFeedFactory(std::function<std::shared_ptr<FileFeed>()> factory) { feedFactory_ = std::move(factory); }
 
   // Sources waiting to be read, taken from the front; sources added during a scan are read in
   // the same run. Paths are bytes, used exactly as given.
@@ -114,7 +118,7 @@ class ScanDriver : public QObject {
   ReportTree& tree_;
   std::atomic<int>& stopWord_;
   Settings settings_;
-  FileFeed* feed_ = nullptr;
+  std::function<std::shared_ptr<FileFeed>()> feedFactory_;
   std::deque<std::string> queue_;
   bool busy_ = false;
   bool async_ = false;

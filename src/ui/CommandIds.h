@@ -57,7 +57,53 @@ enum : int {
 
 // The report's popup menu.
 namespace popup {
-enum : int { CollapseBelow = 1006, ExpandBelow = 1007, RenameFolder = 1008 };
+enum : int {
+  Rescan = 999,
+  RemoveSource = 1000,
+  TrashFolder = 1003,
+  DeleteFolder = 1004,
+  CollapseBelow = 1006,
+  ExpandBelow = 1007,
+  RenameFolder = 1008,
+  Open = 1100,
+  ShowInFileManager = 1101,
+  CopyPath = 1102,
+};
 }  // namespace popup
+
+// The bars of the file list and the largest-files list.
+namespace files {
+enum : int {
+  Title = 9999,
+  Refresh = 300,
+  UnitBytes = 301,  // 301 to 304: bytes, KB, MB, GB
+  Symbols = 305,
+  SearchBox = 307,
+  Search = 308,
+  Decimals = 309,
+  FirstColumn = 310,  // 310 to 316 (files) or 317 (largest files): the column toggles
+  Optimize = 317,
+  TopOptimize = 324,
+  Preview = 318,
+  Tile = 319,
+  Delete = 320,
+  Trash = 321,
+  Limit = 322,
+  FullView = 323,
+};
+}  // namespace files
+
+// The popup menu of the two file lists; below 1100 the numbers of the report's popup family.
+namespace filePopup {
+enum : int {
+  Trash = 1000,
+  Delete = 1001,
+  Rename = 1004,
+  OpenFolder = 1006,
+  Open = 1100,
+  ShowInFileManager = 1101,
+  CopyPath = 1102,
+};
+}  // namespace filePopup
 
 }  // namespace ql::cmd

@@ -46,13 +46,13 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), guard_([this] { r
   s.folderColorFade = options_.FolderColorFade == 1;
   driver_->setSettings(s);
 
-  buildMainBar(options_);
-  buildPanes(options_);
-
   status_ = new QLabel(this);
   status2_ = new QLabel(this);
   statusBar()->addWidget(status_, 1);
   statusBar()->addWidget(status2_);
+  buildMainBar(options_);
+  buildPanes(options_);
+
   status_->setText(TL(3525, "OK."));
   restoreBarLayouts(*this, report_->bar());
   const RestoredPlace place = restoreWindowPlace(*this);
@@ -135,19 +135,34 @@ void MainWindow::buildPanes(const MainOptions& o) {
   picDrives_ = listPane(QStringLiteral("picDrives"), 3642, QStringLiteral("Laufwerke"), lvwDiskinfo_,
                         {{3575, "Laufwerk"}, {3576, "Name"}, {3577, "Dateisystem"}, {3578, "Typ"},
                          {3579, "Belegt"}, {3580, "Frei"}, {3581, "Gesamt"}});
-  picFiles_ = listPane(QStringLiteral("picFiles"), 3644, QStringLiteral("Dateien"), lvwFiles_,
-                       {{3582, "Dateiname"}, {3583, "Größe (Bytes)"}, {3584, "Endung"}, {3585, "Typ"},
-                        {3586, "Attribute"}, {3587, "Änderungsdatum"}, {3588, "Erstellungsdatum"},
-                        {3589, "Zugriffsdatum"}});
-  picTOP_ = listPane(QStringLiteral("picTOP"), 3724, QStringLiteral("Größte Dateien"), lvwTOP_,
-                     {{3582, "Dateiname"}, {3583, "Größe (Bytes)"}, {3728, "Pfad"}, {3584, "Endung"},
-                      {3585, "Typ"}, {3586, "Attribute"}, {3587, "Änderungsdatum"},
-                      {3588, "Erstellungsdatum"}, {3589, "Zugriffsdatum"}});
+  files_ = new FileListPane(FileListPane::Kind::Files, guard_, o, this);
+  top_ = new FileListPane(FileListPane::Kind::Top, guard_, o, this);
+  for (FileListPane* pane : {files_, top_}) {
+    connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
+    connect(pane, &FileListPane::fullViewRequested, this, guard_.wrap("cbrFiles_Execute", [this] {
+              for (int other : {ShowDrives, ShowReport}) cbrMain_->setChecked(other, false);
+              Change_Info_Visibility();
+            }));
+    connect(pane, &FileListPane::filesDeleted, this,
+            guard_.wrap("Filelist_DeleteFiles", [this, kind = pane->kind()](const std::vector<std::string>& folders) {
+              onFilesDeleted(kind, folders);
+            }));
+  }
+  connect(report_, &ReportPane::currentFolderChanged, this,
+          guard_.wrap("tvwPL_SelChange", [this](uint32_t node) { showFolderFiles(node); }));
+  connect(report_, &ReportPane::folderDeleted, this,
+          guard_.wrap("Report_DeleteFolder", [this](const std::string& path) { onFolderDeleted(path); }));
+  connect(report_, &ReportPane::busyChanged, this, guard_.wrap("Report_DeleteFolder", [this](bool busy) {
+            if (busy)
+              DisableControls();
+            else
+              EnableControls();
+          }));
   filesArea_ = new QWidget(this);
   auto* filesLayout = new QVBoxLayout(filesArea_);
   filesLayout->setContentsMargins(0, 0, 0, 0);
-  filesLayout->addWidget(picFiles_);
-  filesLayout->addWidget(picTOP_);
+  filesLayout->addWidget(files_);
+  filesLayout->addWidget(top_);
 
   splInfo_ = new Splitter(this);
   splInfo_->setObjectName(QStringLiteral("splInfo"));
@@ -164,7 +179,8 @@ void MainWindow::buildPanes(const MainOptions& o) {
     QFont f = report_->view().font();
     f.setPointSizeF(o.FontSize);
     report_->setGridFont(f);
-    for (QTreeView* grid : {lvwDiskinfo_, lvwFiles_, lvwTOP_}) grid->setFont(f);
+    lvwDiskinfo_->setFont(f);
+    for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
   }
 }
 
@@ -180,10 +196,39 @@ void MainWindow::wireDriver() {
   connect(&d, &ScanDriver::progress, status_, &QLabel::setText);
   connect(&d, &ScanDriver::finished, this, guard_.wrap("Ordnerliste_Abarbeiten", [this] { onFinished(true); }));
   connect(&d, &ScanDriver::rescanFinished, this, guard_.wrap("Report_Rescan", [this](uint32_t node) {
+            endTopList(node);
             report_->selectNode(node);
             onFinished(false);
           }));
+  // The largest files are collected inside each walk; the list belongs to the read made last.
+  d.setFeedFactory([this] { return top_->beginRead(); });
+  connect(&d, &ScanDriver::sourceFinished, this,
+          guard_.wrap("QuelleEinlesen", [this](uint32_t root) { endTopList(root); }));
 }
+
+void MainWindow::endTopList(uint32_t node) {
+  top_->endRead(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string());
+}
+
+void MainWindow::showFolderFiles(uint32_t node) {
+  if (!cbrMain_->isChecked(ShowFiles) || !splInfo_->Control2Visible() || !tree_.isLive(node)) return;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  files_->FileList_ScanFolder(tree_.Report_GetFullpathOfNode(node));
+}
+
+// After a delete from the file list its folder's own files are counted again, and the sums go
+// up the chain; the largest-files list corrects nothing elsewhere.
+void MainWindow::onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders) {
+  if (kind != FileListPane::Kind::Files || driver_->busy()) return;
+  uint32_t node = report_->selectedNode();
+  if (node == kNoNode) return;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  if (folders.empty() || addSlash(tree_.Report_GetFullpathOfNode(node)) != folders.front()) return;
+  DisableControls();
+  if (!driver_->Report_Rescan(node, false)) EnableControls();
+}
+
+void MainWindow::onFolderDeleted(const std::string&) { files_->Filelist_Refresh(); }
 
 void MainWindow::applyToolbarLook() {
   const bool big = cbrMain_->isChecked(BigIcons);
@@ -282,12 +327,15 @@ void MainWindow::Change_Info_Visibility() {
     splInfo_->setControl2Visible(f || t);
     splMain_->setControl2Visible(true);
     splMain_->setControl1Visible(r);
-    picFiles_->setVisible(f);
-    picTOP_->setVisible(!f && t);
+    files_->setVisible(f);
+    top_->setVisible(!f && t);
+    if (f) showFolderFiles(report_->selectedNode());
   } else {
     splMain_->setControl1Visible(true);
     splMain_->setControl2Visible(false);
   }
+  // A closed file list holds nothing and reads nothing.
+  if (!f || !splInfo_->Control2Visible()) files_->clearList();
 }
 
 void MainWindow::ChangeFontSize(bool up) {
@@ -296,11 +344,11 @@ void MainWindow::ChangeFontSize(bool up) {
   if ((up && size >= 18) || (!up && size < 9)) return;
   f.setPointSizeF(size + (up ? 1 : -1));
   report_->setGridFont(f);
-  for (QTreeView* grid : {lvwDiskinfo_, lvwFiles_, lvwTOP_}) grid->setFont(f);
+  lvwDiskinfo_->setFont(f);
+  for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
   // Rows have a new height: the columns and the drive table are measured again.
   report_->Report_Resize_Columns();
-  for (QTreeView* grid : {lvwDiskinfo_, lvwFiles_, lvwTOP_})
-    for (int c = 0; c < grid->model()->columnCount(); ++c) grid->resizeColumnToContents(c);
+  for (int c = 0; c < lvwDiskinfo_->model()->columnCount(); ++c) lvwDiskinfo_->resizeColumnToContents(c);
   Drives_ResizeTableHeight();
 }
 
@@ -372,12 +420,14 @@ void MainWindow::DisableControls() {
   cbrMain_->setAllEnabled(false);
   cbrMain_->control(Stop)->setEnabled(true);
   report_->setControlsEnabled(false);
+  for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(false);
 }
 
 void MainWindow::EnableControls() {
   cbrMain_->setAllEnabled(true);
   cbrMain_->control(Stop)->setEnabled(false);
   report_->setControlsEnabled(true);
+  for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(true);
   busy_ = false;
   setFailureBusyWord(0);
 }
@@ -393,6 +443,8 @@ void MainWindow::onFinished(bool sourcesRead) {
   // The source read last is the one the user looks at next.
   if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) report_->selectNode(root);
   EnableControls();
+  // The selection moved while the report took no input: the file list follows it now.
+  showFolderFiles(report_->selectedNode());
   status_->setText(TL(3525, "OK."));
   if (!refused_.isEmpty()) {
     const QString text = refused_.join(QLatin1Char('\n'));
@@ -403,7 +455,8 @@ void MainWindow::onFinished(bool sourcesRead) {
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {
   warn_ = warn;
-  report_->setWarningHandler(std::move(warn));
+  report_->setWarningHandler(warn);
+  for (FileListPane* pane : {files_, top_}) pane->setWarningHandler(warn);
 }
 
 void MainWindow::warn(const QString& text) {
@@ -480,6 +533,8 @@ void MainWindow::saveAtExit() {
   o.BigIcons = cbrMain_->isChecked(BigIcons);
   o.SymbolText = cbrMain_->isChecked(IconText);
   report_->storeOptions(o);
+  files_->storeOptions(o);
+  top_->storeOptions(o);
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
 

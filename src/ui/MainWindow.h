@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/Settings.h"
+#include "ui/FileListPane.h"
 #include "ui/ReportPane.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
@@ -50,8 +51,8 @@ class MainWindow : public QMainWindow {
   QLabel& statusPanel1() { return *status_; }
   Splitter& splMain() { return *splMain_; }
   Splitter& splInfo() { return *splInfo_; }
-  QWidget& filesPane() { return *picFiles_; }
-  QWidget& topPane() { return *picTOP_; }
+  FileListPane& filesPane() { return *files_; }
+  FileListPane& topPane() { return *top_; }
   // Brings the panes in line with the check marks of the four list commands.
   void Change_Info_Visibility();
   bool busy() const { return busy_; }
@@ -85,6 +86,11 @@ class MainWindow : public QMainWindow {
   void Drives_ResizeTableHeight();
   void ChangeLanguage(int language);
   void toggleList(int id);
+  // Shows the files of a report folder in the file list, when that list is in view.
+  void showFolderFiles(uint32_t node);
+  void onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders);
+  void onFolderDeleted(const std::string& path);
+  void endTopList(uint32_t node);
   QWidget* listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
                     const QList<QPair<int, QString>>& columns);
   void applyToolbarLook();
@@ -105,12 +111,10 @@ class MainWindow : public QMainWindow {
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
   QWidget* picDrives_ = nullptr;
-  QWidget* picFiles_ = nullptr;
-  QWidget* picTOP_ = nullptr;
+  FileListPane* files_ = nullptr;
+  FileListPane* top_ = nullptr;
   QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list
   QTreeView* lvwDiskinfo_ = nullptr;
-  QTreeView* lvwFiles_ = nullptr;
-  QTreeView* lvwTOP_ = nullptr;
   bool busy_ = false;
   bool restartRequested_ = false;
   bool activated_ = false;

@@ -1,5 +1,6 @@
 #include "ui/ReportPane.h"
 
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
@@ -12,11 +13,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
 
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportCommands.h"
 #include "scan/FileOps.h"
+#include "scan/Trash.h"
+#include "lists/Desktop.h"
+#include "report/ReportEdit.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandIds.h"
 
@@ -267,18 +273,97 @@ QMenu* ReportPane::reportPopup() {
   using namespace cmd::popup;
   auto* menu = new QMenu(this);
   menu->setAttribute(Qt::WA_DeleteOnClose);
-  menu->addAction(TL(3713, "Alle Unterordner aufklappen"), this,
-                  guard_.wrap("mnuExpandSub", [this] { Report_ExpandSubFolders(true); }))
-      ->setData(ExpandBelow);
-  menu->addAction(TL(3712, "Alle Unterordner zuklappen"), this,
-                  guard_.wrap("mnuCollapseSub", [this] { Report_ExpandSubFolders(false); }))
-      ->setData(CollapseBelow);
-  QAction* rename = menu->addAction(TL(3718, "Ordner umbenennen"), this,
-                                    guard_.wrap("mnuRename", [this] { startRename(); }));
-  rename->setData(RenameFolder);
-  rename->setEnabled(selectedNode() != kNoNode && !tree_.isRoot(selectedNode()) &&
-                     !tree_.hasFlag(selectedNode(), ReportTree::Junction));
+  const uint32_t node = selectedNode();
+  if (node == kNoNode) return menu;
+  const QString text = decode(tree_.text(node));
+  auto add = [&](int id, const QString& caption, const char* proc, auto f) {
+    QAction* a = menu->addAction(caption, this, guard_.wrap(proc, f));
+    a->setData(id);
+    return a;
+  };
+  add(Rescan, TL(3648, "Ordner neu einlesen", {text}), "mnuRescan", [this] {
+    if (selectedNode() != kNoNode) Q_EMIT rescanRequested(selectedNode());
+  });
+  if (tree_.isRoot(node))
+    add(RemoveSource, TL(3649, "Quelle entfernen", {text}), "mnuRemoveSource",
+        [this] { driver_.Report_RemoveFolders(selectedNode()); });
+  menu->addSeparator();
+  add(ExpandBelow, TL(3713, "Alle Unterordner aufklappen"), "mnuExpandSub", [this] { Report_ExpandSubFolders(true); });
+  add(CollapseBelow, TL(3712, "Alle Unterordner zuklappen"), "mnuCollapseSub",
+      [this] { Report_ExpandSubFolders(false); });
+  menu->addSeparator();
+  if (!tree_.isRoot(node)) {
+    QAction* rename = add(RenameFolder, TL(3718, "Ordner umbenennen"), "mnuRename", [this] { startRename(); });
+    rename->setEnabled(!tree_.hasFlag(node, ReportTree::Junction));
+    menu->addSeparator();
+    add(DeleteFolder, TL(3657, "Ordner löschen"), "mnuDeleteFolder", [this] { Report_DeleteFolder(false); });
+    add(TrashFolder, TL(3656, "Ordner in den Papierkorb verschieben"), "mnuTrashFolder",
+        [this] { Report_DeleteFolder(true); });
+    menu->addSeparator();
+  }
+  const std::string path = tree_.Report_GetFullpathOfNode(node);
+  add(Open, TL(4048, "Öffnen"), "mnuOpen", [path] { openFolder(path); });
+  add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager",
+      [path] { showInFileManager({path}); });
+  add(CopyPath, TL(4050, "Pfad kopieren"), "mnuCopyPath", [path] { copyPaths({path}); });
   return menu;
+}
+
+// Deletes the selected folder, or moves it to the trash, and takes its sums off every folder
+// above it. The delete itself runs beside the event loop; the window is busy meanwhile.
+void ReportPane::Report_DeleteFolder(bool toTrash) {
+  const uint32_t node = selectedNode();
+  if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy()) return;
+  const std::string path = tree_.Report_GetFullpathOfNode(node);
+  const uint64_t generation = tree_.generation();
+  FolderDeleteResult result;
+  bool refusedMount = false;
+  Q_EMIT busyChanged(true);
+  struct Done {
+    ReportPane* pane;
+    ~Done() { Q_EMIT pane->busyChanged(false); }
+  } done{this};
+  if (tree_.hasFlag(node, ReportTree::Junction)) {
+    // A link to a folder goes as a link; another file system mounted here is never touched.
+    struct stat st;
+    if (::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+      if (toTrash)
+        moveToTrash(path);
+      else
+        deleteFile(path, false);
+    } else {
+      refusedMount = true;
+    }
+  } else if (toTrash) {
+    moveToTrash(path);
+  } else {
+    auto shared = std::make_shared<std::pair<std::atomic<bool>, FolderDeleteResult>>();
+    QEventLoop loop;
+    std::thread worker([shared, path, &loop] {
+      FolderDeleteResult r = deleteFolderTree(path, true);
+      shared->second = std::move(r);
+      shared->first = true;
+      QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection);
+    });
+    if (!shared->first) loop.exec(QEventLoop::ExcludeUserInputEvents);
+    worker.join();
+    result = std::move(shared->second);
+    refusedMount = !result.mountsRefused.empty();
+  }
+  if (refusedMount) {
+    QStringList mounts;
+    for (const std::string& m : result.mountsRefused) mounts << decode(m);
+    if (mounts.isEmpty()) mounts << decode(path);
+    warn(TL(4051, "Ein anderes Dateisystem ist hier eingehängt und wird nicht gelöscht:%!%1",
+            {mounts.join(QLatin1Char('\n'))}));
+    if (result.mountsRefused.empty()) return;  // nothing was deleted
+  }
+  if (tree_.generation() != generation || !tree_.isLive(node)) return;  // the report changed meanwhile
+  // Whatever the delete said, the folder leaves the report; the next rescan puts right what stayed.
+  const uint32_t parent = tree_.parent(node);
+  removeWithSums(tree_, node);
+  selectNode(parent);
+  Q_EMIT folderDeleted(path);
 }
 
 uint32_t ReportPane::selectedNode() const {

@@ -48,6 +48,8 @@ class ReportPane : public QWidget {
   // Every column fitted to its content; preferredWidth() tells how wide the pane wants to be.
   void Report_Resize_Columns();
   QMenu* reportPopup();
+  // Deletes the selected folder below a source, or moves it to the trash, and corrects the sums.
+  void Report_DeleteFolder(bool toTrash);
   // The deepest level whose folders can be opened: the view lays expanded levels out
   // recursively, so this follows the stack the user-interface thread has.
   static int expandableLevels();
@@ -65,6 +67,10 @@ class ReportPane : public QWidget {
   void rescanRequested(uint32_t node);
   void fullViewRequested();
   void preferredWidth(int width);
+  // A folder was deleted or trashed from the report.
+  void folderDeleted(const std::string& path);
+  // The pane works on the disk (true) or is done (false): the window takes no other command.
+  void busyChanged(bool busy);
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

@@ -191,7 +191,7 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     ScanDriver::Settings s;
     s.threads = threads;
     driver.setSettings(s);
-    driver.setFileFeed(&feed);
+    driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();
     EXPECT_EQ(StopWord.load(), 0);           // the driver is at rest again

@@ -1,0 +1,29 @@
+#pragma once
+// What the desktop does for a path: open it with its default application, show it in the file
+// manager, put it on the clipboard. Paths are bytes; the URL carries them percent-encoded, so a
+// name that is not valid UTF-8 reaches the other program unchanged. No shell is ever involved.
+
+#include <QUrl>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace ql {
+
+// file:// URL of a path, byte for byte.
+QUrl fileUrl(const std::string& path);
+
+// Where URLs go; QDesktopServices::openUrl unless replaced (tests).
+void setUrlOpener(std::function<bool(const QUrl&)> opener);
+
+// Opens a file with the desktop's default application; false when nothing could open it.
+bool openWithDefault(const std::string& path);
+// Shows the items selected in the file manager, or opens their folder where the file manager
+// cannot select them.
+bool showInFileManager(const std::vector<std::string>& paths);
+// Opens a folder in the file manager.
+bool openFolder(const std::string& folder);
+// The paths as text on the clipboard, one a line, and as a URL list for file managers.
+void copyPaths(const std::vector<std::string>& paths);
+
+}  // namespace ql

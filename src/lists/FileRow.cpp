@@ -1,0 +1,90 @@
+#include "lists/FileRow.h"
+
+#include <QFile>
+#include <QMimeDatabase>
+#include <QMimeType>
+#include <ctime>
+#include <linux/stat.h>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "support/Path.h"
+
+namespace ql {
+
+namespace {
+
+// The part of a name the glob patterns look at: everything from the first "." on (so that
+// "a.tar.gz" and "b.tar.gz" share an entry but "c.gz" does not), or the whole name without one.
+std::string typeKey(std::string_view name) {
+  const size_t dot = name.find('.', 1);  // a leading dot belongs to the name
+  std::string key(dot == std::string_view::npos ? name : name.substr(dot));
+  for (char& c : key)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return key;
+}
+
+}  // namespace
+
+const FileType* fileTypeOf(std::string_view name) {
+  static std::mutex mutex;
+  static std::unordered_map<std::string, std::unique_ptr<FileType>> cache;
+  static const FileType none;
+  if (name.empty()) return &none;
+  std::string key = typeKey(name);
+  {
+    std::lock_guard lock(mutex);
+    if (auto it = cache.find(key); it != cache.end()) return it->second.get();
+  }
+  // Asked outside the lock: the database is thread-safe, and a slow first lookup must not hold
+  // up the other readers. Two threads may both ask; the first answer stays.
+  static const QMimeDatabase db;
+  const QMimeType mime = db.mimeTypeForFile(QFile::decodeName(QByteArray(name.data(), static_cast<qsizetype>(name.size()))),
+                                            QMimeDatabase::MatchExtension);
+  auto type = std::make_unique<FileType>();
+  if (mime.isValid() && !mime.isDefault()) {
+    type->name = mime.comment();
+    type->iconName = mime.iconName();
+    type->genericIconName = mime.genericIconName();
+  }
+  std::lock_guard lock(mutex);
+  auto [it, added] = cache.emplace(std::move(key), std::move(type));
+  return it->second.get();
+}
+
+QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
+                         uint64_t attributes) {
+  QString s;
+  if (!S_ISREG(mode) && !S_ISLNK(mode)) s += QLatin1Char('S');
+  if (!name.empty() && name.front() == '.') s += QLatin1Char('H');
+  if (!(mode & S_IWUSR) && !S_ISLNK(mode)) s += QLatin1Char('R');
+  if (attributes & STATX_ATTR_ENCRYPTED) s += QLatin1Char('E');
+  if (S_ISLNK(mode)) s += QLatin1Char('L');
+  if (attributes & STATX_ATTR_COMPRESSED) s += QLatin1Char('C');
+  if (attributes & STATX_ATTR_NODUMP) s += QLatin1Char('I');
+  if (S_ISREG(mode) && size > 0 && static_cast<int64_t>(blocks) * 512 < size) s += QLatin1Char('P');
+  return s;
+}
+
+void completeRow(FileRow& row, uint32_t mode, uint64_t blocks, uint64_t attributes) {
+  row.text = QFile::decodeName(QByteArray(row.name.data(), static_cast<qsizetype>(row.name.size())));
+  if (!row.folder.empty())
+    row.folderText = QFile::decodeName(QByteArray(row.folder.data(), static_cast<qsizetype>(row.folder.size())));
+  row.extension = QString::fromStdString(extensionOf(row.name)).toUpper();
+  row.attributes = attributeLetters(row.name, mode, row.size, blocks, attributes);
+  row.type = fileTypeOf(row.name);
+}
+
+QString listDate(int64_t secondsSinceEpoch) {
+  if (secondsSinceEpoch < 0) return {};
+  const time_t t = static_cast<time_t>(secondsSinceEpoch);
+  struct tm local;
+  if (!::localtime_r(&t, &local)) return {};
+  char text[80];
+  std::snprintf(text, sizeof text, "%02d/%02d/%04d %02d:%02d:%02d", local.tm_mday, local.tm_mon + 1,
+                local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec);
+  return QString::fromLatin1(text);
+}
+
+}  // namespace ql

@@ -1,0 +1,94 @@
+#include "lists/FolderFiles.h"
+
+#include <QMetaObject>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+#include "scan/DirReader.h"
+#include "scan/FileOps.h"
+
+namespace ql {
+
+FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop) {
+  FolderListing out;
+  out.folder = folder;
+  const int fd = openFolderPath(folder);
+  if (fd < 0) {
+    out.error = -fd;
+    return out;
+  }
+  DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS);
+  const DirReader::Result r = reader.read(fd, [&](DirEntry& e) {
+    if (stop.load(std::memory_order_relaxed)) return false;
+    if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
+    const struct statx* sx = e.stat();
+    if (!sx) return true;  // gone since the listing
+    FileRow row;
+    row.name = e.name();
+    row.size = static_cast<int64_t>(sx->stx_size);
+    row.modified = sx->stx_mtime.tv_sec;
+    row.accessed = sx->stx_atime.tv_sec;
+    row.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
+    completeRow(row, sx->stx_mode, sx->stx_blocks, sx->stx_attributes & sx->stx_attributes_mask);
+    out.total += row.size;
+    out.rows.push_back(std::move(row));
+    return true;
+  });
+  ::close(fd);
+  out.stopped = r.end == DirReader::End::Cut;
+  if (r.end == DirReader::End::Failed) out.error = r.error;
+  return out;
+}
+
+struct FolderFilesReader::Job {
+  std::atomic<bool> stop{false};
+  std::mutex mutex;
+  FolderFilesReader* owner = nullptr;  // cleared when the result is no longer wanted
+  FolderListing listing;
+};
+
+FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {}
+
+FolderFilesReader::~FolderFilesReader() { cancel(); }
+
+void FolderFilesReader::start(const std::string& folder, const RowOrder& order) {
+  cancel();
+  auto job = std::make_shared<Job>();
+  job->owner = this;
+  job_ = job;
+  // Detached: a folder on a dead network mount may keep its read in the kernel for long; the
+  // job lives on with the thread, and its result goes nowhere once cancelled.
+  std::thread([job, folder, order] {
+    FolderListing listing = readFolderFiles(folder, job->stop);
+    sortRows(listing.rows, order);
+    std::lock_guard lock(job->mutex);
+    job->listing = std::move(listing);
+    if (FolderFilesReader* o = job->owner)
+      QMetaObject::invokeMethod(o, [o, job] { o->deliver(job); }, Qt::QueuedConnection);
+  }).detach();
+}
+
+void FolderFilesReader::deliver(const std::shared_ptr<Job>& job) {
+  if (job != job_) return;  // a read that was cancelled meanwhile
+  {
+    std::lock_guard lock(job->mutex);
+    listing_ = std::move(job->listing);
+  }
+  job_.reset();
+  Q_EMIT finished();
+}
+
+void FolderFilesReader::stop() {
+  if (job_) job_->stop = true;
+}
+
+void FolderFilesReader::cancel() {
+  if (!job_) return;
+  job_->stop = true;
+  std::lock_guard lock(job_->mutex);
+  job_->owner = nullptr;
+  job_.reset();
+}
+
+}  // namespace ql

@@ -1,0 +1,62 @@
+#pragma once
+// The files directly in one folder, read for the file list: no subfolders, no recursion.
+//
+// readFolderFiles() is the read itself; FolderFilesReader runs it, and the sort, on a thread of
+// its own, so that the window stays free while a folder of a million files is read, and hands
+// the result to its owner through the event loop.
+
+#include <QObject>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lists/FileRow.h"
+#include "lists/RowSort.h"
+
+namespace ql {
+
+struct FolderListing {
+  std::string folder;  // as asked
+  std::vector<FileRow> rows;
+  int64_t total = 0;
+  bool stopped = false;  // ended early: the rows read until then
+  int error = 0;         // errno of a folder that could not be opened or read to its end
+};
+
+// Reads the files of `folder` (a path of any length, bytes). Folders and links to folders are
+// passed over. `stop` set ends the read at the next entry.
+FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop);
+
+class FolderFilesReader : public QObject {
+  Q_OBJECT
+ public:
+  explicit FolderFilesReader(QObject* parent = nullptr);
+  ~FolderFilesReader() override;
+
+  // Starts reading; a read under way is cancelled and its result never delivered. The rows come
+  // sorted in `order`.
+  void start(const std::string& folder, const RowOrder& order);
+  // Ends the read under way early; its rows read so far are delivered.
+  void stop();
+  // Forgets the read under way.
+  void cancel();
+  bool busy() const { return static_cast<bool>(job_); }
+
+ Q_SIGNALS:
+  // The listing is taken with takeListing() in the slot.
+  void finished();
+
+ public:
+  FolderListing takeListing() { return std::move(listing_); }
+
+ private:
+  struct Job;
+  void deliver(const std::shared_ptr<Job>& job);
+  std::shared_ptr<Job> job_;
+  FolderListing listing_;
+};
+
+}  // namespace ql

@@ -1,0 +1,83 @@
+#include "lists/TopFiles.h"
+
+#include <algorithm>
+
+namespace ql {
+
+namespace {
+std::atomic<uint64_t> collectors{0};
+}  // namespace
+
+TopFiles::TopFiles(int limit) : limit_(std::clamp(limit, kMinimum, kMaximum)), id_(++collectors) {}
+
+TopFiles::Shard& TopFiles::shardOfThisThread() {
+  // Each thread keeps its shard per collector; a new collector hands out shards afresh.
+  thread_local uint64_t owner = 0;
+  thread_local uint32_t index = 0;
+  if (owner != id_) {
+    owner = id_;
+    index = nextShard_.fetch_add(1, std::memory_order_relaxed) % kShards;
+  }
+  return shards_[index];
+}
+
+void TopFiles::raiseCutoff(int64_t size) {
+  int64_t now = cutoff_.load(std::memory_order_relaxed);
+  while (size > now && !cutoff_.compare_exchange_weak(now, size, std::memory_order_relaxed)) {
+  }
+}
+
+void TopFiles::offer(const FoundFile& file) {
+  if (file.size < minimumSize()) return;
+  Candidate c;
+  c.path.reserve(file.folder.size() + file.name.size());
+  c.path = file.folder;
+  c.path += file.name;
+  c.nameAt = static_cast<uint32_t>(file.folder.size());
+  c.size = file.size;
+  c.modified = file.modified;
+  c.created = file.created;
+  c.accessed = file.accessed;
+  c.mode = file.mode;
+  c.blocks = file.blocks;
+  c.attributes = file.attributes;
+  Shard& s = shardOfThisThread();
+  std::lock_guard lock(s.mutex);
+  auto worse = [](const Candidate& a, const Candidate& b) { return before(a, b); };  // heap top: last in order
+  if (s.heap.size() < static_cast<size_t>(limit_)) {
+    s.heap.push_back(std::move(c));
+    std::push_heap(s.heap.begin(), s.heap.end(), worse);
+  } else if (before(c, s.heap.front())) {
+    std::pop_heap(s.heap.begin(), s.heap.end(), worse);
+    s.heap.back() = std::move(c);
+    std::push_heap(s.heap.begin(), s.heap.end(), worse);
+  } else {
+    return;
+  }
+  if (s.heap.size() == static_cast<size_t>(limit_)) raiseCutoff(s.heap.front().size);
+}
+
+std::vector<FileRow> TopFiles::result() const {
+  std::vector<Candidate> all;
+  for (Shard& s : shards_) {
+    std::lock_guard lock(s.mutex);
+    all.insert(all.end(), s.heap.begin(), s.heap.end());
+  }
+  const size_t n = std::min(all.size(), static_cast<size_t>(limit_));
+  std::partial_sort(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(n), all.end(), before);
+  std::vector<FileRow> rows(n);
+  for (size_t i = 0; i < n; ++i) {
+    const Candidate& c = all[i];
+    FileRow& r = rows[i];
+    r.folder = c.path.substr(0, c.nameAt);
+    r.name = c.path.substr(c.nameAt);
+    r.size = c.size;
+    r.modified = c.modified;
+    r.created = c.created;
+    r.accessed = c.accessed;
+    completeRow(r, c.mode, c.blocks, c.attributes);
+  }
+  return rows;
+}
+
+}  // namespace ql

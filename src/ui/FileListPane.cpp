@@ -1,0 +1,544 @@
+#include "ui/FileListPane.h"
+
+#include <QApplication>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QMessageBox>
+#include <QShortcut>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "lang/TL.h"
+#include "lists/Desktop.h"
+#include "report/SizeFormat.h"
+#include "scan/FileOps.h"
+#include "scan/Trash.h"
+#include "support/Path.h"
+#include "support/PathText.h"
+
+namespace ql {
+
+using namespace cmd::files;
+
+namespace {
+
+std::vector<RowKey> columnsOf(FileListPane::Kind kind) {
+  if (kind == FileListPane::Kind::Files)
+    return {RowKey::Name, RowKey::Size, RowKey::Extension, RowKey::Type, RowKey::Attributes,
+            RowKey::Modified, RowKey::Created, RowKey::Accessed};
+  return {RowKey::Name,       RowKey::Size,     RowKey::Folder,  RowKey::Extension, RowKey::Type,
+          RowKey::Attributes, RowKey::Modified, RowKey::Created, RowKey::Accessed};
+}
+
+}  // namespace
+
+FileListPane::FileListPane(Kind kind, const Guard& guard, const MainOptions& o, QWidget* parent)
+    : QWidget(parent), kind_(kind), guard_(guard), model_(std::make_unique<FileListModel>(columnsOf(kind))) {
+  setObjectName(kind == Kind::Files ? QStringLiteral("picFiles") : QStringLiteral("picTOP"));
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  buildBar(o);
+  layout->addWidget(bar_);
+  buildView(o);
+  layout->addWidget(view_, 1);
+
+  if (kind_ == Kind::Files) {
+    reader_ = new FolderFilesReader(this);
+    connect(reader_, &FolderFilesReader::finished, this,
+            guard_.wrap("FileList_ScanFolderR", [this] { onReadFinished(); }));
+  }
+  // ESC ends a folder read wherever the focus is in the window.
+  escape_ = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+  escape_->setContext(Qt::WindowShortcut);
+  escape_->setEnabled(false);
+  connect(escape_, &QShortcut::activated, this, guard_.wrap("Form_KeyUp", [this] { stopReading(); }));
+}
+
+FileListPane::~FileListPane() { view_->setModel(nullptr); }
+
+void FileListPane::buildBar(const MainOptions& o) {
+  const bool files = kind_ == Kind::Files;
+  bar_ = new CommandBar(files ? QStringLiteral("cbrFiles") : QStringLiteral("cbrTOP"),
+                        files ? QStringLiteral("Files") : QStringLiteral("Largest files"), this);
+  CommandBar& b = *bar_;
+  using T = CommandBar::Type;
+  title_ = new QLabel(files ? TL(3644, "Dateien").toUpper() : TL(3721, "Größten Dateien").toUpper(), bar_);
+  title_->setObjectName(QStringLiteral("lblTitle"));
+  title_->setContentsMargins(6, 0, 6, 0);
+  QFont bold = title_->font();
+  bold.setBold(true);
+  title_->setFont(bold);
+  b.AddWidget(Title, title_, false);
+  if (files) {
+    b.AddControl(T::Button, Refresh, 3535, "Aktualisieren", "view-refresh", true, 3636, "Dateiliste neu einlesen");
+  } else {
+    limit_ = new QSpinBox(bar_);
+    limit_->setObjectName(QStringLiteral("txtTopCount"));
+    limit_->setRange(0, TopFiles::kMaximum);
+    limit_->setValue(100);
+    limit_->setFixedWidth(64);
+    connect(limit_, &QSpinBox::textChanged, this, guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
+    connect(limit_, &QSpinBox::editingFinished, this,
+            guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
+    b.AddWidget(Limit, limit_, false);
+  }
+  b.AddControl(T::Button, Delete, 3692, "Löschen", "edit-delete", true, 3654, "Ausgewählte Datei(en) löschen");
+  b.AddControl(T::Button, Trash, 3693, "Papierkorb", "user-trash", false, 3655,
+               "Ausgewählte Datei(en) in den Papierkorb verschieben");
+  b.AddControl(T::Button, Symbols, 3637, "Symbole", "view-preview", true, 3638, "Dateisymbole anzeigen", true,
+               files ? o.ShowIcons : o.ShowIconsTop);
+  b.AddControl(T::Button, FullView, 3720, "Vollansicht", "view-fullscreen", false, 3719,
+               "Alle anderen Liste ausblenden");
+  b.AddControl(T::Button, Preview, 3679, "Vorschau", "document-preview", true, 3668, "Dateivorschau einblenden",
+               true, o.FilePreview);
+  b.AddControl(T::Button, Tile, 3680, "Teilung", "view-split-left-right", false, 3669, "Fensterteilung umschalten",
+               true, o.FilelistTile);
+  b.setUnavailable(Preview);  // comes with the preview pane
+  b.setUnavailable(Tile);
+  b.AddControl(T::Button, files ? Optimize : TopOptimize, 3675, "Optimieren", "zoom-fit-best", true, 3564,
+               "Spaltenbreite optimieren");
+  b.AddControl(T::Button, UnitBytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, UnitBytes + 1, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, UnitBytes + 2, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, UnitBytes + 3, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+               files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
+  struct Toggle {
+    int caption;
+    const char* text;
+    int tip;
+    const char* tipText;
+  };
+  static const Toggle fileToggles[] = {
+      {3681, "Größe", 3658, "Spalte 'Größe'"},
+      {3682, "Endung", 3659, "Spalte 'Endung'"},
+      {3683, "Typ", 3660, "Spalte 'Typ'"},
+      {3684, "Attribute", 3661, "Spalte 'Attribute'"},
+      {3685, "Änderung", 3662, "Spalte 'Änderungsdatum'"},
+      {3686, "Erstellt", 3663, "Spalte 'Erstellungsdatum'"},
+      {3687, "Zugriff", 3664, "Spalte 'Zugriffsdatum'"},
+  };
+  static const Toggle path = {3728, "Pfad", 3729, "Spalte 'Pfad'"};
+  std::vector<Toggle> toggles(std::begin(fileToggles), std::end(fileToggles));
+  if (!files) toggles.insert(toggles.begin() + 1, path);
+  for (size_t i = 0; i < toggles.size(); ++i) {
+    const int shown = files ? o.FileColumn[i] : o.TopColumn[i];
+    b.AddControl(T::Button, FirstColumn + static_cast<int>(i), toggles[i].caption,
+                 QString::fromUtf8(toggles[i].text), "", i == 0, toggles[i].tip, QString::fromUtf8(toggles[i].tipText),
+                 true, shown != 0);
+  }
+  search_ = new QLineEdit(bar_);
+  search_->setObjectName(QStringLiteral("txtSearch"));
+  search_->setFixedWidth(100);
+  search_->setClearButtonEnabled(true);
+  connect(search_, &QLineEdit::returnPressed, this, guard_.wrap("txtSearch_KeyUp", [this] { StartSearch(); }));
+  b.AddWidget(SearchBox, search_, true);
+  b.AddControl(T::Button, Search, 3678, "Suchen", "edit-find", false, 3639, "Suche starten");
+  connect(bar_, &CommandBar::execute, this, [this](int id) { cbrExecute(id); });
+}
+
+void FileListPane::buildView(const MainOptions& o) {
+  const bool files = kind_ == Kind::Files;
+  view_ = new QTreeView(this);
+  view_->setObjectName(files ? QStringLiteral("lvwFiles") : QStringLiteral("lvwTOP"));
+  view_->setRootIsDecorated(false);
+  view_->setUniformRowHeights(true);
+  view_->setAllColumnsShowFocus(true);
+  view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
+  view_->setModel(model_.get());
+  view_->header()->setStretchLastSection(false);
+  view_->header()->setSectionsClickable(true);
+  view_->header()->setSortIndicatorShown(true);
+  view_->header()->setSortIndicator(1, Qt::DescendingOrder);
+  model_->setSizeFormat(files ? o.FileSizeFormatFiles : o.FileSizeFormatTop,
+                        files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
+  bar_->setChecked(UnitBytes + model_->unit(), true);
+  model_->setShowIcons(files ? o.ShowIcons : o.ShowIconsTop);
+  const int toggles = model_->columnCount() - 1;
+  for (int i = 0; i < toggles; ++i)
+    view_->setColumnHidden(i + 1, !(files ? o.FileColumn[i] : o.TopColumn[i]));
+  view_->setColumnWidth(0, 260);
+  view_->installEventFilter(this);
+  view_->viewport()->installEventFilter(this);
+  model_->setRenamer([this](int row, const QString& name) {
+    bool done = false;
+    guard_.run(kind_ == Kind::Files ? "lvwFiles_GridCellAfterEditing" : "lvwTOP_GridCellAfterEditing",
+               [&] { done = renameRow(row, name); });
+    return done;
+  });
+  connect(view_->header(), &QHeaderView::sectionClicked, this,
+          guard_.wrap(files ? "lvwFiles_GridColumnTitleClick" : "lvwTOP_GridColumnTitleClick",
+                      [this](int section) { onTitleClick(section); }));
+  connect(view_, &QTreeView::doubleClicked, this,
+          guard_.wrap(files ? "lvwFiles_ItemDblClick" : "lvwTOP_ItemDblClick", [this](const QModelIndex& i) {
+            if (!i.isValid()) return;
+            if (!openWithDefault(pathOf(i.row())))
+              warn(TL(4046, "Für '%1' ist kein Programm zum Öffnen eingerichtet.", {pathText(pathOf(i.row()))}));
+          }));
+  connect(view_, &QWidget::customContextMenuRequested, this,
+          guard_.wrap(files ? "lvwFiles_MouseUp" : "lvwTOP_MouseUp", [this](const QPoint& at) {
+            const QModelIndex i = view_->indexAt(at);
+            if (!i.isValid()) {
+              view_->clearSelection();
+              Q_EMIT statusText(QString());
+              return;
+            }
+            if (!view_->selectionModel()->isRowSelected(i.row(), {})) {
+              view_->selectionModel()->setCurrentIndex(
+                  i, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            }
+            ShowSelectedFilesize();
+            popupMenu()->popup(view_->viewport()->mapToGlobal(at));
+          }));
+}
+
+RowKey FileListPane::keyOfColumn(int column) const {
+  return model_->columns()[static_cast<size_t>(std::clamp(column, 0, model_->columnCount() - 1))];
+}
+
+void FileListPane::cbrExecute(int id) {
+  guard_.run(kind_ == Kind::Files ? "cbrFiles_Execute" : "cbrTOP_Execute", [&] {
+    const bool files = kind_ == Kind::Files;
+    const int lastToggle = FirstColumn + model_->columnCount() - 2;
+    if (id >= FirstColumn && id <= lastToggle && !(files && id == Optimize)) {
+      toggleColumn(id);
+      return;
+    }
+    switch (id) {
+      case Refresh:
+        if (files) Filelist_Refresh();
+        break;
+      case Delete: DeleteFiles(false); break;
+      case Trash: DeleteFiles(true); break;
+      case Symbols:
+        model_->setShowIcons(bar_->isChecked(Symbols));
+        // The file list reads its folder again, so that the icons and types are fresh.
+        if (files && folder_.size() > 1) FileList_ScanFolder(folder_, true);
+        break;
+      case FullView: Q_EMIT fullViewRequested(); break;
+      case Optimize:
+      case TopOptimize: ResizeColumns(); break;
+      case UnitBytes:
+      case UnitBytes + 1:
+      case UnitBytes + 2:
+      case UnitBytes + 3: setSizeFormat(id - UnitBytes); break;
+      case Decimals: setSizeFormat(model_->unit()); break;
+      case Search: StartSearch(); break;
+      default: break;
+    }
+  }, {QString::number(id)});
+}
+
+void FileListPane::setSizeFormat(int unit) {
+  for (int u = 0; u < 4; ++u) bar_->setChecked(UnitBytes + u, u == unit);
+  model_->setSizeFormat(unit, bar_->isChecked(Decimals));
+  view_->resizeColumnToContents(model_->columnOf(RowKey::Size));
+}
+
+void FileListPane::toggleColumn(int id) {
+  view_->setColumnHidden(id - FirstColumn + 1, !bar_->isChecked(id));
+  ResizeColumns();
+}
+
+void FileListPane::ResizeColumns() {
+  for (int c = 0; c < model_->columnCount(); ++c)
+    if (!view_->isColumnHidden(c)) view_->resizeColumnToContents(c);
+}
+
+// --- Reading a folder -------------------------------------------------------------------------
+
+void FileListPane::FileList_ScanFolder(const std::string& folder, bool force) {
+  if (kind_ != Kind::Files) return;
+  const std::string path = addSlash(folder);
+  if (!force && path == folder_) return;  // the same folder is not read again
+  folder_ = path;
+  model_->clear();
+  Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
+  escape_->setEnabled(true);
+  reader_->start(path, model_->order());
+}
+
+void FileListPane::onReadFinished() {
+  escape_->setEnabled(false);
+  FolderListing listing = reader_->takeListing();
+  const int64_t total = listing.total;
+  model_->setRows(std::move(listing.rows));
+  view_->scrollToTop();
+  ResizeColumns();
+  Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
+                       {QString::number(model_->rowCount()),
+                        FormatSize(model_->unit(), total, true, false, true).trimmed()}));
+}
+
+void FileListPane::stopReading() {
+  if (reader_ && reader_->busy()) reader_->stop();
+}
+
+void FileListPane::Filelist_Refresh() {
+  if (kind_ != Kind::Files || model_->rowCount() == 0) return;
+  FileList_ScanFolder(folder_, true);
+}
+
+void FileListPane::clearList() {
+  if (reader_) reader_->cancel();
+  escape_->setEnabled(false);
+  folder_.clear();
+  collector_.reset();
+  model_->clear();
+}
+
+// --- The largest files ------------------------------------------------------------------------
+
+int FileListPane::limit() const { return limit_ ? std::clamp(limit_->value(), TopFiles::kMinimum, TopFiles::kMaximum) : 100; }
+
+std::shared_ptr<TopFiles> FileListPane::beginRead() {
+  model_->clear();
+  collector_ = std::make_shared<TopFiles>(limit());
+  return collector_;
+}
+
+void FileListPane::endRead(const std::string& source) {
+  if (!collector_) return;
+  std::vector<FileRow> rows = collector_->result();
+  collector_.reset();
+  sortRows(rows, model_->order());
+  model_->setRows(std::move(rows));
+  ResizeColumns();
+  title_->setText(TL(3723, "%1 größten Dateien von '%2'", {QString::number(model_->rowCount()), pathText(source)}));
+  title_->setToolTip(pathText(source));
+}
+
+// A number below 5 becomes 5, anything that is no number 100; an emptied box is refilled at once.
+void FileListPane::onLimitEdited() {
+  if (fixingLimit_) return;
+  fixingLimit_ = true;
+  const QString text = limit_->cleanText();
+  bool numeric = false;
+  const int value = text.toInt(&numeric);
+  if (!numeric)
+    limit_->setValue(100);
+  else if (value < TopFiles::kMinimum)
+    limit_->setValue(TopFiles::kMinimum);
+  fixingLimit_ = false;
+}
+
+// --- Search, sort, selection ------------------------------------------------------------------
+
+void FileListPane::StartSearch() {
+  const QString text = search_->text();
+  const int count = model_->rowCount();
+  if (count == 0 || text.isEmpty()) return;
+  const QModelIndex current = view_->currentIndex();
+  int start = 1;
+  if (current.isValid() && view_->selectionModel()->isRowSelected(current.row(), {}))
+    start = current.row() + 1;
+  else if (const auto sel = view_->selectionModel()->selectedRows(); !sel.isEmpty())
+    start = sel.first().row() + 1;
+  if (start >= count) start = 0;
+  int hit = model_->findRow(text, start, count - 1);
+  if (hit < 0 && start > 0) hit = model_->findRow(text, 0, start);
+  if (hit >= 0) {
+    const QModelIndex i = model_->index(hit, 0);
+    view_->selectionModel()->setCurrentIndex(i, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view_->scrollTo(i);
+    ShowSelectedFilesize();
+  }
+  search_->setFocus();
+}
+
+void FileListPane::onTitleClick(int section) {
+  if (model_->rowCount() == 0) return;
+  // One direction for the list, whichever column: a click on another title turns it over too.
+  RowOrder order{keyOfColumn(section), !model_->order().descending};
+  QApplication::setOverrideCursor(Qt::WaitCursor);
+  model_->sort(order);
+  QApplication::restoreOverrideCursor();
+  view_->header()->setSortIndicator(section, order.descending ? Qt::DescendingOrder : Qt::AscendingOrder);
+  view_->scrollToTop();
+  ResizeColumns();
+}
+
+std::vector<int> FileListPane::selectedRowsDescending() const {
+  std::vector<int> rows;
+  for (const QModelIndex& i : view_->selectionModel()->selectedRows()) rows.push_back(i.row());
+  std::sort(rows.begin(), rows.end(), std::greater<>());
+  return rows;
+}
+
+void FileListPane::ShowSelectedFilesize() {
+  const auto rows = view_->selectionModel()->selectedRows();
+  int64_t sum = 0;
+  for (const QModelIndex& i : rows) sum += model_->row(i.row()).size;
+  Q_EMIT statusText(TL(3665, "%1 ausgewählte Datei(en) mit %2",
+                       {QString::number(rows.size()), xFormatFileSize(model_->unit(), sum, true)}));
+}
+
+std::string FileListPane::pathOf(int row) const {
+  const FileRow& r = model_->row(row);
+  return (kind_ == Kind::Files ? folder_ : r.folder) + r.name;
+}
+
+// --- Rename -----------------------------------------------------------------------------------
+
+void FileListPane::startRename() {
+  const auto rows = view_->selectionModel()->selectedRows();
+  if (rows.size() != 1) return;
+  const QModelIndex i = model_->index(rows.first().row(), 0);
+  view_->setCurrentIndex(i);
+  view_->edit(i);
+}
+
+// Never replaces a file of the new name: that is an error, and both stay.
+bool FileListPane::renameRow(int row, const QString& name) {
+  const FileRow& r = model_->row(row);
+  if (name.isEmpty() || name.contains(QLatin1Char('/')) || name == QLatin1String(".") || name == QLatin1String("..")) {
+    warn(TL(4047, "Der Name '%1' ist nicht zulässig.", {name}));
+    return false;
+  }
+  const std::string folder = kind_ == Kind::Files ? folder_ : r.folder;
+  std::string newName = pathBytes(name);
+  const std::string error = renameNoReplace(folder + r.name, folder + newName);
+  if (!error.empty()) {
+    warn(QString::fromStdString(error));
+    return false;
+  }
+  model_->renameRow(row, std::move(newName));
+  return true;
+}
+
+// --- Delete and trash -------------------------------------------------------------------------
+
+int FileListPane::DeleteFiles(bool toTrash) {
+  const std::vector<int> rows = selectedRowsDescending();
+  if (rows.empty()) return 0;
+  std::vector<std::string> folders;
+  QApplication::setOverrideCursor(Qt::WaitCursor);
+  QStringList failures;
+  for (int row : rows) {
+    const std::string path = pathOf(row);
+    if (toTrash) {
+      const TrashResult r = moveToTrash(path);
+      if (r.code != 0) failures << QString::fromStdString(trashErrorText(r));
+    } else if (const std::string error = deleteFile(path, true); !error.empty()) {
+      failures << QString::fromStdString(error);
+    }
+    const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(row).folder;
+    if (std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
+  }
+  // Every selected row goes, done or not: the list shows what was asked, the next read corrects it.
+  model_->removeRows(rows);
+  QApplication::restoreOverrideCursor();
+  for (const QString& f : failures) warn(f);
+  Q_EMIT statusText(QString());
+  Q_EMIT filesDeleted(folders);
+  return static_cast<int>(rows.size());
+}
+
+// --- Popup ------------------------------------------------------------------------------------
+
+QMenu* FileListPane::popupMenu() {
+  using namespace cmd::filePopup;
+  auto* menu = new QMenu(this);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  const std::vector<int> rows = selectedRowsDescending();
+  const bool one = rows.size() == 1;
+  auto add = [&](int id, const QString& text, const char* proc, auto f) {
+    QAction* a = menu->addAction(text, this, guard_.wrap(proc, f));
+    a->setData(id);
+    return a;
+  };
+  if (one) {
+    add(OpenFolder, TL(3717, "Dateipfad öffnen"), "mnuOpenFolder", [this] {
+      const auto sel = selectedRowsDescending();
+      if (sel.empty()) return;
+      const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(sel.back()).folder;
+      openFolder(folder);
+    });
+    menu->addSeparator();
+    add(Rename, TL(3716, "Datei umbenennen"), "mnuRename", [this] { startRename(); });
+    menu->addSeparator();
+  }
+  add(cmd::filePopup::Delete, TL(3654, "Datei(en) löschen"), "mnuDelete", [this] { DeleteFiles(false); });
+  add(cmd::filePopup::Trash, TL(3655, "Datei(en) in den Papierkorb verschieben"), "mnuTrash", [this] { DeleteFiles(true); });
+  menu->addSeparator();
+  if (rows.empty()) return menu;
+  std::vector<std::string> paths;
+  for (auto it = rows.rbegin(); it != rows.rend(); ++it) paths.push_back(pathOf(*it));
+  if (one)
+    add(Open, TL(4048, "Öffnen"), "mnuOpen", [this, p = paths.front()] {
+      if (!openWithDefault(p)) warn(TL(4046, "Für '%1' ist kein Programm zum Öffnen eingerichtet.", {pathText(p)}));
+    });
+  add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager",
+      [paths] { showInFileManager(paths); });
+  add(CopyPath, TL(4050, "Pfad kopieren"), "mnuCopyPath", [paths] { copyPaths(paths); });
+  return menu;
+}
+
+// --- Keys and mouse ---------------------------------------------------------------------------
+
+bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
+  const char* proc = kind_ == Kind::Files ? "lvwFiles_KeyUp" : "lvwTOP_KeyUp";
+  if (watched == view_ && event->type() == QEvent::KeyRelease) {
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    guard_.run(proc, [&] {
+      switch (key) {
+        case Qt::Key_PageUp:
+        case Qt::Key_PageDown:
+        case Qt::Key_Up:
+        case Qt::Key_Down:
+        case Qt::Key_Home:
+        case Qt::Key_End: ShowSelectedFilesize(); break;
+        default: break;
+      }
+    });
+  } else if (watched == view_ && event->type() == QEvent::KeyPress &&
+             static_cast<QKeyEvent*>(event)->key() == Qt::Key_F2) {
+    guard_.run(proc, [this] { startRename(); });
+    return true;
+  } else if (watched == view_->viewport() && event->type() == QEvent::MouseButtonRelease) {
+    auto* mouse = static_cast<QMouseEvent*>(event);
+    guard_.run(kind_ == Kind::Files ? "lvwFiles_MouseUp" : "lvwTOP_MouseUp", [&] {
+      if (mouse->button() == Qt::RightButton) return;  // the popup handles it
+      if (!view_->indexAt(mouse->position().toPoint()).isValid()) {
+        view_->clearSelection();
+        Q_EMIT statusText(QString());
+      } else {
+        ShowSelectedFilesize();
+      }
+    });
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+void FileListPane::setControlsEnabled(bool on) {
+  bar_->setAllEnabled(on);
+  view_->setEnabled(on);
+}
+
+void FileListPane::setGridFont(const QFont& font) {
+  view_->setFont(font);
+  ResizeColumns();
+}
+
+void FileListPane::storeOptions(MainOptions& o) const {
+  const bool files = kind_ == Kind::Files;
+  (files ? o.ShowIcons : o.ShowIconsTop) = bar_->isChecked(Symbols) ? 1 : 0;
+  (files ? o.FileSizeFormatFiles : o.FileSizeFormatTop) = model_->unit();
+  (files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop) = bar_->isChecked(Decimals) ? 1 : 0;
+  const int toggles = model_->columnCount() - 1;
+  for (int i = 0; i < toggles; ++i) (files ? o.FileColumn[i] : o.TopColumn[i]) = view_->isColumnHidden(i + 1) ? 0 : 1;
+}
+
+void FileListPane::warn(const QString& text) {
+  if (warn_)
+    warn_(text);
+  else
+    QMessageBox::warning(this, QStringLiteral("Quorlane"), text);
+}
+
+}  // namespace ql

@@ -1,0 +1,124 @@
+#pragma once
+// A file list pane: its bar, the list, search, sort, rename, delete and trash, and the popup.
+// One class serves both lists of the window:
+//  - Files: the files directly in the folder selected in the report, read on a worker;
+//  - Top: the largest files of the read made last, collected inside the walk.
+//
+// Threads: the user-interface thread only; the folder read and the collection run elsewhere and
+// hand their rows over whole.
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QSpinBox>
+#include <QTreeView>
+#include <QWidget>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/Settings.h"
+#include "lists/FileListModel.h"
+#include "lists/FolderFiles.h"
+#include "lists/TopFiles.h"
+#include "ui/CommandBar.h"
+#include "ui/CommandIds.h"
+#include "ui/Guard.h"
+
+class QMenu;
+class QShortcut;
+
+namespace ql {
+
+class FileListPane : public QWidget {
+  Q_OBJECT
+ public:
+  enum class Kind { Files, Top };
+
+  FileListPane(Kind kind, const Guard& guard, const MainOptions& options, QWidget* parent = nullptr);
+  ~FileListPane() override;
+
+  Kind kind() const { return kind_; }
+  FileListModel& model() { return *model_; }
+  QTreeView& view() { return *view_; }
+  CommandBar& bar() { return *bar_; }
+  QLineEdit& searchBox() { return *search_; }
+  QLabel& title() { return *title_; }
+
+  // The commands of the bar, by number, as a click would run them.
+  void cbrExecute(int id);
+
+  // Files: shows the files of a folder (bytes, any length). The same folder is not read again
+  // unless `force`. The read runs on a worker; ESC ends it and keeps what was read.
+  void FileList_ScanFolder(const std::string& folder, bool force = false);
+  void Filelist_Refresh();
+  const std::string& shownFolder() const { return folder_; }
+  bool reading() const { return reader_ && reader_->busy(); }
+  void stopReading();
+  // Empties the list and forgets its folder (the panel is closed, or the report was cleared).
+  void clearList();
+
+  // Top: a new collector for the read that is about to start; the list is emptied.
+  std::shared_ptr<TopFiles> beginRead();
+  // Top: the read has ended (also when stopped): its largest files are shown under a caption
+  // that names `source`.
+  void endRead(const std::string& source);
+  int limit() const;
+
+  void StartSearch();
+  // Deletes or trashes the selected files, from the last selected row to the first; every row
+  // goes, a failure is told once per file. Returns the number of rows removed.
+  int DeleteFiles(bool toTrash);
+  void ResizeColumns();
+  void ShowSelectedFilesize();
+
+  void setControlsEnabled(bool on);
+  void setGridFont(const QFont& font);
+  void storeOptions(MainOptions& o) const;
+  // Where messages go; a message box unless replaced (tests).
+  void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
+  // The full path of a row.
+  std::string pathOf(int row) const;
+  std::vector<int> selectedRowsDescending() const;
+  QMenu* popupMenu();
+
+ Q_SIGNALS:
+  void statusText(const QString& text);  // panel 2
+  // Files were deleted or trashed from these folders.
+  void filesDeleted(const std::vector<std::string>& folders);
+  void fullViewRequested();
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  void buildBar(const MainOptions& o);
+  void buildView(const MainOptions& o);
+  void onReadFinished();
+  void onTitleClick(int section);
+  void setSizeFormat(int unit);
+  void toggleColumn(int id);
+  void startRename();
+  bool renameRow(int row, const QString& name);
+  void onLimitEdited();
+  void warn(const QString& text);
+  RowKey keyOfColumn(int column) const;
+
+  const Kind kind_;
+  const Guard& guard_;
+  std::unique_ptr<FileListModel> model_;
+  CommandBar* bar_ = nullptr;
+  QLabel* title_ = nullptr;
+  QTreeView* view_ = nullptr;
+  QLineEdit* search_ = nullptr;
+  QSpinBox* limit_ = nullptr;
+  QShortcut* escape_ = nullptr;
+  FolderFilesReader* reader_ = nullptr;
+  std::string folder_;  // Files: the folder shown, with a trailing "/"; "" forces the next read
+  std::shared_ptr<TopFiles> collector_;
+  bool fixingLimit_ = false;
+  std::function<void(const QString&)> warn_;
+};
+
+}  // namespace ql
