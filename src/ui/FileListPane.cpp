@@ -79,7 +79,9 @@ void FileListPane::buildBar(const MainOptions& o) {
     limit_->setRange(0, TopFiles::kMaximum);
     limit_->setValue(100);
     limit_->setFixedWidth(64);
-    connect(limit_, &QSpinBox::textChanged, this, guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
+    // Every change of the text is checked, also one the spin box would not take as a value.
+    connect(limit_->findChild<QLineEdit*>(), &QLineEdit::textChanged, this,
+            guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
     connect(limit_, &QSpinBox::editingFinished, this,
             guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
     b.AddWidget(Limit, limit_, false);
@@ -317,7 +319,7 @@ void FileListPane::endRead(const std::string& source) {
 void FileListPane::onLimitEdited() {
   if (fixingLimit_) return;
   fixingLimit_ = true;
-  const QString text = limit_->cleanText();
+  const QString text = limit_->findChild<QLineEdit*>()->text().trimmed();
   bool numeric = false;
   const int value = text.toInt(&numeric);
   if (!numeric)

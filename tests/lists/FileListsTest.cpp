@@ -1,0 +1,270 @@
+// The file lists in the window, driven as a user drives them: a click on a folder fills the
+// file list, files are deleted and trashed from it and the sums above go down, a rename never
+// replaces, the search wraps, and the largest-files list follows the read made last.
+
+#include <QApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QLineEdit>
+#include <QMenu>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QSpinBox>
+#include <QTest>
+
+#include "TestApp.h"
+#include "TestFs.h"
+#include "app/Globals.h"
+#include "ui/MainWindow.h"
+
+namespace ql::test {
+namespace {
+
+bool exists(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+class FileListsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    guiApp();
+    globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
+    qputenv("XDG_DATA_HOME", QByteArray::fromStdString(data.path()));
+    // work: three files of its own beside a subfolder, so that its own files have a row.
+    makeDir(d / "work");
+    makeDir(d / "work/sub");
+    makeFile(d / "work/sub/inner", 1000);
+    for (auto [name, size] : {std::pair{"a.txt", 10}, {"b.txt", 20}, {"c.txt", 40}}) makeFile(d / ("work/" + std::string(name)), size);
+    makeDir(d / "other");
+    makeFile(d / "other/big.iso", 5000);
+  }
+  void TearDown() override { qunsetenv("XDG_DATA_HOME"); }
+
+  // Starts the window with the file list in view and reads the tree.
+  void open(MainWindow& w) {
+    w.show();
+    QCoreApplication::processEvents();
+    w.setWarningHandler([this](const QString& text) { warnings << text; });
+    QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+    w.readCommandLine({d.path()});
+    ASSERT_TRUE(finished.wait(10000));
+    w.cbrMain().setChecked(cmd::main::ShowLargest, false);
+    w.cbrMain().setChecked(cmd::main::ShowFiles, true);
+    w.Change_Info_Visibility();
+  }
+
+  // A real click on the report row of a folder below the source; waits for its files.
+  void clickFolder(MainWindow& w, const QString& name) {
+    const QModelIndex root = w.model().index(0, 0);
+    for (int r = 0; r < w.model().rowCount(root); ++r) {
+      const QModelIndex i = w.model().index(r, 0, root);
+      if (i.data().toString() != name) continue;
+      w.view().scrollTo(i);
+      QTest::mouseClick(w.view().viewport(), Qt::LeftButton, {}, w.view().visualRect(i).center());
+      ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
+      return;
+    }
+    FAIL() << "no row " << name.toStdString();
+  }
+
+  void select(FileListPane& pane, const QStringList& names) {
+    pane.view().clearSelection();
+    for (int r = 0; r < pane.model().rowCount(); ++r)
+      if (names.contains(pane.model().row(r).text))
+        pane.view().selectionModel()->select(pane.model().index(r, 0),
+                                             QItemSelectionModel::Select | QItemSelectionModel::Rows);
+  }
+
+  int64_t sizeOf(MainWindow& w, const QString& name) {
+    const QModelIndex root = w.model().index(0, 0);
+    if (name.isEmpty()) return w.tree().node(w.model().nodeOf(root)).size;
+    for (int r = 0; r < w.model().rowCount(root); ++r)
+      if (w.model().index(r, 0, root).data().toString() == name)
+        return w.tree().node(w.model().nodeOf(w.model().index(r, 0, root))).size;
+    return -1;
+  }
+
+  TempDir d, config, data;
+  QStringList warnings;
+};
+
+TEST_F(FileListsTest, AClickShowsTheFolderAndDeletesCorrectTheSumsAbove) {
+  MainWindow w;
+  open(w);
+  FileListPane& files = w.filesPane();
+  clickFolder(w, "work");
+  ASSERT_EQ(files.model().rowCount(), 3);
+  EXPECT_EQ(files.model().row(0).text, "c.txt");  // largest first
+  EXPECT_EQ(files.shownFolder(), d / "work/");
+  EXPECT_EQ(sizeOf(w, "work"), 1070);
+
+  // Three selected, the middle one fails: it became a folder with something in it since the
+  // list was read. One message, every row gone, the other two gone from the disk.
+  ASSERT_EQ(::unlink((d / "work/b.txt").c_str()), 0);
+  makeDir(d / "work/b.txt");
+  makeFile(d / "work/b.txt/keep", 1);
+  select(files, {"a.txt", "b.txt", "c.txt"});
+  files.bar().control(cmd::files::Delete)->trigger();
+  EXPECT_EQ(warnings.size(), 1);
+  EXPECT_EQ(files.model().rowCount(), 0);
+  EXPECT_FALSE(exists(d / "work/a.txt"));
+  EXPECT_FALSE(exists(d / "work/c.txt"));
+  EXPECT_TRUE(exists(d / "work/b.txt/keep"));
+  // The folder's own files were counted again, and the change went up the chain.
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy() && !w.busy(); }, 5000));
+  EXPECT_EQ(sizeOf(w, "work"), 1000);
+  EXPECT_EQ(sizeOf(w, ""), 6000);
+
+  // The same folder is not read twice; Refresh reads it again.
+  makeFile(d / "work/new.txt", 3);
+  clickFolder(w, "work");
+  EXPECT_EQ(files.model().rowCount(), 0);
+  clickFolder(w, "other");
+  clickFolder(w, "work");
+  EXPECT_EQ(files.model().rowCount(), 1);
+}
+
+TEST_F(FileListsTest, TrashKeepsTheBytesOfTheNameAndTheListRenamesWithoutReplacing) {
+  const std::string odd = "odd\xff name.txt";
+  makeFile(d / ("work/" + odd), 5);
+  MainWindow w;
+  open(w);
+  FileListPane& files = w.filesPane();
+  clickFolder(w, "work");
+  ASSERT_EQ(files.model().rowCount(), 4);
+
+  // A rename onto a name that is there is refused; both files stay.
+  select(files, {"a.txt"});
+  int row = files.selectedRowsDescending().front();
+  EXPECT_FALSE(files.model().setData(files.model().index(row, 0), "c.txt", Qt::EditRole));
+  EXPECT_EQ(warnings.size(), 1);
+  EXPECT_TRUE(exists(d / "work/a.txt"));
+  EXPECT_EQ(QFileInfo(QString::fromStdString(d / "work/c.txt")).size(), 40);
+  EXPECT_TRUE(files.model().setData(files.model().index(row, 0), "renamed.txt", Qt::EditRole));
+  EXPECT_TRUE(exists(d / "work/renamed.txt"));
+  EXPECT_EQ(files.model().row(row).text, "renamed.txt");
+
+  // The odd name and another go to the trash, each with a note that gives back its bytes.
+  for (int r = 0; r < files.model().rowCount(); ++r) {
+    if (files.model().row(r).name == odd) {
+      files.view().clearSelection();
+      files.view().selectionModel()->select(files.model().index(r, 0),
+                                            QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+  }
+  files.view().selectionModel()->select(files.model().index(0, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+  ASSERT_EQ(files.selectedRowsDescending().size(), 2u);
+  files.bar().control(cmd::files::Trash)->trigger();
+  EXPECT_EQ(warnings.size(), 1);
+  EXPECT_EQ(files.model().rowCount(), 2);
+  EXPECT_FALSE(exists(d / ("work/" + odd)));
+  EXPECT_TRUE(exists(data / ("Trash/files/" + odd)));
+  EXPECT_TRUE(exists(data / ("Trash/info/" + odd + ".trashinfo")));
+  EXPECT_TRUE(exists(data / "Trash/files/c.txt"));
+}
+
+TEST_F(FileListsTest, SearchWrapsAroundAndThePopupFollowsTheSelection) {
+  for (const char* name : {"x-one", "y", "x-two"}) makeFile(d / ("other/" + std::string(name)), 1);
+  MainWindow w;
+  open(w);
+  FileListPane& files = w.filesPane();
+  clickFolder(w, "other");
+  ASSERT_EQ(files.model().rowCount(), 4);
+  files.searchBox().setText("X-");
+  QTest::keyClick(&files.searchBox(), Qt::Key_Return);
+  const QString first = files.view().currentIndex().data().toString();
+  EXPECT_TRUE(first.startsWith("x-"));
+  QTest::keyClick(&files.searchBox(), Qt::Key_Return);
+  const QString second = files.view().currentIndex().data().toString();
+  EXPECT_TRUE(second.startsWith("x-"));
+  EXPECT_NE(first, second);
+  QTest::keyClick(&files.searchBox(), Qt::Key_Return);  // round again
+  EXPECT_EQ(files.view().currentIndex().data().toString(), first);
+
+  auto ids = [](QMenu* m) {
+    QList<int> out;
+    for (QAction* a : m->actions())
+      if (!a->isSeparator()) out << a->data().toInt();
+    delete m;
+    return out;
+  };
+  select(files, {"y"});
+  EXPECT_EQ(ids(files.popupMenu()), (QList<int>{1006, 1004, 1001, 1000, 1100, 1101, 1102}));
+  select(files, {"y", "x-one"});
+  EXPECT_EQ(ids(files.popupMenu()), (QList<int>{1001, 1000, 1101, 1102}));
+}
+
+TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
+  MainWindow w;
+  open(w);
+  FileListPane& top = w.topPane();
+  ASSERT_EQ(top.model().rowCount(), 5);
+  EXPECT_EQ(top.model().row(0).name, "big.iso");
+  EXPECT_EQ(top.model().row(0).folder, d / "other/");
+  EXPECT_TRUE(top.title().text().contains(QString::fromStdString(d.path())));
+
+  // The count box: below 5 becomes 5 at once, anything that is no number 100.
+  QLineEdit* edit = top.findChild<QSpinBox*>()->findChild<QLineEdit*>();
+  edit->setText("2");
+  EXPECT_EQ(top.limit(), 5);
+  edit->setText("");
+  EXPECT_EQ(top.limit(), 100);
+
+  // A full rescan of a folder replaces the list with that folder's files, under its name.
+  QSignalSpy rescanned(&w.driver(), &ScanDriver::rescanFinished);
+  const QModelIndex root = w.model().index(0, 0);
+  for (int r = 0; r < w.model().rowCount(root); ++r)
+    if (w.model().index(r, 0, root).data().toString() == "work") w.view().setCurrentIndex(w.model().index(r, 0, root));
+  w.cbrReport().control(cmd::report::Rescan)->trigger();
+  ASSERT_TRUE(rescanned.wait(10000));
+  ASSERT_EQ(top.model().rowCount(), 4);
+  EXPECT_EQ(top.model().row(0).name, "inner");
+  EXPECT_TRUE(top.title().text().contains(QString::fromStdString(d / "work")));
+
+  // Delete from the list: the file goes, the report is left as it was.
+  const int64_t before = sizeOf(w, "");
+  select(top, {"inner"});
+  EXPECT_EQ(top.DeleteFiles(false), 1);
+  EXPECT_FALSE(exists(d / "work/sub/inner"));
+  EXPECT_EQ(sizeOf(w, ""), before);
+}
+
+TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
+  makeDir(d / "work/sub/deeper");
+  makeFile(d / "work/sub/deeper/x", 7);
+  makeFile(d / "work/sub/y", 3);
+  // A link inside points out of the tree: it goes as a link, what it leads to stays.
+  ASSERT_EQ(::symlink((d / "other").c_str(), (d / "work/sub/link").c_str()), 0);
+  MainWindow w;
+  open(w);
+  const QModelIndex root = w.model().index(0, 0);
+  const int64_t rootFiles = w.tree().node(w.model().nodeOf(root)).files;
+  const int64_t rootFolders = w.tree().node(w.model().nodeOf(root)).folders;
+  QModelIndex work;
+  for (int r = 0; r < w.model().rowCount(root); ++r)
+    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  ASSERT_TRUE(work.isValid());
+  w.view().expand(work);
+  QModelIndex sub;
+  for (int r = 0; r < w.model().rowCount(work); ++r)
+    if (w.model().index(r, 0, work).data().toString() == "sub") sub = w.model().index(r, 0, work);
+  ASSERT_TRUE(sub.isValid());
+  w.view().setCurrentIndex(sub);
+  const auto& s = w.tree().node(w.model().nodeOf(sub));
+  const int64_t subFiles = s.files, subFolders = s.folders;
+  EXPECT_EQ(subFiles, 3);
+  w.reportPane().Report_DeleteFolder(false);
+  EXPECT_FALSE(exists(d / "work/sub"));
+  EXPECT_TRUE(exists(d / "other/big.iso"));
+  const auto& r = w.tree().node(w.model().nodeOf(w.model().index(0, 0)));
+  EXPECT_EQ(r.files, rootFiles - subFiles);
+  EXPECT_EQ(r.folders, rootFolders - subFolders - 1);
+  EXPECT_EQ(sizeOf(w, "work"), 70);  // its own files remain
+  EXPECT_EQ(sizeOf(w, ""), 5070);
+  EXPECT_FALSE(w.busy());
+}
+
+}  // namespace
+}  // namespace ql::test
