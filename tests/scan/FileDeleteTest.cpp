@@ -225,7 +225,9 @@ TEST_F(TrashTest, ItemsLandWithNotesUnderUniqueNames) {
                                                           {kOdd, "odd", "a/" + kOdd},
                                                           {"folder", "", "a/folder"}};
   for (const auto& [name, content, from] : landed) {
-    if (!content.empty()) EXPECT_EQ(slurp(trash + "/files/" + name), content) << name;
+    if (!content.empty()) {
+      EXPECT_EQ(slurp(trash + "/files/" + name), content) << name;
+    }
     EXPECT_EQ(notedPath(trash + "/info/" + name + ".trashinfo"), tmp / from);
   }
   EXPECT_TRUE(exists(trash + "/files/folder/inner"));
