@@ -1,0 +1,272 @@
+// Deleting files and folder trees by bytes, and moving items to the trash: odd names, missing
+// permissions, links that lead out, mounts inside, depths beyond any path limit.
+
+#include <QByteArray>
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include "TestFs.h"
+#include "scan/FileOps.h"
+#include "scan/Trash.h"
+
+namespace ql::test {
+namespace {
+
+const std::string kOdd = "caf\xE9-\xFF\xFE";  // Latin-1 bytes: no valid UTF-8
+
+bool exists(const std::string& path) { return probePath(path) == 0; }
+
+void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs fn as an ordinary user, since root passes every permission check: as ourselves when we
+// are no root, else in a child that owns `dir` and has given up root. fn's answer is "" when all
+// went as it should.
+std::string asUser(const std::string& dir, const std::function<std::string()>& fn) {
+  if (::geteuid() != 0) return fn();
+  return inChild([&]() -> std::string {
+    const std::string cmd = "chown -R 65534:65534 '" + dir + "'";
+    if (std::system(cmd.c_str()) != 0) return "chown failed";
+    if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0)
+      return "setresuid failed";
+    return fn();
+  });
+}
+
+TEST(FileDelete, MissingOddAndProtectedFiles) {
+  TempDir tmp;
+  ASSERT_TRUE(tmp.made());
+  EXPECT_EQ(deleteFile(tmp / "never-there", false), "");
+  EXPECT_EQ(deleteFile(tmp / "no-folder/never-there", false), "");
+  makeFile(tmp / kOdd, 5);
+  EXPECT_EQ(deleteFile(tmp / kOdd, false), "");
+  EXPECT_FALSE(exists(tmp / kOdd));
+  // A link goes as a link; what it leads to stays.
+  makeFile(tmp / "target", 1);
+  ASSERT_EQ(::symlink((tmp / "target").c_str(), (tmp / "link").c_str()), 0);
+  EXPECT_EQ(deleteFile(tmp / "link", false), "");
+  EXPECT_TRUE(exists(tmp / "target"));
+
+  makeDir(tmp / "ro");
+  makeFile(tmp / "ro/f", 1);
+  const std::string file = tmp / "ro/f";
+  const std::string out = asUser(tmp.path(), [&]() -> std::string {
+    if (::chmod((tmp / "ro").c_str(), 0555) != 0) return "chmod failed";
+    const std::string refused = deleteFile(file, false);
+    if (refused != file + " (" + std::strerror(EACCES) + ")") return "without force: '" + refused + "'";
+    if (!exists(file)) return "gone without force";
+    const std::string forced = deleteFile(file, true);
+    if (!forced.empty()) return "with force: " + forced;
+    return exists(file) ? "still there after force" : "";
+  });
+  EXPECT_EQ(out, "");
+}
+
+TEST(FolderDelete, TreeWithLinksOddNamesAndProtectedFolder) {
+  TempDir tmp;
+  ASSERT_TRUE(tmp.made());
+  const std::string root = tmp / "tree";
+  makeDir(root);
+  makeDir(tmp / "outside");
+  makeFile(tmp / "outside/keep", 3);
+  makeFile(root + "/a", 1);
+  makeDir(root + "/sub");
+  makeDir(root + "/sub/" + kOdd);
+  makeFile(root + "/sub/" + kOdd + "/" + kOdd, 2);
+  ASSERT_EQ(::symlink((tmp / "outside").c_str(), (root + "/sub/to-outside").c_str()), 0);
+  ASSERT_EQ(::symlink("nowhere", (root + "/dangling").c_str()), 0);
+  makeDir(root + "/ro");
+  makeFile(root + "/ro/f", 1);
+  makeDir(root + "/ro/inner");
+
+  // The start folder as a link is refused; the folder behind it stays.
+  ASSERT_EQ(::symlink(root.c_str(), (tmp / "link-to-tree").c_str()), 0);
+  const auto viaLink = deleteFolderTree(tmp / "link-to-tree", true);
+  EXPECT_FALSE(viaLink.ok);
+  EXPECT_NE(viaLink.errors.find("link-to-tree"), std::string::npos) << viaLink.errors;
+  EXPECT_TRUE(exists(root + "/a"));
+
+  // A stop word that already holds its value ends the delete before it takes anything.
+  const std::atomic<int> stop{3};
+  EXPECT_FALSE(deleteFolderTree(root, true, &stop, 3).ok);
+  EXPECT_TRUE(exists(root + "/a"));
+
+  const std::string out = asUser(tmp.path(), [&]() -> std::string {
+    if (::chmod((root + "/ro").c_str(), 0555) != 0) return "chmod failed";
+    const auto plain = deleteFolderTree(root, false);
+    if (plain.ok) return "deleted without force";
+    if (plain.errors.find(root + "/ro/f (") == std::string::npos) return "errors: " + plain.errors;
+    if (!exists(root + "/ro/f")) return "protected file gone without force";
+    if (exists(root + "/a")) return "the rest was not deleted";
+    const auto forced = deleteFolderTree(root + "/", true);
+    if (!forced.ok || !forced.errors.empty()) return "with force: " + forced.errors;
+    return exists(root) ? "still there" : "";
+  });
+  EXPECT_EQ(out, "");
+  EXPECT_TRUE(exists(tmp / "outside/keep"));
+}
+
+TEST(FolderDelete, DeeperThanAnyPathWithFewDescriptors) {
+  // In memory where there is such a place: thousands of unlinks on a busy disk take seconds.
+  TempDir shm("/dev/shm");
+  TempDir disk(shm.made() ? "/nonexistent" : "/tmp");
+  const TempDir& tmp = shm.made() ? shm : disk;
+  ASSERT_TRUE(tmp.made());
+  constexpr int kDepth = 3000;
+  std::string deep = tmp / "deep";
+  makeDir(deep);
+  int fd = ::open(deep.c_str(), O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < kDepth && fd >= 0; ++i) {
+    ::close(::openat(fd, "file", O_CREAT | O_WRONLY, 0644));
+    ASSERT_EQ(::mkdirat(fd, "level", 0755), 0);
+    const int next = ::openat(fd, "level", O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    fd = next;
+  }
+  ASSERT_GE(fd, 0);
+  ::close(fd);
+  // A descriptor limit far below the depth: the delete must close folders on the way down.
+  const std::string out = inChild([&]() -> std::string {
+    const rlimit low{200, 200};
+    if (::setrlimit(RLIMIT_NOFILE, &low) != 0) return "setrlimit failed";
+    const auto r = deleteFolderTree(deep, false);
+    return r.ok ? "" : "failed: " + r.errors.substr(0, 300);
+  });
+  EXPECT_EQ(out, "");
+  EXPECT_FALSE(exists(deep));
+}
+
+// In a private mount namespace, so the mounts go with the child whatever happens.
+std::string withPrivateMounts(const std::function<std::string()>& fn) {
+  return inChild([&]() -> std::string {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      return "skip";
+    return fn();
+  });
+}
+
+TEST(FolderDelete, MountInsideIsNotEntered) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  TempDir tmp;
+  ASSERT_TRUE(tmp.made());
+  const std::string root = tmp / "tree";
+  makeDir(root);
+  makeDir(root + "/sub");
+  makeDir(root + "/sub/mnt");
+  makeFile(root + "/sub/f", 1);
+  const std::string out = withPrivateMounts([&]() -> std::string {
+    if (::mount("tmpfs", (root + "/sub/mnt").c_str(), "tmpfs", 0, "size=1m") != 0) return "skip";
+    write(root + "/sub/mnt/precious", "x");
+    const auto r = deleteFolderTree(root, true);
+    std::string bad;
+    if (r.ok) bad += "reported gone; ";
+    if (r.mountsRefused != std::vector<std::string>{root + "/sub/mnt"}) bad += "refused list wrong; ";
+    if (slurp(root + "/sub/mnt/precious") != "x") bad += "mounted content touched; ";
+    if (exists(root + "/sub/f")) bad += "the rest stayed; ";
+    const auto onMount = deleteFolderTree(root + "/sub/mnt", true);
+    if (onMount.ok || onMount.mountsRefused.size() != 1 || !exists(root + "/sub/mnt/precious"))
+      bad += "the mount point itself was not refused; ";
+    ::umount2((root + "/sub/mnt").c_str(), MNT_DETACH);
+    return bad;
+  });
+  if (out == "skip") GTEST_SKIP() << "no private mount namespace";
+  EXPECT_EQ(out, "");
+}
+
+class TrashTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(tmp.made());
+    qputenv("XDG_DATA_HOME", QByteArray::fromStdString(tmp / "data"));
+  }
+  void TearDown() override { qunsetenv("XDG_DATA_HOME"); }
+
+  // The original path a trash note names.
+  static std::string notedPath(const std::string& note) {
+    const std::string text = slurp(note);
+    const size_t at = text.find("\nPath=");
+    if (text.rfind("[Trash Info]\n", 0) != 0 || at == std::string::npos) return "bad note: " + text;
+    const size_t end = text.find('\n', at + 1);
+    return QByteArray::fromPercentEncoding(QByteArray::fromStdString(text.substr(at + 6, end - at - 6)))
+        .toStdString();
+  }
+
+  TempDir tmp;
+};
+
+TEST_F(TrashTest, ItemsLandWithNotesUnderUniqueNames) {
+  const std::string trash = tmp / "data/Trash";
+  makeDir(tmp / "a");
+  makeDir(tmp / "b");
+  write(tmp / "a/same", "first");
+  write(tmp / "b/same", "second");
+  makeDir(tmp / "a/folder");
+  makeFile(tmp / "a/folder/inner", 1);
+  write(tmp / ("a/" + kOdd), "odd");
+
+  for (const char* item : {"a/same", "b/same", "a/folder"}) {
+    const auto r = moveToTrash(tmp / item);
+    EXPECT_EQ(r.code, 0) << item << ": " << r.text;
+    EXPECT_FALSE(exists(tmp / item)) << item;
+  }
+  EXPECT_EQ(moveToTrash(tmp / ("a/" + kOdd)).code, 0);
+
+  // name in the trash, content, where it came from
+  const std::vector<std::array<std::string, 3>> landed = {{"same", "first", "a/same"},
+                                                          {"same.2", "second", "b/same"},
+                                                          {kOdd, "odd", "a/" + kOdd},
+                                                          {"folder", "", "a/folder"}};
+  for (const auto& [name, content, from] : landed) {
+    if (!content.empty()) {
+      EXPECT_EQ(slurp(trash + "/files/" + name), content) << name;
+    }
+    EXPECT_EQ(notedPath(trash + "/info/" + name + ".trashinfo"), tmp / from);
+  }
+  EXPECT_TRUE(exists(trash + "/files/folder/inner"));
+  EXPECT_NE(slurp(trash + "/info/same.trashinfo").find("\nDeletionDate=20"), std::string::npos);
+}
+
+TEST_F(TrashTest, FailuresLeaveNoNote) {
+  const auto missing = moveToTrash(tmp / "not-there");
+  EXPECT_EQ(missing.code, ENOENT);
+  EXPECT_EQ(trashErrorText(missing), std::string(std::strerror(ENOENT)) + " (" + std::to_string(ENOENT) + ")");
+  // A folder that holds the trash cannot go into it: the rename fails after the note was written.
+  makeDir(tmp / "data");
+  const auto self = moveToTrash(tmp.path());
+  EXPECT_NE(self.code, 0);
+  EXPECT_TRUE(exists(tmp / "data/Trash/info"));
+  EXPECT_EQ(::rmdir((tmp / "data/Trash/info").c_str()), 0) << "a note was left behind";
+}
+
+TEST_F(TrashTest, OtherMountUsesItsOwnTrash) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  makeDir(tmp / "mnt");
+  const std::string out = withPrivateMounts([&]() -> std::string {
+    const std::string top = tmp / "mnt";
+    if (::mount("tmpfs", top.c_str(), "tmpfs", 0, "size=1m") != 0) return "skip";
+    ::mkdir((top + "/dir").c_str(), 0755);
+    write(top + "/dir/f", "x");
+    const auto r = moveToTrash(top + "/dir/f");
+    if (r.code != 0) return "failed: " + r.text;
+    const std::string own = top + "/.Trash-" + std::to_string(::geteuid());
+    std::string bad;
+    if (slurp(own + "/files/f") != "x") bad += "not in the mount's trash; ";
+    if (notedPath(own + "/info/f.trashinfo") != "dir/f") bad += "path not relative to the top; ";
+    if (exists(tmp / "data/Trash/files/f")) bad += "copied home; ";
+    ::umount2(top.c_str(), MNT_DETACH);
+    return bad;
+  });
+  if (out == "skip") GTEST_SKIP() << "no private mount namespace";
+  EXPECT_EQ(out, "");
+}
+
+}  // namespace
+}  // namespace ql::test
