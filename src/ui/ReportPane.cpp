@@ -351,11 +351,11 @@ void ReportPane::Report_DeleteFolder(bool toTrash) {
     refusedMount = !result.mountsRefused.empty();
   }
   if (refusedMount) {
-    QStringList mounts;
-    for (const std::string& m : result.mountsRefused) mounts << decode(m);
-    if (mounts.isEmpty()) mounts << decode(path);
-    warn(TL(4051, "Ein anderes Dateisystem ist hier eingehängt und wird nicht gelöscht:%!%1",
-            {mounts.join(QLatin1Char('\n'))}));
+    std::vector<std::string> mounts = result.mountsRefused;
+    if (mounts.empty()) mounts.push_back(path);
+    QStringList texts;
+    for (const std::string& m : mounts) texts << QString::fromStdString(mountRefusedText(m));
+    warn(texts.join(QLatin1Char('\n')));
     if (result.mountsRefused.empty()) return;  // nothing was deleted
   }
   if (tree_.generation() != generation || !tree_.isLive(node)) return;  // the report changed meanwhile
