@@ -2,17 +2,23 @@
 // serving its event loop while a source is read, and how long a title-click sort and expanding
 // every folder take on the resulting report.
 //
-// usage: QT_QPA_PLATFORM=offscreen quorlane_uibench TREE [COPIES]
+// usage: QT_QPA_PLATFORM=offscreen quorlane_uibench TREE [COPIES] [FLAT]
 // The tree is read COPIES times (default 2) as separate sources, so a 58,000-folder tree gives
-// a report of more than 100,000 folders.
+// a report of more than 100,000 folders; the largest-files list is fed during the read, with
+// its largest count (999). Then FLAT, a folder of 100,000 files (made when missing; default
+// /tmp/quorlane-flat100k), is shown in the file list and sorted by every column.
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QElapsedTimer>
 #include <QHeaderView>
+#include <QSpinBox>
 #include <QTimer>
 #include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "app/Globals.h"
 #include "report/ReportCommands.h"
@@ -32,6 +38,7 @@ int main(int argc, char** argv) {
   MainWindow w;
   w.show();
   QCoreApplication::processEvents();
+  w.topPane().findChild<QSpinBox*>()->setValue(999);
 
   // The gap between two turns of the event loop, measured with a timer that fires on every turn.
   QElapsedTimer clock;
@@ -69,9 +76,44 @@ int main(int argc, char** argv) {
   QCoreApplication::processEvents();
   const double expandMs = t.nsecsElapsed() / 1e6;
 
+  // The file list: a folder of 100,000 files read, then sorted by each column in turn.
+  const std::string flat = argc > 3 ? argv[3] : "/tmp/quorlane-flat100k";
+  if (::mkdir(flat.c_str(), 0755) == 0) {
+    for (int i = 0; i < 100000; ++i) {
+      const std::string f = flat + "/file" + std::to_string(i * 7919 % 100003) + (i % 3 ? ".txt" : ".jpg");
+      const int fd = ::open(f.c_str(), O_CREAT | O_WRONLY, 0644);
+      if (fd >= 0 && ::ftruncate(fd, i % 5000) == 0) ::close(fd);
+    }
+  }
+  w.cbrMain().setChecked(307, false);
+  w.cbrMain().setChecked(306, true);
+  w.Change_Info_Visibility();
+  FileListPane& files = w.filesPane();
+  last = 0;
+  worst = 0;
+  tick.start();
+  t.restart();
+  files.FileList_ScanFolder(flat, true);
+  while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  QCoreApplication::processEvents();
+  const double listMs = t.nsecsElapsed() / 1e6;
+  tick.stop();
+  const qint64 listWorst = worst;
+  double sortWorst = 0;
+  for (int c = 0; c < files.model().columnCount(); ++c) {
+    t.restart();
+    Q_EMIT files.view().header()->sectionClicked(c);
+    QCoreApplication::processEvents();
+    sortWorst = std::max(sortWorst, t.nsecsElapsed() / 1e6);
+  }
+
   std::printf("report rows: %zu folders\n", folders);
   std::printf("reading: %.0f ms; longest stall of the user-interface thread: %.1f ms\n", scanMs,
               worst / 1e6);
   std::printf("title-click sort: %.0f ms; expand all: %.0f ms\n", sortMs, expandMs);
+  std::printf("largest files (N = %d): %d rows\n", w.topPane().limit(), w.topPane().model().rowCount());
+  std::printf("window read per source: %.0f ms\n", scanMs / copies);
+  std::printf("file list of %d files: shown after %.0f ms, longest stall %.1f ms; slowest column sort: %.0f ms\n",
+              files.model().rowCount(), listMs, listWorst / 1e6, sortWorst);
   return 0;
 }
