@@ -2,6 +2,7 @@
 // click, and a close during a scan.
 
 #include <QApplication>
+#include <QDialog>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
