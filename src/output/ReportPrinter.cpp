@@ -73,11 +73,11 @@ bool ReportPrinter::print(QPagedPaintDevice& device, int zoom, const std::functi
   double numbers = 0;
   for (size_t i = 1; i < columns.size(); ++i) numbers += (width[i] += air);
   width[0] += air;
-  // The names give way to the numbers down to a quarter of the page; below that, everything
-  // is drawn smaller until it fits.
+  // The names give way to the numbers, but keep at least as much room as the numbers take
+  // together; when that does not fit, everything is drawn smaller until it does.
   double scale = 1;
   if (width[0] + numbers > pageWidth) {
-    width[0] = std::max(pageWidth - numbers, pageWidth / 4);
+    width[0] = std::max(pageWidth - numbers, std::min(width[0], numbers));
     if (width[0] + numbers > pageWidth) scale = pageWidth / (width[0] + numbers);
   }
   const double pageHeight = device.height() / scale;

@@ -11,6 +11,8 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
+#include <QTimer>
+#include <algorithm>
 #include <fcntl.h>
 #include <fstream>
 #include <memory>
@@ -161,6 +163,20 @@ TEST_F(OutputDialogs, TheReportIsCopiedBeforeTheTreeCanChange) {
   EXPECT_NE(text.find("\tBilder/[Dateien]\r\n"), std::string::npos) << text;
   EXPECT_EQ(r.t.roots().size(), 1u);
   EXPECT_TRUE(r.t.children(r.root).size() == 1);  // only Musik is left in the tree
+}
+
+// A large report is copied in slices with the window alive between them; a change of the tree
+// in between starts the copy again, so no row is lost or written twice.
+TEST_F(OutputDialogs, ATreeChangedDuringTheCopyIsCopiedAgain) {
+  Report r(40000);
+  const uint32_t gone = r.t.children(r.root)[100];
+  QTimer::singleShot(0, [&] { r.t.removeSubtree(gone); });
+  ASSERT_TRUE(saveAll(r, dir / "big.csv"));
+  const std::string csv = readAll(dir / "big.csv");
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + 7 + 40000 - 1);
+  EXPECT_EQ(csv.find("/f098\""), std::string::npos);
+  EXPECT_NE(csv.find("/f097\""), std::string::npos);
+  EXPECT_NE(csv.find("/f39999\""), std::string::npos);
 }
 
 // Sets the immutable attribute of a folder (root cannot create files in it either) and clears
