@@ -19,6 +19,9 @@ class Guard {
  public:
   Guard() = default;
   explicit Guard(std::function<void()> recover) : recover_(std::move(recover)) {}
+  // For a dialog: failures are reported under the dialog's own module name.
+  explicit Guard(const char* module, std::function<void()> recover = {})
+      : module_(module), recover_(std::move(recover)) {}
 
   // Runs f; an exception is reported under `procedure` and the recovery runs.
   template <class F>
@@ -50,13 +53,14 @@ class Guard {
  private:
   void report(const char* procedure, const QString& error, const QStringList& values) const noexcept {
     try {
-      FailureReport(QString::fromLatin1(procedure), QStringLiteral("frmMain"), 0, error, values);
+      FailureReport(QString::fromLatin1(procedure), QString::fromLatin1(module_), 0, error, values);
       if (recover_) recover_();
     } catch (...) {
       // Nothing sensible is left to do when the report itself fails.
     }
   }
 
+  const char* module_ = "frmMain";
   std::function<void()> recover_;
 };
 

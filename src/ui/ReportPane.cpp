@@ -1,7 +1,7 @@
 #include "ui/ReportPane.h"
 
 #include <QEventLoop>
-#include <QFileDialog>
+#include <QFile>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
@@ -17,7 +17,8 @@
 #include <thread>
 
 #include "lang/TL.h"
-#include "output/ReportWriter.h"
+#include "output/frmPrint.h"
+#include "output/frmSave.h"
 #include "report/ReportCommands.h"
 #include "scan/FileOps.h"
 #include "scan/Trash.h"
@@ -124,7 +125,6 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, Save, 3537, "Speichern", "document-save", true, 3538,
                "Ordnerliste in eine Textdatei speichern");
   b.AddControl(T::Button, Print, 3541, "Drucken", "document-print", true, 3542, "Ordnerliste drucken");
-  b.setUnavailable(Print);  // comes with the print dialog
   b.AddControl(T::Button, PercentColumn, 3698, "Prozent", "", true, 3699, "Spalte 'Prozent' anzeigen", true,
                o.ColPercentVisible);
   b.AddControl(T::Button, FilesColumn, 3676, "Dateien", "", false, 3565, "Spalte 'Dateianzahl' anzeigen", true,
@@ -163,7 +163,8 @@ void ReportPane::cbrReport_Execute(int id) {
       case Rescan:
         if (selectedNode() != kNoNode) Q_EMIT rescanRequested(selectedNode());
         return;  // the scan says when it is done
-      case Save: saveReport(); break;
+      case Save: Report_SaveToFile(); break;
+      case Print: Report_print(); break;
       case Remove: driver_.Report_RemoveFolders(selectedNode()); break;
       case RemoveAll: driver_.clearAll(); break;
       case cmd::report::Bytes:
@@ -398,17 +399,53 @@ void ReportPane::Report_StartSearch() {
   search_->setFocus();
 }
 
-void ReportPane::saveReport() {
+ReportLook ReportPane::look() const {
+  ReportLook look;
+  look.unit = model_->unit();
+  look.decimals = decimals_;
+  for (int c = 0; c < ReportModel::ColumnCount; ++c) {
+    look.visible[c] = !view_->isColumnHidden(c);
+    look.titles[c] = model_->headerData(c, Qt::Horizontal, Qt::DisplayRole).toString();
+  }
+  return look;
+}
+
+uint32_t ReportPane::firstSelectedNode() const {
+  // Rows compare by the positions of their ancestors, from the top down.
+  const auto chain = [this](uint32_t n) {
+    std::vector<uint32_t> rows;
+    for (; n != kSuperRoot && n != kNoNode; n = tree_.parent(n)) rows.push_back(tree_.node(n).row);
+    std::reverse(rows.begin(), rows.end());
+    return rows;
+  };
+  uint32_t first = kNoNode;
+  std::vector<uint32_t> firstChain;
+  for (const QModelIndex& i : view_->selectionModel()->selectedRows(0)) {
+    const uint32_t n = model_->nodeOf(i);
+    if (!tree_.isLive(n)) continue;
+    std::vector<uint32_t> c = chain(n);
+    if (first == kNoNode || c < firstChain) {
+      first = n;
+      firstChain = std::move(c);
+    }
+  }
+  return first;
+}
+
+void ReportPane::Report_SaveToFile() {
   if (tree_.empty()) return;
-  const QString file = QFileDialog::getSaveFileName(this, TL(3612, "Speichern"), QString(),
-                                                    QStringLiteral("CSV (*.csv);;TXT (*.txt)"));
-  if (file.isEmpty()) return;
-  ReportSaveOptions o;
-  o.unit = model_->unit();
-  o.decimals = decimals_;
-  QString error;
-  if (!ReportWriter::SPEICHERN(tree_, encode(file), o, error))
-    FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
+  frmSave dialog(tree_, model_.get(), firstSelectedNode(), look(), this);
+  dialog.setLastFolder(lastSaveFolder_);
+  dialog.exec();
+  lastSaveFolder_ = dialog.lastFolder();
+  window()->unsetCursor();
+}
+
+void ReportPane::Report_print() {
+  if (tree_.empty()) return;
+  frmPrint dialog(tree_, model_.get(), firstSelectedNode(), look(), this);
+  dialog.exec();
+  window()->unsetCursor();
 }
 
 void ReportPane::setControlsEnabled(bool on) {

@@ -22,6 +22,7 @@ class QMenu;
 namespace ql {
 
 class ScanDriver;
+struct ReportLook;
 
 class ReportPane : public QWidget {
   Q_OBJECT
@@ -85,7 +86,12 @@ class ReportPane : public QWidget {
   void onExpanded(const QModelIndex& index);
   void startRename();
   bool renameFolder(uint32_t node, const QString& name);
-  void saveReport();
+  // The save and print dialogs, over the report as it stands.
+  void Report_SaveToFile();
+  void Report_print();
+  ReportLook look() const;
+  // The first selected row in the order of the rows; kNoNode when none is selected.
+  uint32_t firstSelectedNode() const;
   void warn(const QString& text);
 
   ReportTree& tree_;
@@ -97,6 +103,7 @@ class ReportPane : public QWidget {
   QLineEdit* search_ = nullptr;
   int decimals_ = 1;
   bool expanding_ = false;
+  QString lastSaveFolder_;
   std::function<void(const QString&)> warn_;
 };
 

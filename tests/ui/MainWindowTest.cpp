@@ -2,6 +2,7 @@
 // click, and a close during a scan.
 
 #include <QApplication>
+#include <QDialog>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -9,6 +10,7 @@
 #include <QSignalSpy>
 #include <QSettings>
 #include <QTest>
+#include <QTimer>
 
 #include "TestApp.h"
 #include "TestFs.h"
@@ -103,8 +105,20 @@ TEST_F(MainWindowTest, MainCommands) {
   ASSERT_TRUE(finished.wait(10000));
   EXPECT_FALSE(bar.control(3)->isEnabled());
   EXPECT_EQ(w.model().rowCount(), 1);
-  // Options, Update and Print do nothing yet: they stay off, through the scanning state too.
-  for (QAction* a : {bar.control(14), bar.control(19), w.cbrReport().control(6)}) EXPECT_FALSE(a->isEnabled());
+  // Options and Update do nothing yet: they stay off, through the scanning state too.
+  for (QAction* a : {bar.control(14), bar.control(19)}) EXPECT_FALSE(a->isEnabled());
+  // Save and Print open their dialogs over the report.
+  for (auto [id, form] : {std::pair{5, "frmSave"}, {6, "frmPrint"}}) {
+    QString shown;
+    QTimer::singleShot(0, [&] {
+      if (auto* d = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+        shown = d->objectName();
+        d->reject();
+      }
+    });
+    w.cbrReport().control(id)->trigger();
+    EXPECT_EQ(shown, form);
+  }
 
   // The last shown list stays; file list and largest files take each other's place.
   for (int id : {21, 306, 307}) bar.setChecked(id, false);
