@@ -1,4 +1,4 @@
-// The window of the first instance when a later start hands sources over.
+// The first instance's window when a later start hands sources over while it is minimised.
 
 #include <QSettings>
 #include <QSignalSpy>
@@ -9,7 +9,6 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
 #include "app/SingleInstance.h"
 #include "ui/MainWindow.h"
 
@@ -19,19 +18,16 @@ namespace {
 TEST(HandOverWindow, AMinimisedWindowReadsTheSourcesAndComesBack) {
   guiApp();
   TempDir d, config;
-  makeDir(d / "sub");
-  makeFile(d / "sub/f", 100);
+  makeFile(d / "f", 100);
   globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
   QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
   QTemporaryDir runtime;
   SingleInstance first(runtime.path());
   ASSERT_EQ(first.claim(), SingleInstance::Claim::First);
-
   MainWindow w;
   w.show();
   QCoreApplication::processEvents();
   w.showMinimized();
-  ASSERT_TRUE(w.isMinimized());
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
   std::atomic<int> result{-1};
   std::thread later([&result, path = runtime.path(), source = d.path()] {
@@ -43,8 +39,7 @@ TEST(HandOverWindow, AMinimisedWindowReadsTheSourcesAndComesBack) {
   EXPECT_EQ(result, int(SingleInstance::Sent::Taken));
   EXPECT_FALSE(w.isMinimized());
   ASSERT_TRUE(finished.count() > 0 || finished.wait(10000));
-  ASSERT_EQ(w.model().rowCount(), 1);
-  EXPECT_EQ(w.model().rowCount(w.model().index(0, 0)), 1);
+  EXPECT_EQ(w.model().rowCount(), 1);
 }
 
 }  // namespace
