@@ -1,9 +1,9 @@
 // The first instance's window when a later start hands sources over while it is minimised.
 
-#include <gtest/gtest.h>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <gtest/gtest.h>
 
 #include "TestApp.h"
 #include "TestFs.h"
