@@ -10,6 +10,7 @@
 #include "app/CommandLine.h"
 #include "app/Globals.h"
 #include "app/SilentRun.h"
+#include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "failure/FailureReport.h"
 #include "failure/FatalSignals.h"
@@ -81,6 +82,9 @@ int main(int argc, char** argv) {
   // say) shows the dialog too.
   installFailureDialog();
   initFrame();
+  // Declared before the window, so the socket goes only after the window: a restart waits for it.
+  SingleInstance instance;
+  if (const int status = claimOrHandOver(instance, command); status >= 0) return status;
   MainWindow window;
   window.setStartSources(command.sources);  // read once the window is on the screen
   window.show();

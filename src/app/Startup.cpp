@@ -1,18 +1,20 @@
 #include "app/Startup.h"
 
 #include <QDir>
-#include <QStandardPaths>
+#include <QFile>
 #include <cerrno>
+#include <cstdio>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
+#include "app/CommandLine.h"
 #include "app/Globals.h"
+#include "app/Settings.h"
+#include "app/SingleInstance.h"
 #include "lang/TL.h"
 
 namespace ql {
@@ -22,30 +24,54 @@ bool osSupported() {
   return statx(AT_FDCWD, "/", AT_STATX_DONT_SYNC, STATX_SIZE, &sx) == 0 || errno != ENOSYS;
 }
 
-QString instanceLockName() {
-  return globals().Apptitle + QStringLiteral("_APPLICATION_MUTEX_") + QString::number(::getuid());
-}
-
-bool instanceRunning() {
-  // The window listens on a local socket of this name in the temporary folder.
-  const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1Char('/') + instanceLockName());
-  sockaddr_un addr{};
-  addr.sun_family = AF_UNIX;
-  if (static_cast<size_t>(path.size()) >= sizeof addr.sun_path) return false;
-  std::memcpy(addr.sun_path, path.constData(), static_cast<size_t>(path.size()));
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  const bool alive = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-  ::close(fd);
-  return alive;
-}
-
 void restartWait(int limitMs, int pauseMs) {
+  const SingleInstance instance;
   const auto start = std::chrono::steady_clock::now();
-  while (instanceRunning()) {
+  while (instance.running()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
     if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(limitMs)) _exit(0);
   }
+}
+
+int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) {
+  auto say = [](const QString& text) {
+    std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
+  };
+  switch (instance.claim()) {
+    case SingleInstance::Claim::First:
+      // For the tests that start the program more than once: what arrives is kept in a file.
+      if (const QString log = qEnvironmentVariable("QUORLANE_HANDOVER_LOG"); !log.isEmpty()) {
+        QObject::connect(&instance, &SingleInstance::received, &instance, [log](const std::vector<std::string>& s) {
+          QFile file(log);
+          if (file.open(QIODevice::WriteOnly | QIODevice::Append)) file.write(encodeHandOver(s));
+        });
+      }
+      return -1;
+    case SingleInstance::Claim::Refused:
+      say(TL(4140, "%1 gehört einem anderen Benutzer und wird nicht benutzt.", {instance.socketPath()}));
+      return -1;
+    case SingleInstance::Claim::Unavailable:
+      return -1;  // a window without the socket
+    case SingleInstance::Claim::Running:
+      break;
+  }
+  bool ok = false;
+  const int instanz = GetSettings(QStringLiteral("Optionen"), QStringLiteral("Instanz")).toInt(&ok);
+  if ((ok && instanz == 0) || command.restart) {
+    instance.closePeer();  // a window of its own beside the running one
+    return -1;
+  }
+  switch (instance.handOver(command.sources)) {
+    case SingleInstance::Sent::Taken:
+      return 0;
+    case SingleInstance::Sent::Busy:
+      say(TL(4141, "Das laufende Quorlane ist beschäftigt und hat die Ordner nicht übernommen."));
+      return 1;
+    case SingleInstance::Sent::NoAnswer:
+      break;
+  }
+  say(TL(4142, "Das laufende Quorlane hat nicht geantwortet; die Ordner wurden nicht übergeben."));
+  return 1;
 }
 
 void InitMain(const QString& programFolder) {

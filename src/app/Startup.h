@@ -6,16 +6,20 @@
 
 namespace ql {
 
+class SingleInstance;
+struct ParsedCommandLine;
+
 // Linux with statx (kernel 4.11 or later).
 bool osSupported();
 
-// Name of the local socket that marks a running window instance of this user.
-QString instanceLockName();
-// True while an instance holds the lock.
-bool instanceRunning();
-
-// "-RESTART": waits until the previous instance has gone, 20 s at the most, then ends the process.
+// "-RESTART": waits until the previous window has let its instance socket go, 20 s at the most,
+// then ends the process.
 void restartWait(int limitMs = 20000, int pauseMs = 500);
+
+// A window start: becomes this user's first instance when none runs, or hands the sources to the
+// running one (unless Instanz is 0 or this is a restart). Returns the exit status when this
+// process is done, -1 when its own window is to come up.
+int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command);
 
 // Fills the process-wide values: version, data folder, settings file; creates the data folder.
 void InitMain(const QString& programFolder);

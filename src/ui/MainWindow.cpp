@@ -6,7 +6,6 @@
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
-#include <QLocalServer>
 #include <QMessageBox>
 #include <QProcess>
 #include <QStandardItemModel>
@@ -15,7 +14,7 @@
 #include <QVBoxLayout>
 
 #include "app/Globals.h"
-#include "app/Startup.h"
+#include "app/SingleInstance.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
@@ -61,10 +60,9 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), guard_([this] { r
   Change_Info_Visibility();
   wireDriver();
 
-  // Marks this user's running window, so a restart waits for it to go.
-  lock_ = new QLocalServer(this);
-  QLocalServer::removeServer(instanceLockName());
-  lock_->listen(instanceLockName());
+  if (SingleInstance* instance = SingleInstance::current())
+    connect(instance, &SingleInstance::received, this,
+            guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
   applyToolbarLook();
   DisableControls();  // until the window has come up
   cbrMain_->control(Stop)->setEnabled(false);
@@ -406,6 +404,16 @@ void MainWindow::readCommandLine(const std::vector<std::string>& sources) {
   if (driver_->sourceQueue().empty()) return;
   DisableControls();
   driver_->start();
+}
+
+void MainWindow::takeHandOver(const std::vector<std::string>& sources) {
+  if (activated_)
+    readCommandLine(sources);  // during a scan they join its queue
+  else
+    startSources_.insert(startSources_.end(), sources.begin(), sources.end());
+  if (isMinimized()) showNormal();
+  raise();
+  activateWindow();
 }
 
 void MainWindow::onRescanRequested(uint32_t node) {

@@ -21,8 +21,6 @@
 #include "ui/Guard.h"
 #include "ui/Splitter.h"
 
-class QLocalServer;
-
 namespace ql {
 
 class MainWindow : public QMainWindow {
@@ -35,6 +33,8 @@ class MainWindow : public QMainWindow {
   void setStartSources(std::vector<std::string> sources) { startSources_ = std::move(sources); }
   // Queues the sources, exactly as given, and starts reading them.
   void readCommandLine(const std::vector<std::string>& sources);
+  // Sources a later start handed over: read like the command line, and the window comes forward.
+  void takeHandOver(const std::vector<std::string>& sources);
 
   // The commands of the main bar, by number, as a click would run them.
   void cbrMain_Execute(int id);
@@ -107,7 +107,6 @@ class MainWindow : public QMainWindow {
   QLabel* status2_ = nullptr;
   QComboBox* cboOrdner_ = nullptr;
   CommandBar* cbrMain_ = nullptr;
-  QLocalServer* lock_ = nullptr;
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
   QWidget* picDrives_ = nullptr;

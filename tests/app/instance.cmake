@@ -1,0 +1,5 @@
+ql_test(test_single_instance quorlane_core ${CMAKE_CURRENT_LIST_DIR}/SingleInstanceTest.cpp)
+ql_test(test_instances quorlane_core ${CMAKE_CURRENT_LIST_DIR}/InstanceProcessTest.cpp)
+add_dependencies(test_instances quorlane)
+target_compile_definitions(test_instances PRIVATE QUORLANE_BIN_PATH="$<TARGET_FILE:quorlane>")
+ql_test(test_hand_over_window quorlane_gui ${CMAKE_CURRENT_LIST_DIR}/HandOverWindowTest.cpp)
