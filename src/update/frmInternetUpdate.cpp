@@ -65,6 +65,11 @@ QLabel* caption(int id, const QString& text, QWidget* parent) {
   return l;
 }
 
+QLabel* buddy(QLabel* label, QWidget* field) {
+  label->setBuddy(field);
+  return label;
+}
+
 void setNew(QLabel* label, bool isNew) {
   label->setProperty(kNew, isNew);
   QPalette p = label->palette();
@@ -233,6 +238,7 @@ QWidget* frmInternetUpdate::buildOptions() {
   cmdOrdnerOffnen->setToolTip(QStringLiteral("Ordner öffnen"));
   cmdOrdnerNeu = tagged(new QPushButton(QStringLiteral("..."), page), "cmdOrdnerNeu", -1, 3100);
   cmdOrdnerNeu->setToolTip(QStringLiteral("Ordner auswählen"));
+  cmdOrdnerNeu->setFixedWidth(cmdOrdnerOffnen->sizeHint().width() + 8);
   const std::pair<QLineEdit*, const char*> names[] = {{txtProxyName, "txtProxyName"},
                                                       {txtProxyPort, "txtProxyPort"},
                                                       {txtProxyUser, "txtProxyUser"},
@@ -241,13 +247,13 @@ QWidget* frmInternetUpdate::buildOptions() {
   for (auto [e, n] : names) e->setObjectName(QLatin1String(n));
 
   auto* proxy = new QGridLayout;
-  proxy->addWidget(caption(2991, QStringLiteral("Adresse:"), page), 0, 0);
+  proxy->addWidget(buddy(caption(2991, QStringLiteral("Adresse:"), page), txtProxyName), 0, 0);
   proxy->addWidget(txtProxyName, 0, 1);
-  proxy->addWidget(caption(1802, QStringLiteral("Port:"), page), 0, 2);
+  proxy->addWidget(buddy(caption(1802, QStringLiteral("Port:"), page), txtProxyPort), 0, 2);
   proxy->addWidget(txtProxyPort, 0, 3);
-  proxy->addWidget(caption(2993, QStringLiteral("Benutzer:"), page), 1, 0);
+  proxy->addWidget(buddy(caption(2993, QStringLiteral("Benutzer:"), page), txtProxyUser), 1, 0);
   proxy->addWidget(txtProxyUser, 1, 1, 1, 3);
-  proxy->addWidget(caption(2992, QStringLiteral("Passwort:"), page), 2, 0);
+  proxy->addWidget(buddy(caption(2992, QStringLiteral("Passwort:"), page), txtProxyPW), 2, 0);
   proxy->addWidget(txtProxyPW, 2, 1, 1, 3);
   proxy->addWidget(chkPasswortKlartext, 3, 1, 1, 3);
   proxy->setContentsMargins(20, 0, 0, 0);
@@ -265,6 +271,17 @@ QWidget* frmInternetUpdate::buildOptions() {
   layout->addLayout(path);
   layout->addStretch(1);
 
+  // The proxy's fields only mean something while the proxy is used.
+  const auto proxyFields = [this, page](bool on) {
+    for (QWidget* w : {static_cast<QWidget*>(txtProxyName), static_cast<QWidget*>(txtProxyPort),
+                       static_cast<QWidget*>(txtProxyUser), static_cast<QWidget*>(txtProxyPW),
+                       static_cast<QWidget*>(chkPasswortKlartext)})
+      w->setEnabled(on);
+    for (QLabel* l : page->findChildren<QLabel*>(QString(), Qt::FindDirectChildrenOnly))
+      if (l->buddy()) l->setEnabled(on);
+  };
+  connect(chkUseProxy, &QCheckBox::toggled, this, guard_.wrap("chkUseProxy_Click", proxyFields));
+  proxyFields(false);
   connect(chkPasswortKlartext, &QCheckBox::toggled, this,
           guard_.wrap("chkPasswortKlartext_Click", [this](bool plain) {
             txtProxyPW->setEchoMode(plain ? QLineEdit::Normal : QLineEdit::Password);
