@@ -20,6 +20,7 @@
 #include "scan/FileOps.h"
 #include "ui/CommandIds.h"
 #include "ui/WindowState.h"
+#include "update/frmInternetUpdate.h"
 
 namespace ql {
 
@@ -112,7 +113,6 @@ void MainWindow::buildMainBar(const MainOptions& o) {
   b.AddControl(T::Button, About, 3551, "Info", "help-about", true, 3552, "Info");
   b.AddControl(T::Button, Homepage, 3553, "Homepage", "go-home", false, 3554, "Homepage");
   b.AddControl(T::Button, Update, 3555, "Update", "system-software-update", false, 3556, "Internet Update");
-  b.setUnavailable(Update);  // comes with the update dialog
   b.AddControl(T::Button, Exit, 3557, "Beenden", "application-exit", true, 3558, "Programm beenden");
   connect(cbrMain_, &CommandBar::execute, this, &MainWindow::cbrMain_Execute);
 }
@@ -255,6 +255,15 @@ void MainWindow::cbrMain_Execute(int id) {
                                     TL(3991, "Zeigt, wo der Platz auf einem Datenträger geblieben ist."), webHost()));
         break;
       case Homepage: QDesktopServices::openUrl(QUrl(webHost())); break;
+      case Update: {
+        frmInternetUpdate dlg(this);
+        dlg.exec();
+        if (pendingUpdate().UpdateMode != 0) {
+          connect(qApp, &QCoreApplication::aboutToQuit, qApp, &StartPendingInstaller);
+          close();
+        }
+        break;
+      }
       case Exit: close(); break;
       case ShowDrives:
       case ShowReport:
