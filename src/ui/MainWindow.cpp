@@ -31,6 +31,8 @@ constexpr int kListIds[] = {ShowReport, ShowDrives, ShowFiles, ShowLargest};
 
 QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
 std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+// The image number of an entry of the sources box; folders carry none.
+constexpr int kComboImageRole = Qt::UserRole + 1;
 std::string itemPath(const QComboBox& box, int i) { return box.itemData(i).toByteArray().toStdString(); }
 }  // namespace
 
@@ -132,9 +134,18 @@ void MainWindow::buildPanes(const MainOptions& o) {
 
   // The other lists stand beside the report: the drive table above, the file list or the
   // largest-files list below it. (Their contents come with their own commands.)
-  picDrives_ = listPane(QStringLiteral("picDrives"), 3642, QStringLiteral("Laufwerke"), lvwDiskinfo_,
-                        {{3575, "Laufwerk"}, {3576, "Name"}, {3577, "Dateisystem"}, {3578, "Typ"},
-                         {3579, "Belegt"}, {3580, "Frei"}, {3581, "Gesamt"}});
+  drives_ = new DrivePane(guard_, o, {}, this);
+  picDrives_ = drives_;
+  lvwDiskinfo_ = &drives_->view();
+  connect(drives_, &DrivePane::heightChanged, this,
+          guard_.wrap("Drives_ResizeTableHeight", [this] { Drives_ResizeTableHeight(); }));
+  connect(drives_, &DrivePane::scanRequested, this,
+          guard_.wrap("Drives_ScanDrives", [this](const std::vector<std::string>& paths) {
+            if (busy_ || driver_->busy()) return;
+            StopWord = 0;
+            driver_->sourceQueue().clear();
+            readCommandLine(paths);
+          }));
   picFiles_ = listPane(QStringLiteral("picFiles"), 3644, QStringLiteral("Dateien"), lvwFiles_,
                        {{3582, "Dateiname"}, {3583, "Größe (Bytes)"}, {3584, "Endung"}, {3585, "Typ"},
                         {3586, "Attribute"}, {3587, "Änderungsdatum"}, {3588, "Erstellungsdatum"},
@@ -307,12 +318,23 @@ void MainWindow::ChangeFontSize(bool up) {
 // The drive table is never taller than its rows: the splitter below it follows them.
 void MainWindow::Drives_ResizeTableHeight() {
   if (!lvwDiskinfo_ || !splInfo_ || !splInfo_->Control1Visible()) return;
-  const int rows = lvwDiskinfo_->model()->rowCount();
-  if (rows == 0) return;  // nothing measured yet: the pane keeps its place
-  const int rowHeight = lvwDiskinfo_->sizeHintForRow(0);
-  const int table = lvwDiskinfo_->header()->height() + rows * rowHeight + 2 * lvwDiskinfo_->frameWidth();
-  const int above = lvwDiskinfo_->mapTo(picDrives_, QPoint(0, 0)).y();
-  splInfo_->setPosition(above + table + 5);
+  if (drives_->rowCount() == 0) return;  // nothing measured yet: the pane keeps its place
+  splInfo_->setPosition(drives_->preferredHeight() + 5);
+}
+
+// The drives stand first in the sources box; returns the entry of the root, or -1.
+int MainWindow::fillDrivesIntoCombo() {
+  int root = -1;
+  for (const DrivePane::ComboDrive& d : drives_->GetAllDrives()) {
+    const QString icon = d.image == 6 ? QStringLiteral("drive-removable-media")
+                         : d.image == 5 ? QStringLiteral("network-server")
+                         : d.image == 4 ? QStringLiteral("drive-optical")
+                                        : QStringLiteral("drive-harddisk");
+    cboOrdner_->addItem(commandIcon(icon), d.text, QByteArray::fromStdString(addSlash(d.path)));
+    cboOrdner_->setItemData(cboOrdner_->count() - 1, d.image, kComboImageRole);
+    if (d.path == "/") root = cboOrdner_->count() - 1;
+  }
+  return root;
 }
 
 void MainWindow::ChangeLanguage(int language) {
@@ -391,7 +413,10 @@ void MainWindow::onFinished(bool sourcesRead) {
   if (driver_->busy()) return;  // a rescan handed over to queued sources
   report_->Report_Resize_Columns();
   // The source read last is the one the user looks at next.
-  if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) report_->selectNode(root);
+  if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) {
+    report_->selectNode(root);
+    drives_->Drives_SelectDrive(tree_.Report_GetFullpathOfNode(root));
+  }
   EnableControls();
   status_->setText(TL(3525, "OK."));
   if (!refused_.isEmpty()) {
@@ -456,12 +481,15 @@ void MainWindow::Form_Activate() {
   // a third of the height on the right.
   splMain_->setPosition(reportWidth_);
   splInfo_->setPosition(splInfo_->height() / 3);
+  drives_->Drives_GetAllDrives();
   const SavedComboFolders saved = GetAllSavedComboFolders();
+  const int rootDrive = fillDrivesIntoCombo();
   for (const std::string& folder : saved.folders) {
     if (probePath(folder) != 0) continue;  // gone since: dropped without a word
     AddNewSearchPath(folder);
   }
-  const int selected = cboOrdner_->findText(saved.comboText);
+  int selected = cboOrdner_->findText(saved.comboText);
+  if (selected < 0 && saved.comboText.isEmpty()) selected = rootDrive;
   cboOrdner_->setCurrentIndex(selected);
   if (selected < 0) cboOrdner_->setEditText(saved.comboText);
   if (!driver_->busy()) EnableControls();
@@ -480,11 +508,16 @@ void MainWindow::saveAtExit() {
   o.BigIcons = cbrMain_->isChecked(BigIcons);
   o.SymbolText = cbrMain_->isChecked(IconText);
   report_->storeOptions(o);
+  drives_->storeOptions(o);
+  drives_->Drives_SaveNetworkFolders();
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
 
   QList<ComboItem> items;
-  for (int i = 0; i < cboOrdner_->count(); ++i) items.push_back({rootText(itemPath(*cboOrdner_, i)), kComboFolderImage});
+  for (int i = 0; i < cboOrdner_->count(); ++i) {
+    const QVariant image = cboOrdner_->itemData(i, kComboImageRole);
+    items.push_back({rootText(itemPath(*cboOrdner_, i)), image.isValid() ? image.toInt() : kComboFolderImage});
+  }
   SaveAllComboFolders(items);
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/Settings.h"
+#include "drives/DrivePane.h"
 #include "ui/ReportPane.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
@@ -51,6 +52,7 @@ class MainWindow : public QMainWindow {
   Splitter& splMain() { return *splMain_; }
   Splitter& splInfo() { return *splInfo_; }
   QWidget& filesPane() { return *picFiles_; }
+  DrivePane& drivePane() { return *drives_; }
   QWidget& topPane() { return *picTOP_; }
   // Brings the panes in line with the check marks of the four list commands.
   void Change_Info_Visibility();
@@ -83,6 +85,7 @@ class MainWindow : public QMainWindow {
   void onRescanRequested(uint32_t node);
   void ChangeFontSize(bool up);
   void Drives_ResizeTableHeight();
+  int fillDrivesIntoCombo();
   void ChangeLanguage(int language);
   void toggleList(int id);
   QWidget* listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
@@ -105,6 +108,7 @@ class MainWindow : public QMainWindow {
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
   QWidget* picDrives_ = nullptr;
+  DrivePane* drives_ = nullptr;
   QWidget* picFiles_ = nullptr;
   QWidget* picTOP_ = nullptr;
   QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list
