@@ -1,5 +1,6 @@
 #include "drives/DrivePane.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QDesktopServices>
 #include <QFileDialog>
