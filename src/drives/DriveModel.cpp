@@ -5,6 +5,7 @@
 #include <QIcon>
 #include <QStyle>
 #include <algorithm>
+#include <map>
 
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
@@ -14,7 +15,7 @@ namespace ql {
 namespace {
 QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
 
-QIcon driveIcon(int type, bool location) {
+QIcon lookUpIcon(int type, bool location) {
   struct Look {
     const char* theme;
     QStyle::StandardPixmap fallback;
@@ -28,11 +29,20 @@ QIcon driveIcon(int type, bool location) {
   else if (type != DriveLocal) look = {"drive-harddisk", QStyle::SP_DriveHDIcon};
   return QIcon::fromTheme(QString::fromLatin1(look.theme), QApplication::style()->standardIcon(look.fallback));
 }
+
 }  // namespace
 
 DriveModel::DriveModel(StatvfsFn stat, QObject* parent) : QAbstractTableModel(parent), reader_(std::move(stat)) {
   // A worker only posts; the model takes the results in on its own thread.
   reader_.setNotify([this] { QMetaObject::invokeMethod(this, [this] { collect(); }, Qt::QueuedConnection); });
+}
+
+// The theme is asked once a kind: a view asks for the icon of every row it paints.
+const QIcon& DriveModel::driveIcon(int type, bool location) const {
+  const int key = location ? -1 : type;
+  auto it = icons_.find(key);
+  if (it == icons_.end()) it = icons_.emplace(key, lookUpIcon(type, location)).first;
+  return it->second;
 }
 
 QString DriveModel::typeText(int type) {
@@ -95,7 +105,9 @@ void DriveModel::startRead(DriveRow& row) {
 }
 
 void DriveModel::collect() {
-  for (const auto& [request, sizes] : reader_.take()) {
+  const auto results = reader_.take();
+  if (results.empty()) return;  // an earlier call took them in
+  for (const auto& [request, sizes] : results) {
     if (waiting_ > 0) --waiting_;
     for (size_t r = 0; r < rows_.size(); ++r) {
       if (rows_[r].request != request) continue;
@@ -184,7 +196,8 @@ QVariant DriveModel::data(const QModelIndex& index, int role) const {
 QVariant DriveModel::headerData(int section, Qt::Orientation orientation, int role) const {
   if (orientation != Qt::Horizontal) return {};
   if (role == Qt::TextAlignmentRole && section >= ColUsedPercent)
-    return QVariant::fromValue(Qt::Alignment(Qt::AlignRight | Qt::AlignVCenter));
+    return QVariant::fromValue(section <= ColFreePercent ? Qt::Alignment(Qt::AlignCenter)  // over the bars
+                                                         : Qt::Alignment(Qt::AlignRight | Qt::AlignVCenter));
   if (role != Qt::DisplayRole) return {};
   const QString unitWords[] = {TL(3515, "Bytes"), TL(3516, "KB"), TL(3517, "MB"), TL(3518, "GB")};
   const QString& unitWord = unitWords[unit_];

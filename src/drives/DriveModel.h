@@ -7,7 +7,9 @@
 // call to this model.
 
 #include <QAbstractTableModel>
+#include <QIcon>
 #include <QString>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -72,12 +74,14 @@ class DriveModel : public QAbstractTableModel {
   void startRead(DriveRow& row);
   void collect();
   QString sizeText(int64_t bytes) const;
+  const QIcon& driveIcon(int type, bool location) const;
 
   SizeReader reader_;
   std::vector<DriveRow> rows_;
   int unit_ = 0;
   bool decimals_ = false;
   size_t waiting_ = 0;  // reads started and not yet taken in
+  mutable std::map<int, QIcon> icons_;
 };
 
 }  // namespace ql

@@ -41,9 +41,10 @@ std::vector<MountEntry> parseMountTable(std::string_view text);
 // File systems that hold no user data: kernel interfaces, snap images, container layers.
 bool isPseudoMount(const MountEntry& m);
 
-// What the drive table lists, in mount order: a mount point hidden by a later mount on the same
-// point goes, pseudo file systems go, and a bind mount of a folder already listed (the same
-// device with the same or an enclosing root) is shown once, at its first place.
+// What the drive table lists, in the byte order of the mount points: a mount point hidden by a
+// later mount on the same point goes, pseudo file systems go, and a bind mount of a folder
+// already listed (the same device with the same or an enclosing root) is shown once, where it
+// was mounted first.
 std::vector<MountEntry> listedMounts(const std::vector<MountEntry>& all);
 
 // The system's mount table, as listed; empty when it cannot be read.

@@ -39,11 +39,11 @@ TEST(MountTable, ParsesEscapesAndKeepsEachFolderOnce) {
       "39 26 0:51 / /net rw - nfs4 srv:/export rw\n"
       "garbage line\n";
   const std::vector<MountEntry> listed = listedMounts(parseMountTable(info));
-  EXPECT_EQ(pointsOf(listed), (std::vector<std::string>{"/", "/media/USB Stick\\x", "/mnt/sub", "/dev/shm", "/net"}));
-  EXPECT_EQ(listed[3].major, 0u);
-  EXPECT_EQ(listed[3].minor, 41u);  // the mount on top is the one that is seen
+  EXPECT_EQ(pointsOf(listed), (std::vector<std::string>{"/", "/dev/shm", "/media/USB Stick\\x", "/mnt/sub", "/net"}));
+  EXPECT_EQ(listed[1].major, 0u);
+  EXPECT_EQ(listed[1].minor, 41u);  // the mount on top is the one that is seen
   EXPECT_EQ(listed[4].source, "srv:/export");
-  EXPECT_EQ(driveTypeOf(listed[3]), DriveRam);
+  EXPECT_EQ(driveTypeOf(listed[1]), DriveRam);
   EXPECT_EQ(driveTypeOf(listed[4]), DriveNetwork);
 
   // The older table form has no device numbers: binds of one device path are told by it alone.
@@ -54,7 +54,7 @@ TEST(MountTable, ParsesEscapesAndKeepsEachFolderOnce) {
       "tmpfs /tmp tmpfs rw 0 0\n"
       "server:/x /mnt/new\\012line nfs rw 0 0\n";
   EXPECT_EQ(pointsOf(listedMounts(parseMountTable(mounts))),
-            (std::vector<std::string>{"/", "/run", "/tmp", "/mnt/new\nline"}));
+            (std::vector<std::string>{"/", "/mnt/new\nline", "/run", "/tmp"}));
   EXPECT_EQ(decodeMountField("a\\040b\\1\\134\\04"), "a b\\1\\\\04");
 }
 
