@@ -31,6 +31,8 @@ constexpr int kListIds[] = {ShowReport, ShowDrives, ShowFiles, ShowLargest};
 
 QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
 std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+// The image number of an entry of the sources box; folders carry none.
+constexpr int kComboImageRole = Qt::UserRole + 1;
 std::string itemPath(const QComboBox& box, int i) { return box.itemData(i).toByteArray().toStdString(); }
 }  // namespace
 
@@ -130,9 +132,18 @@ void MainWindow::buildPanes(const MainOptions& o) {
 
   // The other lists stand beside the report: the drive table above, the file list or the
   // largest-files list below it. (Their contents come with their own commands.)
-  picDrives_ = listPane(QStringLiteral("picDrives"), 3642, QStringLiteral("Laufwerke"), lvwDiskinfo_,
-                        {{3575, "Laufwerk"}, {3576, "Name"}, {3577, "Dateisystem"}, {3578, "Typ"},
-                         {3579, "Belegt"}, {3580, "Frei"}, {3581, "Gesamt"}});
+  drives_ = new DrivePane(guard_, o, {}, this);
+  picDrives_ = drives_;
+  lvwDiskinfo_ = &drives_->view();
+  connect(drives_, &DrivePane::heightChanged, this,
+          guard_.wrap("Drives_ResizeTableHeight", [this] { Drives_ResizeTableHeight(); }));
+  connect(drives_, &DrivePane::scanRequested, this,
+          guard_.wrap("Drives_ScanDrives", [this](const std::vector<std::string>& paths) {
+            if (busy_ || driver_->busy()) return;
+            StopWord = 0;
+            driver_->sourceQueue().clear();
+            readCommandLine(paths);
+          }));
   files_ = new FileListPane(FileListPane::Kind::Files, guard_, o, this);
   top_ = new FileListPane(FileListPane::Kind::Top, guard_, o, this);
   for (FileListPane* pane : {files_, top_}) {
@@ -217,6 +228,8 @@ void MainWindow::showFolderFiles(uint32_t node) {
 // After a delete from the file list its folder's own files are counted again, and the sums go
 // up the chain; the largest-files list corrects nothing elsewhere.
 void MainWindow::onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders) {
+  // The free space of the drives that held them has moved.
+  for (const std::string& folder : folders) drives_->Drives_RefreshDrive(folder);
   if (kind != FileListPane::Kind::Files || driver_->busy()) return;
   uint32_t node = report_->selectedNode();
   if (node == kNoNode) return;
@@ -226,12 +239,16 @@ void MainWindow::onFilesDeleted(FileListPane::Kind kind, const std::vector<std::
   if (!driver_->Report_Rescan(node, false)) EnableControls();
 }
 
-void MainWindow::onFolderDeleted(const std::string&) { files_->Filelist_Refresh(); }
+void MainWindow::onFolderDeleted(const std::string& path) {
+  drives_->Drives_RefreshDrive(path);
+  files_->Filelist_Refresh();
+}
 
 void MainWindow::applyToolbarLook() {
   const bool big = cbrMain_->isChecked(BigIcons);
   const bool text = cbrMain_->isChecked(IconText);
-  for (QToolBar* bar : {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar())}) {
+  for (QToolBar* bar : {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar()),
+                        static_cast<QToolBar*>(&drives_->bar())}) {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }
@@ -296,32 +313,6 @@ void MainWindow::toggleList(int id) {
   Change_Info_Visibility();
 }
 
-QWidget* MainWindow::listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
-                              const QList<QPair<int, QString>>& columns) {
-  auto* pane = new QWidget(this);
-  pane->setObjectName(name);
-  auto* layout = new QVBoxLayout(pane);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSpacing(0);
-  auto* label = new QLabel(TL(titleId, title).toUpper(), pane);
-  label->setContentsMargins(6, 3, 6, 3);
-  QFont bold = label->font();
-  bold.setBold(true);
-  label->setFont(bold);
-  layout->addWidget(label);
-  grid = new QTreeView(pane);
-  grid->setRootIsDecorated(false);
-  grid->setUniformRowHeights(true);
-  QStringList titles;
-  for (const auto& [id, text] : columns) titles << TL(id, text);
-  grid->header()->setStretchLastSection(false);
-  auto* model = new QStandardItemModel(0, static_cast<int>(titles.size()), grid);
-  model->setHorizontalHeaderLabels(titles);
-  grid->setModel(model);
-  layout->addWidget(grid, 1);
-  return pane;
-}
-
 // The four check marks decide which panes show; the report may go when another list stays.
 void MainWindow::Change_Info_Visibility() {
   const bool r = cbrMain_->isChecked(ShowReport), d = cbrMain_->isChecked(ShowDrives);
@@ -362,12 +353,23 @@ void MainWindow::ChangeFontSize(bool up) {
 // The drive table is never taller than its rows: the splitter below it follows them.
 void MainWindow::Drives_ResizeTableHeight() {
   if (!lvwDiskinfo_ || !splInfo_ || !splInfo_->Control1Visible()) return;
-  const int rows = lvwDiskinfo_->model()->rowCount();
-  if (rows == 0) return;  // nothing measured yet: the pane keeps its place
-  const int rowHeight = lvwDiskinfo_->sizeHintForRow(0);
-  const int table = lvwDiskinfo_->header()->height() + rows * rowHeight + 2 * lvwDiskinfo_->frameWidth();
-  const int above = lvwDiskinfo_->mapTo(picDrives_, QPoint(0, 0)).y();
-  splInfo_->setPosition(above + table + 5);
+  if (drives_->rowCount() == 0) return;  // nothing measured yet: the pane keeps its place
+  splInfo_->setPosition(drives_->preferredHeight() + 5);
+}
+
+// The drives stand first in the sources box; returns the entry of the root, or -1.
+int MainWindow::fillDrivesIntoCombo() {
+  int root = -1;
+  for (const DrivePane::ComboDrive& d : drives_->GetAllDrives()) {
+    const QString icon = d.image == 6 ? QStringLiteral("drive-removable-media")
+                         : d.image == 5 ? QStringLiteral("network-server")
+                         : d.image == 4 ? QStringLiteral("drive-optical")
+                                        : QStringLiteral("drive-harddisk");
+    cboOrdner_->addItem(commandIcon(icon), d.text, QByteArray::fromStdString(addSlash(d.path)));
+    cboOrdner_->setItemData(cboOrdner_->count() - 1, d.image, kComboImageRole);
+    if (d.path == "/") root = cboOrdner_->count() - 1;
+  }
+  return root;
 }
 
 void MainWindow::ChangeLanguage(int language) {
@@ -458,7 +460,10 @@ void MainWindow::onFinished(bool sourcesRead) {
   if (driver_->busy()) return;  // a rescan handed over to queued sources
   report_->Report_Resize_Columns();
   // The source read last is the one the user looks at next.
-  if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) report_->selectNode(root);
+  if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) {
+    report_->selectNode(root);
+    drives_->Drives_SelectDrive(tree_.Report_GetFullpathOfNode(root));
+  }
   EnableControls();
   // The selection moved while the report took no input: the file list follows it now.
   showFolderFiles(report_->selectedNode());
@@ -526,12 +531,15 @@ void MainWindow::Form_Activate() {
   // a third of the height on the right.
   splMain_->setPosition(reportWidth_);
   splInfo_->setPosition(splInfo_->height() / 3);
+  drives_->Drives_GetAllDrives();
   const SavedComboFolders saved = GetAllSavedComboFolders();
+  const int rootDrive = fillDrivesIntoCombo();
   for (const std::string& folder : saved.folders) {
     if (probePath(folder) != 0) continue;  // gone since: dropped without a word
     AddNewSearchPath(folder);
   }
-  const int selected = cboOrdner_->findText(saved.comboText);
+  int selected = cboOrdner_->findText(saved.comboText);
+  if (selected < 0 && saved.comboText.isEmpty()) selected = rootDrive;
   cboOrdner_->setCurrentIndex(selected);
   if (selected < 0) cboOrdner_->setEditText(saved.comboText);
   if (!driver_->busy()) EnableControls();
@@ -552,11 +560,16 @@ void MainWindow::saveAtExit() {
   report_->storeOptions(o);
   files_->storeOptions(o);
   top_->storeOptions(o);
+  drives_->storeOptions(o);
+  drives_->Drives_SaveNetworkFolders();
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
 
   QList<ComboItem> items;
-  for (int i = 0; i < cboOrdner_->count(); ++i) items.push_back({rootText(itemPath(*cboOrdner_, i)), kComboFolderImage});
+  for (int i = 0; i < cboOrdner_->count(); ++i) {
+    const QVariant image = cboOrdner_->itemData(i, kComboImageRole);
+    items.push_back({rootText(itemPath(*cboOrdner_, i)), image.isValid() ? image.toInt() : kComboFolderImage});
+  }
   SaveAllComboFolders(items);
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "app/Settings.h"
+#include "drives/DrivePane.h"
 #include "ui/FileListPane.h"
 #include "ui/ReportPane.h"
 #include "report/ReportTree.h"
@@ -52,6 +53,7 @@ class MainWindow : public QMainWindow {
   Splitter& splMain() { return *splMain_; }
   Splitter& splInfo() { return *splInfo_; }
   FileListPane& filesPane() { return *files_; }
+  DrivePane& drivePane() { return *drives_; }
   FileListPane& topPane() { return *top_; }
   // Brings the panes in line with the check marks of the four list commands.
   void Change_Info_Visibility();
@@ -84,6 +86,7 @@ class MainWindow : public QMainWindow {
   void onRescanRequested(uint32_t node);
   void ChangeFontSize(bool up);
   void Drives_ResizeTableHeight();
+  int fillDrivesIntoCombo();
   void ChangeLanguage(int language);
   void toggleList(int id);
   // Shows the files of a report folder in the file list, when that list is in view.
@@ -91,8 +94,6 @@ class MainWindow : public QMainWindow {
   void onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders);
   void onFolderDeleted(const std::string& path);
   void endTopList(uint32_t node);
-  QWidget* listPane(const QString& name, int titleId, const QString& title, QTreeView*& grid,
-                    const QList<QPair<int, QString>>& columns);
   void applyToolbarLook();
   void Form_Activate();
   void saveAtExit();
@@ -110,6 +111,7 @@ class MainWindow : public QMainWindow {
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
   QWidget* picDrives_ = nullptr;
+  DrivePane* drives_ = nullptr;
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
   QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list

@@ -96,9 +96,10 @@ TEST_F(MainWindowTest, MainCommands) {
   // Stop is live only while a scan runs.
   EXPECT_FALSE(bar.control(3)->isEnabled());
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  const int drives = w.cboOrdner().count();  // the mounts stand first
   w.AddNewSearchPath(d.path());
-  EXPECT_EQ(w.cboOrdner().count(), 1);
-  EXPECT_EQ(w.AddNewSearchPath(d.path() + "/"), 0);  // known already
+  EXPECT_EQ(w.cboOrdner().count(), drives + 1);
+  EXPECT_EQ(w.AddNewSearchPath(d.path() + "/"), drives);  // known already
   bar.control(2)->trigger();
   EXPECT_TRUE(bar.control(3)->isEnabled());
   EXPECT_FALSE(bar.control(2)->isEnabled());
@@ -245,8 +246,9 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   EXPECT_TRUE(again.cbrMain().isChecked(34));
   EXPECT_EQ(again.view().font().pointSizeF(), 10);
   EXPECT_EQ(again.width(), 700);
-  ASSERT_EQ(again.cboOrdner().count(), 1);
-  EXPECT_EQ(again.cboOrdner().itemText(0), QString::fromStdString(d / "large"));
+  const int drives = static_cast<int>(again.drivePane().GetAllDrives().size());
+  ASSERT_EQ(again.cboOrdner().count(), drives + 1);
+  EXPECT_EQ(again.cboOrdner().itemText(drives), QString::fromStdString(d / "large"));
 }
 
 // Selects a row by its name below the source and opens the editor with F2, as a user would.
@@ -334,9 +336,10 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   makeDir(d / "Case");
   MainWindow w;
   bringUp(w);
+  const int k = w.cboOrdner().count();  // the mounts stand first
   // Names that differ only in case are two folders.
-  EXPECT_EQ(w.AddNewSearchPath(d / "case"), 0);
-  EXPECT_EQ(w.AddNewSearchPath(d / "Case"), 1);
+  EXPECT_EQ(w.AddNewSearchPath(d / "case"), k);
+  EXPECT_EQ(w.AddNewSearchPath(d / "Case"), k + 1);
 
   // A source given with bytes that are not UTF-8 is read, listed and read again as it is.
   QSignalSpy finished(&w.driver(), &ScanDriver::finished);
@@ -345,7 +348,7 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   ASSERT_EQ(w.tree().roots().size(), 1u);
   EXPECT_EQ(w.tree().text(w.tree().roots()[0]), odd);
   EXPECT_EQ(w.tree().node(w.tree().roots()[0]).size, 7);
-  EXPECT_EQ(w.cboOrdner().currentIndex(), 2);
+  EXPECT_EQ(w.cboOrdner().currentIndex(), k + 2);
   w.cbrMain().control(2)->trigger();  // Start with the entry as shown
   ASSERT_TRUE(finished.wait(10000));
   ASSERT_EQ(w.tree().roots().size(), 2u);
@@ -355,14 +358,14 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   EXPECT_EQ(w.model().nodeOf(w.view().currentIndex()), w.tree().roots()[1]);
 
   // Delete takes out the entry shown, never one the user has typed over.
-  w.cboOrdner().setCurrentIndex(0);
+  w.cboOrdner().setCurrentIndex(k);
   w.cboOrdner().setEditText(QStringLiteral("/something/typed"));
   QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
-  EXPECT_EQ(w.cboOrdner().count(), 3);
-  w.cboOrdner().setCurrentIndex(1);
+  EXPECT_EQ(w.cboOrdner().count(), k + 3);
+  w.cboOrdner().setCurrentIndex(k + 1);
   QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
-  ASSERT_EQ(w.cboOrdner().count(), 2);
-  EXPECT_EQ(w.cboOrdner().itemData(1).toByteArray().toStdString(), odd + "/");
+  ASSERT_EQ(w.cboOrdner().count(), k + 2);
+  EXPECT_EQ(w.cboOrdner().itemData(k + 1).toByteArray().toStdString(), odd + "/");
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {

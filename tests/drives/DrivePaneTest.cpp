@@ -1,0 +1,206 @@
+// The drive pane as a user meets it: rows that fill in while one mount hangs, the commands of
+// its bar, the locations kept across a restart, and the double click that asks for a scan.
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QMenu>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+
+#include "TestApp.h"
+#include "TestFs.h"
+#include "app/Globals.h"
+#include "drives/DrivePane.h"
+#include "drives/FakeStat.h"
+#include "lang/TL.h"
+#include "ui/MainWindow.h"
+
+Q_DECLARE_METATYPE(std::vector<std::string>)
+
+namespace ql::test {
+namespace {
+
+MountEntry mount(const char* point, const char* type) {
+  MountEntry m;
+  m.mountPoint = point;
+  m.fsType = type;
+  m.source = "none";
+  m.root = "/";
+  return m;
+}
+
+class DrivePaneTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    guiApp();
+    qRegisterMetaType<std::vector<std::string>>();
+    ini = QString::fromStdString(config / "Quorlane.ini");
+    globals().IniFile = ini;
+    pane = std::make_unique<DrivePane>(guard, MainOptions{}, fakeStat(gate));
+    pane->setSettingsFile(ini);
+    pane->setMountSource([] {
+      return std::vector<MountEntry>{mount("/", "ext4"), mount("/hung", "nfs"), mount("/data", "xfs"),
+                                     mount("/gone", "tmpfs")};
+    });
+    tester = std::make_unique<QAbstractItemModelTester>(&pane->model(),
+                                                        QAbstractItemModelTester::FailureReportingMode::Warning);
+  }
+  void TearDown() override {
+    tester.reset();
+    pane.reset();
+    gate->release();  // the hung worker ends with the test
+  }
+  QString cell(int row, int col) { return pane->model().index(row, col).data().toString(); }
+  bool filled(int row) { return !cell(row, DriveModel::ColTotal).isEmpty(); }
+
+  TempDir config;
+  QString ini;
+  Guard guard;
+  std::shared_ptr<Gate> gate = std::make_shared<Gate>();
+  std::unique_ptr<DrivePane> pane;
+  std::unique_ptr<QAbstractItemModelTester> tester;
+};
+
+TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
+  pane->Drives_GetAllDrives();
+  ASSERT_EQ(pane->rowCount(), 4);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return filled(0) && filled(2); }, 5000));
+  EXPECT_FALSE(filled(1));
+  EXPECT_TRUE(cell(1, DriveModel::ColUsedPercent).isEmpty());
+  EXPECT_FALSE(filled(3));  // gone between listing and reading
+  EXPECT_EQ(cell(1, DriveModel::ColType), TL(3508, "Netzlaufwerk"));
+  EXPECT_EQ(cell(3, DriveModel::ColType), TL(3507, "RAM-Disk"));
+  EXPECT_EQ(cell(0, DriveModel::ColUsedPercent), "75%");
+  EXPECT_EQ(pane->model().index(0, DriveModel::ColFreePercent).data(DriveModel::PercentRole).toInt(), 25);
+
+  // Units: the default is gigabytes; bytes show every byte, kilobytes with decimals two places.
+  pane->cbrDrives_Execute(cmd::drives::Bytes);
+  EXPECT_EQ(cell(2, DriveModel::ColTotal), "4,116,480");  // (1000 + 5) * 4096
+  pane->bar().control(cmd::drives::Decimals)->trigger();
+  pane->bar().control(cmd::drives::Kilobytes)->trigger();
+  EXPECT_EQ(cell(2, DriveModel::ColFree), "1,000.00");
+  EXPECT_TRUE(pane->bar().isChecked(cmd::drives::Kilobytes));
+  EXPECT_FALSE(pane->bar().isChecked(cmd::drives::Bytes));
+  MainOptions o;
+  pane->storeOptions(o);
+  EXPECT_EQ(o.FileSizeFormatDrive, 1);
+  EXPECT_EQ(o.SizeFormatNachkommastellenDrive, 1);
+
+  // Selection follows paths by whole components; a refresh keeps the hung mount to one thread.
+  pane->Drives_SelectDrive("/data/a/b");
+  EXPECT_EQ(pane->view().currentIndex().row(), 2);
+  pane->Drives_SelectDrive("/database");
+  EXPECT_EQ(pane->view().currentIndex().row(), 0);
+  pane->bar().control(cmd::drives::Refresh)->trigger();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return filled(0) && filled(2); }, 5000));
+  EXPECT_EQ(pane->view().currentIndex().row(), 0);  // the selection survives a rebuild
+  EXPECT_EQ(gate->hungCalls.load(), 1);
+  // The combo leaves out RAM disks.
+  std::vector<std::string> combo;
+  for (const auto& d : pane->GetAllDrives()) combo.push_back(d.path);
+  EXPECT_EQ(combo, (std::vector<std::string>{"/", "/hung", "/data"}));
+
+  // Once the hung mount has answered, the next refresh reads it like any other.
+  EXPECT_EQ(pane->model().driveRow(1).request, 0u);
+  QSignalSpy arrived(&pane->model(), &DriveModel::sizesArrived);
+  gate->release();
+  ASSERT_TRUE(arrived.wait(5000));
+  EXPECT_FALSE(filled(1));  // the answer belongs to a table that has been rebuilt since
+  pane->cbrDrives_Execute(cmd::drives::Refresh);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return filled(1); }, 5000));
+}
+
+TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
+  // Saved by an earlier run, with a gap after F1: F3 is never read.
+  for (auto [key, value] : {std::pair{"F0", "/srv/a/"}, {"F1", "/srv/b/"}, {"F3", "/srv/never/"}})
+    StoreSettings("DriveFolders", key, value, ini);
+  pane->Drives_GetAllDrives();
+  ASSERT_EQ(pane->rowCount(), 6);
+  EXPECT_EQ(pane->model().locations(), (std::vector<std::string>{"/srv/a/", "/srv/b/"}));
+
+  // Command 208 asks for a folder; a cancelled question adds nothing.
+  pane->setFolderQuestion([] { return QString(); });
+  pane->cbrDrives_Execute(cmd::drives::AddLocation);
+  EXPECT_EQ(pane->rowCount(), 6);
+  pane->setFolderQuestion([] { return QStringLiteral("/mnt/ä share"); });
+  pane->bar().control(cmd::drives::AddLocation)->trigger();
+  ASSERT_EQ(pane->rowCount(), 7);
+  EXPECT_EQ(pane->model().driveRow(6).path, "/mnt/\xc3\xa4 share/");
+  EXPECT_EQ(cell(6, DriveModel::ColType), "?");
+  EXPECT_TRUE(cell(6, DriveModel::ColName).isEmpty());
+
+  // Delete takes out a location, never a drive.
+  pane->view().setCurrentIndex(pane->model().index(2, 0));
+  QTest::keyClick(&pane->view(), Qt::Key_Delete);
+  EXPECT_EQ(pane->rowCount(), 7);
+  pane->view().setCurrentIndex(pane->model().index(4, 0));
+  QTest::keyClick(&pane->view(), Qt::Key_Delete);
+  ASSERT_EQ(pane->rowCount(), 6);
+
+  // Saved densely, in row order, and read back by the next start.
+  pane->Drives_SaveNetworkFolders();
+  EXPECT_EQ(LoadSavedNetworkFolders(ini), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
+  DrivePane next(guard, MainOptions{}, fakeStat(gate));
+  next.setSettingsFile(ini);
+  next.setMountSource([] { return std::vector<MountEntry>{mount("/", "ext4")}; });
+  next.Drives_GetAllDrives();
+  EXPECT_EQ(next.model().locations(), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
+  // A location below a mount is found before the mount that holds it.
+  next.Drives_SelectDrive("/srv/b/x");
+  EXPECT_EQ(next.view().currentIndex().row(), 1);
+}
+
+TEST_F(DrivePaneTest, DoubleClickAndScanCommandsAskForScans) {
+  pane->resize(900, 300);
+  pane->show();
+  pane->Drives_GetAllDrives();
+  QSignalSpy scans(pane.get(), &DrivePane::scanRequested);
+  pane->cbrDrives_Execute(cmd::drives::ScanSelected);  // nothing selected: nothing asked
+  EXPECT_EQ(scans.count(), 0);
+
+  const QRect cell = pane->view().visualRect(pane->model().index(2, DriveModel::ColName));
+  QTest::mouseClick(pane->view().viewport(), Qt::LeftButton, {}, cell.center());
+  QTest::mouseDClick(pane->view().viewport(), Qt::LeftButton, {}, cell.center());
+  ASSERT_EQ(scans.count(), 1);
+  EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
+
+  // The popup's first entry scans the selected drive.
+  QMenu* menu = pane->drivePopup();
+  ASSERT_EQ(menu->actions().at(0)->data().toInt(), cmd::drives::PopupScan);
+  menu->actions().at(0)->trigger();
+  menu->close();
+  ASSERT_EQ(scans.count(), 1);
+  EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
+
+  pane->bar().control(cmd::drives::ScanAll)->trigger();
+  ASSERT_EQ(scans.count(), 1);
+  EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(),
+            (std::vector<std::string>{"/", "/hung", "/data", "/gone"}));
+  EXPECT_GT(pane->preferredHeight(), 4 * pane->view().sizeHintForRow(0));
+}
+
+// In the window: a drive asked for is read as a source, and its row is selected afterwards.
+TEST(DrivesInWindow, AScanAskedByThePaneReadsTheSourceAndSelectsItsDrive) {
+  guiApp();
+  TempDir d, config;
+  globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
+  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
+  makeFile(d / "f", 10);
+  MainWindow w;
+  w.show();
+  QCoreApplication::processEvents();
+  ASSERT_GT(w.drivePane().rowCount(), 0);
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  Q_EMIT w.drivePane().scanRequested({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_EQ(w.tree().roots().size(), 1u);
+  EXPECT_EQ(w.tree().node(w.tree().roots()[0]).size, 10);
+  const int row = w.drivePane().view().currentIndex().row();
+  ASSERT_GE(row, 0);
+  EXPECT_EQ(w.drivePane().model().rowOf(d.path()), row);
+}
+
+}  // namespace
+}  // namespace ql::test

@@ -1,0 +1,176 @@
+// The mount table as the drive table lists it, percent rounding, and the size reader's time
+// limit. The last test mounts real file systems and runs only as root.
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <thread>
+
+#include "TestFs.h"
+#include "drives/FakeStat.h"
+#include "drives/DriveSizes.h"
+#include "drives/MountTable.h"
+
+namespace ql::test {
+namespace {
+
+std::vector<std::string> pointsOf(const std::vector<MountEntry>& mounts) {
+  std::vector<std::string> out;
+  for (const MountEntry& m : mounts) out.push_back(m.mountPoint);
+  return out;
+}
+
+TEST(MountTable, ParsesEscapesAndKeepsEachFolderOnce) {
+  const std::string info =
+      "21 26 0:20 / /proc rw - proc proc rw\n"
+      "26 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
+      "30 26 8:17 / /media/USB\\040Stick\\134x rw master:2 - vfat /dev/sdb1 rw\n"
+      "31 26 8:17 / /mnt/again rw - vfat /dev/sdb1 rw\n"             // the same folder bound again
+      "32 26 254:0 /home/a /srv/a\\011tab rw - ext4 /dev/vda rw\n"     // a folder inside / bound
+      "33 26 8:18 /sub /mnt/sub rw - ext4 /dev/sdb2 rw\n"             // a folder of an unlisted device
+      "34 26 0:40 / /dev/shm rw - tmpfs tmpfs rw\n"
+      "35 26 0:41 / /dev/shm rw - tmpfs tmpfs rw\n"                   // mounted over the first
+      "36 26 0:42 / /sys/fs/cgroup rw - tmpfs tmpfs rw\n"
+      "37 26 7:3 / /snap/core/1 ro - squashfs /dev/loop3 ro\n"
+      "38 26 0:50 / /var/lib/docker/overlay2/x/merged rw - overlay overlay rw\n"
+      "39 26 0:51 / /net rw - nfs4 srv:/export rw\n"
+      "garbage line\n";
+  const std::vector<MountEntry> listed = listedMounts(parseMountTable(info));
+  EXPECT_EQ(pointsOf(listed), (std::vector<std::string>{"/", "/dev/shm", "/media/USB Stick\\x", "/mnt/sub", "/net"}));
+  EXPECT_EQ(listed[1].major, 0u);
+  EXPECT_EQ(listed[1].minor, 41u);  // the mount on top is the one that is seen
+  EXPECT_EQ(listed[4].source, "srv:/export");
+  EXPECT_EQ(driveTypeOf(listed[1]), DriveRam);
+  EXPECT_EQ(driveTypeOf(listed[4]), DriveNetwork);
+
+  // The older table form has no device numbers: binds of one device path are told by it alone.
+  const std::string mounts =
+      "/dev/sda1 / ext4 rw 0 0\n"
+      "/dev/sda1 /mnt/bind ext4 rw 0 0\n"
+      "tmpfs /run tmpfs rw 0 0\n"
+      "tmpfs /tmp tmpfs rw 0 0\n"
+      "server:/x /mnt/new\\012line nfs rw 0 0\n";
+  EXPECT_EQ(pointsOf(listedMounts(parseMountTable(mounts))),
+            (std::vector<std::string>{"/", "/mnt/new\nline", "/run", "/tmp"}));
+  EXPECT_EQ(decodeMountField("a\\040b\\1\\134\\04"), "a b\\1\\\\04");
+}
+
+TEST(MountTable, LongestMountByWholeComponents) {
+  const std::vector<std::string> mounts = {"/", "/home", "/home/u/data", "/media/a b", "/x/"};
+  const std::pair<const char*, const char*> cases[] = {
+      {"/home/u/data/f", "/home/u/data"}, {"/home/u/database", "/home"}, {"/homer", "/"},
+      {"/home", "/home"},                 {"/media/a b/c", "/media/a b"}, {"/media/a", "/"},
+      {"/x", "/x/"},                      {"/x/y", "/x/"},               {"relative", ""}};
+  for (const auto& [path, want] : cases) EXPECT_EQ(mountOf(mounts, path), want) << path;
+  EXPECT_EQ(mountOf({"/a"}, "/b"), "");
+}
+
+TEST(DriveSizes, PercentRoundsHalvesToEvenAndAddsUpTo100) {
+  EXPECT_EQ(freePercent(1, 3), 33);
+  EXPECT_EQ(freePercent(1, 8), 12);   // 12.5
+  EXPECT_EQ(freePercent(3, 8), 38);   // 37.5
+  EXPECT_EQ(freePercent(1, 200), 0);  // 0.5
+  EXPECT_EQ(freePercent(3, 200), 2);  // 1.5
+  const SizeFigures f = figuresOf({8, 1, 4096});
+  EXPECT_EQ(f.usedPercent, 88);
+  EXPECT_EQ(f.freePercent, 12);
+  EXPECT_EQ(f.used, 7);
+  EXPECT_FALSE(figuresOf({0, 0, 4096}).known);
+  // Sizes near the top of 64 bits must not overflow on the way.
+  const int64_t big = INT64_MAX / 2;
+  EXPECT_EQ(freePercent(big, INT64_MAX), 50);
+  // Against the floating-point rule where it is exact.
+  std::mt19937 rng(7);
+  for (int i = 0; i < 2000; ++i) {
+    const int64_t total = 1 + static_cast<int64_t>(rng() % 4000);
+    const int64_t free = static_cast<int64_t>(rng() % (total + 1));
+    ASSERT_EQ(freePercent(free, total), static_cast<int>(std::nearbyint(100.0 * free / total))) << free << "/" << total;
+  }
+}
+
+TEST(SizeReader, AHungMountNeverHoldsUpTheOthers) {
+  auto gate = std::make_shared<Gate>();
+  auto reader = std::make_unique<SizeReader>(fakeStat(gate));
+  const uint64_t hung = reader->start("/hung");
+  std::vector<uint64_t> fine;
+  for (const char* p : {"/", "/a", "/bb", "/gone"}) fine.push_back(reader->start(p));
+  EXPECT_EQ(reader->waitForResults(4, SizeReader::Clock::now() + std::chrono::seconds(10)), 4u);
+  std::map<uint64_t, DriveSizes> got;
+  for (auto& [id, s] : reader->take()) got[id] = s;
+  ASSERT_EQ(got.size(), 4u);
+  EXPECT_FALSE(got.count(hung));
+  EXPECT_EQ(got[fine[0]].total, 1001 * 4096);
+  EXPECT_EQ(got[fine[2]].free, 250 * 4096);
+  EXPECT_EQ(got[fine[3]].total, 0);  // gone between listing and reading
+  // A refresh does not pile up threads on the hung mount.
+  EXPECT_EQ(reader->start("/hung"), 0u);
+  EXPECT_EQ(gate->hungCalls.load(), 1);
+  // The reader may go while its worker still hangs; the worker ends without it.
+  reader.reset();
+  gate->release();
+}
+
+TEST(SizeReader, AnAnswerAfterTheLimitCountsAsNone) {
+  StatvfsFn slow = [](const char*, struct statvfs* st) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(40));  // a mount that answers late
+    *st = {};
+    st->f_frsize = 512;
+    st->f_blocks = 10;
+    return 0;
+  };
+  SizeReader reader(slow, std::chrono::milliseconds(5));
+  reader.start("/late");
+  ASSERT_EQ(reader.waitForResults(1, SizeReader::Clock::now() + std::chrono::seconds(10)), 1u);
+  EXPECT_EQ(reader.take().at(0).second.total, 0);
+}
+
+// Real mounts: a tmpfs with a blank and a backslash in its name, and a bind of it.
+TEST(MountTable, RealTmpfsAgreesWithDf) {
+  if (geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  TempDir d;
+  const std::string point = d / "a b\\c";
+  const std::string bind = d / "bound";
+  makeDir(point);
+  makeDir(bind);
+  if (::mount("tmpfs", point.c_str(), "tmpfs", 0, "size=8m") != 0) GTEST_SKIP() << "mount refused here";
+  const bool bound = ::mount(point.c_str(), bind.c_str(), nullptr, MS_BIND, nullptr) == 0;
+  makeFile(point + "/f", 0);
+  {
+    FILE* f = std::fopen((point + "/f").c_str(), "w");
+    ASSERT_TRUE(f);
+    std::vector<char> block(1 << 20, 'x');
+    std::fwrite(block.data(), 1, block.size(), f);
+    std::fclose(f);
+  }
+  const std::vector<MountEntry> listed = readMountTable();
+  int seen = 0;
+  for (const MountEntry& m : listed)
+    if (m.mountPoint == point || m.mountPoint == bind) {
+      ++seen;
+      EXPECT_EQ(m.mountPoint, point);
+      EXPECT_EQ(driveTypeOf(m), DriveRam);
+    }
+  EXPECT_EQ(seen, 1);
+  EXPECT_EQ(mountOf(pointsOf(listed), point + "/f"), point);
+
+  const DriveSizes s = readSizes(point, {});
+  const std::string cmd = "df -B1 --output=size,used '" + point + "' | tail -1";
+  FILE* p = ::popen(cmd.c_str(), "r");
+  ASSERT_TRUE(p);
+  long long size = -1, used = -1;
+  ASSERT_EQ(std::fscanf(p, "%lld %lld", &size, &used), 2);
+  ::pclose(p);
+  EXPECT_EQ(s.total, size);
+  EXPECT_EQ(s.total - s.free, used);
+  EXPECT_GE(s.total - s.free, 1 << 20);
+  EXPECT_GT(s.cluster, 0);
+  if (bound) ::umount2(bind.c_str(), MNT_DETACH);
+  ASSERT_EQ(::umount2(point.c_str(), MNT_DETACH), 0);
+  EXPECT_NE(mountOf(pointsOf(readMountTable()), point), point);
+}
+
+}  // namespace
+}  // namespace ql::test
