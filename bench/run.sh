@@ -34,8 +34,6 @@ add() { names+=("$1"); cmds+=("$2"); }
 [ -n "$floor" ] && add "floorwalk 2" "$floor $tree 2"
 add "quorlane -s (CSV)" "$bin -s $out/r.csv $tree"
 add "du -s --apparent-size" "du -s --apparent-size $tree"
-command -v ncdu >/dev/null && add "ncdu -0 -o /dev/null" "ncdu -0 -o /dev/null $tree"
-command -v gdu >/dev/null && add "gdu -n -p -a" "gdu -n -p -a $tree"
 
 hf=()
 for i in "${!cmds[@]}"; do hf+=(-n "${names[$i]}" "${cmds[$i]}"); done
