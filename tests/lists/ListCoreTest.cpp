@@ -65,6 +65,10 @@ TEST(FolderFiles, ReadsFilesOnlyWithTheirBytesLettersAndEndings) {
   // The type comes from the name alone: the compressed tar is not taken for a plain gzip.
   EXPECT_FALSE(rowNamed(l.rows, "plain.TXT")->type->name.isEmpty());
   EXPECT_NE(rowNamed(l.rows, "archive.tar.gz")->type->name, fileTypeOf("x.gz")->name);
+  // Names that share a lookup still get their own kind's type.
+  EXPECT_EQ(fileTypeOf("photo.2021.JPG")->name, fileTypeOf("x.jpg")->name);
+  EXPECT_NE(fileTypeOf("song.mp3")->name, fileTypeOf("film.mp4")->name);
+  EXPECT_FALSE(fileTypeOf("Makefile")->name.isEmpty());
   EXPECT_EQ(rowNamed(l.rows, "README")->modified, 1200000000);
   EXPECT_EQ(rowNamed(l.rows, "README")->accessed, 1000000000);
   int64_t sum = 0;
