@@ -48,7 +48,12 @@ struct FolderFilesReader::Job {
   FolderListing listing;
 };
 
-FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {}
+FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {
+  // The MIME database takes a moment to load on first use: it does so now, beside the window,
+  // and not when the first folder is shown.
+  static std::once_flag warm;
+  std::call_once(warm, [] { std::thread([] { fileTypeOf("warm-up.txt"); }).detach(); });
+}
 
 FolderFilesReader::~FolderFilesReader() { cancel(); }
 
@@ -61,7 +66,7 @@ void FolderFilesReader::start(const std::string& folder, const RowOrder& order) 
   // job lives on with the thread, and its result goes nowhere once cancelled.
   std::thread([job, folder, order] {
     FolderListing listing = readFolderFiles(folder, job->stop);
-    sortRows(listing.rows, order);
+    sortRowsFresh(listing.rows, order);
     std::lock_guard lock(job->mutex);
     job->listing = std::move(listing);
     if (FolderFilesReader* o = job->owner)

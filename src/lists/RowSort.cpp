@@ -29,40 +29,53 @@ int64_t numberOf(const FileRow& r, RowKey key) {
   }
 }
 
-int tieBreak(const FileRow& a, const FileRow& b) {
-  if (const int c = a.name.compare(b.name)) return c;
-  return a.folder.compare(b.folder);
-}
-
 }  // namespace
 
 void sortRows(std::vector<FileRow>& rows, const RowOrder& order) {
   const size_t n = rows.size();
   if (n < 2) return;
+  // The keys are taken out into a compact array and sorted there: comparing rows in place would
+  // jump through the whole list for every comparison.
   std::vector<uint32_t> index(n);
-  std::iota(index.begin(), index.end(), 0u);
   const bool desc = order.descending;
   const bool numeric = order.key == RowKey::Size || order.key == RowKey::Modified ||
                        order.key == RowKey::Created || order.key == RowKey::Accessed;
   if (numeric) {
-    std::sort(index.begin(), index.end(), [&](uint32_t x, uint32_t y) {
-      const int64_t a = numberOf(rows[x], order.key), b = numberOf(rows[y], order.key);
-      if (a != b) return desc ? a > b : a < b;
-      return tieBreak(rows[x], rows[y]) < 0;
-    });
+    struct Key {
+      int64_t value;
+      uint32_t row;
+    };
+    std::vector<Key> keys(n);
+    for (size_t i = 0; i < n; ++i) keys[i] = {numberOf(rows[i], order.key), static_cast<uint32_t>(i)};
+    std::stable_sort(keys.begin(), keys.end(),
+                     [desc](const Key& a, const Key& b) { return desc ? a.value > b.value : a.value < b.value; });
+    for (size_t i = 0; i < n; ++i) index[i] = keys[i].row;
   } else {
     // Case is folded once per row, not once per comparison.
-    std::vector<QString> folded(n);
-    for (size_t i = 0; i < n; ++i) folded[i] = textOf(rows[i], order.key).toCaseFolded();
-    std::sort(index.begin(), index.end(), [&](uint32_t x, uint32_t y) {
-      if (const int c = folded[x].compare(folded[y])) return desc ? c > 0 : c < 0;
-      return tieBreak(rows[x], rows[y]) < 0;
+    struct Key {
+      QString text;
+      uint32_t row;
+    };
+    std::vector<Key> keys(n);
+    for (size_t i = 0; i < n; ++i) keys[i] = {textOf(rows[i], order.key).toCaseFolded(), static_cast<uint32_t>(i)};
+    std::stable_sort(keys.begin(), keys.end(), [desc](const Key& a, const Key& b) {
+      const int c = a.text.compare(b.text);
+      return desc ? c > 0 : c < 0;
     });
+    for (size_t i = 0; i < n; ++i) index[i] = keys[i].row;
   }
   std::vector<FileRow> sorted;
   sorted.reserve(n);
   for (uint32_t i : index) sorted.push_back(std::move(rows[i]));
   rows.swap(sorted);
+}
+
+void sortRowsFresh(std::vector<FileRow>& rows, const RowOrder& order) {
+  std::sort(rows.begin(), rows.end(), [](const FileRow& a, const FileRow& b) {
+    if (const int c = a.name.compare(b.name)) return c < 0;
+    return a.folder < b.folder;
+  });
+  sortRows(rows, order);
 }
 
 }  // namespace ql

@@ -14,8 +14,11 @@ struct RowOrder {
   bool descending = true;  // largest, latest or last in the alphabet first
 };
 
-// Sorts the rows. Texts compare without regard to case; rows that are equal in the column keep a
-// fixed order by name and folder bytes, so the same rows always come out the same way.
+// Sorts the rows. Texts compare without regard to case; rows that are equal in the column keep
+// the order they had.
 void sortRows(std::vector<FileRow>& rows, const RowOrder& order);
+// The same for rows in no order of their own (fresh from a listing): equal rows come out by the
+// bytes of their names and folders, so the same rows always come out the same way.
+void sortRowsFresh(std::vector<FileRow>& rows, const RowOrder& order);
 
 }  // namespace ql

@@ -156,6 +156,8 @@ void FileListPane::buildView(const MainOptions& o) {
   view_->header()->setStretchLastSection(false);
   view_->header()->setSectionsClickable(true);
   view_->header()->setSortIndicatorShown(true);
+  // Fitting a column looks at the rows around the view, not at a hundred thousand of them.
+  view_->header()->setResizeContentsPrecision(100);
   view_->header()->setSortIndicator(1, Qt::DescendingOrder);
   model_->setSizeFormat(files ? o.FileSizeFormatFiles : o.FileSizeFormatTop,
                         files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
@@ -308,7 +310,7 @@ void FileListPane::endRead(const std::string& source) {
   if (!collector_) return;
   std::vector<FileRow> rows = collector_->result();
   collector_.reset();
-  sortRows(rows, model_->order());
+  sortRowsFresh(rows, model_->order());
   model_->setRows(std::move(rows));
   ResizeColumns();
   title_->setText(TL(3723, "%1 größten Dateien von '%2'", {QString::number(model_->rowCount()), pathText(source)}));
