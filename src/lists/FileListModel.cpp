@@ -66,6 +66,10 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
     case Qt::DecorationRole:
       if (key == RowKey::Name && showIcons_) return iconOf(r.type);
       return {};
+    case Qt::ToolTipRole:
+      // The largest-files list tells over any cell which folder the file lies in.
+      if (!r.folderText.isEmpty()) return QStringLiteral(" %1 ").arg(r.folderText);
+      return {};
     case Qt::TextAlignmentRole:
       if (key == RowKey::Size) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
       return {};
