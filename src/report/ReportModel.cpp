@@ -94,6 +94,8 @@ QVariant ReportModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
       switch (index.column()) {
         case ColName: {
+          if (rootCaption_ && tree_.isRoot(n))
+            if (QString caption = rootCaption_(n); !caption.isEmpty()) return caption;
           const auto t = tree_.text(n);
           return QFile::decodeName(QByteArray(t.data(), static_cast<qsizetype>(t.size())));
         }

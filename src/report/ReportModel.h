@@ -41,6 +41,9 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   bool setData(const QModelIndex& index, const QVariant& value, int role) override;
 
   // Renames a folder row on disk; true when done. Without it, folder names cannot be edited.
+  // What a source's row shows in place of its path, where the function gives a text (an imported
+  // source names its file and date); the path stays the node's text.
+  void setRootCaption(std::function<QString(uint32_t root)> caption) { rootCaption_ = std::move(caption); }
   void setRenamer(std::function<bool(uint32_t node, const QString& name)> renamer) {
     renamer_ = std::move(renamer);
   }
@@ -63,6 +66,7 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   int decimals_ = 1;
   QIcon folderIcon_, junctionIcon_, filesIcon_;
   std::function<bool(uint32_t, const QString&)> renamer_;
+  std::function<QString(uint32_t)> rootCaption_;
 };
 
 }  // namespace ql

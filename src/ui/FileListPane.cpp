@@ -261,6 +261,7 @@ void FileListPane::FileList_ScanFolder(const std::string& folder, bool force) {
   const std::string path = addSlash(folder);
   if (!force && path == folder_) return;  // the same folder is not read again
   folder_ = path;
+  readOnly_ = false;
   model_->clear();
   Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
@@ -279,12 +280,28 @@ void FileListPane::onReadFinished() {
                         FormatSize(model_->unit(), total, true, false, true).trimmed()}));
 }
 
+void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk) {
+  if (reader_) reader_->cancel();
+  escape_->setEnabled(false);
+  folder_ = addSlash(folder);
+  readOnly_ = !onDisk;
+  int64_t total = 0;
+  for (const FileRow& r : rows) total += r.size;
+  sortRowsFresh(rows, model_->order());
+  model_->setRows(std::move(rows));
+  view_->scrollToTop();
+  ResizeColumns();
+  Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
+                       {QString::number(model_->rowCount()),
+                        FormatSize(model_->unit(), total, true, false, true).trimmed()}));
+}
+
 void FileListPane::stopReading() {
   if (reader_ && reader_->busy()) reader_->stop();
 }
 
 void FileListPane::Filelist_Refresh() {
-  if (kind_ != Kind::Files || model_->rowCount() == 0) return;
+  if (kind_ != Kind::Files || model_->rowCount() == 0 || readOnly_) return;
   FileList_ScanFolder(folder_, true);
 }
 
@@ -292,6 +309,7 @@ void FileListPane::clearList() {
   if (reader_) reader_->cancel();
   escape_->setEnabled(false);
   folder_.clear();
+  readOnly_ = false;
   collector_.reset();
   model_->clear();
 }
@@ -399,6 +417,7 @@ void FileListPane::startRename() {
 
 // Never replaces a file of the new name: that is an error, and both stay.
 bool FileListPane::renameRow(int row, const QString& name) {
+  if (readOnly_) return false;
   const FileRow& r = model_->row(row);
   if (name.isEmpty() || name.contains(QLatin1Char('/')) || name == QLatin1String(".") || name == QLatin1String("..")) {
     warn(TL(4047, "Der Name '%1' ist nicht zulässig.", {name}));
@@ -419,7 +438,7 @@ bool FileListPane::renameRow(int row, const QString& name) {
 
 int FileListPane::DeleteFiles(bool toTrash) {
   const std::vector<int> rows = selectedRowsDescending();
-  if (rows.empty()) return 0;
+  if (rows.empty() || readOnly_) return 0;
   std::vector<std::string> folders;
   QApplication::setOverrideCursor(Qt::WaitCursor);
   QStringList failures;
@@ -464,11 +483,14 @@ QMenu* FileListPane::popupMenu() {
       openFolder(folder);
     });
     menu->addSeparator();
-    add(Rename, TL(3716, "Datei umbenennen"), "mnuRename", [this] { startRename(); });
+    add(Rename, TL(3716, "Datei umbenennen"), "mnuRename", [this] { startRename(); })->setEnabled(!readOnly_);
     menu->addSeparator();
   }
-  add(cmd::filePopup::Delete, TL(3654, "Datei(en) löschen"), "mnuDelete", [this] { DeleteFiles(false); });
-  add(cmd::filePopup::Trash, TL(3655, "Datei(en) in den Papierkorb verschieben"), "mnuTrash", [this] { DeleteFiles(true); });
+  add(cmd::filePopup::Delete, TL(3654, "Datei(en) löschen"), "mnuDelete", [this] { DeleteFiles(false); })
+      ->setEnabled(!readOnly_);
+  add(cmd::filePopup::Trash, TL(3655, "Datei(en) in den Papierkorb verschieben"), "mnuTrash", [this] {
+    DeleteFiles(true);
+  })->setEnabled(!readOnly_);
   menu->addSeparator();
   if (rows.empty()) return menu;
   std::vector<std::string> paths;

@@ -53,6 +53,10 @@ class FileListPane : public QWidget {
   // unless `force`. The read runs on a worker; ESC ends it and keeps what was read.
   void FileList_ScanFolder(const std::string& folder, bool force = false);
   void Filelist_Refresh();
+  // Files: shows rows that come from elsewhere than the disk (an imported measurement). With
+  // `onDisk` false nothing of them can be deleted, trashed or renamed.
+  void FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk);
+  bool readOnly() const { return readOnly_; }
   const std::string& shownFolder() const { return folder_; }
   bool reading() const { return reader_ && reader_->busy(); }
   void stopReading();
@@ -118,6 +122,7 @@ class FileListPane : public QWidget {
   std::string folder_;  // Files: the folder shown, with a trailing "/"; "" forces the next read
   std::shared_ptr<TopFiles> collector_;
   bool fixingLimit_ = false;
+  bool readOnly_ = false;  // the rows name files that are not on this machine
   std::function<void(const QString&)> warn_;
 };
 

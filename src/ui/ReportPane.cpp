@@ -161,7 +161,7 @@ void ReportPane::cbrReport_Execute(int id) {
     }
     switch (id) {
       case Rescan:
-        if (selectedNode() != kNoNode) Q_EMIT rescanRequested(selectedNode());
+        if (selectedNode() != kNoNode && !locked(selectedNode())) Q_EMIT rescanRequested(selectedNode());
         return;  // the scan says when it is done
       case Save: Report_SaveToFile(); break;
       case Print: Report_print(); break;
@@ -282,9 +282,10 @@ QMenu* ReportPane::reportPopup() {
     a->setData(id);
     return a;
   };
+  const bool locked = this->locked(node);
   add(Rescan, TL(3648, "Ordner neu einlesen", {text}), "mnuRescan", [this] {
     if (selectedNode() != kNoNode) Q_EMIT rescanRequested(selectedNode());
-  });
+  })->setEnabled(!locked);
   if (tree_.isRoot(node))
     add(RemoveSource, TL(3649, "Quelle entfernen", {text}), "mnuRemoveSource",
         [this] { driver_.Report_RemoveFolders(selectedNode()); });
@@ -295,11 +296,12 @@ QMenu* ReportPane::reportPopup() {
   menu->addSeparator();
   if (!tree_.isRoot(node)) {
     QAction* rename = add(RenameFolder, TL(3718, "Ordner umbenennen"), "mnuRename", [this] { startRename(); });
-    rename->setEnabled(!tree_.hasFlag(node, ReportTree::Junction));
+    rename->setEnabled(!tree_.hasFlag(node, ReportTree::Junction) && !locked);
     menu->addSeparator();
-    add(DeleteFolder, TL(3657, "Ordner löschen"), "mnuDeleteFolder", [this] { Report_DeleteFolder(false); });
+    add(DeleteFolder, TL(3657, "Ordner löschen"), "mnuDeleteFolder", [this] { Report_DeleteFolder(false); })
+        ->setEnabled(!locked);
     add(TrashFolder, TL(3656, "Ordner in den Papierkorb verschieben"), "mnuTrashFolder",
-        [this] { Report_DeleteFolder(true); });
+        [this] { Report_DeleteFolder(true); })->setEnabled(!locked);
     menu->addSeparator();
   }
   const std::string path = tree_.Report_GetFullpathOfNode(node);
@@ -314,7 +316,7 @@ QMenu* ReportPane::reportPopup() {
 // above it. The delete itself runs beside the event loop; the window is busy meanwhile.
 void ReportPane::Report_DeleteFolder(bool toTrash) {
   const uint32_t node = selectedNode();
-  if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy()) return;
+  if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy() || locked(node)) return;
   const std::string path = tree_.Report_GetFullpathOfNode(node);
   const uint64_t generation = tree_.generation();
   FolderDeleteResult result;
@@ -494,7 +496,8 @@ void ReportPane::warn(const QString& text) {
 
 // A folder renamed in place: on disk first, never over something that is there.
 bool ReportPane::renameFolder(uint32_t node, const QString& name) {
-  if (!tree_.isLive(node) || tree_.isRoot(node) || tree_.hasFlag(node, ReportTree::Junction)) return false;
+  if (!tree_.isLive(node) || tree_.isRoot(node) || tree_.hasFlag(node, ReportTree::Junction) || locked(node))
+    return false;
   const std::string parent = tree_.Report_GetFullpathOfNode(node, true, true);
   const std::string from = parent + std::string(tree_.text(node));
   const std::string to = parent + encode(name);
@@ -514,7 +517,8 @@ bool ReportPane::renameFolder(uint32_t node, const QString& name) {
 // F2 renames exactly one selected folder below a source.
 void ReportPane::startRename() {
   const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
-  if (view_->selectionModel()->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable))
+  if (view_->selectionModel()->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable) &&
+      !locked(model_->nodeOf(current)))
     view_->edit(current);
 }
 

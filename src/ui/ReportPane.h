@@ -55,6 +55,10 @@ class ReportPane : public QWidget {
   // recursively, so this follows the stack the user-interface thread has.
   static int expandableLevels();
 
+  // Rows that may not be rescanned, deleted or renamed (an imported measurement of folders that
+  // are not on this machine).
+  void setLocked(std::function<bool(uint32_t node)> locked) { locked_ = std::move(locked); }
+  bool locked(uint32_t node) const { return locked_ && node != kNoNode && locked_(node); }
   void setControlsEnabled(bool on);
   void setGridFont(const QFont& font);
   // Where messages go; a message box unless replaced (tests).
@@ -105,6 +109,7 @@ class ReportPane : public QWidget {
   bool expanding_ = false;
   QString lastSaveFolder_;
   std::function<void(const QString&)> warn_;
+  std::function<bool(uint32_t)> locked_;
 };
 
 }  // namespace ql
