@@ -1,6 +1,7 @@
 #include "import/JsonExport.h"
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -54,11 +55,15 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // Folders read by workers and not yet written: enough to keep the workers busy, few enough that
 // memory stays flat.
 constexpr uint32_t kAhead = 1024;
+// Folders kept open for their subfolders, well below any descriptor limit.
+constexpr int kOpenFolders = 256;
 
-void appendNumber(std::string& out, const char* key, uint64_t value) {
-  char buf[48];
-  const int n = std::snprintf(buf, sizeof buf, ",\"%s\":%llu", key, static_cast<unsigned long long>(value));
-  out.append(buf, static_cast<size_t>(n));
+// `key` comes with its quotes and colon: ",\"asize\":".
+void appendNumber(std::string& out, std::string_view key, uint64_t value) {
+  char buf[24];
+  const auto end = std::to_chars(buf, buf + sizeof buf, value).ptr;
+  out += key;
+  out.append(buf, static_cast<size_t>(end - buf));
 }
 
 // `{"name":"..","asize":..,"dsize":..,"ino":..,"nlink":..` without the closing brace.
@@ -66,10 +71,10 @@ void appendInfo(std::string& out, std::string_view name, const struct statx& sx)
   out += "{\"name\":\"";
   appendJsonEscaped(out, name);
   out.push_back('"');
-  appendNumber(out, "asize", sx.stx_size);
-  appendNumber(out, "dsize", sx.stx_blocks * 512);
-  appendNumber(out, "ino", sx.stx_ino);
-  appendNumber(out, "nlink", sx.stx_nlink);
+  appendNumber(out, ",\"asize\":", sx.stx_size);
+  appendNumber(out, ",\"dsize\":", sx.stx_blocks * 512);
+  appendNumber(out, ",\"ino\":", sx.stx_ino);
+  appendNumber(out, ",\"nlink\":", sx.stx_nlink);
 }
 
 // Buffered writing to a descriptor; the first failure is kept and later writes are dropped.
@@ -100,8 +105,22 @@ class Output {
   std::string buffer_;
 };
 
+// A folder kept open for its subfolders, which open themselves relative to it: no path is
+// looked up again. Closed when the last of them is open.
+struct OpenFolder {
+  int fd;
+  std::atomic<int>& count;
+  OpenFolder(int f, std::atomic<int>& c) : fd(f), count(c) {}
+  ~OpenFolder() {
+    ::close(fd);
+    count.fetch_sub(1, std::memory_order_relaxed);
+  }
+};
+
 struct Folder {
   std::string path;  // for opening it
+  uint32_t nameAt = 0;  // its name within the path
+  std::shared_ptr<OpenFolder> parent;  // open until this folder is
   std::string info;  // its info object without the closing brace
   uint64_t mountId = 0;
   // Filled by the one thread that reads it:
@@ -135,12 +154,21 @@ class ExportWalk {
   std::condition_variable ready_;  // the writer: a folder it waits for was read
   std::vector<std::shared_ptr<Folder>> stack_;
   uint32_t ahead_ = 0;
+  size_t stale_ = 0;  // entries of the stack the writer has taken
+  std::atomic<int> openFolders_{0};
   bool done_ = false;
 };
 
 void ExportWalk::readFolder(Folder& f, DirReader& reader) {
-  int fd = f.path.size() < PATH_MAX ? ::open(f.path.c_str(), kDirFlags) : openFolderPath(f.path);
-  if (fd < 0 && f.path.size() < PATH_MAX) fd = -errno;
+  int fd;
+  if (f.parent) {
+    fd = ::openat(f.parent->fd, f.path.c_str() + f.nameAt, kDirFlags);
+    if (fd < 0) fd = -errno;
+    f.parent.reset();
+  } else {
+    fd = f.path.size() < PATH_MAX ? ::open(f.path.c_str(), kDirFlags) : openFolderPath(f.path);
+    if (fd < 0 && f.path.size() < PATH_MAX) fd = -errno;
+  }
   if (fd < 0) {
     f.readError = -fd;
     return;
@@ -163,6 +191,7 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
       }
       auto child = std::make_shared<Folder>();
       child->path = joinPath(f.path, name);
+      child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
       appendInfo(child->info, name, *sx);
       child->mountId = mount;
       f.cuts.emplace_back(text.size(), std::move(child));
@@ -175,7 +204,14 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     text.push_back('}');
     return true;
   }, stop_, FolderWalk::kStop);
-  ::close(fd);
+  // Kept open for the subfolders while few folders are; else they go by their paths.
+  if (!f.cuts.empty() && openFolders_.fetch_add(1, std::memory_order_relaxed) < kOpenFolders) {
+    auto open = std::make_shared<OpenFolder>(fd, openFolders_);
+    for (auto& cut : f.cuts) cut.second->parent = open;
+  } else {
+    if (!f.cuts.empty()) openFolders_.fetch_sub(1, std::memory_order_relaxed);
+    ::close(fd);
+  }
   if (result.end == DirReader::End::Failed) f.readError = result.error;
   if (result.end == DirReader::End::Stopped) f.readError = -1;
 }
@@ -185,8 +221,9 @@ void ExportWalk::finished(const std::shared_ptr<Folder>& f, bool byWorker) {
   f->byWorker = byWorker;
   if (byWorker) ++ahead_;
   if (threads_ > 1 && !f->cuts.empty()) {
-    // First subfolder on top: the workers go the way the writer will.
-    for (size_t i = f->cuts.size(); i-- > 0;) stack_.push_back(f->cuts[i].second);
+    // Last subfolder on top: the writer reads its way down from the first subfolder, the
+    // workers from the last, so the two meet late and seldom wait for each other.
+    for (const auto& cut : f->cuts) stack_.push_back(cut.second);
     work_.notify_all();
   }
 }
@@ -196,6 +233,12 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   std::unique_lock lock(mutex_);
   if (f->state == 0) {
     f->state = 1;
+    // It still waits in the workers' stack: clear such entries out now and then, so that
+    // written folders are not kept there.
+    if (threads_ > 1 && ++stale_ > 256 && stale_ > stack_.size() / 2) {
+      std::erase_if(stack_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+      stale_ = 0;
+    }
     lock.unlock();
     readFolder(*f, writerReader_);
     lock.lock();
@@ -213,13 +256,16 @@ void ExportWalk::workerLoop() {
     if (done_) return;
     std::shared_ptr<Folder> f = std::move(stack_.back());
     stack_.pop_back();
-    if (f->state != 0) continue;  // the writer took it
+    if (f->state != 0) {  // the writer took it
+      if (stale_) --stale_;
+      continue;
+    }
     f->state = 1;
     lock.unlock();
     readFolder(*f, reader);
     lock.lock();
     finished(f, true);
-    ready_.notify_all();
+    ready_.notify_one();  // only the writer waits there
   }
 }
 
@@ -247,14 +293,14 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
       std::free(real);
     }
     appendInfo(root->info, root->path, sx);
-    appendNumber(root->info, "dev", (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor);
+    appendNumber(root->info, ",\"dev\":", (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor);
     root->mountId = mountIdFrom(sx);
   }
 
   Output out(fd);
   {
     std::string head = "[1,2,{\"progname\":\"quorlane\",\"progver\":\"" QUORLANE_VERSION "\"";
-    appendNumber(head, "timestamp", static_cast<uint64_t>(std::time(nullptr)));
+    appendNumber(head, ",\"timestamp\":", static_cast<uint64_t>(std::time(nullptr)));
     head += "},\n";
     out.put(head);
   }
@@ -289,10 +335,12 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
       break;
     }
     if (top.cut < f.cuts.size()) {
-      const auto& [offset, child] = f.cuts[top.cut++];
+      auto& [offset, child] = f.cuts[top.cut++];
       out.put(std::string_view(f.text).substr(top.at, offset - top.at));
       top.at = offset;
-      const std::shared_ptr<Folder> next = child;  // `top` goes stale once a frame is added
+      // The frame owns it from here, so it goes as soon as it is written; `top` goes stale once
+      // a frame is added.
+      const std::shared_ptr<Folder> next = std::move(child);
       open(next);
       continue;
     }
