@@ -392,7 +392,7 @@ class Builder {
                                                fields_.asize, fields_.dsize});
       pendingNames_ += fields_.name;
     }
-    if (fields_.asize >= feedMinimum_) {
+    if (o_.feed && fields_.asize >= feedMinimum_) {
       if (feedFolder_.empty()) feedFolder_ = addSlash(path_);
       FoundFile f;
       f.folder = feedFolder_;
