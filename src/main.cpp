@@ -45,12 +45,15 @@ int main(int argc, char** argv) {
           command.error.c_str());
       return 2;
     case ParsedCommandLine::Export: {
-      // No window, no settings: the walk writes as it goes. A closed pipe is a write error.
+      // No window, no settings: the walk writes as it goes. A closed pipe is a write error; an
+      // interrupt stops the walk, so that no temporary file is left behind.
       std::signal(SIGPIPE, SIG_IGN);
+      for (const int sig : {SIGINT, SIGTERM, SIGHUP})
+        std::signal(sig, [](int) { StopWord.store(FolderWalk::kStop); });
       int threads = FolderWalk::defaultThreads();
       if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
         threads = std::atoi(forced);
-      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads);
+      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads, &StopWord);
       if (r.ok) return 0;
       std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
       return 1;

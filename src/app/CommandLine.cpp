@@ -84,7 +84,7 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (exporting && !p.imports.empty()) usage("--export and --import do not go together");
   if (exporting && p.sources.size() != 1) usage("--export needs exactly one folder");
   if (silent && p.error.empty() && p.sources.empty() && p.imports.empty())
-    usage("-s needs at least one folder or --import FILE");
+    usage("-s needs at least one folder");
   p.mode = help               ? ParsedCommandLine::Help
            : version          ? ParsedCommandLine::Version
            : !p.error.empty() ? ParsedCommandLine::UsageError
