@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QMessageBox>
+#include <csignal>
 #include <cstdio>
 #include <malloc.h>
 
@@ -15,6 +16,8 @@
 #include "failure/FailureReport.h"
 #include "failure/FatalSignals.h"
 #include "failure/frmFehler.h"
+#include "import/JsonExport.h"
+#include "scan/FolderWalk.h"
 #include "lang/TL.h"
 #include "ui/MainWindow.h"
 
@@ -37,10 +40,24 @@ int main(int argc, char** argv) {
     case ParsedCommandLine::UsageError:
       std::fprintf(
           stderr,
-          "quorlane: %s\nUsage: quorlane [FOLDER]... | quorlane -s[LEVELS] REPORT FOLDER... "
-          "(quorlane --help tells more)\n",
+          "quorlane: %s\nUsage: quorlane [FOLDER]... | quorlane -s[LEVELS] REPORT FOLDER... | "
+          "quorlane --export FILE FOLDER (quorlane --help tells more)\n",
           command.error.c_str());
       return 2;
+    case ParsedCommandLine::Export: {
+      // No window, no settings: the walk writes as it goes. A closed pipe is a write error; an
+      // interrupt stops the walk, so that no temporary file is left behind.
+      std::signal(SIGPIPE, SIG_IGN);
+      for (const int sig : {SIGINT, SIGTERM, SIGHUP})
+        std::signal(sig, [](int) { StopWord.store(FolderWalk::kStop); });
+      int threads = FolderWalk::defaultThreads();
+      if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
+        threads = std::atoi(forced);
+      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads, &StopWord);
+      if (r.ok) return 0;
+      std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
+      return 1;
+    }
     case ParsedCommandLine::Window:
     case ParsedCommandLine::Silent:
       break;

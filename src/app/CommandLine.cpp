@@ -37,7 +37,7 @@ bool silentOption(const char* arg, int& levels) {
 
 ParsedCommandLine parseArguments(int argc, char** argv) {
   ParsedCommandLine p;
-  bool silent = false, help = false, version = false, onlySources = false;
+  bool silent = false, help = false, version = false, onlySources = false, exporting = false;
   auto usage = [&p](std::string why) {
     if (p.error.empty()) p.error = std::move(why);
   };
@@ -56,6 +56,19 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
       p.restart = true;
     } else if (std::strcmp(arg, "-TLMODUS") == 0) {
       p.translationMode = true;
+    } else if (std::strcmp(arg, "--import") == 0 || std::strcmp(arg, "--export") == 0) {
+      // The file is the next argument, whatever it looks like.
+      if (i + 1 >= argc || !*argv[i + 1]) {
+        usage(std::string(arg) + " needs a file");
+        continue;
+      }
+      if (arg[2] == 'i') {
+        p.imports.emplace_back(argv[++i]);
+      } else {
+        if (exporting) usage("--export given twice");
+        exporting = true;
+        p.exportFile = argv[++i];
+      }
     } else if (silentOption(arg, levels)) {
       if (silent) usage("-s given twice");
       silent = true;
@@ -67,10 +80,15 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
       usage(std::string("unknown option ") + arg);
     }
   }
-  if (silent && p.error.empty() && p.sources.empty()) usage("-s needs at least one folder");
+  if (exporting && silent) usage("--export and -s do not go together");
+  if (exporting && !p.imports.empty()) usage("--export and --import do not go together");
+  if (exporting && p.sources.size() != 1) usage("--export needs exactly one folder");
+  if (silent && p.error.empty() && p.sources.empty() && p.imports.empty())
+    usage("-s needs at least one folder");
   p.mode = help               ? ParsedCommandLine::Help
            : version          ? ParsedCommandLine::Version
            : !p.error.empty() ? ParsedCommandLine::UsageError
+           : exporting        ? ParsedCommandLine::Export
            : silent           ? ParsedCommandLine::Silent
                               : ParsedCommandLine::Window;
   return p;

@@ -12,9 +12,11 @@ namespace ql {
 std::string joinArguments(int argc, char** argv);
 
 struct ParsedCommandLine {
-  enum Mode { Window, Silent, Help, Version, UsageError };
+  enum Mode { Window, Silent, Export, Help, Version, UsageError };
   Mode mode = Window;
   std::vector<std::string> sources;  // as given, never trimmed
+  std::vector<std::string> imports;  // --import FILE: exports to read instead of walking
+  std::string exportFile;            // --export FILE SOURCE: "-" for standard output
   std::string outputFile;            // silent run: the report
   int outputLevels = 0;              // silent run: 0 all levels, n the top rows and n levels below
   bool restart = false;              // -RESTART
@@ -22,8 +24,9 @@ struct ParsedCommandLine {
   std::string error;                 // UsageError: what is wrong, one line
 };
 
-// -s[DIGITS] REPORT SOURCE..., -RESTART, -TLMODUS, --help, --version; after "--" every argument
-// is a source. Any other argument that begins with "-" is a usage error.
+// -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, -RESTART, -TLMODUS, --help,
+// --version; after "--" every argument is a source. Any other argument that begins with "-" is a
+// usage error.
 ParsedCommandLine parseArguments(int argc, char** argv);
 
 }  // namespace ql

@@ -1,10 +1,13 @@
 #include "app/SilentRun.h"
 
+#include <QFile>
+
 #include "app/CommandLine.h"
 #include "app/Globals.h"
 #include "app/Settings.h"
 #include "lang/TL.h"
 #include "failure/FailureReport.h"
+#include "import/JsonImport.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
@@ -31,8 +34,23 @@ int runSilent(const ParsedCommandLine& job) {
     FailureReport(QStringLiteral("QuelleEinlesen"), QStringLiteral("frmMain"), 0,
                   TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason}), {path});
   });
-  driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
-  driver.runToEnd();
+  // Exports named with --import come first, each as one root, as if its folder had been walked.
+  for (const std::string& file : job.imports) {
+    ImportOptions io;
+    io.filesLabel = TL(3514, "Dateien").toStdString();
+    io.noHardlinks = settings.noHardlinks;
+    io.stop = &StopWord;
+    const ImportResult r = importJsonFile(file, tree, io);
+    if (!r.ok) {
+      const QString name = QFile::decodeName(QByteArray::fromStdString(file));
+      FailureReport(QStringLiteral("ImportEinlesen"), QStringLiteral("frmMain"), 0,
+                    TL(4296, "Der Export '%1' kann nicht eingelesen werden: %2", {name, r.error}), {name});
+    }
+  }
+  if (!job.sources.empty()) {
+    driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
+    driver.runToEnd();
+  }
 
   ReportSaveOptions options;
   options.levels = ReportWriter::levelsFromNumber(job.outputLevels);

@@ -104,6 +104,8 @@ QString usageText() {
   return QStringLiteral(
       "Usage: quorlane [FOLDER]...\n"
       "       quorlane -s[LEVELS] REPORT FOLDER...\n"
+      "       quorlane -s[LEVELS] REPORT --import FILE...\n"
+      "       quorlane --export FILE FOLDER\n"
       "\n"
       "Shows where the space on a disk has gone: each FOLDER is walked once and shown as a\n"
       "tree of folders with sizes, percentages and file and folder counts.\n"
@@ -113,6 +115,14 @@ QString usageText() {
       "                               any other name a semicolon-separated table (CSV).\n"
       "                               LEVELS, digits right after -s, is how many folder levels\n"
       "                               below each source are written; none or 0 writes all.\n"
+      "  --import FILE                read a JSON disk-usage export (format 1.2, as written by\n"
+      "                               --export) instead of walking a folder; with -s the report\n"
+      "                               is written from it. May be given more than once.\n"
+      "  --export FILE FOLDER         walk FOLDER and write it as a JSON disk-usage export\n"
+      "                               (format 1.2) to FILE, \"-\" for standard output. FILE is\n"
+      "                               replaced only once the export is complete. Folders on\n"
+      "                               other mounts are marked and not entered; links are not\n"
+      "                               followed. QUORLANE_THREADS sets the number of threads.\n"
       "  --                           every later argument is a folder, even one that\n"
       "                               begins with \"-\"\n"
       "  -TLMODUS                     read the texts from QuorlaneTL.txt beside the program\n"
@@ -126,6 +136,7 @@ QString usageText() {
       "  0  the report was written (silent run), or the window was closed\n"
       "  1  a failure: the report was not written, a folder could not be read, or the walk\n"
       "     failed (running out of file descriptors, say)\n"
+      "  1  (--export) the folder could not be opened, or the file could not be written\n"
       "  2  a usage error: an unknown option, or -s without a report or a folder\n");
 }
 

@@ -1,0 +1,46 @@
+#pragma once
+// Writes a folder tree as the JSON disk-usage export (format 1.2):
+//   [1, 2, {metadata}, [{root info}, entry, [{folder info}, entry, ...], ...]]
+// A folder is an array whose first element is its info object; every other entry is an object.
+//
+// The walk streams: each folder is listed once, its part of the text is written as soon as the
+// folders before it are out, and then it is forgotten; so memory follows the folders under way,
+// not the tree. Workers read folders ahead of the writer, but never more than a bounded number;
+// the writer reads a folder itself when no worker has taken it yet. Each folder's entries come in
+// the order of its listing, so the text is the same for any number of threads.
+//
+// Per entry: name (bytes, JSON-escaped; bytes that are not UTF-8 are written as they are), asize
+// (st_size), dsize (st_blocks * 512), ino, nlink, and hlnkc for a non-folder with more than one
+// name. A folder on another mount is written as {"name":..,"excluded":"othfs"} and never entered;
+// a link is a file with "notreg" (never followed; one that leads to a folder also gets "dirlink",
+// which other readers pass over); a folder that cannot be read gets "read_error":true.
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ql {
+
+struct ExportResult {
+  bool ok = false;
+  std::string error;  // what failed, for the user: "<path>: <system text>"
+  bool writeFailed = false;
+  uint64_t folders = 0;
+  uint64_t entries = 0;
+};
+
+// Walks `source` and writes the export to `fd` (not closed). threads <= 1: the writer alone.
+// `stop` (may be null) ends the walk when it holds a nonzero value.
+ExportResult exportJson(const std::string& source, int fd, int threads, const std::atomic<int>* stop = nullptr);
+
+// The same into a file: written to a temporary file beside it and renamed when complete, so the
+// file is either the old one or the whole new one. "-" writes to standard output.
+ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
+                              const std::atomic<int>* stop = nullptr);
+
+// Appends `bytes` as a JSON string body (no quotes): '"', '\\' and control bytes are escaped,
+// everything else, valid UTF-8 or not, is written as it is.
+void appendJsonEscaped(std::string& out, std::string_view bytes);
+
+}  // namespace ql

@@ -1,0 +1,107 @@
+// --export and --import from the command line, and the exports of the other tools that read and
+// write the format (when they are installed).
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QStringList>
+
+#include "TestFs.h"
+#include "import/JsonImport.h"
+
+namespace ql::test {
+namespace {
+
+struct Outcome {
+  int status = -1;
+  QByteArray out, err;
+};
+
+Outcome run(const QString& program, const QStringList& args, const QString& config = {}) {
+  ensureApp();
+  QProcess p;
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  if (!config.isEmpty()) env.insert("XDG_CONFIG_HOME", config);
+  env.insert("LC_ALL", "C.UTF-8");
+  p.setProcessEnvironment(env);
+  p.start(program, args);
+  EXPECT_TRUE(p.waitForFinished(60000));
+  return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
+          p.readAllStandardError()};
+}
+
+Outcome quorlane(const QStringList& args, const QString& config = {}) {
+  return run(QStringLiteral(QUORLANE_BIN_PATH), args, config);
+}
+
+QByteArray read(const QString& file) {
+  QFile f(file);
+  return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QString q(const std::string& s) { return QString::fromStdString(s); }
+
+class JsonCommandLine : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    makeDir(d / "tree");
+    makeDir(d / "tree/a");
+    makeDir(d / "tree/a/b");
+    makeDir(d / "tree/empty");
+    makeFile(d / "tree/a/b/f", 5000);
+    makeFile(d / "tree/a/g", 700);
+    makeFile(d / "tree/h", 30);
+    makeFile(d / "tree/a/b/same", 5000);
+    ASSERT_EQ(::link((d / "tree/a/g").c_str(), (d / "tree/a/b/g2").c_str()), 0);
+    ASSERT_EQ(::symlink("h", (d / "tree/link").c_str()), 0);
+    makeDir(d / "config");
+  }
+  TempDir d;
+};
+
+TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
+  Outcome o = quorlane({"--export", q(d / "x.json"), q(d / "tree")});
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  const Outcome toStdout = quorlane({"--export", "-", q(d / "tree")});
+  EXPECT_EQ(toStdout.status, 0);
+  const QByteArray file = read(q(d / "x.json"));
+  EXPECT_EQ(toStdout.out.mid(toStdout.out.indexOf('\n')), file.mid(file.indexOf('\n')));
+
+  o = quorlane({"-s2", q(d / "imported.csv"), "--import", q(d / "x.json")}, q(d / "config"));
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  o = quorlane({"-s2", q(d / "walked.csv"), q(d / "tree")}, q(d / "config"));
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  EXPECT_EQ(read(q(d / "imported.csv")), read(q(d / "walked.csv")));
+  EXPECT_TRUE(read(q(d / "walked.csv")).contains("tree/a/b"));
+
+  // A damaged export: exit status 1, the byte named, no report.
+  QFile cut(q(d / "cut.json"));
+  ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
+  cut.write(file.left(file.size() / 2));
+  cut.close();
+  o = quorlane({"-s", q(d / "cut.csv"), "--import", q(d / "cut.json")}, q(d / "config"));
+  EXPECT_EQ(o.status, 1);
+  EXPECT_TRUE(o.err.contains(QByteArray::number(file.size() / 2))) << o.err.toStdString();
+  EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
+}
+
+TEST_F(JsonCommandLine, FailuresAndUsage) {
+  Outcome o = quorlane({"--export", q(d / "x.json"), q(d / "missing")});
+  EXPECT_EQ(o.status, 1);
+  EXPECT_TRUE(o.err.contains("missing"));
+  EXPECT_FALSE(QFile::exists(q(d / "x.json")));
+  o = quorlane({"--export", q(d / "no/x.json"), q(d / "tree")});
+  EXPECT_EQ(o.status, 1);
+  for (const QStringList& args : {QStringList{"--export", q(d / "x.json")},
+                                  QStringList{"--export", q(d / "x.json"), q(d / "tree"), q(d / "tree")},
+                                  QStringList{"--export"}, QStringList{"-s", q(d / "r.csv"), "--import"},
+                                  QStringList{"-s", q(d / "r.csv"), "--export", "-", q(d / "tree")}}) {
+    o = quorlane(args);
+    EXPECT_EQ(o.status, 2) << args.join(' ').toStdString();
+  }
+}
+
+}  // namespace
+}  // namespace ql::test
