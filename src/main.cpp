@@ -104,6 +104,7 @@ int main(int argc, char** argv) {
   if (const int status = claimOrHandOver(instance, command); status >= 0) return status;
   MainWindow window;
   window.setStartSources(command.sources);  // read once the window is on the screen
+  window.setStartImports(command.imports);
   window.show();
   return app.exec();
 }

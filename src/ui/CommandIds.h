@@ -8,6 +8,7 @@ namespace main {
 enum : int {
   Sources = 50,  // carries the sources box
   New = 1,
+  Import = 41,  // a measurement saved as a JSON export
   Start = 2,
   Stop = 3,
   ShowReport = 33,

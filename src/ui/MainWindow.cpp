@@ -19,6 +19,7 @@
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "ui/CommandIds.h"
+#include "ui/ImportedSources.h"
 #include "ui/WindowState.h"
 #include "update/frmInternetUpdate.h"
 
@@ -92,6 +93,8 @@ void MainWindow::buildMainBar(const MainOptions& o) {
   b.AddControl(T::Button, New, 3529, "Neu", "folder-new", false, 3530, "Neue Quelle auswählen");
   b.AddControl(T::Button, Start, 3531, "Start", "media-playback-start", false, 3532, "Quelle einlesen");
   b.AddControl(T::Button, Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false, false, false);
+  b.AddControl(T::Button, Import, 4054, "Importieren", "document-open", false, 4055,
+               "Eine gespeicherte Messung (JSON-Export) öffnen");
   b.AddControl(T::Button, ShowReport, 3641, "Ordnerliste", "view-list-tree", true, 3667, "Ordnerliste anzeigen",
                true, true);
   b.AddControl(T::Button, ShowDrives, 3643, "Laufwerksliste", "drive-harddisk", false, 3632,
@@ -161,6 +164,19 @@ void MainWindow::buildPanes(const MainOptions& o) {
           guard_.wrap("tvwPL_SelChange", [this](uint32_t node) { showFolderFiles(node); }));
   connect(report_, &ReportPane::folderDeleted, this,
           guard_.wrap("Report_DeleteFolder", [this](const std::string& path) { onFolderDeleted(path); }));
+  // Imported measurements: their files come from the import, and what is not on this machine
+  // cannot be read again, deleted or renamed.
+  imports_ = new ImportedSources(tree_, this);
+  connect(imports_, &ImportedSources::progress, this, [this](qint64 done, qint64 total) {
+    status_->setText(TL(4056, "Importiere... %1 von %2 MB",
+                        {QString::number(done / 1048576), QString::number(std::max<qint64>(total, done) / 1048576)}));
+  });
+  connect(imports_, &ImportedSources::finished, this,
+          guard_.wrap("Import", [this](uint32_t root, const QString& error) { onImportFinished(root, error); }));
+  report_->setLocked([this](uint32_t node) {
+    return imports_->isImported(node) && probePath(tree_.Report_GetFullpathOfNode(node)) != 0;
+  });
+  report_->model().setRootCaption([this](uint32_t root) { return imports_->caption(root); });
   connect(report_, &ReportPane::busyChanged, this, guard_.wrap("Report_DeleteFolder", [this](bool busy) {
             if (busy)
               DisableControls();
@@ -205,6 +221,7 @@ void MainWindow::wireDriver() {
   connect(&d, &ScanDriver::progress, status_, &QLabel::setText);
   connect(&d, &ScanDriver::finished, this, guard_.wrap("Ordnerliste_Abarbeiten", [this] { onFinished(true); }));
   connect(&d, &ScanDriver::rescanFinished, this, guard_.wrap("Report_Rescan", [this](uint32_t node) {
+            imports_->forget(node);
             endTopList(node);
             report_->selectNode(node);
             onFinished(false);
@@ -222,7 +239,50 @@ void MainWindow::endTopList(uint32_t node) {
 void MainWindow::showFolderFiles(uint32_t node) {
   if (!cbrMain_->isChecked(ShowFiles) || !splInfo_->Control2Visible() || !tree_.isLive(node)) return;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  files_->FileList_ScanFolder(tree_.Report_GetFullpathOfNode(node));
+  const std::string path = tree_.Report_GetFullpathOfNode(node);
+  // An imported folder shows the files the import holds, whether or not the folder is here.
+  if (std::vector<FileRow> rows; imports_->filesOf(node, rows)) {
+    files_->FileList_ShowRows(path, std::move(rows), probePath(path) == 0);
+    return;
+  }
+  files_->FileList_ScanFolder(path);
+}
+
+void MainWindow::importFile(const std::string& file) {
+  if (busy_ || driver_->busy() || imports_->busy()) {
+    pendingImports_.push_back(file);
+    return;
+  }
+  ImportOptions o;
+  o.filesLabel = TL(3514, "Dateien").toStdString();
+  o.noHardlinks = options_.NoHardlinks != 0;
+  importing_ = file;
+  DisableControls();
+  status_->setText(TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
+  imports_->start(file, top_->beginRead(), o);
+}
+
+void MainWindow::importNext() {
+  if (pendingImports_.empty() || imports_->busy() || driver_->busy()) return;
+  const std::string next = pendingImports_.front();
+  pendingImports_.pop_front();
+  importFile(next);
+}
+
+void MainWindow::onImportFinished(uint32_t root, const QString& error) {
+  EnableControls();
+  status_->setText(TL(3525, "OK."));
+  if (root == kNoNode) {
+    top_->clearList();
+    warn(TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
+  } else {
+    top_->endRead(tree_.Report_GetFullpathOfNode(root));
+    view().expand(model().indexOf(root));
+    report_->selectNode(root);
+    report_->Report_Resize_Columns();
+    showFolderFiles(root);
+  }
+  importNext();
 }
 
 // After a delete from the file list its folder's own files are counted again, and the sums go
@@ -264,7 +324,23 @@ void MainWindow::cbrMain_Execute(int id) {
         break;
       }
       case Start: StartSearchViaToolbar(); break;
-      case Stop: driver_->stop(); break;
+      case Stop:
+        driver_->stop();
+        if (imports_->busy()) {
+          // Nothing of a stopped import joins the report.
+          imports_->stop();
+          pendingImports_.clear();
+          top_->clearList();
+          EnableControls();
+          status_->setText(TL(3525, "OK."));
+        }
+        break;
+      case Import: {
+        const QString file = QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
+                                                          QStringLiteral("JSON (*.json);;* (*)"));
+        if (!file.isEmpty()) importFile(encode(file));
+        break;
+      }
       case About:
         QMessageBox::about(this, TL(3551, "Info"),
                            QStringLiteral("<b>Quorlane %1</b><p>%2</p><p><a href=\"%3\">%3</a></p>")
@@ -473,6 +549,7 @@ void MainWindow::onFinished(bool sourcesRead) {
     refused_.clear();
     warn(text);
   }
+  importNext();  // imports asked for during the scan
 }
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {
@@ -544,6 +621,7 @@ void MainWindow::Form_Activate() {
   if (selected < 0) cboOrdner_->setEditText(saved.comboText);
   if (!driver_->busy()) EnableControls();
   if (!startSources_.empty()) readCommandLine(std::exchange(startSources_, {}));
+  importNext();
 }
 
 // What the window keeps between runs: position, bar layouts, options, the known folders.

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QMainWindow>
 #include <QTreeView>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,6 +25,8 @@
 
 namespace ql {
 
+class ImportedSources;
+
 class MainWindow : public QMainWindow {
   Q_OBJECT
  public:
@@ -32,6 +35,11 @@ class MainWindow : public QMainWindow {
 
   // Sources of the command line, read once the window has come up for the first time.
   void setStartSources(std::vector<std::string> sources) { startSources_ = std::move(sources); }
+  // Exports to import once the window has come up, one after the other.
+  void setStartImports(std::vector<std::string> files) { pendingImports_.assign(files.begin(), files.end()); }
+  // Reads a measurement saved as a JSON export into the report, beside the window.
+  void importFile(const std::string& file);
+  ImportedSources& imports() { return *imports_; }
   // Queues the sources, exactly as given, and starts reading them.
   void readCommandLine(const std::vector<std::string>& sources);
   // Sources a later start handed over: read like the command line, and the window comes forward.
@@ -94,6 +102,8 @@ class MainWindow : public QMainWindow {
   void onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders);
   void onFolderDeleted(const std::string& path);
   void endTopList(uint32_t node);
+  void onImportFinished(uint32_t root, const QString& error);
+  void importNext();
   void applyToolbarLook();
   void Form_Activate();
   void saveAtExit();
@@ -125,6 +135,9 @@ class MainWindow : public QMainWindow {
   QStringList refused_;  // sources that could not be read in this run, told at its end
   std::function<bool(const QString&)> askRestart_;
   std::vector<std::string> startSources_;
+  std::deque<std::string> pendingImports_;
+  std::string importing_;  // the export being read
+  ImportedSources* imports_ = nullptr;
   std::function<void(const QString&)> warn_;
 };
 

@@ -15,6 +15,8 @@
 #include "TestApp.h"
 #include "TestFs.h"
 #include "app/Globals.h"
+#include "import/JsonExport.h"
+#include "ui/ImportedSources.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -266,6 +268,57 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   EXPECT_EQ(sizeOf(w, "work"), 70);  // its own files remain
   EXPECT_EQ(sizeOf(w, ""), 5070);
   EXPECT_FALSE(w.busy());
+}
+
+// A measurement saved elsewhere: the report it gives equals a scan, its files come from the
+// import, and what is not on this machine is locked against every change.
+TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
+  const std::string json = config / "scan.json";
+  ASSERT_TRUE(exportJsonToFile(d.path(), json, 2).ok);
+  MainWindow w;
+  open(w);  // the tree read from the disk, for comparison
+  const auto& scanned = w.tree().node(w.model().nodeOf(w.model().index(0, 0)));
+  const int64_t size = scanned.size, files = scanned.files;
+  QSignalSpy imported(&w.imports(), &ImportedSources::finished);
+  w.importFile(json);
+  ASSERT_TRUE(imported.wait(10000));
+  ASSERT_EQ(w.model().rowCount(), 2);
+  const QModelIndex root = w.model().index(1, 0);
+  const uint32_t node = w.model().nodeOf(root);
+  EXPECT_EQ(w.tree().node(node).size, size);
+  EXPECT_EQ(w.tree().node(node).files, files);
+  EXPECT_TRUE(root.data().toString().contains("scan.json"));
+  EXPECT_EQ(w.tree().text(node), d.path());  // the path itself stays the node's text
+  EXPECT_EQ(w.topPane().model().row(0).name, "big.iso");
+
+  // The disk changes behind the import: the list still shows what the import holds, and
+  // nothing of a folder that is gone can be deleted.
+  ASSERT_EQ(std::system(("rm -r '" + d / "work" + "'").c_str()), 0);
+  QModelIndex work;
+  for (int r = 0; r < w.model().rowCount(root); ++r)
+    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  ASSERT_TRUE(work.isValid());
+  w.view().setCurrentIndex(work);
+  FileListPane& list = w.filesPane();
+  ASSERT_EQ(list.model().rowCount(), 3);
+  EXPECT_TRUE(list.readOnly());
+  EXPECT_EQ(list.model().index(0, list.model().columnOf(RowKey::Modified)).data().toString(), "");
+  select(list, {"a.txt"});
+  EXPECT_EQ(list.DeleteFiles(false), 0);
+  EXPECT_EQ(list.model().rowCount(), 3);
+  EXPECT_TRUE(w.reportPane().locked(w.model().nodeOf(work)));
+  EXPECT_FALSE(w.reportPane().locked(w.model().nodeOf(w.model().index(0, 0))));  // read from the disk
+
+  // A broken export says where it breaks and leaves the report as it was.
+  QFile cut(QString::fromStdString(json));
+  ASSERT_TRUE(cut.open(QIODevice::ReadWrite));
+  ASSERT_TRUE(cut.resize(cut.size() / 2));
+  cut.close();
+  w.importFile(json);
+  ASSERT_TRUE(imported.wait(10000));
+  EXPECT_EQ(w.model().rowCount(), 2);
+  ASSERT_FALSE(warnings.isEmpty());
+  EXPECT_TRUE(warnings.last().contains("scan.json"));
 }
 
 }  // namespace
