@@ -334,10 +334,12 @@ void PreviewPane::finish() {
 }
 
 void PreviewPane::setTextDocument(QTextDocument* doc) {
+  // The view deletes a document it made itself; the ones made here are deleted here.
   QTextDocument* old = text_->document();
+  if (old->parent() != text_) old = nullptr;
   text_->setDocument(doc);
   doc->setParent(text_);
-  if (old && old->parent() == text_) old->deleteLater();
+  if (old) old->deleteLater();
 }
 
 void PreviewPane::setText(const QString& text) {
@@ -408,11 +410,13 @@ void PreviewPane::take(const std::shared_ptr<Result>& r) {
       finish();
       break;
     case Job::Html: {
+      // The view deletes a document it made itself; the ones made here are deleted here.
       QTextDocument* old = browser_->document();
+      if (old->parent() != browser_) old = nullptr;
       QTextDocument* doc = std::exchange(r->doc, nullptr);
       browser_->setDocument(doc);
       doc->setParent(browser_);
-      if (old && old->parent() == browser_ && old != doc) old->deleteLater();
+      if (old) old->deleteLater();
       showViewer(browser_);
       finish();
       break;
@@ -494,8 +498,9 @@ bool PreviewPane::makePlayer() {
 void PreviewPane::stopPlayer() {
   videoWait_->stop();
   if (!player_) return;
-  player_->stop();
-  player_->setSource(QUrl());
+  // Each call on an idle pipeline can wait on it: only what is needed.
+  if (player_->playbackState() != QMediaPlayer::StoppedState) player_->stop();
+  if (!player_->source().isEmpty()) player_->setSource(QUrl());
 }
 
 void PreviewPane::playMedia(const std::string& path) {

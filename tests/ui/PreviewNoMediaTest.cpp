@@ -2,7 +2,7 @@
 // and the player stays unbuilt. Its own program: the backend is chosen once per process.
 
 #include <QSignalSpy>
-#include <QTextBrowser>
+#include <QPlainTextEdit>
 #include <fstream>
 
 #include "TestApp.h"
@@ -25,7 +25,9 @@ TEST(PreviewNoMediaTest, MediaFilesShowAnEmptyPane) {
   PreviewPane pane(guard);
   QSignalSpy spy(&pane, &PreviewPane::shown);
   pane.showFile(d / "clip.mp4", true);
-  if (pane.loading()) ASSERT_TRUE(spy.wait(5000));
+  if (pane.loading()) {
+    ASSERT_TRUE(spy.wait(5000));
+  }
   EXPECT_EQ(pane.playerKind(), 0);
   EXPECT_EQ(pane.player(), nullptr);
   EXPECT_EQ(pane.shownViewer()->objectName(), "picEmpty");
