@@ -4,7 +4,7 @@
 //
 // usage: QT_QPA_PLATFORM=offscreen quorlane_previewbench [FOLDER] [FILES] [STEP_MS]
 // FOLDER is filled with FILES mixed files when missing (default /tmp/quorlane-preview1000,
-// 1000 files): text small and large (8 MiB), HTML, PNG, JPEG, BMP, PDF, WAV, unknown ones.
+// 1000 files): text small and large (every 50th 8 MiB), HTML, PNG, JPEG, BMP, PDF, WAV, unknown ones.
 // STEP_MS is the time between two key presses (default 30, a held key's repeat rate).
 
 #include <QApplication>
@@ -15,6 +15,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QTextBrowser>
 #include <QTimer>
 #include <QTreeView>
 #include <cstdio>
@@ -63,7 +64,7 @@ void makeFolder(const QString& dir, int count) {
     const QString base = dir + QStringLiteral("/f%1").arg(i, 4, 10, QLatin1Char('0'));
     switch (i % 10) {
       case 0: write(base + ".txt", line.repeated(200)); break;
-      case 1: write(base + ".log", big); break;
+      case 1: write(base + ".log", i % 50 == 1 ? big : line.repeated(5000)); break;
       case 2: write(base + ".html", "<html><body><h1>Page</h1><p>" + line.repeated(100) + "</p></body></html>"); break;
       case 3: small.save(base + ".png", "PNG"); break;
       case 4: QFile::copy(dir + "/proto.jpg", base + ".jpg"); break;
@@ -88,7 +89,7 @@ int shots(const QString& out) {
   const QString f = out + "/files/";
   write(f + "a_notes.txt", "Plain text in the fixed font.\n\tIndented line\nÄÖÜ äöü ß — UTF-8\n");
   write(f + "b_page.html", "<html><body><h1>Heading</h1><p>Some <b>bold</b> text and a picture:</p>"
-                           "<img src='d_pic.png'><img src='http://127.0.0.1:9/x.png'>"
+                           "<p><img src='h_red.png' width=200></p><img src='http://127.0.0.1:9/x.png'>"
                            "<script>document.write('SCRIPT')</script></body></html>");
   {
     QPdfWriter pdf(f + "c_doc.pdf");
@@ -103,6 +104,9 @@ int shots(const QString& out) {
   QPainter(&img).fillRect(img.rect(), QLinearGradient(0, 0, 800, 500));
   { QPainter p(&img); p.setPen(Qt::red); p.drawLine(0, 0, 799, 499); }
   img.save(f + "d_pic.png", "PNG");
+  QImage red(300, 100, QImage::Format_RGB32);
+  red.fill(Qt::red);
+  red.save(f + "h_red.png", "PNG");
   img.save(f + "e_photo.jpg", "JPEG");
   write(f + "f_fake.bmp", "no picture");
   write(f + "g_other.xyz", "x");
@@ -127,6 +131,9 @@ int shots(const QString& out) {
     while ((preview.loading() || t.elapsed() < 300) && t.elapsed() < 5000)
       QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     const std::string name = files.model().row(row).name;
+    if (qEnvironmentVariableIsSet("QL_SHOT_DUMP"))
+      if (auto* b = preview.findChild<QTextBrowser*>(); b && preview.shownViewer() == b)
+        std::printf("%s\n", qPrintable(b->document()->toHtml()));
     files.grab().save(out + "/" + QString::fromStdString(name) + ".png");
   }
   return 0;

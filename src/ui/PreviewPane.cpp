@@ -178,6 +178,7 @@ struct PreviewPane::Result {
   int number = 0;
   QString error;  // not empty: the file cannot be shown
   QTextDocument* doc = nullptr;
+  QString text;
   QByteArray bytes;
   QImage image;
   QSize fullSize;
@@ -233,12 +234,10 @@ void PreviewPane::load(Result& r, QThread* ui, const QFont& font) {
       break;
     }
     case Job::Html: {
+      // Parsed on the user-interface thread: a document laid out elsewhere does not follow
+      // its view (pictures and widths stay as the worker saw them).
       QStringDecoder decoder(QStringConverter::encodingForHtml(h.bytes).value_or(QStringConverter::Utf8));
-      auto* doc = new SafeDocument;
-      doc->setBaseUrl(fileUrl(r.path));
-      doc->setHtml(decoder(h.bytes));
-      doc->moveToThread(ui);
-      r.doc = doc;
+      r.text = decoder(h.bytes);
       break;
     }
     case Job::Pdf: r.bytes = std::move(h.bytes); break;
@@ -278,7 +277,7 @@ PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent),
   text_->setObjectName(QStringLiteral("rtfVorschau"));
   text_->setReadOnly(true);
   text_->setFrameShape(QFrame::NoFrame);
-  text_->setLineWrapMode(QPlainTextEdit::NoWrap);
+  text_->setLineWrapMode(QPlainTextEdit::NoWrap);  // wrapping would lay out every line of a long file
   text_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   QPalette p = text_->palette();
   p.setColor(QPalette::Base, Qt::white);
@@ -413,9 +412,10 @@ void PreviewPane::take(const std::shared_ptr<Result>& r) {
       // The view deletes a document it made itself; the ones made here are deleted here.
       QTextDocument* old = browser_->document();
       if (old->parent() != browser_) old = nullptr;
-      QTextDocument* doc = std::exchange(r->doc, nullptr);
+      auto* doc = new SafeDocument(browser_);
+      doc->setBaseUrl(fileUrl(r->path));
+      doc->setHtml(r->text);
       browser_->setDocument(doc);
-      doc->setParent(browser_);
       if (old) old->deleteLater();
       showViewer(browser_);
       finish();
@@ -498,8 +498,8 @@ bool PreviewPane::makePlayer() {
 void PreviewPane::stopPlayer() {
   videoWait_->stop();
   if (!player_) return;
-  // Each call on an idle pipeline can wait on it: only what is needed.
-  if (player_->playbackState() != QMediaPlayer::StoppedState) player_->stop();
+  // Emptying the source takes the pipeline down at once, sound included; a stop first would
+  // wait up to a second for a file still starting.
   if (!player_->source().isEmpty()) player_->setSource(QUrl());
 }
 

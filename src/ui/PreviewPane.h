@@ -65,7 +65,7 @@ class PreviewPane : public QWidget {
   Q_OBJECT
  public:
   static constexpr int64_t kTextLimit = 4 << 20;
-  static constexpr int64_t kHtmlLimit = 2 << 20;
+  static constexpr int64_t kHtmlLimit = 1 << 20;  // parsed on this thread
   static constexpr int64_t kDocumentLimit = 128 << 20;  // PDF and pictures, read whole
   static constexpr int kPictureAllocationMiB = 256;
   static constexpr int kVideoWaitMs = 2001;
