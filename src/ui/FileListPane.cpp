@@ -16,6 +16,8 @@
 #include "scan/Trash.h"
 #include "support/Path.h"
 #include "support/PathText.h"
+#include "ui/PreviewPane.h"
+#include "ui/Splitter.h"
 
 namespace ql {
 
@@ -42,7 +44,8 @@ FileListPane::FileListPane(Kind kind, const Guard& guard, const MainOptions& o, 
   buildBar(o);
   layout->addWidget(bar_);
   buildView(o);
-  layout->addWidget(view_, 1);
+  buildPreviewSplit(o);
+  layout->addWidget(splitPreview_, 1);
 
   if (kind_ == Kind::Files) {
     reader_ = new FolderFilesReader(this);
@@ -97,8 +100,6 @@ void FileListPane::buildBar(const MainOptions& o) {
                true, o.FilePreview);
   b.AddControl(T::Button, Tile, 3680, "Teilung", "view-split-left-right", false, 3669, "Fensterteilung umschalten",
                true, o.FilelistTile);
-  b.setUnavailable(Preview);  // comes with the preview pane
-  b.setUnavailable(Tile);
   b.AddControl(T::Button, files ? Optimize : TopOptimize, 3675, "Optimieren", "zoom-fit-best", true, 3564,
                "Spaltenbreite optimieren");
   b.AddControl(T::Button, UnitBytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
@@ -233,6 +234,8 @@ void FileListPane::cbrExecute(int id) {
       case UnitBytes + 3: setSizeFormat(id - UnitBytes); break;
       case Decimals: setSizeFormat(model_->unit()); break;
       case Search: StartSearch(); break;
+      case Preview:
+      case Tile: onPreviewCommand(id); break;
       default: break;
     }
   }, {QString::number(id)});
@@ -263,6 +266,7 @@ void FileListPane::FileList_ScanFolder(const std::string& folder, bool force) {
   folder_ = path;
   readOnly_ = false;
   model_->clear();
+  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();
   Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
   reader_->start(path, model_->order());
@@ -312,6 +316,7 @@ void FileListPane::clearList() {
   readOnly_ = false;
   collector_.reset();
   model_->clear();
+  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();
 }
 
 // --- The largest files ------------------------------------------------------------------------
@@ -369,6 +374,7 @@ void FileListPane::StartSearch() {
     view_->selectionModel()->setCurrentIndex(i, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     view_->scrollTo(i);
     ShowSelectedFilesize();
+    if (kind_ == Kind::Files) Filelist_Preview(false);
   }
   search_->setFocus();
 }
@@ -455,6 +461,7 @@ int FileListPane::DeleteFiles(bool toTrash) {
   }
   // Every selected row goes, done or not: the list shows what was asked, the next read corrects it.
   model_->removeRows(rows);
+  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();  // the file shown may be gone
   QApplication::restoreOverrideCursor();
   for (const QString& f : failures) warn(f);
   Q_EMIT statusText(QString());
@@ -518,7 +525,10 @@ bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
         case Qt::Key_Up:
         case Qt::Key_Down:
         case Qt::Key_Home:
-        case Qt::Key_End: ShowSelectedFilesize(); break;
+        case Qt::Key_End:
+          ShowSelectedFilesize();
+          Filelist_Preview(kind_ == Kind::Top);  // the file list does not reload the same file
+          break;
         default: break;
       }
     });
@@ -533,8 +543,10 @@ bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
       if (!view_->indexAt(mouse->position().toPoint()).isValid()) {
         view_->clearSelection();
         Q_EMIT statusText(QString());
+        Filelist_Preview(false);
       } else {
         ShowSelectedFilesize();
+        Filelist_Preview(true);  // a click shows the file again, a video starts over
       }
     });
   }
@@ -558,6 +570,63 @@ void FileListPane::storeOptions(MainOptions& o) const {
   (files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop) = bar_->isChecked(Decimals) ? 1 : 0;
   const int toggles = model_->columnCount() - 1;
   for (int i = 0; i < toggles; ++i) (files ? o.FileColumn[i] : o.TopColumn[i]) = view_->isColumnHidden(i + 1) ? 0 : 1;
+  o.FilePreview = bar_->isChecked(Preview) ? 1 : 0;
+  o.FilelistTile = bar_->isChecked(Tile) ? 1 : 0;
+}
+
+// --- Preview ----------------------------------------------------------------------------------
+
+void FileListPane::buildPreviewSplit(const MainOptions& o) {
+  splitPreview_ = new Splitter(this);
+  splitPreview_->setObjectName(QStringLiteral("splFilesAndPreview"));
+  previewHost_ = new QWidget(this);
+  auto* hostLayout = new QVBoxLayout(previewHost_);
+  hostLayout->setContentsMargins(0, 0, 0, 0);
+  splitPreview_->Bind(view_, previewHost_);
+  splitPreview_->setOrientation(o.FilelistTile ? Splitter::PanesSideBySide : Splitter::PanesAbove);
+  splitPreview_->setKeepProportion(true);
+  splitPreview_->setProportion(50);
+  splitPreview_->setControl2Visible(o.FilePreview != 0);
+}
+
+void FileListPane::setPreview(PreviewPane* preview, FileListPane* partner) {
+  preview_ = preview;
+  partner_ = partner;
+}
+
+bool FileListPane::holdsPreview() const { return preview_ && preview_->parentWidget() == previewHost_; }
+
+void FileListPane::takePreview() {
+  if (!preview_ || holdsPreview()) return;
+  preview_->Filelist_Preview_BildLoeschen();
+  previewHost_->layout()->addWidget(preview_);
+  preview_->show();
+}
+
+void FileListPane::Filelist_Preview(bool force) {
+  if (!holdsPreview()) return;
+  const auto rows = view_->selectionModel()->selectedRows();
+  if (!bar_->isChecked(Preview) || rows.isEmpty()) {
+    preview_->Filelist_Preview_BildLoeschen();
+    return;
+  }
+  int first = rows.first().row();
+  for (const QModelIndex& i : rows) first = std::min(first, i.row());
+  preview_->showFile(pathOf(first), force);
+}
+
+// 318 and 319 act on both bars alike; the check mark has turned over with the click.
+void FileListPane::onPreviewCommand(int id) {
+  const bool on = bar_->isChecked(id);
+  for (FileListPane* pane : {this, partner_}) {
+    if (!pane) continue;
+    pane->bar_->setChecked(id, on);
+    if (id == Preview)
+      pane->splitPreview_->setControl2Visible(on);
+    else
+      pane->splitPreview_->setOrientation(on ? Splitter::PanesSideBySide : Splitter::PanesAbove);
+  }
+  if (id == Preview) Filelist_Preview(false);
 }
 
 void FileListPane::warn(const QString& text) {

@@ -31,6 +31,9 @@ class QShortcut;
 
 namespace ql {
 
+class PreviewPane;
+class Splitter;
+
 class FileListPane : public QWidget {
   Q_OBJECT
  public:
@@ -87,6 +90,15 @@ class FileListPane : public QWidget {
   std::vector<int> selectedRowsDescending() const;
   QMenu* popupMenu();
 
+  // --- The preview beside the list: one pane shared by both lists, held by the list in view.
+  void setPreview(PreviewPane* preview, FileListPane* partner);
+  // Moves the preview beside this list, emptied.
+  void takePreview();
+  bool holdsPreview() const;
+  // Shows the first selected row in the preview; `force` reloads the same file.
+  void Filelist_Preview(bool force);
+  Splitter& splFilesAndPreview() { return *splitPreview_; }
+
  Q_SIGNALS:
   void statusText(const QString& text);  // panel 2
   // Files were deleted or trashed from these folders.
@@ -124,6 +136,12 @@ class FileListPane : public QWidget {
   bool fixingLimit_ = false;
   bool readOnly_ = false;  // the rows name files that are not on this machine
   std::function<void(const QString&)> warn_;
+  Splitter* splitPreview_ = nullptr;
+  QWidget* previewHost_ = nullptr;
+  PreviewPane* preview_ = nullptr;
+  FileListPane* partner_ = nullptr;
+  void buildPreviewSplit(const MainOptions& o);
+  void onPreviewCommand(int id);
 };
 
 }  // namespace ql

@@ -149,6 +149,10 @@ void MainWindow::buildPanes(const MainOptions& o) {
           }));
   files_ = new FileListPane(FileListPane::Kind::Files, guard_, o, this);
   top_ = new FileListPane(FileListPane::Kind::Top, guard_, o, this);
+  preview_ = new PreviewPane(guard_, this);
+  preview_->hide();  // until a list takes it
+  files_->setPreview(preview_, top_);
+  top_->setPreview(preview_, files_);
   for (FileListPane* pane : {files_, top_}) {
     connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
     connect(pane, &FileListPane::fullViewRequested, this, guard_.wrap("cbrFiles_Execute", [this] {
@@ -403,6 +407,7 @@ void MainWindow::Change_Info_Visibility() {
     splMain_->setControl1Visible(r);
     files_->setVisible(f);
     top_->setVisible(!f && t);
+    (f ? files_ : top_)->takePreview();
     if (f) showFolderFiles(report_->selectedNode());
   } else {
     splMain_->setControl1Visible(true);

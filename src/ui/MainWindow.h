@@ -21,6 +21,7 @@
 #include "scan/ScanDriver.h"
 #include "ui/CommandBar.h"
 #include "ui/Guard.h"
+#include "ui/PreviewPane.h"
 #include "ui/Splitter.h"
 
 namespace ql {
@@ -63,6 +64,7 @@ class MainWindow : public QMainWindow {
   FileListPane& filesPane() { return *files_; }
   DrivePane& drivePane() { return *drives_; }
   FileListPane& topPane() { return *top_; }
+  PreviewPane& previewPane() { return *preview_; }
   // Brings the panes in line with the check marks of the four list commands.
   void Change_Info_Visibility();
   bool busy() const { return busy_; }
@@ -124,6 +126,7 @@ class MainWindow : public QMainWindow {
   DrivePane* drives_ = nullptr;
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
+  PreviewPane* preview_ = nullptr;  // beside whichever of the two lists is in view
   QWidget* filesArea_ = nullptr;  // holds the file list or the largest-files list
   QTreeView* lvwDiskinfo_ = nullptr;
   bool busy_ = false;

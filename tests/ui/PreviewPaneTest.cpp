@@ -1,0 +1,285 @@
+// The file preview: the viewer each kind of file lands in, the picture's drawn size, and files
+// that must neither hang nor crash the window (a FIFO, a huge sparse file, broken pictures and
+// documents, a page that wants the network). Also the list's side of it: clicks, keys, delete,
+// and the two bar commands that both lists share.
+
+#include <QBuffer>
+#include <QDataStream>
+#include <QElapsedTimer>
+#include <QImage>
+#include <QMediaPlayer>
+#include <QPainter>
+#include <QPdfDocument>
+#include <QPdfWriter>
+#include <QPlainTextEdit>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTest>
+#include <QTextBrowser>
+#include <QTreeView>
+#include <fstream>
+
+#include "TestApp.h"
+#include "TestFs.h"
+#include "lists/PreviewFile.h"
+#include "ui/FileListPane.h"
+#include "ui/PreviewPane.h"
+#include "ui/Splitter.h"
+
+namespace ql::test {
+namespace {
+
+void writeBytes(const std::string& path, const QByteArray& bytes) {
+  std::ofstream(path, std::ios::binary).write(bytes.constData(), bytes.size());
+}
+
+QByteArray imageBytes(const QImage& image, const char* format) {
+  QByteArray out;
+  QBuffer buffer(&out);
+  buffer.open(QIODevice::WriteOnly);
+  image.save(&buffer, format);
+  return out;
+}
+
+// A second of silence as 8 kHz mono 16-bit PCM.
+QByteArray wavBytes() {
+  const quint32 data = 16000;
+  QByteArray b;
+  QDataStream s(&b, QIODevice::WriteOnly);
+  s.setByteOrder(QDataStream::LittleEndian);
+  s.writeRawData("RIFF", 4);
+  s << quint32(36 + data);
+  s.writeRawData("WAVEfmt ", 8);
+  s << quint32(16) << quint16(1) << quint16(1) << quint32(8000) << quint32(16000) << quint16(2) << quint16(16);
+  s.writeRawData("data", 4);
+  s << data;
+  b.append(QByteArray(static_cast<int>(data), '\0'));
+  return b;
+}
+
+class PreviewTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    guiApp();
+    pane.resize(300, 200);
+    pane.show();
+  }
+
+  // Shows the file and waits for it to be in its viewer; the call itself must return at once.
+  // GStreamer's own state change may wait up to a second when a file is left mid-start.
+  QWidget* show(const std::string& name, bool force = true, int boundMs = 500) {
+    QElapsedTimer t;
+    t.start();
+    QSignalSpy spy(&pane, &PreviewPane::shown);
+    pane.showFile(d / name, force);
+    EXPECT_LT(t.elapsed(), boundMs) << name << ": the user-interface thread was held";
+    if (pane.loading()) {
+      EXPECT_TRUE(spy.wait(8000)) << name << ": never shown";
+    }
+    return pane.shownViewer();
+  }
+  QString text() { return pane.textViewer().toPlainText(); }
+
+  bool app = (guiApp(), true);  // before any widget
+  TempDir d;
+  Guard guard;
+  PreviewPane pane{guard};
+};
+
+TEST_F(PreviewTest, EachKindLandsInItsViewer) {
+  writeBytes(d / "notes.TXT", "hello\tworld\n");
+  writeBytes(d / "page.html", "<html><body><h1>Title</h1></body></html>");
+  QImage red(40, 30, QImage::Format_RGB32);
+  red.fill(Qt::red);
+  writeBytes(d / "shot.png", imageBytes(red, "PNG"));
+  writeBytes(d / "photo.JPG", imageBytes(red, "JPEG"));
+  {
+    QPdfWriter pdf(QString::fromStdString(d / "doc.pdf"));
+    QPainter p(&pdf);
+    p.drawText(100, 100, QStringLiteral("first page"));
+  }
+  writeBytes(d / "letter.doc", "not shown");
+  writeBytes(d / "README", "no extension");
+
+  EXPECT_EQ(show("notes.TXT")->objectName(), "rtfVorschau");
+  EXPECT_EQ(text(), "hello\tworld\n");
+  EXPECT_EQ(show("page.html")->objectName(), "WebBrowser1");
+  EXPECT_TRUE(pane.findChild<QTextBrowser*>()->toPlainText().contains("Title"));
+  EXPECT_EQ(show("shot.png")->objectName(), "picVorschau");
+  EXPECT_EQ(pane.pictureViewer().drawnSize(), QSize(40, 30));
+  EXPECT_EQ(show("photo.JPG")->objectName(), "picVorschau");
+  EXPECT_EQ(show("doc.pdf")->objectName(), "pdfVorschau");
+  EXPECT_EQ(pane.pdfDocument().pageCount(), 1);
+  for (const char* notice : {"letter.doc", "README"}) {
+    EXPECT_EQ(show(notice)->objectName(), "rtfVorschau") << notice;
+    EXPECT_EQ(text(), "\n - Unbekanntes Dateiformat - ") << notice;
+  }
+  // The slashes make the match exact, and the last name alone counts.
+  EXPECT_EQ(previewClassOf("/a/song.wma"), kPreviewMedia);
+  EXPECT_EQ(previewClassOf("/a/x.w"), kPreviewNone);
+  EXPECT_EQ(previewClassOf("/a.txt/file"), kPreviewNone);
+}
+
+TEST_F(PreviewTest, PicturesShrinkToFitAndNeverGrow) {
+  EXPECT_EQ(zoomPictureSize({16, 16}, {300, 200}), QSize(16, 16));
+  EXPECT_EQ(zoomPictureSize({3000, 1000}, {300, 200}), QSize(300, 100));
+  EXPECT_EQ(zoomPictureSize({1000, 3000}, {300, 200}), QSize(67, 200));
+  EXPECT_EQ(zoomPictureSize({5000, 10}, {300, 200}), QSize(300, 1));  // never below one pixel
+  EXPECT_TRUE(zoomPictureSize({}, {300, 200}).isEmpty());
+  // Large pictures are reduced for drawing, but the box still sizes by the real one.
+  QImage big(6000, 2000, QImage::Format_RGB32);
+  big.fill(Qt::blue);
+  writeBytes(d / "big.bmp", imageBytes(big, "BMP"));
+  ASSERT_EQ(show("big.bmp")->objectName(), "picVorschau");
+  EXPECT_EQ(pane.pictureViewer().drawnSize(), QSize(300, 100));
+  pane.resize(150, 200);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(pane.pictureViewer().drawnSize(), QSize(150, 50));
+}
+
+TEST_F(PreviewTest, BadFilesGiveTheirMessageAndNeverHang) {
+  const QString cannot = QStringLiteral("kann nicht angezeigt werden!");
+  // A FIFO named like text: opening it must not wait for a writer.
+  ASSERT_EQ(::mkfifo((d / "x.txt").c_str(), 0644), 0);
+  show("x.txt");
+  EXPECT_TRUE(text().contains(cannot) && text().contains("ERROR: ")) << text().toStdString();
+  EXPECT_TRUE(pane.lastPath().empty());  // so that the next attempt is not skipped
+  // A file that is gone since the list was read.
+  show("vanished.txt");
+  EXPECT_TRUE(text().contains("No such file")) << text().toStdString();
+  // 10 GB of text: only the head is read, and the last line says how much of how much.
+  makeFile(d / "huge.log", int64_t(10) << 30);
+  EXPECT_EQ(show("huge.log")->objectName(), "rtfVorschau");
+  EXPECT_LT(text().size(), 4.3 * (1 << 20));
+  EXPECT_TRUE(text().endsWith("4.00 MiB von 10.00 GiB ---")) << text().right(80).toStdString();
+  // Text in PNG clothing, a PDF that is only its header: the message, no dialog.
+  writeBytes(d / "fake.png", "this is no picture at all");
+  writeBytes(d / "header.pdf", "%PDF-1.7\n");
+  for (const char* name : {"fake.png", "header.pdf"}) {
+    EXPECT_EQ(show(name)->objectName(), "rtfVorschau") << name;
+    EXPECT_TRUE(text().contains(cannot)) << name;
+  }
+  // A JPEG cut in the middle shows what there is, or the message; it must not take the program.
+  QImage photo(400, 300, QImage::Format_RGB32);
+  photo.fill(Qt::darkGreen);
+  writeBytes(d / "cut.jpg", imageBytes(photo, "JPEG").left(300));
+  const QString shown = show("cut.jpg")->objectName();
+  EXPECT_TRUE(shown == "picVorschau" || text().contains(cannot));
+}
+
+TEST_F(PreviewTest, HtmlFetchesNothingFromTheNetwork) {
+  QTcpServer server;
+  ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+  const QString url = QStringLiteral("http://127.0.0.1:%1/").arg(server.serverPort());
+  writeBytes(d / "remote.htm", ("<html><head><link rel=stylesheet href='" + url + "s.css'>"
+                                "<script>document.write('SCRIPT RAN')</script></head><body>"
+                                "<img src='" + url + "a.png'><p>local words</p></body></html>").toUtf8());
+  ASSERT_EQ(show("remote.htm")->objectName(), "WebBrowser1");
+  auto* browser = pane.findChild<QTextBrowser*>();
+  browser->grab();  // lays the page out, which is when pictures are asked for
+  QTest::qWait(300);
+  EXPECT_FALSE(server.hasPendingConnections());
+  EXPECT_TRUE(browser->toPlainText().contains("local words"));
+  EXPECT_FALSE(browser->toPlainText().contains("SCRIPT RAN"));
+}
+
+TEST_F(PreviewTest, SamePathIsNotReloadedUnlessForcedAndOnlyTheLastFileWins) {
+  writeBytes(d / "a.txt", "first");
+  show("a.txt");
+  writeBytes(d / "a.txt", "changed");
+  show("a.txt", false);
+  EXPECT_EQ(text(), "first");
+  show("a.txt", true);
+  EXPECT_EQ(text(), "changed");
+  // Quick moves through the list: whatever arrives late for an earlier file is dropped.
+  for (int i = 0; i < 20; ++i) writeBytes(d / ("f" + std::to_string(i) + ".txt"), QByteArray::number(i));
+  for (int i = 0; i < 20; ++i) pane.showFile(d / ("f" + std::to_string(i) + ".txt"), false);
+  QSignalSpy spy(&pane, &PreviewPane::shown);
+  ASSERT_TRUE(pane.loading() ? spy.wait(5000) : true);
+  QTest::qWait(200);
+  EXPECT_EQ(text(), "19");
+  pane.Filelist_Preview_BildLoeschen();
+  EXPECT_TRUE(text().isEmpty() && pane.lastPath().empty());
+}
+
+TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChanges) {
+  writeBytes(d / "silence.wav", wavBytes());
+  writeBytes(d / "empty.mp4", "");
+  writeBytes(d / "after.txt", "after");
+  QElapsedTimer t;
+  t.start();
+  QWidget* w = show("silence.wav");
+  EXPECT_LT(t.elapsed(), 4000);
+  if (pane.playerKind() == 0) GTEST_SKIP() << "no media backend works here";
+  EXPECT_EQ(w->objectName(), "MPlayer4");
+  show("empty.mp4", true, 1500);  // an error or an empty picture; either way it comes back
+  show("after.txt", true, 1500);
+  ASSERT_NE(pane.player(), nullptr);
+  EXPECT_EQ(pane.player()->playbackState(), QMediaPlayer::StoppedState);
+  EXPECT_TRUE(pane.player()->source().isEmpty());
+  EXPECT_EQ(pane.shownViewer()->objectName(), "rtfVorschau");
+}
+
+// The list's side: a click previews, the bar commands act on both lists, a delete empties.
+TEST(PreviewListTest, ClickPreviewsAndBothBarsFollowTheCommands) {
+  guiApp();
+  TempDir d;
+  writeBytes(d / "one.txt", "one");
+  writeBytes(d / "two.txt", "two");
+  Guard guard;
+  MainOptions o;
+  o.FilePreview = 0;
+  FileListPane files(FileListPane::Kind::Files, guard, o), top(FileListPane::Kind::Top, guard, o);
+  PreviewPane preview(guard);
+  files.setPreview(&preview, &top);
+  top.setPreview(&preview, &files);
+  files.takePreview();
+  files.resize(600, 400);
+  files.show();
+  files.FileList_ScanFolder(d.path());
+  for (int i = 0; i < 500 && files.reading(); ++i) QTest::qWait(10);
+  ASSERT_EQ(files.model().rowCount(), 2);
+
+  QTreeView& view = files.view();
+  auto click = [&](int row) {
+    const QRect r = view.visualRect(files.model().index(row, 0));
+    QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, r.center());
+    QSignalSpy spy(&preview, &PreviewPane::shown);
+    if (preview.loading()) spy.wait(5000);
+  };
+  click(0);
+  EXPECT_TRUE(preview.lastPath().empty()) << "nothing is loaded while the preview is closed";
+
+  files.bar().setChecked(cmd::files::Preview, true);  // what the click on the button does first
+  files.cbrExecute(cmd::files::Preview);
+  EXPECT_TRUE(top.bar().isChecked(cmd::files::Preview));
+  EXPECT_TRUE(files.splFilesAndPreview().Control2Visible() && top.splFilesAndPreview().Control2Visible());
+  files.bar().setChecked(cmd::files::Tile, true);
+  files.cbrExecute(cmd::files::Tile);
+  EXPECT_TRUE(top.bar().isChecked(cmd::files::Tile));
+  EXPECT_EQ(top.splFilesAndPreview().orientation(), Splitter::PanesSideBySide);
+
+  click(1);
+  EXPECT_EQ(preview.lastPath(), files.pathOf(1));
+  EXPECT_EQ(preview.textViewer().toPlainText(), files.pathOf(1) == d / "one.txt" ? "one" : "two");
+  MainOptions stored;
+  files.storeOptions(stored);
+  EXPECT_EQ(stored.FilePreview, 1);
+  EXPECT_EQ(stored.FilelistTile, 1);
+
+  files.setWarningHandler([](const QString&) {});
+  EXPECT_EQ(files.DeleteFiles(false), 1);
+  EXPECT_TRUE(preview.lastPath().empty());
+  EXPECT_TRUE(preview.textViewer().toPlainText().isEmpty());
+
+  // The other list takes the preview over, emptied; the first no longer drives it.
+  click(0);
+  top.takePreview();
+  EXPECT_TRUE(top.holdsPreview() && !files.holdsPreview());
+  EXPECT_TRUE(preview.lastPath().empty());
+  click(0);
+  EXPECT_TRUE(preview.lastPath().empty());
+}
+
+}  // namespace
+}  // namespace ql::test
