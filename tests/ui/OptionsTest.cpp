@@ -58,8 +58,6 @@ TEST_F(OptionsTest, OpeningBringsTheEntryInLineWithTheFile) {
   set("Kontextmenu", "0");
   { frmOptionen f; }
   EXPECT_FALSE(entry());
-  { frmOptionen f; }  // removing what is not there
-  EXPECT_FALSE(entry());
   set("Kontextmenu", "1");
   set("NoHardlinks", "abc");  // a damaged value reads as off
   {
