@@ -20,6 +20,7 @@
 #include "scan/FolderWalk.h"
 #include "lang/TL.h"
 #include "ui/MainWindow.h"
+#include "ui/frmInfo.h"
 
 using namespace ql;
 
@@ -86,6 +87,7 @@ int main(int argc, char** argv) {
     Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
                  command.translationMode ? QStringLiteral("-TLMODUS") : QString());
     Init_Textbausteine();
+    firstStartEntry();
   };
 
   if (silent) {
@@ -98,6 +100,7 @@ int main(int argc, char** argv) {
   // Before the frame, so that a failure while it starts (a damaged text table under -TLMODUS,
   // say) shows the dialog too.
   installFailureDialog();
+  app.setWindowIcon(programIcon());
   initFrame();
   // Declared before the window, so the socket goes only after the window: a restart waits for it.
   SingleInstance instance;

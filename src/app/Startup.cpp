@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "app/CommandLine.h"
+#include "app/ExplorerEntry.h"
 #include "app/Globals.h"
 #include "app/Settings.h"
 #include "app/SingleInstance.h"
@@ -98,6 +99,13 @@ void InitMain(const QString& programFolder) {
   g.UpdateFolder = folder;
   g.IniFile = folder + QStringLiteral("/Quorlane.ini");
   g.tickInterval = 1500;
+}
+
+void firstStartEntry() {
+  const QString optionen = QStringLiteral("Optionen"), key = QStringLiteral("Kontextmenu");
+  if (GetSettings(optionen, key, QStringLiteral("99")) != QLatin1String("99")) return;
+  StoreSettings(optionen, key, 1);
+  SetExplorerEntry(1);
 }
 
 QString usageText() {

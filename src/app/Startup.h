@@ -24,6 +24,10 @@ int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command);
 // Fills the process-wide values: version, data folder, settings file; creates the data folder.
 void InitMain(const QString& programFolder);
 
+// The first start (Kontextmenu still "99", never decided): writes 1 there and makes the
+// file-manager entry.
+void firstStartEntry();
+
 QString usageText();
 
 }  // namespace ql

@@ -7,5 +7,6 @@ list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/SilentRun.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Startup.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SingleInstance.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ExplorerEntry.cpp
 )
 list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/ShowLog.cpp)

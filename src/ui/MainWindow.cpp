@@ -20,6 +20,8 @@
 #include "scan/FileOps.h"
 #include "ui/CommandIds.h"
 #include "ui/ImportedSources.h"
+#include "ui/frmInfo.h"
+#include "ui/frmOptionen.h"
 #include "ui/WindowState.h"
 #include "update/frmInternetUpdate.h"
 
@@ -104,7 +106,6 @@ void MainWindow::buildMainBar(const MainOptions& o) {
   b.AddControl(T::Button, ShowLargest, 3724, "Größte Dateien", "view-sort-descending", false, 3725,
                "Liste mit den größten Dateien anzeigen", true, o.ToplistVisible);
   b.AddControl(T::Button, Options, 3547, "Optionen", "preferences-system", true, 3548, "Optionen");
-  b.setUnavailable(Options);  // comes with the options dialog
   b.AddControl(T::Button, BigIcons, 3627, "Symbolgröße", "zoom-in", true, 3628, "Symbole vergrößern", true,
                o.BigIcons);
   b.AddControl(T::Button, IconText, 3690, "Symboltext", "format-text-bold", false, 3689, "Symboltext anzeigen",
@@ -345,12 +346,8 @@ void MainWindow::cbrMain_Execute(int id) {
         if (!file.isEmpty()) importFile(encode(file));
         break;
       }
-      case About:
-        QMessageBox::about(this, TL(3551, "Info"),
-                           QStringLiteral("<b>Quorlane %1</b><p>%2</p><p><a href=\"%3\">%3</a></p>")
-                               .arg(globals().AppVersion,
-                                    TL(3991, "Zeigt, wo der Platz auf einem Datenträger geblieben ist."), webHost()));
-        break;
+      case Options: ShowOptionen(); break;
+      case About: frmInfo(this).exec(); break;
       case Homepage: QDesktopServices::openUrl(QUrl(webHost())); break;
       case Update: {
         frmInternetUpdate dlg(this);
@@ -376,6 +373,21 @@ void MainWindow::cbrMain_Execute(int id) {
       default: break;
     }
   }, {QString::number(id)});
+}
+
+// The dialog writes what it changes. Afterwards the whole section comes back from the file, and
+// with it what was changed here since the start without being saved: the font size falls back.
+void MainWindow::ShowOptionen() {
+  frmOptionen(this).exec();
+  OptionenLadenMain(options_);
+  driver_->setSettings({options_.NoHardlinks != 0, options_.FolderColorFade == 1});
+  if (options_.FontSize >= 8 && options_.FontSize <= 18) {
+    QFont f = report_->view().font();
+    f.setPointSizeF(options_.FontSize);
+    report_->setGridFont(f);
+    lvwDiskinfo_->setFont(f);
+    for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
+  }
 }
 
 // The last list that is shown cannot be switched off; the file list and the largest-files list

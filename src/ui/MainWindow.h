@@ -99,6 +99,7 @@ class MainWindow : public QMainWindow {
   int fillDrivesIntoCombo();
   void ChangeLanguage(int language);
   void toggleList(int id);
+  void ShowOptionen();
   // Shows the files of a report folder in the file list, when that list is in view.
   void showFolderFiles(uint32_t node);
   void onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders);

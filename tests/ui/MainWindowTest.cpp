@@ -106,8 +106,7 @@ TEST_F(MainWindowTest, MainCommands) {
   ASSERT_TRUE(finished.wait(10000));
   EXPECT_FALSE(bar.control(3)->isEnabled());
   EXPECT_EQ(w.model().rowCount(), 1);
-  // Options does nothing yet: it stays off, through the scanning state too.
-  EXPECT_FALSE(bar.control(14)->isEnabled());
+  EXPECT_TRUE(bar.control(14)->isEnabled());
   EXPECT_TRUE(bar.control(19)->isEnabled());
   // Save and Print open their dialogs over the report.
   for (auto [id, form] : {std::pair{5, "frmSave"}, {6, "frmPrint"}}) {

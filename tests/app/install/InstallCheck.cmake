@@ -1,0 +1,37 @@
+# Not a test list: run by the install_layout test (the folder keeps it out of the glob).
+# Installs the build into a scratch DESTDIR and checks what lands where; the menu entry must be
+# valid and name the program by its bare name and the icon that was installed beside it.
+# Run with -DBUILD=<build dir> -DSCRATCH=<folder>.
+cmake_minimum_required(VERSION 3.22)
+file(REMOVE_RECURSE "${SCRATCH}")
+set(ENV{DESTDIR} "${SCRATCH}")
+execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix /usr/local
+                RESULT_VARIABLE rc OUTPUT_QUIET ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "install failed: ${err}")
+endif()
+set(root "${SCRATCH}/usr/local")
+foreach(f bin/quorlane share/applications/quorlane.desktop share/icons/hicolor/scalable/apps/quorlane.svg)
+  if(NOT EXISTS "${root}/${f}")
+    message(FATAL_ERROR "not installed: ${f}")
+  endif()
+endforeach()
+if(NOT IS_SYMLINK "${root}/bin/quorlane")
+  execute_process(COMMAND "${root}/bin/quorlane" --version RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+  if(NOT rc EQUAL 0 OR NOT out MATCHES "^quorlane ")
+    message(FATAL_ERROR "the installed program does not run: ${rc} ${out}")
+  endif()
+endif()
+file(STRINGS "${root}/share/applications/quorlane.desktop" lines)
+if(NOT "Exec=quorlane %F" IN_LIST lines OR NOT "Icon=quorlane" IN_LIST lines)
+  message(FATAL_ERROR "the entry does not start the installed program with its icon")
+endif()
+find_program(VALIDATE desktop-file-validate)
+if(VALIDATE)
+  execute_process(COMMAND "${VALIDATE}" "${root}/share/applications/quorlane.desktop"
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "desktop-file-validate: ${out}")
+  endif()
+endif()
+file(REMOVE_RECURSE "${SCRATCH}")

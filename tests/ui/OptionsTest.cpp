@@ -1,0 +1,163 @@
+// The options dialog as the user meets it (what counts as a change, OK, Cancel, Apply, and the
+// file-manager entry following the settings file), the window taking the section back after it
+// has closed, and the about box.
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QFile>
+#include <QLabel>
+#include <QPushButton>
+#include <QSettings>
+#include <QTimer>
+#include <QSignalSpy>
+
+#include "TestApp.h"
+#include "TestFs.h"
+#include "app/Globals.h"
+#include "app/Profile.h"
+#include "app/Settings.h"
+#include "lang/TL.h"
+#include "ui/MainWindow.h"
+#include "ui/frmInfo.h"
+#include "ui/frmOptionen.h"
+
+namespace ql::test {
+namespace {
+
+class OptionsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    guiApp();
+    globals().IniFile = ini;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(QString::fromStdString(data.path())));
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(data.path()));
+  }
+  QString get(const char* key) { return GetSettings(QStringLiteral("Optionen"), QLatin1String(key), QStringLiteral("-")); }
+  void set(const char* key, const char* value) {
+    ProfileSetItem(QStringLiteral("Optionen"), QLatin1String(key), QLatin1String(value), ini);
+  }
+  QByteArray iniBytes() {
+    QFile f(ini);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+  }
+  bool entry() const { return QFile::exists(QString::fromStdString(data / "applications/quorlane-folder.desktop")); }
+
+  TempDir data;
+  const QString ini = QString::fromStdString(data / "Quorlane.ini");
+};
+
+TEST_F(OptionsTest, OpeningBringsTheEntryInLineWithTheFile) {
+  {
+    frmOptionen f;  // nothing in the file: the entry is wanted, one instance, the rest off
+    EXPECT_TRUE(f.chkKontextmenu->isChecked());
+    EXPECT_TRUE(f.chkInstanz->isChecked());
+    EXPECT_FALSE(f.chkDontShowHardlinks->isChecked());
+    EXPECT_FALSE(f.chkFolderColorFade->isChecked());
+    EXPECT_TRUE(entry());
+  }
+  set("Kontextmenu", "0");
+  { frmOptionen f; }
+  EXPECT_FALSE(entry());
+  set("Kontextmenu", "1");
+  set("NoHardlinks", "abc");  // a damaged value reads as off
+  {
+    frmOptionen f;
+    EXPECT_FALSE(f.chkDontShowHardlinks->isChecked());
+  }
+  EXPECT_TRUE(entry());  // put back after a hand removal
+}
+
+TEST_F(OptionsTest, ChangesCountOnlyOnceShownAndApplyStandsAfterCancel) {
+  set("Instanz", "1");
+  frmOptionen f;
+  f.chkFolderColorFade->click();  // before the dialog is up: loading, not a change
+  EXPECT_FALSE(f.changed());
+  EXPECT_FALSE(f.cmdApply->isEnabled());
+  f.show();
+  ASSERT_TRUE(f.loaded());
+
+  // OK without a change writes nothing.
+  set("Kontextmenu", "1");
+  const QByteArray before = iniBytes();
+  {
+    frmOptionen g;
+    g.show();
+    g.cmdOK->click();
+    EXPECT_EQ(g.result(), QDialog::Accepted);
+  }
+  EXPECT_EQ(iniBytes(), before);
+
+  f.chkInstanz->click();
+  f.chkKontextmenu->click();
+  EXPECT_TRUE(f.changed());
+  ASSERT_TRUE(f.cmdApply->isEnabled());
+  f.cmdApply->click();
+  EXPECT_FALSE(f.cmdApply->isEnabled());  // until the next change
+  EXPECT_EQ(get("Instanz"), "0");
+  EXPECT_EQ(get("Kontextmenu"), "0");
+  EXPECT_EQ(get("FolderColorFade"), "1");
+  EXPECT_FALSE(entry());
+  f.chkDontShowHardlinks->click();
+  EXPECT_TRUE(f.cmdApply->isEnabled());
+  f.cmdCancel->click();
+  EXPECT_EQ(f.result(), QDialog::Rejected);
+  EXPECT_EQ(get("Instanz"), "0");  // what Apply wrote stands
+  EXPECT_EQ(get("NoHardlinks"), "0");
+}
+
+// Runs `act` on the modal dialog the window opens with `command`; returns its name.
+QString withDialog(MainWindow& w, int command, const std::function<void(QDialog*)>& act) {
+  QString shown;
+  QTimer::singleShot(0, [&] {
+    if (auto* d = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+      shown = d->objectName();
+      act(d);
+    }
+  });
+  w.cbrMain_Execute(command);
+  return shown;
+}
+
+TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
+  TempDir d;
+  makeDir(d / "sub");
+  makeFile(d / "sub/f", 100);
+  ASSERT_EQ(::symlink((d / "sub").c_str(), (d / "link").c_str()), 0);
+  MainWindow w;
+  w.show();
+  QCoreApplication::processEvents();
+  const double font = w.view().font().pointSizeF();
+  w.cbrMain_Execute(32);  // larger, not saved
+  ASSERT_GT(w.view().font().pointSizeF(), font);
+
+  EXPECT_EQ(withDialog(w, 14, [](QDialog* d) {
+              auto* f = static_cast<frmOptionen*>(d);
+              f->chkDontShowHardlinks->click();
+              f->cmdOK->click();
+            }),
+            "frmOptionen");
+  EXPECT_EQ(get("NoHardlinks"), "1");
+  EXPECT_EQ(w.view().font().pointSizeF(), font);  // back to the file's size
+
+  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  w.readCommandLine({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  const QModelIndex root = w.model().index(0, 0);
+  ASSERT_EQ(w.model().rowCount(root), 1);  // the link to a folder is left out at once
+  EXPECT_EQ(w.model().index(0, 0, root).data().toString(), "sub");
+}
+
+TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
+  frmInfo f;
+  EXPECT_TRUE(f.lblVersion->text().contains(globals().AppVersion));
+  EXPECT_TRUE(f.lblQt->text().contains(QString::fromLatin1(qVersion())));
+  EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("href=\"") + webHost()));
+  EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("mailto:")));
+  EXPECT_FALSE(programIcon().pixmap(32, 32).isNull());  // built in, and the SVG reader is there
+
+  MainWindow w;
+  EXPECT_EQ(withDialog(w, 17, [](QDialog* d) { d->accept(); }), "frmInfo");
+}
+
+}  // namespace
+}  // namespace ql::test

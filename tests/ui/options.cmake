@@ -1,0 +1,1 @@
+ql_test(test_options quorlane_gui ${CMAKE_CURRENT_LIST_DIR}/OptionsTest.cpp)
