@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QFile>
 #include <QStyle>
+#include <numeric>
 
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
@@ -14,7 +15,7 @@ FileListModel::FileListModel(std::vector<RowKey> columns, QObject* parent)
     : QAbstractTableModel(parent), columns_(std::move(columns)) {}
 
 int FileListModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : static_cast<int>(rows_.size());
+  return parent.isValid() ? 0 : static_cast<int>(shown_.size());
 }
 
 int FileListModel::columnCount(const QModelIndex& parent) const {
@@ -45,8 +46,8 @@ QIcon FileListModel::iconOf(const FileType* type) const {
 }
 
 QVariant FileListModel::data(const QModelIndex& index, int role) const {
-  if (!index.isValid() || index.row() >= static_cast<int>(rows_.size())) return {};
-  const FileRow& r = rows_[static_cast<size_t>(index.row())];
+  if (!index.isValid() || index.row() >= static_cast<int>(shown_.size())) return {};
+  const FileRow& r = row(index.row());
   const RowKey key = columns_[static_cast<size_t>(index.column())];
   switch (role) {
     case Qt::DisplayRole:
@@ -111,13 +112,19 @@ bool FileListModel::setData(const QModelIndex& index, const QVariant& value, int
   if (role != Qt::EditRole || !index.isValid() || columns_[static_cast<size_t>(index.column())] != RowKey::Name)
     return false;
   const QString name = value.toString();
-  if (name == rows_[static_cast<size_t>(index.row())].text) return false;  // nothing to do
+  if (name == row(index.row()).text) return false;  // nothing to do
   return renamer_ && renamer_(index.row(), name);
 }
 
-void FileListModel::setRows(std::vector<FileRow> rows) {
+void FileListModel::setRows(std::vector<FileRow> rows, std::vector<uint32_t> order) {
   beginResetModel();
   rows_ = std::move(rows);
+  if (order.size() == rows_.size()) {
+    shown_ = std::move(order);
+  } else {
+    shown_.resize(rows_.size());
+    std::iota(shown_.begin(), shown_.end(), 0u);
+  }
   endResetModel();
 }
 
@@ -128,9 +135,9 @@ void FileListModel::removeRows(const std::vector<int>& rowsDescending) {
     int first = last;
     size_t j = i + 1;
     while (j < rowsDescending.size() && rowsDescending[j] == first - 1) first = rowsDescending[j++];
-    if (first >= 0 && last < static_cast<int>(rows_.size())) {
+    if (first >= 0 && last < static_cast<int>(shown_.size())) {
       beginRemoveRows({}, first, last);
-      rows_.erase(rows_.begin() + first, rows_.begin() + last + 1);
+      shown_.erase(shown_.begin() + first, shown_.begin() + last + 1);
       endRemoveRows();
     }
     i = j;
@@ -138,7 +145,7 @@ void FileListModel::removeRows(const std::vector<int>& rowsDescending) {
 }
 
 void FileListModel::renameRow(int i, std::string name) {
-  FileRow& r = rows_[static_cast<size_t>(i)];
+  FileRow& r = rows_[shown_[static_cast<size_t>(i)]];
   r.name = std::move(name);
   r.text = QFile::decodeName(QByteArray(r.name.data(), static_cast<qsizetype>(r.name.size())));
   r.extension = QString::fromStdString(extensionOf(r.name)).toUpper();
@@ -149,7 +156,7 @@ void FileListModel::renameRow(int i, std::string name) {
 void FileListModel::sort(const RowOrder& order) {
   order_ = order;
   Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
-  sortRows(rows_, order_);
+  sortOrder(rows_, shown_, order_);
   Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
 }
 
@@ -158,18 +165,18 @@ void FileListModel::setSizeFormat(int unit, bool decimals) {
   decimals_ = decimals;
   const int c = columnOf(RowKey::Size);
   Q_EMIT headerDataChanged(Qt::Horizontal, c, c);
-  if (!rows_.empty()) Q_EMIT dataChanged(index(0, c), index(rowCount() - 1, c));
+  if (!shown_.empty()) Q_EMIT dataChanged(index(0, c), index(rowCount() - 1, c));
 }
 
 void FileListModel::setShowIcons(bool on) {
   showIcons_ = on;
-  if (!rows_.empty()) Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, 0), {Qt::DecorationRole});
+  if (!shown_.empty()) Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, 0), {Qt::DecorationRole});
 }
 
 int FileListModel::findRow(const QString& text, int from, int to) const {
   to = std::min(to, rowCount() - 1);
   for (int i = std::max(from, 0); i <= to; ++i)
-    if (rows_[static_cast<size_t>(i)].text.contains(text, Qt::CaseInsensitive)) return i;
+    if (row(i).text.contains(text, Qt::CaseInsensitive)) return i;
   return -1;
 }
 

@@ -29,11 +29,11 @@ class FileListModel : public QAbstractTableModel {
   const std::vector<RowKey>& columns() const { return columns_; }
   int columnOf(RowKey key) const;
 
-  // Replaces every row.
-  void setRows(std::vector<FileRow> rows);
+  // Replaces every row; `order` lists them as they are to be shown (empty: as they come).
+  void setRows(std::vector<FileRow> rows, std::vector<uint32_t> order = {});
   void clear() { setRows({}); }
-  const std::vector<FileRow>& rows() const { return rows_; }
-  const FileRow& row(int i) const { return rows_[static_cast<size_t>(i)]; }
+  // The row shown at place i.
+  const FileRow& row(int i) const { return rows_[shown_[static_cast<size_t>(i)]]; }
   // Takes rows out; `rowsDescending` lists row numbers from the last to the first.
   void removeRows(const std::vector<int>& rowsDescending);
   // Gives a row a new name (bytes) after a rename on the disk.
@@ -63,7 +63,8 @@ class FileListModel : public QAbstractTableModel {
   QIcon iconOf(const FileType* type) const;
 
   std::vector<RowKey> columns_;
-  std::vector<FileRow> rows_;
+  std::vector<FileRow> rows_;     // as read; rows taken out stay here until the next setRows
+  std::vector<uint32_t> shown_;   // the rows in view, in their order
   RowOrder order_;
   int unit_ = 0;
   bool decimals_ = false;

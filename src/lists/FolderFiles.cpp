@@ -66,7 +66,7 @@ void FolderFilesReader::start(const std::string& folder, const RowOrder& order) 
   // job lives on with the thread, and its result goes nowhere once cancelled.
   std::thread([job, folder, order] {
     FolderListing listing = readFolderFiles(folder, job->stop);
-    sortRowsFresh(listing.rows, order);
+    listing.order = freshOrder(listing.rows, order);
     std::lock_guard lock(job->mutex);
     job->listing = std::move(listing);
     if (FolderFilesReader* o = job->owner)

@@ -21,6 +21,7 @@ namespace ql {
 struct FolderListing {
   std::string folder;  // as asked
   std::vector<FileRow> rows;
+  std::vector<uint32_t> order;  // the rows in the order asked for, by number
   int64_t total = 0;
   bool stopped = false;  // ended early: the rows read until then
   int error = 0;         // errno of a folder that could not be opened or read to its end

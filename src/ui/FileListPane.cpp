@@ -276,7 +276,7 @@ void FileListPane::onReadFinished() {
   escape_->setEnabled(false);
   FolderListing listing = reader_->takeListing();
   const int64_t total = listing.total;
-  model_->setRows(std::move(listing.rows));
+  model_->setRows(std::move(listing.rows), std::move(listing.order));
   view_->scrollToTop();
   ResizeColumns();
   Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
@@ -291,8 +291,8 @@ void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<File
   readOnly_ = !onDisk;
   int64_t total = 0;
   for (const FileRow& r : rows) total += r.size;
-  sortRowsFresh(rows, model_->order());
-  model_->setRows(std::move(rows));
+  std::vector<uint32_t> order = freshOrder(rows, model_->order());
+  model_->setRows(std::move(rows), std::move(order));
   view_->scrollToTop();
   ResizeColumns();
   Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
@@ -333,8 +333,8 @@ void FileListPane::endRead(const std::string& source) {
   if (!collector_) return;
   std::vector<FileRow> rows = collector_->result();
   collector_.reset();
-  sortRowsFresh(rows, model_->order());
-  model_->setRows(std::move(rows));
+  std::vector<uint32_t> order = freshOrder(rows, model_->order());
+  model_->setRows(std::move(rows), std::move(order));
   ResizeColumns();
   title_->setText(TL(3723, "%1 größten Dateien von '%2'", {QString::number(model_->rowCount()), pathText(source)}));
   title_->setToolTip(pathText(source));
