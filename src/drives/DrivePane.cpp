@@ -75,13 +75,7 @@ DrivePane::DrivePane(const Guard& guard, const MainOptions& options, StatvfsFn s
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  auto* title = new QLabel(TL(3642, "Laufwerke").toUpper(), this);
-  title->setObjectName(QStringLiteral("lblDrivesTitle"));
-  title->setContentsMargins(6, 3, 6, 3);
-  QFont bold = title->font();
-  bold.setBold(true);
-  title->setFont(bold);
-  layout->addWidget(title);
+  layout->addWidget(paneTitle(TL(3642, "Laufwerke").toUpper(), QStringLiteral("lblDrivesTitle"), this));
   buildBar(options);
   layout->addWidget(bar_);
 

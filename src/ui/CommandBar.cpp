@@ -104,4 +104,14 @@ void CommandBar::setUnavailable(int id) {
   if (QAction* a = controls_.value(id)) a->setEnabled(false);
 }
 
+QLabel* paneTitle(const QString& text, const QString& objectName, QWidget* parent) {
+  auto* title = new QLabel(text, parent);
+  title->setObjectName(objectName);
+  title->setContentsMargins(6, 3, 6, 3);
+  QFont bold = title->font();
+  bold.setBold(true);
+  title->setFont(bold);
+  return title;
+}
+
 }  // namespace ql

@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QHash>
+#include <QLabel>
 #include <QSet>
 #include <QToolBar>
 
@@ -50,5 +51,8 @@ class CommandBar : public QToolBar {
 
 // An icon from the desktop's theme, or the style's closest standard icon.
 QIcon commandIcon(const QString& name);
+
+// The bold title that stands over a pane (or first on its bar).
+QLabel* paneTitle(const QString& text, const QString& objectName, QWidget* parent);
 
 }  // namespace ql

@@ -67,12 +67,8 @@ void FileListPane::buildBar(const MainOptions& o) {
                         files ? QStringLiteral("Files") : QStringLiteral("Largest files"), this);
   CommandBar& b = *bar_;
   using T = CommandBar::Type;
-  title_ = new QLabel(files ? TL(3644, "Dateien").toUpper() : TL(3721, "Größten Dateien").toUpper(), bar_);
-  title_->setObjectName(QStringLiteral("lblTitle"));
-  title_->setContentsMargins(6, 0, 6, 0);
-  QFont bold = title_->font();
-  bold.setBold(true);
-  title_->setFont(bold);
+  title_ = paneTitle(files ? TL(3644, "Dateien").toUpper() : TL(3721, "Größten Dateien").toUpper(),
+                     QStringLiteral("lblTitle"), bar_);
   b.AddWidget(Title, title_, false);
   if (files) {
     b.AddControl(T::Button, Refresh, 3535, "Aktualisieren", "view-refresh", true, 3636, "Dateiliste neu einlesen");

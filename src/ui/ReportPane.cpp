@@ -48,13 +48,7 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  auto* title = new QLabel(TL(3640, "Ordner").toUpper(), this);
-  title->setObjectName(QStringLiteral("lblReportTitle"));
-  title->setContentsMargins(6, 3, 6, 3);
-  QFont bold = title->font();
-  bold.setBold(true);
-  title->setFont(bold);
-  layout->addWidget(title);
+  layout->addWidget(paneTitle(TL(3640, "Ordner").toUpper(), QStringLiteral("lblReportTitle"), this));
   buildBar(options);
   layout->addWidget(bar_);
 
