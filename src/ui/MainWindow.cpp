@@ -172,10 +172,11 @@ void MainWindow::buildPanes(const MainOptions& o) {
   // Imported measurements: their files come from the import, and what is not on this machine
   // cannot be read again, deleted or renamed.
   imports_ = new ImportedSources(tree_, this);
-  connect(imports_, &ImportedSources::progress, this, [this](qint64 done, qint64 total) {
-    status_->setText(TL(4056, "Importiere... %1 von %2 MB",
-                        {QString::number(done / 1048576), QString::number(std::max<qint64>(total, done) / 1048576)}));
-  });
+  connect(imports_, &ImportedSources::progress, this, guard_.wrap("Import", [this](qint64 done, qint64 total) {
+            status_->setText(TL(4056, "Importiere... %1 von %2 MB",
+                                {QString::number(done / 1048576),
+                                 QString::number(std::max<qint64>(total, done) / 1048576)}));
+          }));
   connect(imports_, &ImportedSources::finished, this,
           guard_.wrap("Import", [this](uint32_t root, const QString& error) { onImportFinished(root, error); }));
   report_->setLocked([this](uint32_t node) {
