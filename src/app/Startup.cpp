@@ -110,7 +110,7 @@ void firstStartEntry() {
 
 QString usageText() {
   return QStringLiteral(
-      "Usage: quorlane [FOLDER]...\n"
+      "Usage: quorlane [FOLDER]... [--import FILE]...\n"
       "       quorlane -s[LEVELS] REPORT FOLDER...\n"
       "       quorlane -s[LEVELS] REPORT --import FILE...\n"
       "       quorlane --export FILE FOLDER\n"
