@@ -177,12 +177,10 @@ struct PreviewPane::Result {
   std::string path;
   int number = 0;
   QString error;  // not empty: the file cannot be shown
-  QTextDocument* doc = nullptr;
   QString text;
   QByteArray bytes;
   QImage image;
   QSize fullSize;
-  ~Result() { delete doc; }
 };
 
 void PreviewPane::start(Job job, const std::string& path) {
@@ -192,12 +190,10 @@ void PreviewPane::start(Job job, const std::string& path) {
   r->ticket = ticket_;
   r->path = path;
   auto latest = latest_;
-  QThread* ui = thread();
-  const QFont font = text_->font();
-  QThreadPool::globalInstance()->start([r, latest, ui, font, this] {
+  QThreadPool::globalInstance()->start([r, latest, this] {
     // A file the user has already left is not read at all.
     if (latest->load() != r->ticket) return;
-    load(*r, ui, font);
+    load(*r);
     QMetaObject::invokeMethod(
         qApp,
         [r, latest, this] {
@@ -208,7 +204,7 @@ void PreviewPane::start(Job job, const std::string& path) {
   });
 }
 
-void PreviewPane::load(Result& r, QThread* ui, const QFont& font) {
+void PreviewPane::load(Result& r) {
   const bool whole = r.job == Job::Pdf || r.job == Job::Picture;
   const int64_t limit = r.job == Job::Text ? kTextLimit : r.job == Job::Html ? kHtmlLimit : whole ? kDocumentLimit : 0;
   HeadRead h = readFileHead(r.path, limit, whole);
@@ -225,12 +221,7 @@ void PreviewPane::load(Result& r, QThread* ui, const QFont& font) {
         text += QStringLiteral("\n\n") + TL(4260, "--- Angezeigt werden die ersten %1 von %2 ---",
                                             {l.formattedDataSize(h.bytes.size()), l.formattedDataSize(h.size)});
       }
-      auto* doc = new QTextDocument;
-      doc->setDocumentLayout(new QPlainTextDocumentLayout(doc));
-      doc->setDefaultFont(font);
-      doc->setPlainText(text);
-      doc->moveToThread(ui);
-      r.doc = doc;
+      r.text = std::move(text);
       break;
     }
     case Job::Html: {
@@ -342,11 +333,51 @@ void PreviewPane::setTextDocument(QTextDocument* doc) {
 }
 
 void PreviewPane::setText(const QString& text) {
+  pendingText_.clear();
   auto* doc = new QTextDocument;
   doc->setDocumentLayout(new QPlainTextDocumentLayout(doc));
+  doc->setUndoRedoEnabled(false);
   doc->setDefaultFont(text_->font());
   doc->setPlainText(text);
   setTextDocument(doc);
+}
+
+// A view lays out all of a document it is given at once: for a hundred thousand lines that
+// alone holds the window up for a fifth of a second. So a long text goes in piece by piece, at
+// line ends, each piece a turn of the event loop.
+void PreviewPane::showTextInSlices(QString text) {
+  constexpr qsizetype kSlice = 64 * 1024;
+  qsizetype end = std::min(text.size(), kSlice);
+  if (end < text.size())
+    if (const qsizetype line = text.lastIndexOf(QLatin1Char('\n'), end - 1); line > 0) end = line + 1;
+  setText(text.left(end));
+  showViewer(text_);
+  if (end >= text.size()) {
+    finish();
+    return;
+  }
+  pendingText_ = std::move(text);
+  pendingAt_ = end;
+  pendingTicket_ = ticket_;
+  QTimer::singleShot(0, this, guard_.wrap("Filelist_Preview", [this] { appendSlice(); }));
+}
+
+void PreviewPane::appendSlice() {
+  if (pendingText_.isEmpty() || pendingTicket_ != ticket_) return;  // another file since
+  constexpr qsizetype kSlice = 64 * 1024;
+  qsizetype end = std::min(pendingText_.size(), pendingAt_ + kSlice);
+  if (end < pendingText_.size())
+    if (const qsizetype line = pendingText_.lastIndexOf(QLatin1Char('\n'), end - 1); line > pendingAt_) end = line + 1;
+  QTextCursor cursor(text_->document());
+  cursor.movePosition(QTextCursor::End);
+  cursor.insertText(pendingText_.mid(pendingAt_, end - pendingAt_));
+  pendingAt_ = end;
+  if (pendingAt_ >= pendingText_.size()) {
+    pendingText_.clear();
+    finish();
+    return;
+  }
+  QTimer::singleShot(0, this, guard_.wrap("Filelist_Preview", [this] { appendSlice(); }));
 }
 
 void PreviewPane::showFile(const std::string& path, bool force) {
@@ -404,9 +435,7 @@ void PreviewPane::take(const std::shared_ptr<Result>& r) {
   }
   switch (r->job) {
     case Job::Text:
-      setTextDocument(std::exchange(r->doc, nullptr));
-      showViewer(text_);
-      finish();
+      showTextInSlices(std::move(r->text));
       break;
     case Job::Html: {
       // The view deletes a document it made itself; the ones made here are deleted here.

@@ -99,10 +99,12 @@ class PreviewPane : public QWidget {
   struct Result;
   enum class Job { Text, Html, Pdf, Picture, Media };
   void start(Job job, const std::string& path);
-  static void load(Result& r, QThread* ui, const QFont& font);  // on a worker
+  static void load(Result& r);  // on a worker
   void take(const std::shared_ptr<Result>& r);
   void setTextDocument(QTextDocument* doc);
   void setText(const QString& text);
+  void showTextInSlices(QString text);
+  void appendSlice();
   void showNotice();
   void showError(const std::string& path, int number, const QString& description);
   void showViewer(QWidget* w);
@@ -135,6 +137,9 @@ class PreviewPane : public QWidget {
   // The ticket of the file wanted, shared with the workers; gone with the pane.
   std::shared_ptr<std::atomic<uint64_t>> latest_ = std::make_shared<std::atomic<uint64_t>>(0);
   QBuffer* pdfBuffer_ = nullptr;
+  QString pendingText_;  // a long text still going into the view
+  qsizetype pendingAt_ = 0;
+  uint64_t pendingTicket_ = 0;
   uint64_t pdfTicket_ = 0;
 };
 
