@@ -315,7 +315,9 @@ TEST(HostileWalk, FoldersComingAndGoingLeaveSumsThatAddUp) {
     auto top = rows(w.tree, w.root);
     ASSERT_TRUE(top.count("churn"));
     EXPECT_EQ(w.tree.node(w.root).size - w.tree.node(top["churn"]).size, stillSize);
-    expectConsistent(w.tree, true);
+    // A folder taken away while it is being listed ends that listing with an error: it is cut,
+    // keeps what it had counted and gets no files row, so its rows may hold less than it does.
+    expectConsistent(w.tree, false);
   }
   run = false;
   churn.join();
