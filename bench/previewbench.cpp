@@ -37,6 +37,16 @@ long rssKiB() {
   return 0;
 }
 
+// The file list with the preview beside it, on the screen, with the folder read.
+void showFolder(FileListPane& files, PreviewPane& preview, const QString& folder, QSize size) {
+  files.setPreview(&preview, nullptr);
+  files.takePreview();
+  files.resize(size);
+  files.show();
+  files.FileList_ScanFolder(QFile::encodeName(folder).toStdString());
+  while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+}
+
 void write(const QString& path, const QByteArray& bytes) {
   QFile f(path);
   if (f.open(QIODevice::WriteOnly)) f.write(bytes);
@@ -117,12 +127,7 @@ int shots(const QString& out) {
   o.FilelistTile = 1;
   FileListPane files(FileListPane::Kind::Files, guard, o);
   PreviewPane preview(guard);
-  files.setPreview(&preview, nullptr);
-  files.takePreview();
-  files.resize(1000, 500);
-  files.show();
-  files.FileList_ScanFolder(QFile::encodeName(f).toStdString());
-  while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+  showFolder(files, preview, f, QSize(1000, 500));
   files.model().sort({RowKey::Name, false});
   for (int row = 0; row < files.model().rowCount(); ++row) {
     files.view().setCurrentIndex(files.model().index(row, 0));
@@ -156,12 +161,7 @@ int main(int argc, char** argv) {
   o.FilelistTile = 1;
   FileListPane files(FileListPane::Kind::Files, guard, o);
   PreviewPane preview(guard);
-  files.setPreview(&preview, nullptr);
-  files.takePreview();
-  files.resize(1200, 700);
-  files.show();
-  files.FileList_ScanFolder(QFile::encodeName(dir).toStdString());
-  while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+  showFolder(files, preview, dir, QSize(1200, 700));
   const int rows = files.model().rowCount();
   QTreeView& view = files.view();
   view.setFocus();
