@@ -1,11 +1,13 @@
-// Measures the file preview while the user moves through a folder with the arrow key: the
-// longest time the user-interface thread goes without serving its event loop, and how much the
-// resident memory has grown after the last file.
+// Measures the file preview while the user moves through a folder with the arrow key, down,
+// up and down again: the longest time the user-interface thread goes without serving its event
+// loop, and the resident memory after each pass. Memory that keeps growing after the first pass
+// grows with the files shown.
 //
-// usage: QT_QPA_PLATFORM=offscreen quorlane_previewbench [FOLDER] [FILES] [STEP_MS]
+// usage: QT_QPA_PLATFORM=offscreen quorlane_previewbench [FOLDER] [FILES] [STEP_MS] [PASSES]
 // FOLDER is filled with FILES mixed files when missing (default /tmp/quorlane-preview1000,
 // 1000 files): text small and large (every 50th 8 MiB), HTML, PNG, JPEG, BMP, PDF, WAV, unknown ones.
-// STEP_MS is the time between two key presses (default 30, a held key's repeat rate).
+// STEP_MS is the time between two key presses (default 30, a held key's repeat rate); PASSES
+// defaults to 3.
 
 #include <QApplication>
 #include <QDir>
@@ -20,7 +22,9 @@
 #include <QTreeView>
 #include <cstdio>
 #include <malloc.h>
+#include <algorithm>
 #include <fstream>
+#include <vector>
 
 #include "ui/FileListPane.h"
 #include "ui/PreviewPane.h"
@@ -153,6 +157,7 @@ int main(int argc, char** argv) {
   const QString dir = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("/tmp/quorlane-preview1000");
   const int count = argc > 2 ? std::atoi(argv[2]) : 1000;
   const int stepMs = argc > 3 ? std::atoi(argv[3]) : 30;
+  const int passes = argc > 4 ? std::max(1, std::atoi(argv[4])) : 3;
   if (!QDir(dir).exists()) makeFolder(dir, count);
 
   Guard guard;
@@ -171,34 +176,41 @@ int main(int argc, char** argv) {
   // The watchdog: a timer that should fire every 5 ms; the longest gap is the longest stall.
   QElapsedTimer clock;
   clock.start();
-  qint64 lastTick = 0, worst = 0, worstAt = -1;
-  int at = 0;
+  qint64 lastTick = 0, worst = 0;
+  int at = 0, pass = 0, worstAt = -1, worstPass = 0, over50 = 0;
   QTimer watchdog;
   watchdog.setInterval(5);
   QObject::connect(&watchdog, &QTimer::timeout, [&] {
     const qint64 now = clock.elapsed();
+    if (lastTick && now - lastTick > 50) ++over50;
     if (lastTick && now - lastTick > worst) {
       worst = now - lastTick;
       worstAt = at;
+      worstPass = pass + 1;
     }
     lastTick = now;
   });
-  long rssFirst = 0, rssLast = 0;
+  long rssFirst = 0;
+  std::vector<long> rssAfterPass;
   QTimer keys;
   keys.setInterval(stepMs);
   QObject::connect(&keys, &QTimer::timeout, [&] {
-    if (at == 1) rssFirst = rssKiB();
-    if (at + 1 >= rows) {
-      keys.stop();
-      rssLast = rssKiB();
-      QTimer::singleShot(3000, &app, &QCoreApplication::quit);  // what is under way settles
-      return;
+    if (pass == 0 && at == 1 && !rssFirst) rssFirst = rssKiB();
+    const bool down = pass % 2 == 0;
+    if (down ? at + 1 >= rows : at == 0) {
+      rssAfterPass.push_back(rssKiB());
+      if (++pass == passes) {
+        keys.stop();
+        QTimer::singleShot(3000, &app, &QCoreApplication::quit);  // what is under way settles
+        return;
+      }
     }
-    QKeyEvent press(QEvent::KeyPress, Qt::Key_Down, Qt::NoModifier);
-    QKeyEvent release(QEvent::KeyRelease, Qt::Key_Down, Qt::NoModifier);
+    const int key = pass % 2 == 0 ? Qt::Key_Down : Qt::Key_Up;
+    QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+    QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier);
     QApplication::sendEvent(&view, &press);
     QApplication::sendEvent(&view, &release);
-    ++at;
+    at += pass % 2 == 0 ? 1 : -1;
   });
   QElapsedTimer total;
   total.start();
@@ -209,11 +221,12 @@ int main(int argc, char** argv) {
   // What the allocator keeps without using it, told apart from what is still in use.
   ::malloc_trim(0);
   const long rssTrimmed = rssKiB();
-  std::printf("files: %d, step %d ms, run %.1f s\n", at + 1, stepMs, total.elapsed() / 1000.0);
-  std::printf("longest stall of the user-interface thread: %lld ms (at file %lld)\n", static_cast<long long>(worst),
-              static_cast<long long>(worstAt));
-  std::printf("resident memory: %ld MiB after the first file, %ld MiB after the last (+%ld MiB), %ld MiB settled, "
-              "%ld MiB with the allocator's free memory given back\n",
-              rssFirst / 1024, rssLast / 1024, (rssLast - rssFirst) / 1024, rssSettled / 1024, rssTrimmed / 1024);
+  std::printf("files: %d, %d passes, step %d ms, run %.1f s\n", rows, passes, stepMs, total.elapsed() / 1000.0);
+  std::printf("longest stall of the user-interface thread: %lld ms (pass %d, file %d); %d stalls over 50 ms\n",
+              static_cast<long long>(worst), worstPass, worstAt, over50);
+  std::printf("resident memory: %ld MiB after the first file", rssFirst / 1024);
+  for (size_t i = 0; i < rssAfterPass.size(); ++i) std::printf(", %ld MiB after pass %zu", rssAfterPass[i] / 1024, i + 1);
+  std::printf("\n  %ld MiB settled, %ld MiB with the allocator's free memory given back\n", rssSettled / 1024,
+              rssTrimmed / 1024);
   return 0;
 }

@@ -1,13 +1,11 @@
 #include "ui/PreviewPane.h"
 
 #include <QApplication>
-#include <QAudioOutput>
 #include <QBuffer>
 #include <QDir>
 #include <QFontDatabase>
 #include <QImageReader>
 #include <QLocale>
-#include <QMediaPlayer>
 #include <QPainter>
 #include <QPdfDocument>
 #include <QPdfPageNavigator>
@@ -21,12 +19,16 @@
 #include <QTimer>
 #include <QVideoSink>
 #include <QVideoWidget>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <atomic>
 
 #include "app/Logs.h"
 #include "lang/TL.h"
 #include "lists/Desktop.h"
 #include "lists/PreviewFile.h"
+#include "ui/PreviewMedia.h"
 #include "support/Path.h"
 #include "support/PathText.h"
 
@@ -62,19 +64,38 @@ QString decodeText(const QByteArray& bytes) {
   return QString::fromLatin1(bytes);
 }
 
-// NUL shows as a blank, and endless lines are broken.
-QString sanitize(const QString& s) {
-  QString out;
-  out.reserve(s.size() + s.size() / kLineBreakAt + 1);
+// NUL shows as a blank, and endless lines are broken. Most texts need neither, and are kept
+// as they are without a copy.
+QString sanitize(QString s) {
+  const QChar* const begin = s.constData();
+  const QChar* const end = begin + s.size();
+  qsizetype breaks = 0;
+  bool nul = false;
   int column = 0;
-  for (QChar c : s) {
-    if (c == QLatin1Char('\n')) {
+  for (const QChar* c = begin; c != end; ++c) {
+    const char16_t u = c->unicode();
+    if (u == u'\n') {
+      column = 0;
+    } else {
+      nul |= u == 0;
+      if (++column > kLineBreakAt) {
+        ++breaks;
+        column = 1;
+      }
+    }
+  }
+  if (!nul && breaks == 0) return s;
+  QString out(s.size() + breaks, Qt::Uninitialized);
+  QChar* o = out.data();
+  column = 0;
+  for (const QChar* c = begin; c != end; ++c) {
+    if (c->unicode() == u'\n') {
       column = 0;
     } else if (++column > kLineBreakAt) {
-      out += QLatin1Char('\n');
+      *o++ = QLatin1Char('\n');
       column = 1;
     }
-    out += c.unicode() == 0 ? QLatin1Char(' ') : c;
+    *o++ = c->unicode() == 0 ? QLatin1Char(' ') : *c;
   }
   return out;
 }
@@ -190,10 +211,19 @@ void PreviewPane::start(Job job, const std::string& path) {
   r->ticket = ticket_;
   r->path = path;
   auto latest = latest_;
-  QThreadPool::globalInstance()->start([r, latest, this] {
-    // A file the user has already left is not read at all.
-    if (latest->load() != r->ticket) return;
-    load(*r);
+  pool_->start([r, latest, this] {
+    // The reader gives way to the window's thread: on two cores a text being decoded would
+    // otherwise hold up the drawing of the list the user is moving through.
+    static thread_local bool lowered = false;
+    if (!lowered) {
+      ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
+      lowered = true;
+    }
+    // A file the user has already left is not read at all, nor decoded any further.
+    const auto wanted = [&] { return latest->load() == r->ticket; };
+    if (!wanted()) return;
+    load(*r, wanted);
+    if (!wanted()) return;
     QMetaObject::invokeMethod(
         qApp,
         [r, latest, this] {
@@ -204,7 +234,7 @@ void PreviewPane::start(Job job, const std::string& path) {
   });
 }
 
-void PreviewPane::load(Result& r) {
+void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
   const bool whole = r.job == Job::Pdf || r.job == Job::Picture;
   const int64_t limit = r.job == Job::Text ? kTextLimit : r.job == Job::Html ? kHtmlLimit : whole ? kDocumentLimit : 0;
   HeadRead h = readFileHead(r.path, limit, whole);
@@ -213,13 +243,19 @@ void PreviewPane::load(Result& r) {
     r.error = headFailureText(h);
     return;
   }
+  if (!wanted()) return;
   switch (r.job) {
     case Job::Text: {
-      QString text = sanitize(decodeText(h.bytes));
-      if (h.truncated()) {
+      const bool truncated = h.truncated();
+      const qsizetype shown = h.bytes.size();
+      QString decoded = decodeText(h.bytes);
+      h.bytes = QByteArray();
+      if (!wanted()) return;
+      QString text = sanitize(std::move(decoded));
+      if (truncated) {
         const QLocale l;
         text += QStringLiteral("\n\n") + TL(4260, "--- Angezeigt werden die ersten %1 von %2 ---",
-                                            {l.formattedDataSize(h.bytes.size()), l.formattedDataSize(h.size)});
+                                            {l.formattedDataSize(shown), l.formattedDataSize(h.size)});
       }
       r.text = std::move(text);
       break;
@@ -261,6 +297,9 @@ void PreviewPane::load(Result& r) {
 PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent), guard_(guard) {
   setObjectName(QStringLiteral("picPreview"));
   QImageReader::setAllocationLimit(kPictureAllocationMiB);
+  // One reader: a newer file makes the queued ones void, and the other core stays free.
+  pool_ = new QThreadPool(this);
+  pool_->setMaxThreadCount(1);
   stack_ = new QStackedLayout(this);
   stack_->setContentsMargins(0, 0, 0, 0);
 
@@ -309,7 +348,8 @@ PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent),
 
 PreviewPane::~PreviewPane() {
   latest_->store(kGone);
-  if (player_) player_->stop();
+  pool_->clear();
+  media_.reset();  // before the video widget goes
 }
 
 QWidget* PreviewPane::shownViewer() const { return stack_->currentWidget(); }
@@ -498,50 +538,56 @@ bool PreviewPane::makePlayer() {
     WriteErrorLog(QStringLiteral("QMediaPlayer: 0 - ") + why);
     return false;
   }
-  player_ = new QMediaPlayer(this);
-  if (!player_->isAvailable()) {
-    WriteErrorLog(QStringLiteral("QMediaPlayer: ") + QString::number(player_->error()) + QStringLiteral(" - ") +
-                  (player_->errorString().isEmpty() ? QStringLiteral("no media backend") : player_->errorString()));
-    delete player_;
-    player_ = nullptr;
-    return false;
-  }
-  audio_ = new QAudioOutput(this);
-  player_->setAudioOutput(audio_);
-  video_ = new QVideoWidget(this);
-  video_->setObjectName(QStringLiteral("MPlayer4"));
-  stack_->addWidget(video_);
-  player_->setVideoOutput(video_);
-  connect(video_->videoSink(), &QVideoSink::videoSizeChanged, this,
-          guard_.wrap("Filelist_Preview", [this] { pollVideoSize(); }));
-  connect(player_, &QMediaPlayer::errorOccurred, this,
-          guard_.wrap("MPlayer4_Error", [this](QMediaPlayer::Error e, const QString& text) {
-            if (player_->source().isEmpty() || last_.empty()) return;  // not about the file shown
-            videoWait_->stop();
-            showError(last_, static_cast<int>(e), text);
-          }));
-  playerKind_ = 2;
+  building_ = true;
+  PreviewMedia::Callbacks callbacks;
+  callbacks.built = guard_.wrap("Filelist_Preview", [this](bool ok, const QString& text) { onPlayerBuilt(ok, text); });
+  callbacks.failed = guard_.wrap("MPlayer4_Error", [this](uint64_t ticket, int e, const QString& text) {
+    if (ticket != ticket_ || last_.empty()) return;  // not about the file shown
+    videoWait_->stop();
+    showError(last_, e, text);
+  });
+  media_ = std::make_unique<PreviewMedia>(this, std::move(callbacks));
   return true;
+}
+
+void PreviewPane::onPlayerBuilt(bool ok, const QString& why) {
+  building_ = false;
+  if (ok) {
+    video_ = new QVideoWidget(this);
+    video_->setObjectName(QStringLiteral("MPlayer4"));
+    stack_->addWidget(video_);
+    media_->setVideoSink(video_->videoSink());
+    connect(video_->videoSink(), &QVideoSink::videoSizeChanged, this,
+            guard_.wrap("Filelist_Preview", [this] { pollVideoSize(); }));
+    playerKind_ = 2;
+  } else {
+    WriteErrorLog(QStringLiteral("QMediaPlayer: ") + why);
+    media_.reset();
+  }
+  // The media file that waited for the player, if the user is still on it.
+  if (mediaTicket_ == ticket_ && loading_) playMedia(last_);
 }
 
 void PreviewPane::stopPlayer() {
   videoWait_->stop();
-  if (!player_) return;
-  // Emptying the source takes the pipeline down at once, sound included; a stop first would
-  // wait up to a second for a file still starting.
-  if (!player_->source().isEmpty()) player_->setSource(QUrl());
+  if (media_ && mediaLoaded_) media_->stop();
+  mediaLoaded_ = false;
 }
 
 void PreviewPane::playMedia(const std::string& path) {
   if (!playerTried_) makePlayer();
+  if (building_) {
+    mediaTicket_ = ticket_;  // played once the player is there
+    return;
+  }
   if (playerKind_ == 0) {
     showViewer(empty_);  // without a player a media file shows nothing
     finish();
     return;
   }
   notedVideoSize_ = video_->videoSink()->videoSize();
-  player_->setSource(fileUrl(path));
-  player_->play();
+  media_->play(fileUrl(path), ticket_);
+  mediaLoaded_ = true;
   if (stack_->currentWidget() == video_) {  // a player already in the pane is not set again
     finish();
     return;

@@ -17,16 +17,16 @@
 #include <QPointer>
 #include <QWidget>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "ui/Guard.h"
 
-class QAudioOutput;
 class QBuffer;
 class QFont;
 class QThread;
-class QMediaPlayer;
+class QThreadPool;
 class QPdfDocument;
 class QPdfView;
 class QPlainTextEdit;
@@ -37,6 +37,8 @@ class QTimer;
 class QVideoWidget;
 
 namespace ql {
+
+class PreviewMedia;
 
 // Shows a picture in the top left corner at the size zoomPictureSize gives for the box.
 class PictureBox : public QWidget {
@@ -85,7 +87,8 @@ class PreviewPane : public QWidget {
   QPlainTextEdit& textViewer() { return *text_; }
   PictureBox& pictureViewer() { return *picture_; }
   QPdfDocument& pdfDocument() { return *pdf_; }
-  QMediaPlayer* player() const { return player_; }
+  // The player on its own thread; none before the first media file, nor without a backend.
+  const PreviewMedia* media() const { return media_.get(); }
   // 0 no player (none built yet, or no media backend works), 2 the player is there.
   int playerKind() const { return playerKind_; }
   // A file is being read or the player waits for its video size.
@@ -99,7 +102,7 @@ class PreviewPane : public QWidget {
   struct Result;
   enum class Job { Text, Html, Pdf, Picture, Media };
   void start(Job job, const std::string& path);
-  static void load(Result& r);  // on a worker
+  static void load(Result& r, const std::function<bool()>& wanted);  // on the reader
   void take(const std::shared_ptr<Result>& r);
   void setTextDocument(QTextDocument* doc);
   void setText(const QString& text);
@@ -111,11 +114,13 @@ class PreviewPane : public QWidget {
   void finish();
   void stopPlayer();
   bool makePlayer();
+  void onPlayerBuilt(bool ok, const QString& why);
   void playMedia(const std::string& path);
   void pollVideoSize();
   void onPdfStatus();
 
   const Guard& guard_;
+  QThreadPool* pool_ = nullptr;
   QStackedLayout* stack_ = nullptr;
   QPlainTextEdit* text_ = nullptr;
   QTextBrowser* browser_ = nullptr;
@@ -123,9 +128,11 @@ class PreviewPane : public QWidget {
   QPdfDocument* pdf_ = nullptr;
   PictureBox* picture_ = nullptr;
   QWidget* empty_ = nullptr;
-  QMediaPlayer* player_ = nullptr;
-  QAudioOutput* audio_ = nullptr;
+  std::unique_ptr<PreviewMedia> media_;
   QVideoWidget* video_ = nullptr;
+  bool building_ = false;     // the player's thread is building it
+  bool mediaLoaded_ = false;  // the player was given a file since its last stop
+  uint64_t mediaTicket_ = 0;  // a media file waiting for the player
   QTimer* videoWait_ = nullptr;
   QElapsedTimer videoClock_;
   QSize notedVideoSize_;

@@ -29,7 +29,7 @@ TEST(PreviewNoMediaTest, MediaFilesShowAnEmptyPane) {
     ASSERT_TRUE(spy.wait(5000));
   }
   EXPECT_EQ(pane.playerKind(), 0);
-  EXPECT_EQ(pane.player(), nullptr);
+  EXPECT_EQ(pane.media(), nullptr);
   EXPECT_EQ(pane.shownViewer()->objectName(), "picEmpty");
   EXPECT_TRUE(pane.textViewer().toPlainText().isEmpty());
 }
