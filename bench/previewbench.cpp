@@ -5,7 +5,8 @@
 //
 // usage: QT_QPA_PLATFORM=offscreen quorlane_previewbench [FOLDER] [FILES] [STEP_MS] [PASSES]
 // FOLDER is filled with FILES mixed files when missing (default /tmp/quorlane-preview1000,
-// 1000 files): text small and large (every 50th 8 MiB), HTML, PNG, JPEG, BMP, PDF, WAV, unknown ones.
+// 1000 files): text small and large (every 50th 8 MiB), HTML, PNG, JPEG, BMP, PDF, WAV, AVI,
+// unknown ones.
 // STEP_MS is the time between two key presses (default 30, a held key's repeat rate); PASSES
 // defaults to 3.
 
@@ -26,6 +27,7 @@
 #include <fstream>
 #include <vector>
 
+#include "MediaBytes.h"
 #include "ui/FileListPane.h"
 #include "ui/PreviewPane.h"
 
@@ -66,15 +68,8 @@ void makeFolder(const QString& dir, int count) {
   QByteArray line = QByteArray("The quick brown fox jumps over the lazy dog, 0123456789.\n");
   QByteArray big;
   while (big.size() < (8 << 20)) big += line;
-  // A second of silence, 8 kHz mono 16-bit.
-  QByteArray wav("RIFF");
-  auto put = [&](quint32 v, int n) { for (int k = 0; k < n; ++k) wav += char((v >> (8 * k)) & 0xff); };
-  put(36 + 16000, 4);
-  wav += "WAVEfmt ";
-  put(16, 4); put(1, 2); put(1, 2); put(8000, 4); put(16000, 4); put(2, 2); put(16, 2);
-  wav += "data";
-  put(16000, 4);
-  wav += QByteArray(16000, '\0');
+  const QByteArray wav = test::wavBytes();
+  const QByteArray avi = test::mjpegAvi(320, 240, 30);
   for (int i = 0; i < count; ++i) {
     const QString base = dir + QStringLiteral("/f%1").arg(i, 4, 10, QLatin1Char('0'));
     switch (i % 10) {
@@ -91,7 +86,11 @@ void makeFolder(const QString& dir, int count) {
         break;
       }
       case 7: write(base + ".csv", line.repeated(2000)); break;
-      case 8: write(i % 20 == 8 ? base + ".wav" : base + ".dat", i % 20 == 8 ? wav : line); break;
+      case 8:
+        if (i % 40 == 8) write(base + ".wav", wav);
+        else if (i % 40 == 28) write(base + ".avi", avi);
+        else write(base + ".dat", line);
+        break;
       case 9: write(base + ".xml", "<a>" + line.repeated(500) + "</a>"); break;
     }
   }
@@ -125,6 +124,7 @@ int shots(const QString& out) {
   img.save(f + "e_photo.jpg", "JPEG");
   write(f + "f_fake.bmp", "no picture");
   write(f + "g_other.xyz", "x");
+  write(f + "i_clip.avi", test::mjpegAvi(320, 240, 50));
   Guard guard;
   MainOptions o;
   o.FilePreview = 1;

@@ -557,8 +557,9 @@ void PreviewPane::onPlayerBuilt(bool ok, const QString& why) {
     video_->setObjectName(QStringLiteral("MPlayer4"));
     stack_->addWidget(video_);
     media_->setVideoSink(video_->videoSink());
+    // Queued: the sink tells of a new size while it holds the lock that videoSize() takes.
     connect(video_->videoSink(), &QVideoSink::videoSizeChanged, this,
-            guard_.wrap("Filelist_Preview", [this] { pollVideoSize(); }));
+            guard_.wrap("Filelist_Preview", [this] { pollVideoSize(); }), Qt::QueuedConnection);
     playerKind_ = 2;
   } else {
     WriteErrorLog(QStringLiteral("QMediaPlayer: ") + why);

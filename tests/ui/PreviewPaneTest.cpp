@@ -4,7 +4,6 @@
 // and the two bar commands that both lists share.
 
 #include <QBuffer>
-#include <QDataStream>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QMediaPlayer>
@@ -17,11 +16,14 @@
 #include <QTest>
 #include <QTextBrowser>
 #include <QTimer>
+#include <QVideoSink>
+#include <QVideoWidget>
 #include <QTreeView>
 #include <fstream>
 
 #include "TestApp.h"
 #include "TestFs.h"
+#include "MediaBytes.h"
 #include "lists/PreviewFile.h"
 #include "ui/FileListPane.h"
 #include "ui/PreviewMedia.h"
@@ -41,22 +43,6 @@ QByteArray imageBytes(const QImage& image, const char* format) {
   buffer.open(QIODevice::WriteOnly);
   image.save(&buffer, format);
   return out;
-}
-
-// A second of silence as 8 kHz mono 16-bit PCM.
-QByteArray wavBytes() {
-  const quint32 data = 16000;
-  QByteArray b;
-  QDataStream s(&b, QIODevice::WriteOnly);
-  s.setByteOrder(QDataStream::LittleEndian);
-  s.writeRawData("RIFF", 4);
-  s << quint32(36 + data);
-  s.writeRawData("WAVEfmt ", 8);
-  s << quint32(16) << quint16(1) << quint16(1) << quint32(8000) << quint32(16000) << quint16(2) << quint16(16);
-  s.writeRawData("data", 4);
-  s << data;
-  b.append(QByteArray(static_cast<int>(data), '\0'));
-  return b;
 }
 
 class PreviewTest : public ::testing::Test {
@@ -232,6 +218,15 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
   ASSERT_NE(pane.media(), nullptr);
   for (int i = 0; i < 300 && pane.media()->source().isEmpty(); ++i) QTest::qWait(10);
   EXPECT_TRUE(pane.media()->source().toLocalFile().endsWith("silence.wav"));
+  // A video after a text: the pane waits for its picture size, which the player's thread
+  // finds and hands to the widget.
+  writeBytes(d / "clip.avi", mjpegAvi(64, 48, 20));
+  show("after.txt");
+  EXPECT_EQ(show("clip.avi")->objectName(), "MPlayer4");
+  auto* video = pane.findChild<QVideoWidget*>();
+  ASSERT_NE(video, nullptr);
+  for (int i = 0; i < 300 && video->videoSink()->videoSize().isEmpty(); ++i) QTest::qWait(10);
+  EXPECT_EQ(video->videoSink()->videoSize(), QSize(64, 48));
   show("empty.mp4");  // an error or an empty picture; either way it comes back
   show("after.txt");
   EXPECT_EQ(pane.shownViewer()->objectName(), "rtfVorschau");
