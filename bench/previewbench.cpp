@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "MediaBytes.h"
+#include "support/Allocator.h"
 #include "ui/FileListPane.h"
 #include "ui/PreviewPane.h"
 
@@ -152,6 +153,7 @@ int shots(const QString& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tuneAllocator();  // as the program itself does
   QApplication app(argc, argv);
   if (argc > 2 && QByteArray(argv[1]) == "--shots") return shots(QString::fromLocal8Bit(argv[2]));
   const QString dir = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("/tmp/quorlane-preview1000");

@@ -6,7 +6,6 @@
 #include <QMessageBox>
 #include <csignal>
 #include <cstdio>
-#include <malloc.h>
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
@@ -20,14 +19,13 @@
 #include "scan/FolderWalk.h"
 #include "lang/TL.h"
 #include "ui/MainWindow.h"
+#include "support/Allocator.h"
 #include "ui/frmInfo.h"
 
 using namespace ql;
 
 int main(int argc, char** argv) {
-  // The walk's threads allocate little and briefly: a pool of their own for each would only
-  // strand memory.
-  mallopt(M_ARENA_MAX, 2);
+  tuneAllocator();
   globals().StartTime = QDateTime::currentDateTime();
   // Read before anything else: a wrong command line touches neither a window nor the settings.
   const ParsedCommandLine command = parseArguments(argc, argv);
