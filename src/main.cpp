@@ -1,28 +1,52 @@
 // Quorlane: shows where the space on a disk has gone.
+//
+// This program runs without a display: the command line, an export and the silent run. The
+// window lives in a library of its own (app/WindowMain.cpp), loaded only when a window is
+// wanted, so that the runs without one start without the forty-odd libraries of the desktop.
 
-#include <QApplication>
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QMessageBox>
 #include <csignal>
 #include <cstdio>
+#include <dlfcn.h>
+#include <string>
+#include <unistd.h>
 
 #include "app/CommandLine.h"
 #include "app/Globals.h"
 #include "app/SilentRun.h"
-#include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "failure/FailureReport.h"
-#include "failure/FatalSignals.h"
-#include "failure/frmFehler.h"
 #include "import/JsonExport.h"
 #include "scan/FolderWalk.h"
-#include "lang/TL.h"
-#include "ui/MainWindow.h"
 #include "support/Allocator.h"
-#include "ui/frmInfo.h"
 
 using namespace ql;
+
+namespace {
+
+// Beside the program in the build, in lib/quorlane once installed.
+int runWindow(int argc, char** argv) {
+  std::string dir(4096, '\0');
+  const ssize_t n = ::readlink("/proc/self/exe", dir.data(), dir.size());
+  dir.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  dir.erase(dir.find_last_of('/') == std::string::npos ? 0 : dir.find_last_of('/'));
+  std::string why;
+  for (const char* place : {"/libquorlane_window.so", "/../lib/quorlane/libquorlane_window.so"}) {
+    void* library = ::dlopen((dir + place).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library) {
+      if (why.empty()) why = ::dlerror();
+      continue;
+    }
+    using Entry = int (*)(int, char**);
+    if (auto entry = reinterpret_cast<Entry>(::dlsym(library, "quorlane_window_main"))) return entry(argc, argv);
+    why = ::dlerror();
+  }
+  std::fprintf(stderr, "quorlane: the window cannot be loaded: %s\n", why.c_str());
+  return 1;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   tuneAllocator();
@@ -58,54 +82,19 @@ int main(int argc, char** argv) {
       return 1;
     }
     case ParsedCommandLine::Window:
+      return runWindow(argc, argv);
     case ParsedCommandLine::Silent:
       break;
   }
-  const bool silent = command.mode == ParsedCommandLine::Silent;
 
   if (!osSupported()) {
-    if (silent) {
-      std::fputs("quorlane: OS not supported\n", stderr);
-    } else {
-      QApplication app(argc, argv);
-      QMessageBox::warning(nullptr, QStringLiteral("Quorlane"), QStringLiteral("OS not supported"));
-    }
+    std::fputs("quorlane: OS not supported\n", stderr);
     return 1;
   }
   if (command.restart) restartWait();
   // The joined text is for the failure report alone.
   setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
-
-  // The frame: data folder and settings, then the language, before anything shows a text. A
-  // crash or an uncaught exception on the way is reported; its log is known after InitMain.
-  auto initFrame = [&command] {
-    installFatalSignalHandlers();
-    InitMain(QCoreApplication::applicationDirPath());
-    refreshFatalSignalReport();
-    Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
-                 command.translationMode ? QStringLiteral("-TLMODUS") : QString());
-    Init_Textbausteine();
-    firstStartEntry();
-  };
-
-  if (silent) {
-    QCoreApplication app(argc, argv);
-    initFrame();
-    return runSilent(command);
-  }
-
-  QApplication app(argc, argv);
-  // Before the frame, so that a failure while it starts (a damaged text table under -TLMODUS,
-  // say) shows the dialog too.
-  installFailureDialog();
-  app.setWindowIcon(programIcon());
-  initFrame();
-  // Declared before the window, so the socket goes only after the window: a restart waits for it.
-  SingleInstance instance;
-  if (const int status = claimOrHandOver(instance, command); status >= 0) return status;
-  MainWindow window;
-  window.setStartSources(command.sources);  // read once the window is on the screen
-  window.setStartImports(command.imports);
-  window.show();
-  return app.exec();
+  QCoreApplication app(argc, argv);
+  initFrame(command.translationMode);
+  return runSilent(command);
 }

@@ -1,5 +1,6 @@
 #include "app/Startup.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include "app/Globals.h"
 #include "app/Settings.h"
 #include "app/SingleInstance.h"
+#include "failure/FatalSignals.h"
 #include "lang/TL.h"
 
 namespace ql {
@@ -146,6 +148,15 @@ QString usageText() {
       "     failed (running out of file descriptors, say)\n"
       "  1  (--export) the folder could not be opened, or the file could not be written\n"
       "  2  a usage error: an unknown option, or -s without a report or a folder\n");
+}
+
+void initFrame(bool translationMode) {
+  installFatalSignalHandlers();
+  InitMain(QCoreApplication::applicationDirPath());
+  refreshFatalSignalReport();
+  Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true, translationMode ? QStringLiteral("-TLMODUS") : QString());
+  Init_Textbausteine();
+  firstStartEntry();
 }
 
 }  // namespace ql

@@ -28,6 +28,11 @@ void InitMain(const QString& programFolder);
 // file-manager entry.
 void firstStartEntry();
 
+// The frame every run with settings sets up first, once the application object is there: the
+// crash report, the data folder and settings, then the language, before anything shows a text.
+// A crash or an uncaught exception on the way is reported; its log is known after InitMain.
+void initFrame(bool translationMode);
+
 QString usageText();
 
 }  // namespace ql
