@@ -252,6 +252,50 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   EXPECT_TRUE(r.ok) << r.error.toStdString();
 }
 
+// A file in the shape the other tool writes with its extended information: keys we do not
+// use, a hard link named twice, a folder that could not be read, every kind of exclusion, and
+// a folder of another device that it entered.
+TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
+  const std::string text = R"([1,2,{"progname":"other","progver":"1.18","timestamp":1700000000},
+[{"name":"/srv/data","asize":4096,"dsize":4096,"dev":2049,"ino":2,"uid":0,"gid":0,"mode":16877,"mtime":1700000000},
+{"name":"a.bin","asize":1000,"dsize":4096,"ino":11,"uid":1000,"gid":1000,"mode":33188,"mtime":1600000000},
+{"name":"hard1","asize":300,"dsize":4096,"ino":12,"nlink":2,"hlnkc":true},
+[{"name":"sub","asize":4096,"dsize":4096,"ino":13},
+{"name":"hard2","asize":300,"dsize":4096,"ino":12,"nlink":2,"hlnkc":true},
+[{"name":"locked","asize":4096,"dsize":4096,"ino":14,"read_error":true}]],
+{"name":"mnt","asize":4096,"dsize":4096,"excluded":"othfs"},
+{"name":"cache","excluded":"pattern"},
+{"name":"proc","excluded":"kernfs"},
+{"name":"lnk","asize":4096,"excluded":"frmlnk"},
+[{"name":"other","asize":4096,"dsize":4096,"dev":2050,"ino":2},
+{"name":"b","asize":50,"dsize":4096,"ino":3}]]]
+)";
+  ReportTree tree;
+  ImportedFiles files;
+  ImportOptions o;
+  o.files = &files;
+  const ImportResult r = importText(text, tree, o);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  // Logical sizes of files only, every name of a hard link, folders adding nothing.
+  EXPECT_EQ(tree.node(r.root).size, 1000 + 300 + 300 + 50);
+  EXPECT_EQ(tree.node(r.root).files, 4);
+  const auto top = rows(tree, r.root);
+  for (const char* excluded : {"mnt", "cache", "proc", "lnk"}) {
+    ASSERT_TRUE(top.count(excluded)) << excluded;
+    EXPECT_TRUE(tree.hasFlag(top.at(excluded), ReportTree::Junction)) << excluded;
+    EXPECT_EQ(tree.node(top.at(excluded)).size, 0) << excluded;
+  }
+  EXPECT_EQ(tree.node(top.at("Dateien")).size, 1300);
+  EXPECT_EQ(tree.node(top.at("Dateien")).files, 2);
+  const auto sub = rows(tree, top.at("sub"));
+  EXPECT_EQ(tree.node(top.at("sub")).size, 300);
+  EXPECT_EQ(tree.node(sub.at("locked")).size, 0);
+  EXPECT_EQ(tree.node(sub.at("Dateien")).size, 300);
+  EXPECT_EQ(tree.node(top.at("other")).size, 50);
+  EXPECT_FALSE(rows(tree, top.at("other")).count("Dateien"));  // own files only beside subfolders
+  EXPECT_EQ(files.count(top.at("other")), 1u);
+}
+
 TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
   // A chain of 100,000 folders reads without recursion and sums up to the top.
   std::string deep = R"([1,2,{},[{"name":"/r"})";
