@@ -44,7 +44,7 @@ void PreviewMedia::build() {
       const uint64_t ticket = playing_;
       if (ticket == 0) return;  // about a file already let go
       QMetaObject::invokeMethod(
-          context_, [this, ticket, e, text] { callbacks_.failed(ticket, static_cast<int>(e), text); },
+          context_, [failed = callbacks_.failed, ticket, e, text] { failed(ticket, static_cast<int>(e), text); },
           Qt::QueuedConnection);
     });
     QObject::connect(player_, &QMediaPlayer::playbackStateChanged, host_, [this](QMediaPlayer::PlaybackState s) {
@@ -56,7 +56,8 @@ void PreviewMedia::build() {
       source_ = url;
     });
   }
-  QMetaObject::invokeMethod(context_, [this, ok, why] { callbacks_.built(ok, why); }, Qt::QueuedConnection);
+  // A copy of the callback: the window may let this object go from within it.
+  QMetaObject::invokeMethod(context_, [built = callbacks_.built, ok, why] { built(ok, why); }, Qt::QueuedConnection);
 }
 
 void PreviewMedia::setVideoSink(QVideoSink* sink) {
