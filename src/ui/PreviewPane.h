@@ -10,7 +10,8 @@
 // allocation limit. Results of a file that is no longer wanted are dropped. A file that cannot
 // be shown leaves a message in the text view and a line in the notes log, never a dialog.
 //
-// Threads: the user-interface thread only, apart from the reads it starts.
+// Threads: the user-interface thread only, apart from the reads it starts (one at a time, at a
+// lower priority) and the player, which runs on a thread of its own (ui/PreviewMedia.h).
 
 #include <QElapsedTimer>
 #include <QImage>
