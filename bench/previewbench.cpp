@@ -44,15 +44,29 @@ long rssKiB() {
   return 0;
 }
 
-// The file list with the preview beside it, on the screen, with the folder read.
-void showFolder(FileListPane& files, PreviewPane& preview, const QString& folder, QSize size) {
-  files.setPreview(&preview, nullptr);
-  files.takePreview();
-  files.resize(size);
-  files.show();
-  files.FileList_ScanFolder(QFile::encodeName(folder).toStdString());
-  while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+MainOptions previewShown() {
+  MainOptions o;
+  o.FilePreview = 1;
+  o.FilelistTile = 1;
+  return o;
 }
+
+// The file list with the preview beside it, on the screen, with the folder read.
+struct ListWithPreview {
+  Guard guard;
+  MainOptions options = previewShown();
+  FileListPane files{FileListPane::Kind::Files, guard, options};
+  PreviewPane preview{guard};
+
+  ListWithPreview(const QString& folder, QSize size) {
+    files.setPreview(&preview, nullptr);
+    files.takePreview();
+    files.resize(size);
+    files.show();
+    files.FileList_ScanFolder(QFile::encodeName(folder).toStdString());
+    while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+  }
+};
 
 void write(const QString& path, const QByteArray& bytes) {
   QFile f(path);
@@ -126,13 +140,9 @@ int shots(const QString& out) {
   write(f + "f_fake.bmp", "no picture");
   write(f + "g_other.xyz", "x");
   write(f + "i_clip.avi", test::mjpegAvi(320, 240, 50));
-  Guard guard;
-  MainOptions o;
-  o.FilePreview = 1;
-  o.FilelistTile = 1;
-  FileListPane files(FileListPane::Kind::Files, guard, o);
-  PreviewPane preview(guard);
-  showFolder(files, preview, f, QSize(1000, 500));
+  ListWithPreview shown(f, QSize(1000, 500));
+  FileListPane& files = shown.files;
+  PreviewPane& preview = shown.preview;
   files.model().sort({RowKey::Name, false});
   for (int row = 0; row < files.model().rowCount(); ++row) {
     files.view().setCurrentIndex(files.model().index(row, 0));
@@ -162,13 +172,8 @@ int main(int argc, char** argv) {
   const int passes = argc > 4 ? std::max(1, std::atoi(argv[4])) : 3;
   if (!QDir(dir).exists()) makeFolder(dir, count);
 
-  Guard guard;
-  MainOptions o;
-  o.FilePreview = 1;
-  o.FilelistTile = 1;
-  FileListPane files(FileListPane::Kind::Files, guard, o);
-  PreviewPane preview(guard);
-  showFolder(files, preview, dir, QSize(1200, 700));
+  ListWithPreview shown(dir, QSize(1200, 700));
+  FileListPane& files = shown.files;
   const int rows = files.model().rowCount();
   QTreeView& view = files.view();
   view.setFocus();
