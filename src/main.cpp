@@ -30,7 +30,8 @@ int runWindow(int argc, char** argv) {
   std::string dir(4096, '\0');
   const ssize_t n = ::readlink("/proc/self/exe", dir.data(), dir.size());
   dir.resize(n > 0 ? static_cast<size_t>(n) : 0);
-  dir.erase(dir.find_last_of('/') == std::string::npos ? 0 : dir.find_last_of('/'));
+  const size_t slash = dir.rfind('/');
+  dir.resize(slash == std::string::npos ? 0 : slash);
   std::string why;
   for (const char* place : {"/libquorlane_window.so", "/../lib/quorlane/libquorlane_window.so"}) {
     void* library = ::dlopen((dir + place).c_str(), RTLD_NOW | RTLD_LOCAL);
