@@ -157,7 +157,7 @@ std::vector<MountEntry> listedMounts(const std::vector<MountEntry>& all) {
     });
     if (!shown) out.push_back(m);
   }
-  // Shown in the order of their paths, as drive letters are: "/" first, a mount below its parent.
+  // Shown in the order of their paths: "/" first, a mount below its parent.
   std::stable_sort(out.begin(), out.end(),
                    [](const MountEntry& a, const MountEntry& b) { return a.mountPoint < b.mountPoint; });
   return out;

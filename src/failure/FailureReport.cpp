@@ -145,9 +145,9 @@ QString composeErrorText(const ErrorTextFacts& f, const QString& proc, const QSt
   const QString crlf = QStringLiteral("\r\n");
   QString t;
   if (error.number == 429)
-    t += TL(2412, QStringLiteral("Eine benötigte Systemkomponente (OCX/DLL) fehlt,%! ist veraltert "
-                                 "oder ungültig. Bitte das Setup der Anwendung erneut installieren "
-                                 "um den Fehler zu beheben.")) +
+    t += TL(2412, QStringLiteral("Eine benötigte Programmbibliothek fehlt,%! ist veraltet oder "
+                                 "ungültig. Bitte die Anwendung erneut installieren, um den Fehler "
+                                 "zu beheben.")) +
          crlf + crlf;
   auto add = [&](const QString& text) { t += text + crlf; };
   add(QStringLiteral("Time: ") + f.time);

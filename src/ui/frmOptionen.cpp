@@ -41,7 +41,7 @@ int value(const QCheckBox* c) { return c->isChecked() ? 1 : 0; }
 
 frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
   setObjectName(QStringLiteral("frmOptionen"));
-  chkKontextmenu = checkBox(this, "chkKontextmenu", 3596, "Quorlane im Windows Explorer Kontextmenü anzeigen");
+  chkKontextmenu = checkBox(this, "chkKontextmenu", 3596, "Quorlane im Kontextmenü des Dateimanagers anzeigen");
   chkInstanz = checkBox(this, "chkInstanz", 3592, "Nur eine Programminstanz von Quorlane starten");
   chkDontShowHardlinks =
       checkBox(this, "chkDontShowHardlinks", 3590, "Keine Hardlinks in der Ordnerliste anzeigen");

@@ -16,7 +16,7 @@ TEST(FailureReport, ComponentMessageReleaseMarkersAndMailText) {
   f.appVersion = QStringLiteral("0.1.0");
   const QString text =
       composeErrorText(f, QStringLiteral("p"), QStringLiteral("m"), 7, {429, QStringLiteral("x")});
-  EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Systemkomponente (OCX/DLL) fehlt,")));
+  EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Programmbibliothek fehlt,")));
   EXPECT_TRUE(text.contains(QStringLiteral("\r\nLine: 7\r\nErr: 429 - x\r\n")));
   f.releaseCandidate = 3;
   EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QStringLiteral("App: Quorlane 0.1.0 RC3\r\n")));
