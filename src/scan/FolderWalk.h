@@ -142,6 +142,7 @@ class FolderWalk {
   int openDir(Dir* d);
   int openFromRoot(Dir* d);
   void openFailed(Dir* d, int error);
+  void shortage(Dir* d, std::string_view name, int error);
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);
