@@ -5,6 +5,8 @@
 #include <condition_variable>
 #include <functional>
 #include <cstring>
+#include <grp.h>
+#include <pthread.h>
 #include <filesystem>
 #include <limits.h>
 #include <sched.h>
@@ -279,6 +281,33 @@ TEST(HostileWalk, FoldersDeeperThanPathMaxAreMeasured) {
   const WalkOutcome missing = FolderWalk::Report_ScanFilesOnly(deep + "/missing", kNoStop);
   EXPECT_FALSE(missing.readable);
   EXPECT_EQ(missing.openError, ENOENT);
+}
+
+// With no thread to be had (here: a process limit on an unused uid), the walk reads on the
+// thread that asked for it, and the tree is the same.
+TEST(HostileWalk, NoThreadToBeHadGivesTheSameTree) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to take an unused uid";
+  TempDir d;
+  makeTree(d.path(), 3, 3);
+  Walked full;
+  walk(full, d.path(), 4);
+  const std::string out = inChild([&] {
+    const rlimit one{1, 1};
+    if (::setgroups(0, nullptr) != 0 || ::setgid(54321) != 0 || ::setuid(54321) != 0 ||
+        ::setrlimit(RLIMIT_NPROC, &one) != 0)
+      return std::string("cannot drop privileges");
+    pthread_t t;
+    if (::pthread_create(&t, nullptr, [](void*) -> void* { return nullptr; }, nullptr) == 0)
+      return std::string("threads still start");
+    try {  // an exception must not run the rest of the tests in the child
+      Walked w;
+      walk(w, d.path(), 4);
+      return dump(w.tree);
+    } catch (const std::exception& e) {
+      return std::string("threw: ") + e.what();
+    }
+  });
+  EXPECT_EQ(out, dump(full.tree));
 }
 
 // Every folder with rows holds exactly what they hold: size, files and folders. (Only for trees
