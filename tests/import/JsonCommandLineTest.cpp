@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -84,6 +85,11 @@ TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
   o = quorlane({"-s", q(d / "cut.csv"), "--import", q(d / "cut.json")}, q(d / "config"));
   EXPECT_EQ(o.status, 1);
   EXPECT_TRUE(o.err.contains(QByteArray::number(file.size() / 2))) << o.err.toStdString();
+  EXPECT_EQ(o.err.count('\n'), 1) << "only the import's own failure: " << o.err.toStdString();
+  EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
+  // Beside a folder that reads well it still leaves a hole: no report either.
+  o = quorlane({"-s", q(d / "cut.csv"), q(d / "tree"), "--import", q(d / "cut.json")}, q(d / "config"));
+  EXPECT_EQ(o.status, 1);
   EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
 }
 
