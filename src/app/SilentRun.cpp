@@ -34,6 +34,9 @@ int runSilent(const ParsedCommandLine& job) {
     FailureReport(QStringLiteral("QuelleEinlesen"), QStringLiteral("frmMain"), 0,
                   TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason}), {path});
   });
+  // A failure from here on leaves a hole in the report (a source or part of one not read), and
+  // such a report never replaces the one there. A damaged setting does not: it keeps its default.
+  const int failuresBefore = failureCount();
   // Exports named with --import come first, each as one root, as if its folder had been walked.
   for (const std::string& file : job.imports) {
     ImportOptions io;
@@ -51,6 +54,8 @@ int runSilent(const ParsedCommandLine& job) {
     driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
     driver.runToEnd();
   }
+
+  if (failureCount() != failuresBefore) return 1;  // each was told as it came
 
   ReportSaveOptions options;
   options.levels = ReportWriter::levelsFromNumber(job.outputLevels);

@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -57,6 +58,10 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr uint32_t kAhead = 1024;
 // Folders kept open for their subfolders, well below any descriptor limit.
 constexpr int kOpenFolders = 256;
+
+// Calls that fail for want of descriptors or memory: the export would have holes that are not
+// there on the disk, so it fails instead of marking the folder unreadable.
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 // `key` comes with its quotes and colon: ",\"asize\":".
 void appendNumber(std::string& out, std::string_view key, uint64_t value) {
@@ -127,6 +132,7 @@ struct Folder {
   std::string text;  // its entries, each led by ",\n"; subfolders are cut in at `cuts`
   std::vector<std::pair<size_t, std::shared_ptr<Folder>>> cuts;
   int readError = 0;  // errno of an open or listing that failed, -1 for a stop
+  int shortage = 0;   // errno of a shortage that ends the export here
   uint64_t entries = 0;
   // Under the walk's mutex: 0 waiting, 1 being read, 2 read.
   int state = 0;
@@ -170,12 +176,19 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     if (fd < 0 && f.path.size() < PATH_MAX) fd = -errno;
   }
   if (fd < 0) {
-    f.readError = -fd;
+    if (isShortage(-fd))
+      f.shortage = -fd;
+    else
+      f.readError = -fd;
     return;
   }
   std::string& text = f.text;
   const DirReader::Result result = reader.read(fd, [&](DirEntry& e) {
     const struct statx* sx = e.stat();
+    if (e.error() == ENOMEM) {
+      f.shortage = ENOMEM;
+      return false;
+    }
     if (!sx) return true;  // gone since the listing
     const std::string_view name = e.name();
     ++f.entries;
@@ -201,6 +214,10 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     if (sx->stx_nlink > 1) text += ",\"hlnkc\":true";
     if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
     if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
+    if (e.error() == ENOMEM) {
+      f.shortage = ENOMEM;
+      return false;
+    }
     text.push_back('}');
     return true;
   }, stop_, FolderWalk::kStop);
@@ -212,7 +229,10 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     if (!f.cuts.empty()) openFolders_.fetch_sub(1, std::memory_order_relaxed);
     ::close(fd);
   }
-  if (result.end == DirReader::End::Failed) f.readError = result.error;
+  if (result.end == DirReader::End::Failed && isShortage(result.error))
+    f.shortage = result.error;
+  else if (result.end == DirReader::End::Failed)
+    f.readError = result.error;
   if (result.end == DirReader::End::Stopped) f.readError = -1;
 }
 
@@ -305,7 +325,12 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
     out.put(head);
   }
   std::vector<std::thread> pool;
-  for (int i = 1; i < threads_; ++i) pool.emplace_back([this] { workerLoop(); });
+  try {
+    for (int i = 1; i < threads_; ++i) pool.emplace_back([this] { workerLoop(); });
+  } catch (const std::system_error&) {
+    // Fewer workers than asked for: the writer reads what they do not, and the text is the same.
+  } catch (const std::bad_alloc&) {
+  }
 
   struct Frame {
     std::shared_ptr<Folder> folder;
@@ -327,9 +352,14 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
   };
   open(root);
   bool stopped = false;
+  std::string shortage;  // what ran out, and where
   while (!frames.empty() && !out.error()) {
     Frame& top = frames.back();
     Folder& f = *top.folder;
+    if (f.shortage) {
+      shortage = f.path + ": " + systemErrorText(f.shortage);
+      break;
+    }
     if (f.readError < 0) {
       stopped = true;
       break;
@@ -360,6 +390,10 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
   }
   work_.notify_all();
   for (auto& t : pool) t.join();
+  if (!shortage.empty()) {
+    result.error = shortage;
+    return result;
+  }
   if (stopped || stopped_()) {
     result.error = root->path + ": " + systemErrorText(ECANCELED);
     return result;

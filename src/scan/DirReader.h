@@ -8,6 +8,7 @@
 // an automount and never waits on a network or FUSE server for fresh attributes.
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <dirent.h>
 #include <fcntl.h>
@@ -34,10 +35,14 @@ class DirEntry {
   bool isLink() const { return type_ == DT_LNK; }
 
   // The entry's own attributes (of a link, the link itself) with the fields the reader asks for;
-  // nullptr when the entry is gone since the listing. At most one system call per entry.
+  // nullptr when the entry is gone since the listing (or see error()). At most one system call
+  // per entry.
   const struct statx* stat() {
     if (!haveStat_) {
-      if (::statx(dirFd_, name_, AT_SYMLINK_NOFOLLOW | kStatxQuiet, mask_, &sx_) != 0) return nullptr;
+      if (::statx(dirFd_, name_, AT_SYMLINK_NOFOLLOW | kStatxQuiet, mask_, &sx_) != 0) {
+        error_ = errno;
+        return nullptr;
+      }
       haveStat_ = true;
     }
     return &sx_;
@@ -51,12 +56,17 @@ class DirEntry {
   // The mount the entry lies on, without entering or opening it; 0 when the entry is gone.
   uint64_t mountId() const;
 
+  // Why the last question about this entry had no answer (errno), 0 when all were answered. A
+  // reader tells "gone" from "no memory" by it: the latter must not pass as a missing entry.
+  int error() const { return error_; }
+
  private:
   friend class DirReader;
   int dirFd_ = -1;
   unsigned type_ = DT_UNKNOWN;
   unsigned mask_ = 0;
   bool haveStat_ = false;
+  mutable int error_ = 0;
   const char* name_ = nullptr;
   struct statx sx_;
 };
@@ -100,11 +110,16 @@ class DirReader {
         e.name_ = name;
         e.type_ = d->d_type;
         e.haveStat_ = false;
+        e.error_ = 0;
         e.mask_ = mask_;
         if (e.type_ == DT_UNKNOWN) {
           // The file system does not tell types in its listing: ask once, for everything.
           e.mask_ |= STATX_MNT_ID;
-          if (!e.stat()) continue;  // gone since the listing
+          if (!e.stat()) {
+            // Gone since the listing; no memory to ask is not an entry that is gone.
+            if (e.error_ == ENOMEM) return {End::Failed, ENOMEM};
+            continue;
+          }
           e.type_ = IFTODT(e.sx_.stx_mode);
         }
         if (!onEntry(e)) return {End::Cut, 0};

@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -35,13 +36,23 @@ bool checkedAdd(int64_t& sum, int64_t value) {
   return true;
 }
 
-// Opens that fail for want of descriptors or memory: a failure of the run, not an unreadable folder.
+// Calls that fail for want of descriptors or memory: a failure of the run, not an unreadable
+// folder nor an entry that is gone.
 bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 WalkFailure::Kind shortageKind(int error) {
   return error == ENOMEM ? WalkFailure::Kind::OutOfMemory : WalkFailure::Kind::OutOfDescriptors;
 }
-WalkFailure::Kind readKind(int error) {
-  return error == ENOMEM ? WalkFailure::Kind::OutOfMemory : WalkFailure::Kind::ReadError;
+
+// Starts a thread; false when the system has none to give (the walk then does with fewer).
+template <class Fn>
+bool startThread(std::vector<std::thread>& pool, Fn&& fn) {
+  try {
+    pool.emplace_back(std::forward<Fn>(fn));
+    return true;
+  } catch (const std::system_error&) {
+  } catch (const std::bad_alloc&) {
+  }
+  return false;
 }
 
 uint64_t mountIdOf(int fd) {
@@ -225,9 +236,13 @@ void FolderWalk::fail(const Dir* d, std::string_view name, WalkFailure::Kind kin
 // An open that failed for want of descriptors or memory cuts the folder and is told once per
 // walk; any other failure makes an unreadable folder, which is a folder of 0 bytes.
 void FolderWalk::openFailed(Dir* d, int error) {
-  if (!isShortage(error)) return;
+  if (isShortage(error)) shortage(d, {}, error);
+}
+
+void FolderWalk::shortage(Dir* d, std::string_view name, int error) {
   d->interrupted = true;
-  if (!shortReported_.exchange(true, std::memory_order_relaxed)) fail(d, {}, shortageKind(error), error);
+  if (!shortReported_.exchange(true, std::memory_order_relaxed))
+    fail(d, name, shortageKind(error), error);
 }
 
 // Folders kept open for their subfolders get what RLIMIT_NOFILE leaves: the soft limit less the
@@ -314,7 +329,9 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   rootArena_ = std::make_unique<Arena>();
   root_ = rootArena_->newDir("", 0);
   root_->mountId = checkMounts_ ? mountIdOf(rootFd_) : 0;
-  const int fd = ::dup(rootFd_);
+  // A statx of an open folder fails only for want of memory; with no mount to compare, every
+  // subfolder would pass for a junction.
+  const int fd = checkMounts_ && root_->mountId == 0 ? (errno = ENOMEM, -1) : ::dup(rootFd_);
   if (fd >= 0) {
     first.current.store(root_, std::memory_order_release);
     enumerate(first, root_, fd);
@@ -325,23 +342,27 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   finishOwn(first, root_);
 
   std::vector<std::thread> pool;
-  for (int i = 0; i < threads; ++i) pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
+  for (int i = 0; i < threads; ++i)
+    if (!startThread(pool, [this, i] { workerLoop(*workers_[i]); })) break;
+  // Not one worker to be had: this thread walks alone, and the result is the same.
+  if (pool.empty()) workerLoop(*workers_[0]);
+  bool grow = true;
   const double cores = std::max(1u, std::thread::hardware_concurrency());
   int64_t cpu = processCpuMicros();
   auto at = std::chrono::steady_clock::now();
   std::unique_lock lock(queueMutex_);
   while (!queue_->done) {
     queue_->finished.wait_for(lock, std::chrono::milliseconds(20));
-    if (queue_->done || static_cast<int>(pool.size()) >= maxThreads) continue;
+    if (queue_->done || !grow || static_cast<int>(pool.size()) >= maxThreads) continue;
     const auto now = std::chrono::steady_clock::now();
     const int64_t nowCpu = processCpuMicros();
     const double wall = std::chrono::duration<double, std::micro>(now - at).count();
     const bool waiting = queue_->stack.size() > pool.size();
     if (waiting && nowCpu - cpu < 0.5 * cores * wall) {
       lock.unlock();
-      for (int k = 0; k < 2 && static_cast<int>(pool.size()) < maxThreads; ++k) {
+      for (int k = 0; k < 2 && grow && static_cast<int>(pool.size()) < maxThreads; ++k) {
         const int i = static_cast<int>(pool.size());
-        pool.emplace_back([this, i] { workerLoop(*workers_[i]); });
+        grow = startThread(pool, [this, i] { workerLoop(*workers_[i]); });
       }
       lock.lock();
     }
@@ -438,7 +459,11 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
         // Another mount below the source is known by name, before anything opens it: shown like
         // a link to a folder, never entered.
         const uint64_t id = e.mountId();
-        if (id == 0) return true;  // gone since the listing
+        if (id == 0) {
+          if (e.error() != ENOMEM) return true;  // gone since the listing
+          shortage(d, e.name(), ENOMEM);
+          return false;
+        }
         junction = id != d->mountId;
         if (junction && noLinks) return true;
       }
@@ -450,6 +475,10 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       return true;
     }
     const struct statx* sx = e.stat();
+    if (e.error() == ENOMEM) {  // this entry or its link's target could not be looked at
+      shortage(d, e.name(), ENOMEM);
+      return false;
+    }
     if (!sx) return true;  // gone since the listing
     const auto size = static_cast<int64_t>(sx->stx_size);
     if (!checkedAdd(d->ownBytes, size)) {
@@ -473,10 +502,16 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     }
     return true;
   }, &stop_, kStop);
-  if (read.end != DirReader::End::Complete) {
-    // Stopped, cut by an overflow, or a listing that failed half way: what was read counts.
+  if (read.end == DirReader::End::Failed && read.error == ENOENT) {
+    // The folder was taken away while it was read: it was emptied first, so what was read is
+    // all it held. Not a failure, and not cut.
+  } else if (read.end == DirReader::End::Failed && isShortage(read.error)) {
+    shortage(d, {}, read.error);
+  } else if (read.end != DirReader::End::Complete) {
+    // Stopped, cut by an overflow or a shortage, or a listing that failed half way: what was
+    // read counts.
     d->interrupted = true;
-    if (read.end == DirReader::End::Failed) fail(d, {}, readKind(read.error), read.error);
+    if (read.end == DirReader::End::Failed) fail(d, {}, WalkFailure::Kind::ReadError, read.error);
   }
 
   // Make the children. Jobs go on the stack; junctions are finished on the spot. The folders
@@ -643,6 +678,10 @@ WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const st
   const DirReader::Result read = reader.read(fd, [&](DirEntry& e) {
     if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
     const struct statx* sx = e.stat();
+    if (e.error() == ENOMEM) {
+      report(e.name(), WalkFailure::Kind::OutOfMemory, ENOMEM);
+      return false;
+    }
     if (!sx) return true;  // gone since the listing
     if (!checkedAdd(out.ownBytes, static_cast<int64_t>(sx->stx_size))) {
       report(e.name(), WalkFailure::Kind::SumOverflow, 0);
@@ -652,10 +691,15 @@ WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const st
     return true;
   }, &stopWord, kStop);
   ::close(fd);
-  if (read.end != DirReader::End::Complete) {
+  if (read.end == DirReader::End::Failed && read.error == ENOENT) {
+    // Taken away while it was read: what was read is all it held.
+  } else if (read.end != DirReader::End::Complete) {
     out.interrupted = true;
-    if (read.end == DirReader::End::Failed) report("", readKind(read.error), read.error);
+    if (read.end == DirReader::End::Failed)
+      report("", isShortage(read.error) ? shortageKind(read.error) : WalkFailure::Kind::ReadError,
+             read.error);
   }
+
   out.total.size = out.ownBytes;
   out.total.files = out.ownFiles;
   return out;

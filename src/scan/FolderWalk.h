@@ -20,10 +20,13 @@
 // Hostile file systems: a subfolder on another mount is recognised by a statx of its name before
 // anything opens it, so a dead network or FUSE mount or an automount below the folder is a
 // junction that is never touched; links are resolved without syncing or automounting. A sum that
-// would overflow keeps its last value and is reported. An open that fails for want of descriptors
-// or memory is reported (once per walk) and cuts the folder like a stop, as does a listing that
-// fails half way (reported as a read error). The walk keeps at most as
-// many folders open as RLIMIT_NOFILE leaves it. Paths may be of any length.
+// would overflow keeps its last value and is reported. Any call that fails for want of
+// descriptors or memory (an open, a listing, a statx of an entry) is reported (once per walk) and
+// cuts the folder like a stop, as does a listing that fails half way (reported as a read error);
+// it never passes for an unreadable folder or an entry that is gone. A folder taken away while it
+// is read is no failure: what was read counts, and its sums stay those of its rows. With no
+// thread to be had the walk reads on the calling thread. The walk keeps at most as many folders
+// open as RLIMIT_NOFILE leaves it. Paths may be of any length.
 //
 // Report_ScanFolders() touches only its arguments, the stop word, the walk's own members and the
 // sink (no globals): an owner may leave a walk blocked in the kernel to finish on its own later,
@@ -142,6 +145,7 @@ class FolderWalk {
   int openDir(Dir* d);
   int openFromRoot(Dir* d);
   void openFailed(Dir* d, int error);
+  void shortage(Dir* d, std::string_view name, int error);
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <sys/resource.h>
+#include <system_error>
 #include <unistd.h>
 
 #include "failure/FailureReport.h"
@@ -111,7 +112,7 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   if (job != Job::FilesRescan) run->walk = std::make_unique<FolderWalk>(o, *stop);
   run_ = run;
   const bool yieldToOwner = async_;
-  thread_ = std::thread([run, job, path, stop, yieldToOwner] {
+  auto body = [run, job, path, stop, yieldToOwner] {
     // Beside a window the walk gives way: its workers inherit this, and the user-interface
     // thread gets the cores whenever it has something to do.
     if (yieldToOwner) ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
@@ -122,7 +123,26 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
     run->done = true;
     run->changed.notify_all();
     if (ScanDriver* o = run->owner) QMetaObject::invokeMethod(o, [o] { o->onWalkDone(); }, Qt::QueuedConnection);
-  });
+  };
+  try {
+    thread_ = std::thread(body);
+    return;
+  } catch (const std::system_error&) {
+  } catch (const std::bad_alloc&) {
+  }
+  // No thread to be had. A run that waits anyway walks on this thread; beside a window that
+  // would freeze it, so there the folder is a failure, never a quietly empty one.
+  if (!async_) {
+    body();
+    return;
+  }
+  std::lock_guard lock(run->mutex);
+  run->failures.push_back(WalkFailure{WalkFailure::Kind::OutOfMemory, EAGAIN, path, {}});
+  run->outcome.readable = true;
+  run->outcome.interrupted = true;
+  run->done = true;
+  run->wakeOwner();
+  QMetaObject::invokeMethod(this, [this] { onWalkDone(); }, Qt::QueuedConnection);
 }
 
 void ScanDriver::endThread() {

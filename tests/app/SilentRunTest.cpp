@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <functional>
 #include <set>
 
 #include <fcntl.h>
@@ -20,15 +21,25 @@ struct Outcome {
   QString out, err;
 };
 
-// Runs the program with its own settings folder, in a German environment unless told otherwise.
-Outcome quorlane(const QStringList& args, const QString& config, const QString& lang = "de_DE.UTF-8") {
+// Runs the program with its own settings folder, in a German environment unless told otherwise;
+// with a descriptor limit, on 16 walk threads.
+Outcome quorlane(const QStringList& args, const QString& config, const QString& lang = "de_DE.UTF-8",
+                 int fdLimit = 0) {
   ensureApp();
   QProcess p;
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert("XDG_CONFIG_HOME", config);
   env.insert("LC_ALL", lang);
   p.setProcessEnvironment(env);
-  p.start(QStringLiteral(QUORLANE_BIN_PATH), args);
+  if (fdLimit > 0) {
+    env.insert("QUORLANE_THREADS", "16");
+    p.setProcessEnvironment(env);
+    p.start("sh", QStringList{"-c", QString("ulimit -n %1 && exec \"$0\" \"$@\"").arg(fdLimit),
+                              QStringLiteral(QUORLANE_BIN_PATH)} +
+                      args);
+  } else {
+    p.start(QStringLiteral(QUORLANE_BIN_PATH), args);
+  }
   EXPECT_TRUE(p.waitForFinished(60000));
   return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
           QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
@@ -120,6 +131,40 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
     EXPECT_TRUE(r.err.contains(says)) << r.err.toStdString();
   }
   EXPECT_FALSE(read(work.filePath("Quorlane/error.log")).isEmpty());
+}
+
+// Out of descriptors the run fails and says why; the report there stays as it was, and no
+// temporary file is left beside it. A limit that lets the walk through gives the whole report.
+TEST_F(SilentRun, ARunOutOfDescriptorsKeepsTheOldReport) {
+  TempDir t;
+  std::function<void(const std::string&, int)> grow = [&](const std::string& base, int depth) {
+    for (int i = 0; i < 6; ++i) {
+      const std::string sub = base + "/d" + std::to_string(i);
+      makeDir(sub);
+      makeFile(sub + "/f", 10 * depth + i + 1);
+      if (depth > 1) grow(sub, depth - 1);
+    }
+  };
+  grow(t.path(), 3);
+  const QString full = work.filePath("full.csv"), out = work.filePath("keep.csv");
+  ASSERT_EQ(quorlane({"-s0", full, q(t.path())}, work.path()).status, 0);
+  int shortages = 0;
+  for (int limit = 5; limit <= 12; ++limit) {
+    SCOPED_TRACE(limit);
+    QFile old(out);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    old.close();
+    const Outcome r = quorlane({"-s0", out, q(t.path())}, work.path(), "de_DE.UTF-8", limit);
+    if (r.status == 0) {
+      EXPECT_EQ(read(out), read(full));
+      continue;
+    }
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(read(out), "old");
+    EXPECT_EQ(QDir(work.path()).entryList(QDir::Files), (QStringList{"full.csv", "keep.csv"}));
+    shortages += r.err.contains("Zu viele offene Dateien");
+  }
+  EXPECT_GT(shortages, 0) << "no limit was low enough to test";
 }
 
 // A source longer than any path the system takes in one go is measured like any other.

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -84,7 +87,50 @@ TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
   o = quorlane({"-s", q(d / "cut.csv"), "--import", q(d / "cut.json")}, q(d / "config"));
   EXPECT_EQ(o.status, 1);
   EXPECT_TRUE(o.err.contains(QByteArray::number(file.size() / 2))) << o.err.toStdString();
+  EXPECT_EQ(o.err.count('\n'), 1) << "only the import's own failure: " << o.err.toStdString();
   EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
+  // Beside a folder that reads well it still leaves a hole: no report either.
+  o = quorlane({"-s", q(d / "cut.csv"), q(d / "tree"), "--import", q(d / "cut.json")}, q(d / "config"));
+  EXPECT_EQ(o.status, 1);
+  EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
+}
+
+// Out of descriptors the export fails and says why, the file there stays as it was, and no
+// temporary file is left. A limit that lets the walk through gives the whole export.
+TEST_F(JsonCommandLine, AnExportOutOfDescriptorsKeepsTheOldFile) {
+  std::function<void(const std::string&, int)> grow = [&](const std::string& base, int depth) {
+    for (int i = 0; i < 6; ++i) {
+      const std::string sub = base + "/d" + std::to_string(i);
+      makeDir(sub);
+      makeFile(sub + "/f", 10 * depth + i + 1);
+      if (depth > 1) grow(sub, depth - 1);
+    }
+  };
+  makeDir(d / "big");
+  grow(d / "big", 3);
+  ASSERT_EQ(quorlane({"--export", q(d / "full.json"), q(d / "big")}).status, 0);
+  const QByteArray full = read(q(d / "full.json"));
+  const QString x = q(d / "x.json");
+  int shortages = 0;
+  for (int limit = 5; limit <= 12; ++limit) {
+    SCOPED_TRACE(limit);
+    QFile old(x);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    old.close();
+    const Outcome o = run("sh", {"-c", QString("ulimit -n %1 && exec \"$0\" \"$@\"").arg(limit),
+                                 QStringLiteral(QUORLANE_BIN_PATH), "--export", x, q(d / "big")});
+    EXPECT_TRUE(QDir(q(d.path())).entryList({"x.json.*"}).isEmpty());
+    if (o.status == 0) {
+      const QByteArray got = read(x);
+      EXPECT_TRUE(got.mid(got.indexOf('\n')) == full.mid(full.indexOf('\n')))  // all but the time
+          << "differs from the export with no limit";
+      continue;
+    }
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(read(x), "old");
+    shortages += o.err.contains("Too many open files");
+  }
+  EXPECT_GT(shortages, 0) << "no limit was low enough to test";
 }
 
 TEST_F(JsonCommandLine, FailuresAndUsage) {
