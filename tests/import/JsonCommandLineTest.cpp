@@ -1,5 +1,4 @@
-// --export and --import from the command line, and the exports of the other tools that read and
-// write the format (when they are installed).
+// --export and --import from the command line, and where a report or an export may be written.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +6,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
+#include <sys/sysmacros.h>
 
 #include "TestFs.h"
 #include "import/JsonImport.h"
@@ -19,9 +19,11 @@ struct Outcome {
   QByteArray out, err;
 };
 
-Outcome run(const QString& program, const QStringList& args, const QString& config = {}) {
+Outcome run(const QString& program, const QStringList& args, const QString& config = {},
+            const QString& folder = {}) {
   ensureApp();
   QProcess p;
+  p.setWorkingDirectory(folder);
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   if (!config.isEmpty()) env.insert("XDG_CONFIG_HOME", config);
   env.insert("LC_ALL", "C.UTF-8");
@@ -32,8 +34,8 @@ Outcome run(const QString& program, const QStringList& args, const QString& conf
           p.readAllStandardError()};
 }
 
-Outcome quorlane(const QStringList& args, const QString& config = {}) {
-  return run(QStringLiteral(QUORLANE_BIN_PATH), args, config);
+Outcome quorlane(const QStringList& args, const QString& config = {}, const QString& folder = {}) {
+  return run(QStringLiteral(QUORLANE_BIN_PATH), args, config, folder);
 }
 
 QByteArray read(const QString& file) {
@@ -101,6 +103,52 @@ TEST_F(JsonCommandLine, FailuresAndUsage) {
     o = quorlane(args);
     EXPECT_EQ(o.status, 2) << args.join(' ').toStdString();
   }
+}
+
+// Where a report or an export may go: "-" is standard output, a device stays a device, and a link
+// that another user planted in a sticky world-writable folder is refused.
+TEST_F(JsonCommandLine, ReportAndExportTargets) {
+  Outcome o = quorlane({"-s1", "-", q(d / "tree")}, q(d / "config"), q(d.path()));
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  ASSERT_EQ(quorlane({"-s1", q(d / "r.csv"), q(d / "tree")}, q(d / "config")).status, 0);
+  EXPECT_TRUE(o.out.contains("tree/a\";"));  // the CSV layout
+  EXPECT_EQ(o.out, read(q(d / "r.csv")));
+
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root for a device node and another user's link";
+  // A null device of our own: were the fault back, /dev/null of the machine would be replaced.
+  const std::string null = d / "null";
+  ASSERT_EQ(::mknod(null.c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
+  for (const char* option : {"--export", "-s1"}) {
+    o = quorlane({option, q(null), q(d / "tree")}, q(d / "config"));
+    EXPECT_EQ(o.status, 0) << option << ": " << o.err.toStdString();
+    struct stat st {};
+    ASSERT_EQ(::stat(null.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISCHR(st.st_mode)) << option;
+  }
+
+  makeDir(d / "box");
+  ASSERT_EQ(::chmod((d / "box").c_str(), 01777), 0);
+  const std::string link = d / "box/r.csv", victim = d / "victim";
+  QFile v(q(victim));
+  ASSERT_TRUE(v.open(QIODevice::WriteOnly));
+  v.write("precious\n");
+  v.close();
+  ASSERT_EQ(::symlink(victim.c_str(), link.c_str()), 0);
+  ASSERT_EQ(::lchown(link.c_str(), 4242, 4242), 0);
+  for (const char* option : {"--export", "-s1"}) {
+    o = quorlane({option, q(link), q(d / "tree")}, q(d / "config"));
+    EXPECT_EQ(o.status, 1) << option;
+    EXPECT_TRUE(o.err.contains(link.c_str())) << o.err.toStdString();
+    EXPECT_EQ(read(q(victim)), "precious\n") << option;
+  }
+  // Our own link there is followed by the export as by the report, and stays a link.
+  ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+  o = quorlane({"--export", q(link), q(d / "tree")});
+  EXPECT_EQ(o.status, 0) << o.err.toStdString();
+  EXPECT_TRUE(read(q(victim)).startsWith("[1,2,"));
+  struct stat st {};
+  ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
 }
 
 }  // namespace
