@@ -1,11 +1,21 @@
-// --export and --import from the command line, and where a report or an export may be written.
+// --export and --import from the command line, where a report or an export may be written, and
+// an export stopped by a signal while its walk hangs on a dead mount.
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
+#include <csignal>
+#include <cstring>
+#include <dirent.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/inotify.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 
 #include "TestFs.h"
@@ -149,6 +159,100 @@ TEST_F(JsonCommandLine, ReportAndExportTargets) {
   struct stat st {};
   ASSERT_EQ(::lstat(link.c_str(), &st), 0);
   EXPECT_TRUE(S_ISLNK(st.st_mode));
+}
+
+// A FUSE mount whose daemon never answers: every look into it blocks in the kernel, as on a dead
+// network mount. abort() ends the connection, and with it every wait on the mount.
+struct DeadMount {
+  explicit DeadMount(const std::string& path) : at(path) {
+    fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    const std::string options =
+        "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
+    mounted = fuse >= 0 && ::mount("dead", at.c_str(), "fuse", 0, options.c_str()) == 0;
+  }
+  void abort() {
+    if (fuse >= 0) ::close(fuse);
+    fuse = -1;
+  }
+  ~DeadMount() {
+    abort();
+    if (mounted) ::umount2(at.c_str(), MNT_DETACH);
+  }
+  std::string at;
+  int fuse = -1;
+  bool mounted = false;
+};
+
+// The names in a folder, read without looking at any of them.
+QStringList names(const std::string& folder) {
+  QStringList all;
+  if (DIR* dir = ::opendir(folder.c_str())) {
+    while (const dirent* e = ::readdir(dir))
+      if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) all << e->d_name;
+    ::closedir(dir);
+  }
+  all.sort();
+  return all;
+}
+
+// Waits at most 20 s until `folder` holds a name other than `name` that contains it.
+bool waitForTemporary(const std::string& folder, const QString& name) {
+  const int watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  ::inotify_add_watch(watch, folder.c_str(), IN_CREATE);
+  QElapsedTimer clock;
+  clock.start();
+  bool found = false;
+  while (!found && clock.elapsed() < 20000) {
+    for (const QString& n : names(folder)) found = found || (n != name && n.contains(name));
+    pollfd p{watch, POLLIN, 0};
+    if (!found && ::poll(&p, 1, static_cast<int>(20000 - clock.elapsed())) > 0) {
+      char events[4096];
+      while (::read(watch, events, sizeof events) > 0) {
+      }
+    }
+  }
+  ::close(watch);
+  return found;
+}
+
+// SIGTERM and SIGINT end an export at once, even while its walk hangs in the kernel on a dead
+// mount: the temporary file goes, the old export stays, and the run ends by the signal.
+TEST_F(JsonCommandLine, AnInterruptEndsAnExportThatHangsOnADeadMount) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
+  makeDir(d / "dead");
+  for (const int sig : {SIGTERM, SIGINT}) {
+    SCOPED_TRACE(::strsignal(sig));
+    DeadMount mount(d / "dead");
+    if (!mount.mounted) GTEST_SKIP() << "FUSE cannot be mounted here";
+    QFile old(q(d / "e.json"));
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+    old.write("old export\n");
+    old.close();
+
+    const std::string program = QUORLANE_BIN_PATH, file = d / "e.json", source = d / "dead";
+    char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>("--export"),
+                    const_cast<char*>(file.c_str()), const_cast<char*>(source.c_str()), nullptr};
+    posix_spawn_file_actions_t quiet;
+    posix_spawn_file_actions_init(&quiet);
+    posix_spawn_file_actions_addopen(&quiet, 1, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    ASSERT_EQ(posix_spawn(&pid, argv[0], &quiet, nullptr, argv, environ), 0);
+    posix_spawn_file_actions_destroy(&quiet);
+
+    // The temporary file is there once the run has come to its walk, which then hangs.
+    EXPECT_TRUE(waitForTemporary(d.path(), "e.json"));
+    ::kill(pid, sig);
+    const int ended = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    pollfd p{ended, POLLIN, 0};
+    EXPECT_EQ(::poll(&p, 1, 20000), 1) << "the signal was not heeded within 20 s";
+    ::close(ended);
+    mount.abort();  // a run that did not end goes on now, and can be reaped
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << "status " << status;
+    EXPECT_EQ(read(q(d / "e.json")), "old export\n");
+    EXPECT_EQ(names(d.path()), (QStringList{"config", "dead", "e.json", "tree"}));
+  }
 }
 
 }  // namespace
