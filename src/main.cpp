@@ -18,6 +18,7 @@
 #include "app/Startup.h"
 #include "failure/FailureReport.h"
 #include "import/JsonExport.h"
+#include "output/OutputFile.h"
 #include "scan/FolderWalk.h"
 #include "support/Allocator.h"
 
@@ -69,15 +70,15 @@ int main(int argc, char** argv) {
           command.error.c_str());
       return 2;
     case ParsedCommandLine::Export: {
-      // No window, no settings: the walk writes as it goes. A closed pipe is a write error; an
-      // interrupt stops the walk, so that no temporary file is left behind.
+      // No window, no settings: the walk writes as it goes. A closed pipe is a write error. An
+      // interrupt removes the temporary file and ends the run at once, on a thread of its own:
+      // the walk may be blocked in the kernel on a dead mount, and is not waited for.
       std::signal(SIGPIPE, SIG_IGN);
-      for (const int sig : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(sig, [](int) { StopWord.store(FolderWalk::kStop); });
+      OutputFile::removeTemporaryOnInterrupt(true);
       int threads = FolderWalk::defaultThreads();
       if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
         threads = std::atoi(forced);
-      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads, &StopWord);
+      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads);
       if (r.ok) return 0;
       std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
       return 1;

@@ -17,6 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "output/OutputFile.h"
 #include "scan/DirReader.h"
 #include "scan/FileOps.h"
 #include "scan/FolderWalk.h"
@@ -418,36 +419,21 @@ ExportResult exportJson(const std::string& source, int fd, int threads, const st
 
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
                               const std::atomic<int>* stop) {
-  if (file == "-") {
-    ExportResult r = exportJson(source, STDOUT_FILENO, threads, stop);
-    if (r.writeFailed) r.error = "-: " + r.error;
-    return r;
-  }
-  std::string temp = file + ".XXXXXX";
-  const int fd = ::mkstemp(temp.data());
-  if (fd < 0) {
+  OutputFile out;
+  if (!out.open(file)) {
     ExportResult r;
-    r.error = file + ": " + systemErrorText(errno);
+    r.error = out.error();
     return r;
   }
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  ::fchmod(fd, 0666 & ~mask);
-  ExportResult r = exportJson(source, fd, threads, stop);
-  const bool written = r.ok;
-  if (r.ok && ::close(fd) != 0) {
+  ExportResult r = exportJson(source, out.fd(), threads, stop);
+  if (r.ok && !out.commit()) {
     r.ok = false;
-    r.error = file + ": " + systemErrorText(errno);
-  } else if (!written) {
-    ::close(fd);
-    if (r.writeFailed) r.error = file + ": " + r.error;
+    r.writeFailed = true;
+    r.error = out.error();
+  } else if (r.writeFailed) {
+    r.error = file + ": " + r.error;
   }
-  if (r.ok && ::rename(temp.c_str(), file.c_str()) != 0) {
-    r.ok = false;
-    r.error = file + ": " + systemErrorText(errno);
-  }
-  if (!r.ok) ::unlink(temp.c_str());
-  return r;
+  return r;  // an output not committed goes with `out`
 }
 
 }  // namespace ql

@@ -34,8 +34,9 @@ struct ExportResult {
 // `stop` (may be null) ends the walk when it holds a nonzero value.
 ExportResult exportJson(const std::string& source, int fd, int threads, const std::atomic<int>* stop = nullptr);
 
-// The same into a file: written to a temporary file beside it and renamed when complete, so the
-// file is either the old one or the whole new one. "-" writes to standard output.
+// The same into a file, by the rules of OutputFile: "-" is standard output, a pipe or a device is
+// written into, a file is written beside itself and renamed when complete (so it is either the
+// old one or the whole new one), and a link is followed only where it is safe.
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
                               const std::atomic<int>* stop = nullptr);
 

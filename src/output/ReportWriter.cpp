@@ -1,22 +1,12 @@
 #include "output/ReportWriter.h"
 
 #include <QFile>
-#include <atomic>
-#include <cerrno>
+#include <cctype>
 #include <charconv>
-#include <climits>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <fcntl.h>
 #include <limits>
-#include <sys/random.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "lang/TL.h"
-#include "support/Path.h"
+#include "output/OutputFile.h"
 
 namespace ql {
 
@@ -196,59 +186,6 @@ class Renderer {
   std::string out_;
 };
 
-// The temporary file of the report being written, for the interrupt handler: a fixed buffer, so
-// that the handler needs nothing but unlink(2).
-char g_pendingPath[PATH_MAX + 16];
-std::atomic<int> g_pending{0};
-static_assert(std::atomic<int>::is_always_lock_free);
-
-void onInterrupt(int sig) {
-  if (g_pending.load()) ::unlink(g_pendingPath);
-  ::raise(sig);  // the handler was reset on entry: the default action ends the process
-}
-
-// ".<name>.XXXXXX" beside `target`, created with O_EXCL; -1 with errno on failure.
-int createTemporary(const std::string& target, mode_t mode, std::string& tempPath) {
-  const size_t slash = target.rfind('/');
-  const std::string folder = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
-  std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-  if (name.size() > NAME_MAX - 8) name.resize(NAME_MAX - 8);
-  static const char kChars[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    unsigned char random[6];
-    if (getrandom(random, sizeof random, GRND_NONBLOCK) != sizeof random) {
-      timespec ts{};
-      clock_gettime(CLOCK_REALTIME, &ts);
-      uint64_t mix = static_cast<uint64_t>(ts.tv_nsec) * 2654435761u + static_cast<uint64_t>(getpid()) +
-                     static_cast<uint64_t>(attempt) * 40503u;
-      for (auto& r : random) r = static_cast<unsigned char>(mix >>= 5);
-    }
-    std::string suffix(6, ' ');
-    for (size_t i = 0; i < suffix.size(); ++i) suffix[i] = kChars[random[i] % (sizeof kChars - 1)];
-    tempPath = folder + '.' + name + '.' + suffix;
-    if (tempPath.size() >= sizeof g_pendingPath) {
-      errno = ENAMETOOLONG;
-      return -1;
-    }
-    const int fd = ::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  return -1;
-}
-
-bool writeAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    const ssize_t n = ::write(fd, data.data(), data.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    data.remove_prefix(static_cast<size_t>(n));
-  }
-  return true;
-}
-
 }  // namespace
 
 bool ReportWriter::isTextLayout(const std::string& fileName) {
@@ -273,58 +210,16 @@ std::string ReportWriter::render(const ReportTree& tree, const ReportSaveOptions
 bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName,
                              const ReportSaveOptions& options, QString& errorText,
                              const NumberFormat& nf) {
-  auto fail = [&](int err) {
-    errorText = QFile::decodeName(QByteArray::fromStdString(fileName)) + QStringLiteral(": ") +
-                QString::fromStdString(systemErrorText(err));
-    return false;
-  };
-  // A link stays a link: the file it points to is replaced.
-  std::string target = fileName;
-  struct stat st {};
-  if (::lstat(target.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-    if (char* real = ::realpath(target.c_str(), nullptr)) {
-      target = real;
-      std::free(real);
-    }
+  OutputFile file;
+  if (file.open(fileName)) {
+    render(tree, options, isTextLayout(fileName),
+           [&](std::string_view piece) { file.write(piece); }, nf);
+    if (file.commit()) return true;
   }
-  // A report written over an older one keeps its owner and permissions; one we may not write
-  // to stays as it is, as it would with an ordinary write.
-  const bool exists = ::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-  if (exists && ::access(target.c_str(), W_OK) != 0) return fail(errno);
-
-  std::string temp;
-  // Private until it has the old report's permissions.
-  const int fd = createTemporary(target, exists ? 0600 : 0666, temp);
-  if (fd < 0) return fail(errno);
-  std::memcpy(g_pendingPath, temp.c_str(), temp.size() + 1);
-  g_pending.store(1);
-
-  // Best effort: a file system without owners or permission bits has none to keep.
-  if (exists) {
-    [[maybe_unused]] const bool owned = ::fchown(fd, st.st_uid, st.st_gid) == 0;
-    ::fchmod(fd, st.st_mode & 07777);
-  }
-  int err = 0;
-  render(tree, options, isTextLayout(fileName),
-         [&](std::string_view piece) {
-           if (!err && !writeAll(fd, piece)) err = errno;
-         },
-         nf);
-  // On disk before it takes the old report's place; file systems without fsync are fine.
-  if (!err && ::fsync(fd) != 0 && errno != EINVAL && errno != EROFS) err = errno;
-  if (::close(fd) != 0 && !err && errno != EINTR) err = errno;
-  if (!err && ::rename(temp.c_str(), target.c_str()) != 0) err = errno;
-  if (err) ::unlink(temp.c_str());
-  g_pending.store(0);
-  return err ? fail(err) : true;
+  errorText = QFile::decodeName(QByteArray::fromStdString(file.error()));
+  return false;
 }
 
-void ReportWriter::removeTemporaryOnInterrupt() {
-  struct sigaction sa {};
-  sa.sa_handler = onInterrupt;
-  sigemptyset(&sa.sa_mask);
-  sa.sa_flags = SA_RESETHAND | SA_NODEFER;
-  for (const int sig : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(sig, &sa, nullptr);
-}
+void ReportWriter::removeTemporaryOnInterrupt() { OutputFile::removeTemporaryOnInterrupt(); }
 
 }  // namespace ql

@@ -37,8 +37,10 @@ class ReportWriter {
   // The whole report as bytes.
   static std::string render(const ReportTree& tree, const ReportSaveOptions& options,
                             bool textLayout, const NumberFormat& nf = NumberFormat::system());
-  // Writes the file; false with errorText on failure. The report goes to a new file beside the
-  // target first and replaces it only once complete, so a failure leaves the old one untouched.
+  // Writes the report to `fileName` by the rules of OutputFile: "-" is standard output (in the
+  // CSV layout), a pipe or a device is written into, a file is replaced only once the new one is
+  // complete (a failure leaves the old one untouched), and a link is followed only where it is
+  // safe. false with errorText on failure, ready to be shown.
   static bool SPEICHERN(const ReportTree& tree, const std::string& fileName,
                         const ReportSaveOptions& options, QString& errorText,
                         const NumberFormat& nf = NumberFormat::system());

@@ -1,5 +1,6 @@
 // The report file, line by line: both layouts, level limits, the current view, file rows, names
-// as bytes; and the file itself, which replaces an older report only once complete.
+// as bytes; and the file itself, which replaces an older report only once complete, is followed
+// through a link only where that is safe, and leaves a pipe or a device what it is.
 
 #include <QDir>
 #include <QFile>
@@ -7,10 +8,14 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
+#include <poll.h>
+#include <thread>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "output/ReportWriter.h"
@@ -187,6 +192,115 @@ TEST(ReportWriterDeathTest, AnInterruptRemovesTheUnfinishedFile) {
   EXPECT_EXIT(writeAndGetKilled(), testing::KilledBySignal(SIGTERM), "");
   EXPECT_EQ(readAll(file), "old report\n");
   EXPECT_EQ(entries(dir), QStringList{"r.csv"});
+}
+
+// A link is followed only where the kernel's protected-symlinks rule would follow it, whatever
+// the system's setting: one planted by another user in a sticky world-writable folder is not.
+TEST(ReportWriter, ALinkIsFollowedOnlyWhereThatIsSafe) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give links and folders to another user";
+  constexpr uid_t other = 4242;
+  struct Case {
+    const char* what;
+    mode_t folderMode;
+    uid_t folderOwner, linkOwner, secondLinkOwner;  // the second link: -1 for none
+    bool followed;
+  };
+  const Case cases[] = {
+      {"another user's link in a sticky folder", 01777, 0, other, uid_t(-1), false},
+      {"our link in a sticky folder", 01777, 0, 0, uid_t(-1), true},
+      {"another user's link in a folder that is not sticky", 0777, 0, other, uid_t(-1), true},
+      {"the folder owner's link in its sticky folder", 01777, other, other, uid_t(-1), true},
+      {"our link to another user's link in a sticky folder", 01777, 0, 0, other, false},
+  };
+  Sample s;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    QTemporaryDir dir;
+    const std::string box = dir.filePath("box").toStdString();
+    const std::string victim = dir.filePath("victim").toStdString();
+    const std::string link = box + "/report.csv", second = box + "/second";
+    ASSERT_EQ(mkdir(box.c_str(), 0755), 0);
+    ASSERT_EQ(chmod(box.c_str(), c.folderMode), 0);
+    ASSERT_EQ(chown(box.c_str(), c.folderOwner, c.folderOwner), 0);
+    std::ofstream(victim) << "precious\n";
+    ASSERT_EQ(chown(victim.c_str(), other, other), 0);
+    if (c.secondLinkOwner != uid_t(-1)) {
+      ASSERT_EQ(symlink(victim.c_str(), second.c_str()), 0);
+      ASSERT_EQ(lchown(second.c_str(), c.secondLinkOwner, c.secondLinkOwner), 0);
+      ASSERT_EQ(symlink("second", link.c_str()), 0);
+    } else {
+      ASSERT_EQ(symlink(victim.c_str(), link.c_str()), 0);
+    }
+    ASSERT_EQ(lchown(link.c_str(), c.linkOwner, c.linkOwner), 0);
+    struct stat before {}, after {};
+    ASSERT_EQ(stat(victim.c_str(), &before), 0);
+
+    QString error;
+    EXPECT_EQ(ReportWriter::SPEICHERN(s.t, link, {}, error, en), c.followed) << error.toStdString();
+    ASSERT_EQ(stat(victim.c_str(), &after), 0);
+    if (c.followed) {
+      // Replaced by a new file (not written into), with the old owner.
+      EXPECT_EQ(readAll(victim), csv(s.t, {}));
+      EXPECT_NE(after.st_ino, before.st_ino);
+      EXPECT_EQ(after.st_uid, other);
+    } else {
+      EXPECT_TRUE(error.contains(c.secondLinkOwner != uid_t(-1) ? second.c_str() : link.c_str()))
+          << error.toStdString();
+      EXPECT_EQ(readAll(victim), "precious\n");
+      EXPECT_EQ(after.st_ino, before.st_ino);
+    }
+    ASSERT_EQ(lstat(link.c_str(), &after), 0);
+    EXPECT_TRUE(S_ISLNK(after.st_mode));
+    EXPECT_EQ(entries(dir), (QStringList{"box", "victim"}));
+  }
+}
+
+// A pipe or a device gets the report as a stream and stays what it is; a reader that goes away is
+// a failure of the write, not the end of the process.
+TEST(ReportWriter, APipeOrADeviceIsWrittenInto) {
+  Sample s;
+  QTemporaryDir dir;
+  const std::string fifo = dir.filePath("fifo").toStdString();
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  QString error;
+  {
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    EXPECT_TRUE(ReportWriter::SPEICHERN(s.t, fifo, {}, error, en)) << error.toStdString();
+    std::string got(65536, '\0');
+    const ssize_t n = read(reader, got.data(), got.size());
+    got.resize(n > 0 ? size_t(n) : 0);
+    EXPECT_EQ(got, csv(s.t, {}));
+    close(reader);
+  }
+  struct stat st {};
+  ASSERT_EQ(lstat(fifo.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
+  EXPECT_EQ(entries(dir), QStringList{"fifo"});
+
+  // A null device of our own: were the fault back, /dev/null of the machine would be replaced.
+  const std::string null = dir.filePath("null").toStdString();
+  if (mknod(null.c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0) {
+    ASSERT_TRUE(ReportWriter::SPEICHERN(s.t, null, {}, error, en)) << error.toStdString();
+    ASSERT_EQ(stat(null.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISCHR(st.st_mode));
+    unlink(null.c_str());
+  }
+
+  // Megabytes of report; the reader takes the first bytes and leaves.
+  ReportTree deep;
+  uint32_t n = deep.addRoot("/r");
+  for (int i = 0; i < 1500; ++i) n = deep.addChild(n, "folder", ReportTree::IsFolder);
+  const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  bool written = true;
+  std::thread writer([&] { written = ReportWriter::SPEICHERN(deep, fifo, {}, error, en); });
+  pollfd p{reader, POLLIN, 0};
+  EXPECT_EQ(poll(&p, 1, 20000), 1);
+  close(reader);
+  writer.join();
+  EXPECT_FALSE(written);
+  EXPECT_TRUE(error.contains("fifo: Broken pipe")) << error.toStdString();
 }
 
 }  // namespace
