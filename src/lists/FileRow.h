@@ -36,6 +36,7 @@ struct FileRow {
   int64_t modified = 0;  // seconds since the epoch
   int64_t created = -1;  // -1: the file system keeps no birth time
   int64_t accessed = 0;
+  uint64_t inode = 0;  // from the folder read, checked before a change; 0 when not known
 };
 
 // Attribute letters: "S" not a regular file, "H" hidden (a name beginning with "."), "R" the

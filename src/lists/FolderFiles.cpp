@@ -10,15 +10,17 @@
 
 namespace ql {
 
-FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop) {
+FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop,
+                              const std::string& root) {
   FolderListing out;
   out.folder = folder;
-  const int fd = openFolderPath(folder);
+  const int fd = root.empty() ? openFolderPath(folder) : openFoundFolder(foundBelow(root, folder));
   if (fd < 0) {
     out.error = -fd;
     return out;
   }
-  DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS);
+  DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS |
+                   STATX_INO);
   const DirReader::Result r = reader.read(fd, [&](DirEntry& e) {
     if (stop.load(std::memory_order_relaxed)) return false;
     if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
@@ -27,6 +29,7 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     FileRow row;
     row.name = e.name();
     row.size = static_cast<int64_t>(sx->stx_size);
+    row.inode = sx->stx_ino;
     row.modified = sx->stx_mtime.tv_sec;
     row.accessed = sx->stx_atime.tv_sec;
     row.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
@@ -57,15 +60,16 @@ FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {
 
 FolderFilesReader::~FolderFilesReader() { cancel(); }
 
-void FolderFilesReader::start(const std::string& folder, const RowOrder& order) {
+void FolderFilesReader::start(const std::string& folder, const RowOrder& order,
+                              const std::string& root) {
   cancel();
   auto job = std::make_shared<Job>();
   job->owner = this;
   job_ = job;
   // Detached: a folder on a dead network mount may keep its read in the kernel for long; the
   // job lives on with the thread, and its result goes nowhere once cancelled.
-  std::thread([job, folder, order] {
-    FolderListing listing = readFolderFiles(folder, job->stop);
+  std::thread([job, folder, order, root] {
+    FolderListing listing = readFolderFiles(folder, job->stop, root);
     listing.order = freshOrder(listing.rows, order);
     std::lock_guard lock(job->mutex);
     job->listing = std::move(listing);

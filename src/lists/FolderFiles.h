@@ -28,8 +28,10 @@ struct FolderListing {
 };
 
 // Reads the files of `folder` (a path of any length, bytes). Folders and links to folders are
-// passed over. `stop` set ends the read at the next entry.
-FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop);
+// passed over. `stop` set ends the read at the next entry. With `root` (the source the folder was
+// found below) the folder is reached as a FoundPath: no link or other mount on the way below it.
+FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop,
+                              const std::string& root = {});
 
 class FolderFilesReader : public QObject {
   Q_OBJECT
@@ -39,7 +41,7 @@ class FolderFilesReader : public QObject {
 
   // Starts reading; a read under way is cancelled and its result never delivered. The rows come
   // sorted in `order`.
-  void start(const std::string& folder, const RowOrder& order);
+  void start(const std::string& folder, const RowOrder& order, const std::string& root = {});
   // Ends the read under way early; its rows read so far are delivered.
   void stop();
   // Forgets the read under way.

@@ -7,6 +7,7 @@
 #include <unordered_set>
 #include <limits.h>
 #include <linux/fs.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -76,22 +77,24 @@ int openFolderHandle(const std::string& path) { return openFolder(path, O_PATH);
 
 int probePath(const std::string& path) { return probe(path, AT_SYMLINK_NOFOLLOW); }
 
-std::string renameNoReplace(const std::string& from, const std::string& to) {
-  if (::syscall(SYS_renameat2, AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-    return {};
-  if (errno != EINVAL && errno != ENOSYS) return systemErrorText(errno);
+int renameNoReplaceAt(int fromDir, const char* from, int toDir, const char* to) {
+  if (::syscall(SYS_renameat2, fromDir, from, toDir, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
   // A file system that cannot promise it: a file is linked and unlinked, a folder is renamed
   // only when nothing of the new name is there.
   struct stat st;
-  if (::lstat(from.c_str(), &st) != 0) return systemErrorText(errno);
+  if (::fstatat(fromDir, from, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
   if (!S_ISDIR(st.st_mode)) {
-    if (::link(from.c_str(), to.c_str()) != 0) return systemErrorText(errno);
-    if (::unlink(from.c_str()) != 0) return systemErrorText(errno);
-    return {};
+    if (::linkat(fromDir, from, toDir, to, 0) != 0) return errno;
+    return ::unlinkat(fromDir, from, 0) == 0 ? 0 : errno;
   }
-  if (::lstat(to.c_str(), &st) == 0) return systemErrorText(EEXIST);
-  if (::rename(from.c_str(), to.c_str()) != 0) return systemErrorText(errno);
-  return {};
+  if (::fstatat(toDir, to, &st, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return ::renameat(fromDir, from, toDir, to) == 0 ? 0 : errno;
+}
+
+std::string renameNoReplace(const std::string& from, const std::string& to) {
+  const int err = renameNoReplaceAt(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
+  return err ? systemErrorText(err) : std::string();
 }
 
 bool createPath(const std::string& path, std::string& errorText) {
@@ -177,6 +180,92 @@ int removeIn(int dir, const char* name, int flags, bool force) {
   return ::unlinkat(dir, name, flags) == 0 ? 0 : errno;
 }
 
+uint64_t mountOfFd(int fd) {
+  struct statx sx;
+  if (::statx(fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &sx) != 0) return 0;
+  return mountIdFrom(sx);
+}
+
+// The names of `rest`, or false when one of them is "." or "..": the scan never finds those.
+bool splitNames(const std::string& rest, std::vector<std::string>& names) {
+  size_t pos = 0;
+  while (pos < rest.size()) {
+    size_t end = rest.find('/', pos);
+    if (end == std::string::npos) end = rest.size();
+    if (end > pos) {
+      std::string name = rest.substr(pos, end - pos);
+      if (name == "." || name == "..") return false;
+      names.push_back(std::move(name));
+    }
+    pos = end + 1;
+  }
+  return true;
+}
+
+// Set once the kernel has said it has no openat2 (or a filter refuses it): then name by name.
+std::atomic<bool> noOpenat2{false};
+
+// Goes down `names` from the folder `fd` (which it closes), never through a link and never onto
+// another mount. The handle of the last folder, or -errno; -EXDEV for a link or another mount.
+int walkDown(int fd, const std::vector<std::string>& names, size_t count) {
+  uint64_t mount = 0;
+  size_t i = 0;
+  while (i < count) {
+    if (!noOpenat2.load(std::memory_order_relaxed)) {
+      // As many names in one call as fit the path limit; the kernel checks every step.
+      std::string chunk = names[i];
+      size_t j = i + 1;
+      while (j < count && chunk.size() + 1 + names[j].size() < PATH_MAX) chunk += '/' + names[j++];
+      open_how how{};
+      how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+      how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_NO_XDEV;
+      const int next =
+          static_cast<int>(::syscall(SYS_openat2, fd, chunk.c_str(), &how, sizeof how));
+      if (next >= 0) {
+        ::close(fd);
+        fd = next;
+        i = j;
+        continue;
+      }
+      const int err = errno;
+      if (err != ENOSYS && err != EPERM) {
+        ::close(fd);
+        return -(err == ELOOP ? EXDEV : err);
+      }
+      noOpenat2.store(true, std::memory_order_relaxed);
+    }
+    if (mount == 0) mount = mountOfFd(fd);
+    const char* name = names[i].c_str();
+    const int next = ::openat(fd, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (next < 0) {
+      int err = errno;
+      struct stat st;
+      // A link met with O_NOFOLLOW and O_DIRECTORY answers "not a directory".
+      if (err == ELOOP || (err == ENOTDIR && ::fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                           S_ISLNK(st.st_mode)))
+        err = EXDEV;
+      ::close(fd);
+      return -err;
+    }
+    ::close(fd);
+    if (mountOfFd(next) != mount) {
+      ::close(next);
+      return -EXDEV;
+    }
+    fd = next;
+    ++i;
+  }
+  return fd;
+}
+
+// 0 when `name` in `dir` is the inode `inode`, ESTALE when it is another, else the errno.
+int sameInode(int dir, const std::string& name, uint64_t inode) {
+  struct statx sx;
+  if (::statx(dir, name.c_str(), AT_SYMLINK_NOFOLLOW | kStatxQuiet, STATX_INO, &sx) != 0)
+    return errno;
+  return sx.stx_ino == inode ? 0 : ESTALE;
+}
+
 // Opens a folder below `dir` for reading, never through a link. With `force`, a folder the user
 // owns but may not read gets owner permissions first. The descriptor, or -errno.
 int openBelow(int dir, const char* name, bool force) {
@@ -194,12 +283,6 @@ int openBelow(int dir, const char* name, bool force) {
   return fd >= 0 ? fd : -errno;
 }
 
-uint64_t mountOfFd(int fd) {
-  struct statx sx;
-  if (::statx(fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &sx) != 0) return 0;
-  return mountIdFrom(sx);
-}
-
 // One folder on the way down.
 struct Level {
   int fd = -1;                           // -1 while parked to keep the open descriptors few
@@ -215,8 +298,12 @@ constexpr size_t kOpenLevels = 64;
 
 class TreeDelete {
  public:
-  TreeDelete(std::string path, bool force, const std::atomic<int>* stop, int stopValue)
-      : path_(std::move(path)), force_(force), stop_(stop), stopValue_(stopValue) {}
+  TreeDelete(const FoundPath& found, bool force, const std::atomic<int>* stop, int stopValue)
+      : found_(found),
+        path_(bare(found.full())),
+        force_(force),
+        stop_(stop),
+        stopValue_(stopValue) {}
 
   FolderDeleteResult run() {
     start();
@@ -224,28 +311,33 @@ class TreeDelete {
     for (Level& l : stack_)
       if (l.fd >= 0) ::close(l.fd);
     stack_.clear();
-    if (!result_.ok && result_.mountsRefused.empty() && !stopped_ && probePath(path_) == ENOENT) {
+    struct stat st;
+    if (!result_.ok && result_.mountsRefused.empty() && !stopped_ && parent_ >= 0 &&
+        ::fstatat(parent_, name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
       result_.ok = true;  // gone anyway
       result_.errors.clear();
     }
+    if (parent_ >= 0) ::close(parent_);
     return std::move(result_);
   }
 
  private:
   void start() {
-    int dir = -1;
-    std::string name;
     if (path_ == "/") {
       refuseMount(path_);
       return;
     }
-    if (const int err = openContaining(path_, dir, name)) {
-      addError(result_.errors, failureText(path_, err));
+    // The folder that holds the start stays open to the end: the emptied folder goes from there.
+    const int dir = openFoundParent(found_, name_);
+    if (dir < 0) {
+      result_.redirected = dir == -EXDEV;
+      addError(result_.errors, foundFailureText(path_, -dir));
       return;
     }
+    parent_ = dir;
+    const char* name = name_.c_str();
     struct statx sx;
-    if (::statx(dir, name.c_str(), AT_SYMLINK_NOFOLLOW | kStatxQuiet,
-                STATX_TYPE | STATX_MNT_ID, &sx) != 0) {
+    if (::statx(dir, name, AT_SYMLINK_NOFOLLOW | kStatxQuiet, STATX_TYPE | STATX_MNT_ID, &sx) != 0) {
       addError(result_.errors, failureText(path_, errno));
     } else if (S_ISLNK(sx.stx_mode)) {
       addError(result_.errors,
@@ -257,7 +349,7 @@ class TreeDelete {
     } else if (isMountRoot(dir, sx)) {
       refuseMount(path_);
     } else {
-      const int fd = openBelow(dir, name.c_str(), force_);
+      const int fd = openBelow(dir, name, force_);
       if (fd < 0) {
         addError(result_.errors, failureText(path_, -fd));
       } else if ((mount_ = mountOfFd(fd)) != mountIdFrom(sx)) {
@@ -267,7 +359,6 @@ class TreeDelete {
         push(fd, std::string());
       }
     }
-    ::close(dir);
   }
 
   static bool isMountRoot(int dir, const struct statx& sx) {
@@ -389,13 +480,7 @@ class TreeDelete {
     if (stack_.empty()) {
       ::close(done.fd);
       if (!emptied) return true;
-      int dir = -1;
-      std::string name;
-      int err = openContaining(path_, dir, name);
-      if (!err) {
-        err = removeIn(dir, name.c_str(), AT_REMOVEDIR, force_);
-        ::close(dir);
-      }
+      const int err = removeIn(parent_, name_.c_str(), AT_REMOVEDIR, force_);
       if (err && err != ENOENT)
         addError(result_.errors, failureText(path_, err));
       else
@@ -430,7 +515,10 @@ class TreeDelete {
     return true;
   }
 
-  const std::string path_;
+  const FoundPath found_;
+  const std::string path_;  // for messages
+  int parent_ = -1;         // the folder that holds the start
+  std::string name_;        // the start's name there
   const bool force_;
   const std::atomic<int>* stop_;
   const int stopValue_;
@@ -444,24 +532,122 @@ class TreeDelete {
 }  // namespace
 
 std::string deleteFile(const std::string& path, bool force) {
-  int dir = -1;
+  return deleteFile(FoundPath{path, {}}, force);
+}
+
+std::string deleteFile(const FoundPath& path, bool force, uint64_t inode) {
   std::string name;
-  int err = openContaining(path, dir, name);
-  if (!err) {
-    err = removeIn(dir, name.c_str(), 0, force);
-    ::close(dir);
-  }
-  return err == 0 || err == ENOENT ? std::string() : failureText(path, err);
+  const int dir = openFoundParent(path, name);
+  if (dir < 0) return -dir == ENOENT ? std::string() : foundFailureText(path.full(), -dir);
+  int err = inode ? sameInode(dir, name, inode) : 0;
+  if (!err) err = removeIn(dir, name.c_str(), 0, force);
+  ::close(dir);
+  if (err == ESTALE) return replacedFileText(path.full());
+  return err == 0 || err == ENOENT ? std::string() : failureText(path.full(), err);
 }
 
 FolderDeleteResult deleteFolderTree(const std::string& path, bool force, const std::atomic<int>* stop,
                                     int stopValue) {
-  if (path.empty()) {
+  return deleteFolderTree(FoundPath{path, {}}, force, stop, stopValue);
+}
+
+FolderDeleteResult deleteFolderTree(const FoundPath& path, bool force, const std::atomic<int>* stop,
+                                    int stopValue) {
+  if (path.root.empty() && path.rest.empty()) {
     FolderDeleteResult r;
-    r.errors = failureText(path, ENOENT);
+    r.errors = failureText(path.root, ENOENT);
     return r;
   }
-  return TreeDelete(bare(path), force, stop, stopValue).run();
+  return TreeDelete(path, force, stop, stopValue).run();
+}
+
+std::string renameNoReplace(const FoundPath& from, const std::string& newName, uint64_t inode) {
+  if (newName.empty() || newName == "." || newName == ".." ||
+      newName.find('/') != std::string::npos)
+    return systemErrorText(EINVAL);
+  std::string name;
+  const int dir = openFoundParent(from, name);
+  if (dir < 0) return -dir == EXDEV ? foundFailureText(from.full(), EXDEV) : systemErrorText(-dir);
+  int err = inode ? sameInode(dir, name, inode) : 0;
+  if (!err) err = renameNoReplaceAt(dir, name.c_str(), dir, newName.c_str());
+  ::close(dir);
+  if (err == ESTALE) return replacedFileText(from.full());
+  return err ? systemErrorText(err) : std::string();
+}
+
+std::string FoundPath::full() const {
+  return rest.empty() ? root : joinPath(root, rest);
+}
+
+FoundPath foundBelow(const std::string& root, const std::string& path) {
+  const std::string r = bare(root);
+  if (path == r || path == r + "/") return {r, {}};
+  if (r == "/" && path.size() > 1 && path[0] == '/') return {r, path.substr(1)};
+  if (!r.empty() && path.size() > r.size() + 1 && path.compare(0, r.size(), r) == 0 &&
+      path[r.size()] == '/')
+    return {r, path.substr(r.size() + 1)};
+  return {{}, path};
+}
+
+int openFoundParent(const FoundPath& p, std::string& name) {
+  std::vector<std::string> names;
+  if (!splitNames(p.rest, names)) return -EINVAL;
+  if (names.empty()) {  // the root itself: as given, like any path
+    int dir = -1;
+    if (p.root.empty()) return -ENOENT;
+    const int err = openContaining(p.root, dir, name);
+    return err ? -err : dir;
+  }
+  if (p.root.empty()) return -EINVAL;
+  const int root = openFolderHandle(p.root);
+  if (root < 0) return root;
+  name = names.back();
+  return walkDown(root, names, names.size() - 1);
+}
+
+int openFoundFolder(const FoundPath& p) {
+  std::string name;
+  const int dir = openFoundParent(p, name);
+  if (dir < 0) return dir;
+  int fd = ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  int err = errno;
+  if (fd < 0 && err == ENOTDIR) {
+    struct stat st;
+    if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode))
+      err = EXDEV;
+  }
+  // The root named as given may itself be a link or a mount point; below it nothing may.
+  if (fd >= 0 && !p.rest.empty() && mountOfFd(fd) != mountOfFd(dir)) {
+    ::close(fd);
+    fd = -1;
+    err = EXDEV;
+  }
+  ::close(dir);
+  return fd >= 0 ? fd : -err;
+}
+
+int statFound(const FoundPath& p, struct stat& st) {
+  std::string name;
+  const int dir = openFoundParent(p, name);
+  if (dir < 0) return -dir;
+  const int err = ::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+  ::close(dir);
+  return err;
+}
+
+std::string foundFailureText(const std::string& path, int err) {
+  if (err != EXDEV) return failureText(path, err);
+  return TL(4223,
+            "'%1' wurde nicht geändert: ein Ordner auf dem Weg dorthin ist jetzt eine symbolische "
+            "Verknüpfung oder liegt auf einem anderen Dateisystem.",
+            {QFile::decodeName(path.c_str())})
+      .toStdString();
+}
+
+std::string replacedFileText(const std::string& path) {
+  return TL(4224, "Die Datei '%1' ist nicht mehr die eingelesene und wurde nicht geändert.",
+            {QFile::decodeName(path.c_str())})
+      .toStdString();
 }
 
 std::string mountRefusedText(const std::string& path) {

@@ -140,13 +140,26 @@ bool writeAll(int fd, const std::string& text) {
   return true;
 }
 
-int renameNoReplaceAt(int fromDir, const char* from, int toDir, const char* to) {
-  if (::syscall(SYS_renameat2, fromDir, from, toDir, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  // A file system that cannot promise it: the name was free a moment ago.
-  struct stat st;
-  if (::fstatat(toDir, to, &st, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return ::renameat(fromDir, from, toDir, to) == 0 ? 0 : errno;
+// The path of the folder behind a descriptor as the kernel names it now: what a note must name,
+// since that is where the item really was. "" when it has no such name.
+std::string folderPathOf(int fd) {
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  std::string buf(PATH_MAX, '\0');
+  for (;;) {
+    const ssize_t n = ::readlink(link.c_str(), buf.data(), buf.size());
+    if (n < 0) return {};
+    if (static_cast<size_t>(n) < buf.size()) {
+      buf.resize(static_cast<size_t>(n));
+      break;
+    }
+    buf.resize(buf.size() * 2);
+  }
+  constexpr std::string_view kGone = " (deleted)";
+  if (buf.empty() || buf[0] != '/' ||
+      (buf.size() >= kGone.size() &&
+       buf.compare(buf.size() - kGone.size(), kGone.size(), kGone) == 0))
+    return {};
+  return buf;
 }
 
 }  // namespace
@@ -181,22 +194,30 @@ TrashResult moveToTrash(const std::string& path) {
     if (!::getcwd(cwd, sizeof cwd)) return failure(errno);
     item = joinPath(cwd, item);
   }
-  if (item == "/") return failure(EBUSY);
-  const std::string folder = parentOf(item);
-  const std::string name = item.substr(item.rfind('/') + 1);
-  if (name == "." || name == "..") return failure(EINVAL);
+  return moveToTrash(FoundPath{item, {}});
+}
 
-  const Fd from(openFolderHandle(folder));
-  if (from.fd < 0) return failure(-from.fd);
+TrashResult moveToTrash(const FoundPath& path, uint64_t inode) {
+  const std::string given = path.full();
+  if (given == "/") return failure(EBUSY);
+  std::string name;
+  const Fd from(openFoundParent(path, name));
+  if (from.fd < 0) return {-from.fd, foundFailureText(given, -from.fd)};
   struct statx sx;
-  if (::statx(from.fd, name.c_str(), AT_SYMLINK_NOFOLLOW | kStatxQuiet, STATX_TYPE | STATX_MNT_ID, &sx) != 0)
+  if (::statx(from.fd, name.c_str(), AT_SYMLINK_NOFOLLOW | kStatxQuiet,
+              STATX_TYPE | STATX_MNT_ID | STATX_INO, &sx) != 0)
     return failure(errno);
+  if (inode && sx.stx_ino != inode) return {ESTALE, replacedFileText(given)};
   const uint64_t mount = mountIdFrom(sx);
   // A mount point cannot be renamed away; nothing is written for it.
   if (struct statx up; ::statx(from.fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &up) != 0 ||
                        mountIdFrom(up) != mount)
     return failure(EBUSY);
 
+  // The note names the folder the item is really taken from, as the kernel reached it.
+  std::string folder = folderPathOf(from.fd);
+  if (folder.empty()) folder = parentOf(given);
+  const std::string item = joinPath(folder, name);
   std::string trash, notePath;
   if (const int err = chooseTrash(item, folder, mount, trash, notePath)) return failure(err);
   for (const char* sub : {"/files", "/info"})

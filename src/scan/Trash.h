@@ -2,7 +2,10 @@
 // The desktop's trash (the freedesktop.org layout): a file or folder is moved in with a note of
 // where it came from and when, so that the file manager can put it back. Paths are bytes.
 
+#include <cstdint>
 #include <string>
+
+#include "scan/FileOps.h"
 
 namespace ql {
 
@@ -21,6 +24,10 @@ struct TrashResult {
 // DeletionDate; then the item is renamed into files/. When the rename fails, the note goes again
 // and the error is returned. Nothing is ever copied across file systems.
 TrashResult moveToTrash(const std::string& path);
+// The same for a found path: the folder that holds the item is reached by the rules of FoundPath
+// (EXDEV with its message when a folder on the way is a link now), the note names the folder so
+// reached, and with `inode` not 0 an item of another inode is not moved (ESTALE).
+TrashResult moveToTrash(const FoundPath& path, uint64_t inode = 0);
 
 // A failure as the lists show it: the text with the code in brackets.
 std::string trashErrorText(const TrashResult& result);

@@ -219,7 +219,7 @@ void FileListPane::cbrExecute(int id) {
       case Symbols:
         model_->setShowIcons(bar_->isChecked(Symbols));
         // The file list reads its folder again, so that the icons and types are fresh.
-        if (files && folder_.size() > 1) FileList_ScanFolder(folder_, true);
+        if (files && folder_.size() > 1) FileList_ScanFolder(folder_, true, root_);
         break;
       case FullView: Q_EMIT fullViewRequested(); break;
       case Optimize:
@@ -255,17 +255,19 @@ void FileListPane::ResizeColumns() {
 
 // --- Reading a folder -------------------------------------------------------------------------
 
-void FileListPane::FileList_ScanFolder(const std::string& folder, bool force) {
+void FileListPane::FileList_ScanFolder(const std::string& folder, bool force,
+                                       const std::string& root) {
   if (kind_ != Kind::Files) return;
   const std::string path = addSlash(folder);
   if (!force && path == folder_) return;  // the same folder is not read again
   folder_ = path;
+  root_ = root.empty() ? removeSlash(path) : root;
   readOnly_ = false;
   model_->clear();
   if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();
   Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
-  reader_->start(path, model_->order());
+  reader_->start(path, model_->order(), root_);
 }
 
 void FileListPane::onReadFinished() {
@@ -280,10 +282,12 @@ void FileListPane::onReadFinished() {
                         FormatSize(model_->unit(), total, true, false, true).trimmed()}));
 }
 
-void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk) {
+void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
+                                     const std::string& root) {
   if (reader_) reader_->cancel();
   escape_->setEnabled(false);
   folder_ = addSlash(folder);
+  root_ = root.empty() ? removeSlash(folder_) : root;
   readOnly_ = !onDisk;
   int64_t total = 0;
   for (const FileRow& r : rows) total += r.size;
@@ -302,13 +306,14 @@ void FileListPane::stopReading() {
 
 void FileListPane::Filelist_Refresh() {
   if (kind_ != Kind::Files || model_->rowCount() == 0 || readOnly_) return;
-  FileList_ScanFolder(folder_, true);
+  FileList_ScanFolder(folder_, true, root_);
 }
 
 void FileListPane::clearList() {
   if (reader_) reader_->cancel();
   escape_->setEnabled(false);
   folder_.clear();
+  root_.clear();
   readOnly_ = false;
   collector_.reset();
   model_->clear();
@@ -325,8 +330,9 @@ std::shared_ptr<TopFiles> FileListPane::beginRead() {
   return collector_;
 }
 
-void FileListPane::endRead(const std::string& source) {
+void FileListPane::endRead(const std::string& source, const std::string& root) {
   if (!collector_) return;
+  root_ = root.empty() ? source : root;
   std::vector<FileRow> rows = collector_->result();
   collector_.reset();
   std::vector<uint32_t> order = freshOrder(rows, model_->order());
@@ -407,6 +413,10 @@ std::string FileListPane::pathOf(int row) const {
   return (kind_ == Kind::Files ? folder_ : r.folder) + r.name;
 }
 
+FoundPath FileListPane::foundOf(int row) const {
+  return foundBelow(root_, pathOf(row));
+}
+
 // --- Rename -----------------------------------------------------------------------------------
 
 void FileListPane::startRename() {
@@ -425,9 +435,8 @@ bool FileListPane::renameRow(int row, const QString& name) {
     warn(TL(4047, "Der Name '%1' ist nicht zulässig.", {name}));
     return false;
   }
-  const std::string folder = kind_ == Kind::Files ? folder_ : r.folder;
   std::string newName = pathBytes(name);
-  const std::string error = renameNoReplace(folder + r.name, folder + newName);
+  const std::string error = renameNoReplace(foundOf(row), newName, r.inode);
   if (!error.empty()) {
     warn(QString::fromStdString(error));
     return false;
@@ -445,11 +454,12 @@ int FileListPane::DeleteFiles(bool toTrash) {
   QApplication::setOverrideCursor(Qt::WaitCursor);
   QStringList failures;
   for (int row : rows) {
-    const std::string path = pathOf(row);
+    const FoundPath path = foundOf(row);
+    const uint64_t inode = model_->row(row).inode;
     if (toTrash) {
-      const TrashResult r = moveToTrash(path);
+      const TrashResult r = moveToTrash(path, inode);
       if (r.code != 0) failures << QString::fromStdString(trashErrorText(r));
-    } else if (const std::string error = deleteFile(path, true); !error.empty()) {
+    } else if (const std::string error = deleteFile(path, true, inode); !error.empty()) {
       failures << QString::fromStdString(error);
     }
     const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(row).folder;

@@ -22,6 +22,7 @@
 #include "lists/FileListModel.h"
 #include "lists/FolderFiles.h"
 #include "lists/TopFiles.h"
+#include "scan/FileOps.h"
 #include "ui/CommandBar.h"
 #include "ui/CommandIds.h"
 #include "ui/Guard.h"
@@ -53,12 +54,16 @@ class FileListPane : public QWidget {
   void cbrExecute(int id);
 
   // Files: shows the files of a folder (bytes, any length). The same folder is not read again
-  // unless `force`. The read runs on a worker; ESC ends it and keeps what was read.
-  void FileList_ScanFolder(const std::string& folder, bool force = false);
+  // unless `force`. The read runs on a worker; ESC ends it and keeps what was read. `root` is the
+  // source the folder was found below ("": the folder itself): the read, and every later delete,
+  // trash and rename, reach the folder from there without following a link (see FoundPath).
+  void FileList_ScanFolder(const std::string& folder, bool force = false,
+                           const std::string& root = {});
   void Filelist_Refresh();
   // Files: shows rows that come from elsewhere than the disk (an imported measurement). With
   // `onDisk` false nothing of them can be deleted, trashed or renamed.
-  void FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk);
+  void FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
+                         const std::string& root = {});
   bool readOnly() const { return readOnly_; }
   const std::string& shownFolder() const { return folder_; }
   bool reading() const { return reader_ && reader_->busy(); }
@@ -69,8 +74,8 @@ class FileListPane : public QWidget {
   // Top: a new collector for the read that is about to start; the list is emptied.
   std::shared_ptr<TopFiles> beginRead();
   // Top: the read has ended (also when stopped): its largest files are shown under a caption
-  // that names `source`.
-  void endRead(const std::string& source);
+  // that names `source`. Its rows are reached from `root`, the source of the tree ("": `source`).
+  void endRead(const std::string& source, const std::string& root = {});
   int limit() const;
 
   void StartSearch();
@@ -85,8 +90,9 @@ class FileListPane : public QWidget {
   void storeOptions(MainOptions& o) const;
   // Where messages go; a message box unless replaced (tests).
   void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
-  // The full path of a row.
+  // The full path of a row, and the same split at the source it was found below.
   std::string pathOf(int row) const;
+  FoundPath foundOf(int row) const;
   std::vector<int> selectedRowsDescending() const;
   QMenu* popupMenu();
 
@@ -132,6 +138,7 @@ class FileListPane : public QWidget {
   QShortcut* escape_ = nullptr;
   FolderFilesReader* reader_ = nullptr;
   std::string folder_;  // Files: the folder shown, with a trailing "/"; "" forces the next read
+  std::string root_;    // the source the rows were found below
   std::shared_ptr<TopFiles> collector_;
   bool fixingLimit_ = false;
   bool readOnly_ = false;  // the rows name files that are not on this machine

@@ -37,6 +37,12 @@ std::string encode(const QString& text) { return QFile::encodeName(text).toStdSt
 // The image number of an entry of the sources box; folders carry none.
 constexpr int kComboImageRole = Qt::UserRole + 1;
 std::string itemPath(const QComboBox& box, int i) { return box.itemData(i).toByteArray().toStdString(); }
+// The path of the source a node was found below: the file lists reach their files from there.
+std::string sourceOf(const ReportTree& tree, uint32_t node) {
+  while (tree.isLive(node) && !tree.isRoot(node)) node = tree.parent(node);
+  return tree.isLive(node) ? std::string(tree.text(node)) : std::string();
+}
+
 }  // namespace
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), guard_([this] { recoverControls(); }) {
@@ -239,7 +245,7 @@ void MainWindow::wireDriver() {
 }
 
 void MainWindow::endTopList(uint32_t node) {
-  top_->endRead(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string());
+  top_->endRead(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string(), sourceOf(tree_, node));
 }
 
 void MainWindow::showFolderFiles(uint32_t node) {
@@ -248,10 +254,10 @@ void MainWindow::showFolderFiles(uint32_t node) {
   const std::string path = tree_.Report_GetFullpathOfNode(node);
   // An imported folder shows the files the import holds, whether or not the folder is here.
   if (std::vector<FileRow> rows; imports_->filesOf(node, rows)) {
-    files_->FileList_ShowRows(path, std::move(rows), probePath(path) == 0);
+    files_->FileList_ShowRows(path, std::move(rows), probePath(path) == 0, sourceOf(tree_, node));
     return;
   }
-  files_->FileList_ScanFolder(path);
+  files_->FileList_ScanFolder(path, false, sourceOf(tree_, node));
 }
 
 void MainWindow::importFile(const std::string& file) {

@@ -34,6 +34,14 @@ QString decode(std::string_view bytes) {
   return QFile::decodeName(QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size())));
 }
 std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+
+// A node's path split at its source: the source as the user named it, the rest as the scan found
+// it, so that a change reaches the folder without following a link below the source.
+FoundPath foundOf(const ReportTree& tree, uint32_t node) {
+  uint32_t root = node;
+  while (!tree.isRoot(root)) root = tree.parent(root);
+  return foundBelow(std::string(tree.text(root)), tree.Report_GetFullpathOfNode(node));
+}
 }  // namespace
 
 ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard, const MainOptions& options,
@@ -312,32 +320,39 @@ void ReportPane::Report_DeleteFolder(bool toTrash) {
   const uint32_t node = selectedNode();
   if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy() || locked(node)) return;
   const std::string path = tree_.Report_GetFullpathOfNode(node);
+  const FoundPath found = foundOf(tree_, node);
   const uint64_t generation = tree_.generation();
   FolderDeleteResult result;
   bool refusedMount = false;
+  std::string refused;  // a folder on the way is a link now: nothing was touched
   Q_EMIT busyChanged(true);
   struct Done {
     ReportPane* pane;
     ~Done() { Q_EMIT pane->busyChanged(false); }
   } done{this};
+  const auto trash = [&] {
+    if (const TrashResult r = moveToTrash(found); r.code == EXDEV) refused = r.text;
+  };
   if (tree_.hasFlag(node, ReportTree::Junction)) {
     // A link to a folder goes as a link; another file system mounted here is never touched.
     struct stat st;
-    if (::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+    if (const int err = statFound(found, st); err == EXDEV) {
+      refused = foundFailureText(path, err);
+    } else if (err == 0 && S_ISLNK(st.st_mode)) {
       if (toTrash)
-        moveToTrash(path);
+        trash();
       else
-        deleteFile(path, false);
+        deleteFile(found, false);
     } else {
       refusedMount = true;
     }
   } else if (toTrash) {
-    moveToTrash(path);
+    trash();
   } else {
     auto shared = std::make_shared<std::pair<std::atomic<bool>, FolderDeleteResult>>();
     QEventLoop loop;
-    std::thread worker([shared, path, &loop] {
-      FolderDeleteResult r = deleteFolderTree(path, true);
+    std::thread worker([shared, found, &loop] {
+      FolderDeleteResult r = deleteFolderTree(found, true);
       shared->second = std::move(r);
       shared->first = true;
       QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection);
@@ -346,6 +361,11 @@ void ReportPane::Report_DeleteFolder(bool toTrash) {
     worker.join();
     result = std::move(shared->second);
     refusedMount = !result.mountsRefused.empty();
+    if (result.redirected) refused = result.errors;
+  }
+  if (!refused.empty()) {
+    warn(QString::fromStdString(refused));
+    return;  // nothing was deleted: the row stays
   }
   if (refusedMount) {
     std::vector<std::string> mounts = result.mountsRefused;
@@ -492,13 +512,7 @@ void ReportPane::warn(const QString& text) {
 bool ReportPane::renameFolder(uint32_t node, const QString& name) {
   if (!tree_.isLive(node) || tree_.isRoot(node) || tree_.hasFlag(node, ReportTree::Junction) || locked(node))
     return false;
-  const std::string parent = tree_.Report_GetFullpathOfNode(node, true, true);
-  const std::string from = parent + std::string(tree_.text(node));
-  const std::string to = parent + encode(name);
-  const std::string error = name.contains(QLatin1Char('/')) || name.isEmpty() || name == QLatin1String(".") ||
-                                    name == QLatin1String("..")
-                                ? systemErrorText(EINVAL)
-                                : renameNoReplace(from, to);
+  const std::string error = renameNoReplace(foundOf(tree_, node), encode(name));
   if (!error.empty()) {
     warn(QString::fromStdString(error));
     return false;

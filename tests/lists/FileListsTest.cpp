@@ -270,6 +270,53 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   EXPECT_FALSE(w.busy());
 }
 
+// A folder below the source is swapped for a link to a folder of the same shape after the scan:
+// the file list, the largest-files list and the report refuse every change, and the folder
+// behind the link keeps all it holds.
+TEST_F(FileListsTest, AFolderSwappedForALinkSinceTheScanIsChangedFromNoList) {
+  TempDir elsewhere;
+  ASSERT_EQ(std::system(("cp -a '" + d / "work" + "' '" + elsewhere.path() + "/'").c_str()), 0);
+  MainWindow w;
+  open(w);
+  clickFolder(w, "work");
+  FileListPane& files = w.filesPane();
+  FileListPane& top = w.topPane();
+  ASSERT_EQ(files.model().rowCount(), 3);
+  ASSERT_EQ(::rename((d / "work").c_str(), (d / "work.moved").c_str()), 0);
+  ASSERT_EQ(::symlink((elsewhere / "work").c_str(), (d / "work").c_str()), 0);
+
+  select(top, {"inner"});
+  ASSERT_EQ(top.selectedRowsDescending().size(), 1u);
+  top.bar().control(cmd::files::Trash)->trigger();
+  select(files, {"a.txt"});
+  const int row = files.selectedRowsDescending().front();
+  EXPECT_FALSE(files.model().setData(files.model().index(row, 0), "renamed.txt", Qt::EditRole));
+  files.bar().control(cmd::files::Delete)->trigger();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy() && !w.busy(); }, 5000));
+
+  const QModelIndex root = w.model().index(0, 0);
+  QModelIndex work, sub;
+  for (int r = 0; r < w.model().rowCount(root); ++r)
+    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  ASSERT_TRUE(work.isValid());
+  w.view().expand(work);
+  for (int r = 0; r < w.model().rowCount(work); ++r)
+    if (w.model().index(r, 0, work).data().toString() == "sub") sub = w.model().index(r, 0, work);
+  ASSERT_TRUE(sub.isValid());
+  const uint32_t subNode = w.model().nodeOf(sub);
+  w.view().setCurrentIndex(sub);
+  w.reportPane().Report_DeleteFolder(false);
+  EXPECT_TRUE(w.tree().isLive(subNode)) << "the row went though nothing was deleted";
+
+  EXPECT_EQ(warnings.size(), 4) << warnings.join("\n").toStdString();
+  for (const char* name : {"a.txt", "b.txt", "c.txt", "sub/inner"}) {
+    EXPECT_TRUE(exists(elsewhere / ("work/" + std::string(name)))) << name;
+    EXPECT_TRUE(exists(d / ("work.moved/" + std::string(name)))) << name;
+  }
+  EXPECT_FALSE(exists(elsewhere / "work/renamed.txt"));
+  EXPECT_FALSE(exists(data / "Trash/files/inner"));
+}
+
 // A measurement saved elsewhere: the report it gives equals a scan, its files come from the
 // import, and what is not on this machine is locked against every change.
 TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {

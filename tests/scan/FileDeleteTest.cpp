@@ -3,11 +3,20 @@
 
 #include <QByteArray>
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <cstring>
+#include <dirent.h>
 #include <fstream>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
 
 #include "TestFs.h"
 #include "scan/FileOps.h"
@@ -266,6 +275,192 @@ TEST_F(TrashTest, OtherMountUsesItsOwnTrash) {
   });
   if (out == "skip") GTEST_SKIP() << "no private mount namespace";
   EXPECT_EQ(out, "");
+}
+
+// The source is followed as the user named it, even through a link; the note names the folder the
+// item really left. A file replaced under the same name since the list read it is left alone.
+TEST_F(TrashTest, TheSourceAsNamedIsFollowedAndChecksHoldBelowIt) {
+  const std::string real = tmp / "real", named = tmp / "named";
+  makeDir(real);
+  makeDir(real + "/a");
+  makeDir(real + "/a/dir");
+  write(real + "/a/dir/x", "x");
+  write(real + "/a/file", "file");
+  write(real + "/a/f2", "f2");
+  write(real + "/a/taken", "taken");
+  ASSERT_EQ(::symlink(real.c_str(), named.c_str()), 0);
+
+  const auto trashed = moveToTrash(FoundPath{named, "a/file"});
+  ASSERT_EQ(trashed.code, 0) << trashed.text;
+  EXPECT_EQ(notedPath(tmp / "data/Trash/info/file.trashinfo"), real + "/a/file");
+  EXPECT_TRUE(deleteFolderTree(FoundPath{named, "a/dir"}, false).ok);
+  EXPECT_FALSE(exists(real + "/a/dir"));
+  EXPECT_NE(renameNoReplace(FoundPath{named, "a/f2"}, "taken"), "");
+  EXPECT_EQ(slurp(real + "/a/taken"), "taken");
+
+  struct stat st;
+  ASSERT_EQ(::stat((real + "/a/f2").c_str(), &st), 0);
+  const uint64_t read = st.st_ino;
+  write(real + "/a/other", "other");
+  ASSERT_EQ(::rename((real + "/a/other").c_str(), (real + "/a/f2").c_str()), 0);  // replaced since
+  EXPECT_NE(deleteFile(FoundPath{named, "a/f2"}, true, read), "");
+  EXPECT_NE(renameNoReplace(FoundPath{named, "a/f2"}, "f3", read), "");
+  EXPECT_EQ(moveToTrash(FoundPath{named, "a/f2"}, read).code, ESTALE);
+  EXPECT_EQ(slurp(real + "/a/f2"), "other");
+  ASSERT_EQ(::stat((real + "/a/f2").c_str(), &st), 0);
+  EXPECT_EQ(renameNoReplace(FoundPath{named, "a/f2"}, "f3", st.st_ino), "");
+  EXPECT_EQ(deleteFile(FoundPath{named, "a/f3"}, true, st.st_ino), "");
+  EXPECT_FALSE(exists(real + "/a/f3"));
+}
+
+// A racer swaps a folder on the way while a long delete runs. The delete goes on in the folder it
+// opened, and its last step, the removal of the emptied folder, goes where the folder really is,
+// not to a folder of the same name behind the link.
+TEST(FolderDelete, AFolderOnTheWaySwappedDuringTheDeleteRedirectsNothing) {
+  TempDir shm("/dev/shm");
+  TempDir disk(shm.made() ? "/nonexistent" : "/tmp");
+  const TempDir& tmp = shm.made() ? shm : disk;
+  ASSERT_TRUE(tmp.made());
+  const std::string target = tmp / "src/a/target";
+  for (const char* d : {"src", "src/a", "src/a/target", "other", "other/target"}) makeDir(tmp / d);
+  constexpr int kFiles = 20000;
+  const int fd = ::open(target.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(fd, 0);
+  for (int i = 0; i < kFiles; ++i)
+    ::close(::openat(fd, ("f" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY, 0644));
+  ::close(fd);
+  struct stat before;
+  ASSERT_EQ(::stat(target.c_str(), &before), 0);
+
+  std::atomic<bool> done{false};
+  bool raced = false;
+  std::thread racer([&] {
+    // As soon as the first file is gone: the folder's change time moves.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    struct stat now;
+    while (!done && std::chrono::steady_clock::now() < deadline &&
+           ::stat(target.c_str(), &now) == 0 && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec &&
+           now.st_mtim.tv_sec == before.st_mtim.tv_sec)
+      std::this_thread::yield();
+    ::rename((tmp / "src/a").c_str(), (tmp / "src/a.moved").c_str());
+    ::symlink((tmp / "other").c_str(), (tmp / "src/a").c_str());
+    // Files left to delete after the swap: it came in time.
+    if (DIR* d = ::opendir((tmp / "src/a.moved/target").c_str())) {
+      int seen = 0;
+      while (const dirent* e = ::readdir(d)) seen += e->d_name[0] != '.';
+      raced = seen > 0;
+      ::closedir(d);
+    }
+  });
+  const auto r = deleteFolderTree(FoundPath{tmp / "src", "a/target"}, true);
+  done = true;
+  racer.join();
+  EXPECT_TRUE(r.ok) << r.errors;
+  EXPECT_TRUE(exists(tmp / "other/target")) << "the folder behind the link was removed";
+  EXPECT_FALSE(exists(tmp / "src/a.moved/target")) << "the selected folder stayed";
+  if (!raced) GTEST_SKIP() << "the delete was through before the swap";
+}
+
+// A folder on the way to what is changed is swapped, after the scan, for a link to (or a bind
+// mount of) a folder of the same shape elsewhere: every change is refused, the other folder keeps
+// all it holds, and no trash note names anything. Once as the kernel resolves paths, once name
+// by name as on a kernel without openat2.
+TEST_F(TrashTest, AFolderOnTheWaySwappedAfterTheScanRedirectsNothing) {
+  enum class Op { FolderDelete, FileDelete, Trash, Rename };
+  struct Case {
+    Op op;
+    const char* swapped;  // the folder below the source that is replaced
+    bool bind;            // by a bind mount instead of a link
+  };
+  const std::vector<Case> cases = {
+      {Op::FolderDelete, "a", false}, {Op::FolderDelete, "a/b", false},
+      {Op::FileDelete, "a", false},   {Op::Trash, "a/b", false},
+      {Op::Rename, "a", false},       {Op::FolderDelete, "a", true},
+      {Op::FileDelete, "a/b", true},  {Op::Trash, "a", true},
+      {Op::Rename, "a/b", true},
+  };
+  const std::string src = tmp / "src", other = tmp / "other";
+  const auto run = [&](const Case& c) -> std::string {
+    if (std::system(("rm -rf '" + src + "' '" + other + "' '" + tmp / "data" + "'").c_str()) != 0)
+      return "rm";
+    for (const std::string& top : {src, other}) {
+      for (const char* d : {"", "/a", "/a/b", "/a/b/target", "/a/b/target/sub"})
+        ::mkdir((top + d).c_str(), 0755);
+      write(top + "/a/b/target/sub/f", top);
+      write(top + "/a/b/file", top);
+    }
+    const std::string swapped = src + "/" + c.swapped;
+    const std::string twin = other + "/" + c.swapped;
+    if (::rename(swapped.c_str(), (swapped + ".moved").c_str()) != 0) return "rename";
+    if (c.bind) {
+      ::mkdir(swapped.c_str(), 0755);
+      if (::mount(twin.c_str(), swapped.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+    } else if (::symlink(twin.c_str(), swapped.c_str()) != 0) {
+      return "symlink";
+    }
+    std::string bad;
+    switch (c.op) {
+      case Op::FolderDelete: {
+        const auto r = deleteFolderTree(FoundPath{src, "a/b/target"}, true);
+        if (r.ok || !r.redirected) bad += "folder delete not refused: " + r.errors + "; ";
+        break;
+      }
+      case Op::FileDelete:
+        if (deleteFile(FoundPath{src, "a/b/file"}, true).empty())
+          bad += "file delete not refused; ";
+        break;
+      case Op::Trash:
+        if (moveToTrash(FoundPath{src, "a/b/target"}).code != EXDEV) bad += "trash not refused; ";
+        if (probePath(tmp / "data/Trash/info") == 0 &&
+            ::rmdir((tmp / "data/Trash/info").c_str()) != 0)
+          bad += "a note was written; ";
+        break;
+      case Op::Rename:
+        if (renameNoReplace(FoundPath{src, "a/b/file"}, "renamed").empty())
+          bad += "rename not refused; ";
+        break;
+    }
+    if (c.bind) ::umount2(swapped.c_str(), MNT_DETACH);
+    // Both trees as they were: the other one where it is, ours where the swap moved it.
+    const std::string moved = src + "/" + c.swapped + ".moved";
+    for (const std::string rel : {"a/b/target/sub/f", "a/b/file"}) {
+      if (slurp(other + "/" + rel) != other) bad += "other " + rel + " touched; ";
+      if (slurp(moved + rel.substr(std::strlen(c.swapped))) != src)
+        bad += "ours " + rel + " touched; ";
+    }
+    return bad;
+  };
+  const auto runAll = [&]() -> std::string {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      return "no private mount namespace";
+    std::string out;
+    for (const Case& c : cases) {
+      const std::string bad = run(c);
+      if (bad == "skip") continue;
+      if (!bad.empty())
+        out += std::to_string(static_cast<int>(c.op)) + " " + c.swapped +
+               (c.bind ? " bind: " : ": ") + bad + "\n";
+    }
+    return out.empty() ? "ok" : out;
+  };
+  if (::geteuid() != 0) GTEST_SKIP() << "bind mounts need root";
+  EXPECT_EQ(inChild(runAll), "ok");
+  // Name by name: openat2 answers "no such call", as on a kernel that lacks it.
+  EXPECT_EQ(inChild([&]() -> std::string {
+              sock_filter filter[] = {
+                  BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                  BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+              };
+              sock_fprog prog{static_cast<unsigned short>(std::size(filter)), filter};
+              if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+                  ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &prog) != 0)
+                return "no seccomp";
+              return runAll();
+            }),
+            "ok");
 }
 
 }  // namespace
