@@ -364,7 +364,9 @@ class Builder {
       d.node = root_ = tree_.addRoot(path_);
     } else {
       if (!checkName()) return false;
-      path_ = joinPath(path_, fields_.name);
+      // Grown in place: a fresh copy per level would cost the whole path at every level.
+      if (path_.empty() || path_.back() != '/') path_.push_back('/');
+      path_.append(fields_.name);
       d.node = tree_.addChild(dirs_.back().node, fields_.name, ReportTree::IsFolder);
     }
     dirs_.push_back(d);
