@@ -250,6 +250,18 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   deepMeta += "1" + std::string(100001, '}') + R"(,[{"name":"/r"}]])";
   r = importText(deepMeta, tree);
   EXPECT_TRUE(r.ok) << r.error.toStdString();
+
+  // Nesting past what the reader can hold is named as such, at the bracket that goes too deep.
+  const std::string open = R"([1,2,{"m":)";
+  r = importText(open + std::string(2 * kMaxImportDepth, '['), tree);
+  EXPECT_FALSE(r.ok);
+  const uint64_t at = open.size() + kMaxImportDepth - 2;  // two levels are open before it
+  EXPECT_EQ(r.errorOffset, at);
+  EXPECT_EQ(r.error.toStdString(),
+            QStringLiteral("Fehler bei Byte %1: Zu tief verschachtelt (mehr als %2 Ebenen)")
+                .arg(at)
+                .arg(kMaxImportDepth)
+                .toStdString());
 }
 
 // A file in the shape the other tool writes with its extended information: keys we do not
