@@ -66,9 +66,11 @@ namespace {
 
 // --- input ---
 
-// The reader's own stack holds the string being read and one word per open level; beyond this
-// the input is refused, so a huge string is never held.
+// The reader's own stack holds the string being read and two words per open level; beyond this
+// the input is refused, so a huge string is never held. The builder refuses nesting long before
+// the levels alone could fill it, so a full stack always means a string too long.
 constexpr size_t kStackLimit = 64u << 20;
+static_assert(kMaxImportDepth * 2 * sizeof(rapidjson::SizeType) <= kStackLimit / 2);
 struct StackFull {};
 
 class CappedAllocator {
@@ -227,6 +229,7 @@ class Builder {
     return true;
   }
   bool StartObject() {
+    if (!deeper()) return false;
     if (skip_ || inObject_) return ++skip_, true;  // a value of a key: not ours
     if (!started_) return fail(TL(4290, "Das ist keine Export-Datei."));
     if (dirs_.empty() && !expectInfo_) {
@@ -240,6 +243,7 @@ class Builder {
     return true;
   }
   bool EndObject(rapidjson::SizeType) {
+    --depth_;
     if (skip_) return --skip_, true;
     inObject_ = false;
     if (expectInfo_) {
@@ -249,6 +253,7 @@ class Builder {
     return addEntry();
   }
   bool StartArray() {
+    if (!deeper()) return false;
     if (skip_ || inObject_) return ++skip_, true;
     if (!started_) {
       started_ = true;
@@ -265,6 +270,7 @@ class Builder {
     return true;
   }
   bool EndArray(rapidjson::SizeType) {
+    --depth_;
     if (skip_) return --skip_, true;
     if (expectInfo_) return fail(TL(4293, "Ordner ohne Angaben"));
     if (!dirs_.empty()) return closeDir();
@@ -287,6 +293,13 @@ class Builder {
     message_ = why;
     failOffset_ = in_.Tell();
     return false;
+  }
+
+  // One more level, passed over or not; the byte of a refusal is its opening bracket.
+  bool deeper() {
+    if (++depth_ <= kMaxImportDepth) return true;
+    return fail(
+        TL(4297, "Zu tief verschachtelt (mehr als %1 Ebenen)", {QString::number(kMaxImportDepth)}));
   }
 
   bool integer(int64_t v) { return scalar(Kind::Int, 0, v); }
@@ -364,7 +377,9 @@ class Builder {
       d.node = root_ = tree_.addRoot(path_);
     } else {
       if (!checkName()) return false;
-      path_ = joinPath(path_, fields_.name);
+      // Grown in place: a fresh copy per level would cost the whole path at every level.
+      if (path_.empty() || path_.back() != '/') path_.push_back('/');
+      path_.append(fields_.name);
       d.node = tree_.addChild(dirs_.back().node, fields_.name, ReportTree::IsFolder);
     }
     dirs_.push_back(d);
@@ -452,6 +467,7 @@ class Builder {
   Fields fields_;
   Field key_ = Field::Other;
   uint64_t skip_ = 0;  // depth inside a value that is passed over
+  uint64_t depth_ = 0;  // open arrays and objects of the whole text
   int topIndex_ = 0;
   bool started_ = false;
   bool inObject_ = false;

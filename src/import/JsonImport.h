@@ -96,5 +96,8 @@ ImportResult importJsonFile(const std::string& file, ReportTree& tree, const Imp
 
 // Names longer than this are refused rather than held.
 inline constexpr size_t kMaxImportName = 64 * 1024;
+// Arrays and objects nested deeper than this are refused (a folder is one level, its entries
+// one more), so the reader's own stack never runs full with levels.
+inline constexpr uint64_t kMaxImportDepth = 4'000'000;
 
 }  // namespace ql

@@ -145,16 +145,29 @@ void LoadTextFromFile(const QString& path) {
   LanguageState& s = state();
   s.translationMode = false;
   if (s.language == kLangGerman || !QFileInfo(path).isFile()) return;
-  s.translationMode = true;
   CStringCollection& table = textTable();
   table.Clear();
   QFile f(path);
   if (!f.open(QIODevice::ReadOnly)) {
+    s.translationMode = true;
     FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
                   f.errorString(), {path});
     return;
   }
-  const QString error = readTextRecords(f.readAll(), [&](int id, const QString& text) {
+  // A translators' file is the size of a built-in table; the settings file's limit is far above
+  // that. One byte past the limit is read to see a file that grew since its size was asked.
+  const QByteArray data =
+      f.size() <= kProfileSizeLimit ? f.read(kProfileSizeLimit + 1) : QByteArray();
+  if (f.size() > kProfileSizeLimit || data.size() > kProfileSizeLimit) {
+    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
+                  QStringLiteral("The translators' file is larger than %1 bytes; the built-in "
+                                 "texts are used")
+                      .arg(kProfileSizeLimit),
+                  {path});
+    return;
+  }
+  s.translationMode = true;
+  const QString error = readTextRecords(data, [&](int id, const QString& text) {
     const QString key = textKey(id);
     if (table.Add(text, key) == 0) table.setItem(key, text);  // the last record of an id wins
   });

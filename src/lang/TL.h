@@ -36,8 +36,9 @@ void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool
 int systemLanguage();
 
 // Reads the translators' file into the text table and turns translation mode on. Does nothing
-// under German or when the file is missing; then the built-in table stays the source. A bad id
-// ends the reading and is reported; what was read before it is kept.
+// under German or when the file is missing; then the built-in table stays the source. So it does
+// for a file beyond the settings file's size limit, which is not read at all and is reported. A
+// bad id ends the reading and is reported; what was read before it is kept.
 void LoadTextFromFile(const QString& path);
 
 // The text of a control's id, or "" when there is none. `oldText` is not used.

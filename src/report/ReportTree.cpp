@@ -180,9 +180,12 @@ std::string ReportTree::Report_GetFullpathOfNode(uint32_t node, bool withSlash, 
   if (!parentOnly) parts.push_back(text(node));
   for (uint32_t p = nodes_[node].parent; p != kSuperRoot && p != kNoNode; p = nodes_[p].parent)
     parts.push_back(text(p));
+  // One buffer, filled from the root down: joining a copy per level costs the depth squared.
   std::string path;
-  for (auto it = parts.rbegin(); it != parts.rend(); ++it)
-    path = it == parts.rbegin() ? std::string(*it) : joinPath(path, *it);
+  for (auto it = parts.rbegin(); it != parts.rend(); ++it) {
+    if (it != parts.rbegin() && (path.empty() || path.back() != '/')) path.push_back('/');
+    path.append(*it);
+  }
   if (withSlash && (path.empty() || path.back() != '/')) path.push_back('/');
   return path;
 }

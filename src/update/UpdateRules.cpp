@@ -47,6 +47,35 @@ bool isNewerVersion(const QString& installed, const QString& offered) {
          (a[0] == b[0] && a[1] == b[1] && a[2] < b[2]);
 }
 
+QString VersionNumbers::text() const {
+  return QStringLiteral("%1.%2.%3").arg(major).arg(minor).arg(patch);
+}
+
+std::optional<VersionNumbers> offeredVersion(const QString& version) {
+  const QStringList parts = version.split(QLatin1Char('.'));
+  if (parts.size() != 3) return std::nullopt;
+  qint32 n[3] = {};
+  for (int i = 0; i < 3; ++i) {
+    // Digits by hand: toInt() would take blanks, a sign and other scripts' digits.
+    const QString& p = parts[i];
+    if (p.isEmpty() || p.size() > 9) return std::nullopt;
+    for (const QChar c : p) {
+      if (c < QLatin1Char('0') || c > QLatin1Char('9')) return std::nullopt;
+      n[i] = n[i] * 10 + (c.unicode() - '0');
+    }
+  }
+  return VersionNumbers{n[0], n[1], n[2]};
+}
+
+QString quotedServerText(const QString& text) {
+  constexpr qsizetype kShown = 60;
+  QString out = text.left(kShown);
+  for (QChar& c : out)
+    if (!c.isPrint()) c = QLatin1Char('?');
+  if (text.size() > kShown) out += QStringLiteral("...");
+  return out;
+}
+
 QString threePartVersion(const QString& version) {
   QStringList parts = version.split(QLatin1Char('.'));
   while (parts.size() < 3) parts << QStringLiteral("0");
@@ -122,10 +151,15 @@ QString expandSystemVariables(const QString& text) {
   return out;
 }
 
-QString downloadPath(const QString& folderText, const QString& appName, const QString& version) {
+QString downloadPath(const QString& folderText, const QString& appName,
+                     const VersionNumbers& version) {
   QString folder = expandSystemVariables(folderText);
   if (!folder.endsWith(QLatin1Char('/'))) folder += QLatin1Char('/');
-  return folder + appName + QStringLiteral("_Update_") + version + QStringLiteral(".exe");
+  // The folder is the user's; the name must be one entry in it, whatever the program is called.
+  const QString name =
+      appName + QStringLiteral("_Update_") + version.text() + QStringLiteral(".exe");
+  if (name.contains(QLatin1Char('/')) || name.contains(QChar(0))) return {};
+  return folder + name;
 }
 
 UpdateSettings loadUpdateSettings(const QString& file) {

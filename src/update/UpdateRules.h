@@ -7,6 +7,7 @@
 // (updateBaseUrl, loadUpdateSettings, saveUpdateSettings: user-interface thread).
 
 #include <QString>
+#include <optional>
 
 namespace ql {
 
@@ -19,6 +20,18 @@ QString versionFromFile(const QString& text);
 // compared part by part as 32-bit integers. There is no "older": an older version is not new.
 // Any other form (two parts, a letter, a suffix) throws std::runtime_error, in either text.
 bool isNewerVersion(const QString& installed, const QString& offered);
+
+// A version the update server offers, as numbers. The server's text reaches the name of the
+// downloaded file, so only "N.N.N" is taken: one to nine decimal digits each, nothing before,
+// between or after them (no blank, sign, fourth part or suffix).
+struct VersionNumbers {
+  qint32 major = 0, minor = 0, patch = 0;
+  QString text() const;  // "2.4.10", written from the numbers
+};
+std::optional<VersionNumbers> offeredVersion(const QString& version);
+
+// A text from the server as a message may quote it: its start only, anything unprintable as "?".
+QString quotedServerText(const QString& text);
 
 // The installed version as three parts ("0.1" gives "0.1.0").
 QString threePartVersion(const QString& version);
@@ -50,8 +63,10 @@ UpdateUrls updateUrls(const QString& base, int language);
 // folder when the variable is not set. A leading "~/" is the home folder.
 QString expandSystemVariables(const QString& text);
 
-// The download folder (expanded), "/", the program's name, "_Update_", the version, ".exe".
-QString downloadPath(const QString& folderText, const QString& appName, const QString& version);
+// The download folder (expanded), "/", the program's name, "_Update_", the version's numbers,
+// ".exe"; "" when that name would not stand directly in the folder.
+QString downloadPath(const QString& folderText, const QString& appName,
+                     const VersionNumbers& version);
 
 // The proxy, as the user set it in the options of the dialog.
 struct ProxySettings {

@@ -421,13 +421,27 @@ QString frmInternetUpdate::GetVersionFromInternet() {
   const HttpClient client(proxyFromForm(), limits_);
   const FetchResult v = client.DownloadFileToDiskOrString(VersionURL);
   if (v.failed) return v.text;
-  lblVersionInternet->setText(versionFromFile(v.text));
+  lblVersionInternet->setText(acceptedVersion(versionFromFile(v.text)));
   if (!BetaVersionURL.isEmpty()) {
     const FetchResult b = client.DownloadFileToDiskOrString(BetaVersionURL);
     if (b.failed) return b.text;
-    lblVersionBeta->setText(versionFromFile(b.text));
+    lblVersionBeta->setText(acceptedVersion(versionFromFile(b.text)));
   }
   return {};
+}
+
+QString frmInternetUpdate::acceptedVersion(const QString& offered) {
+  if (offered.isEmpty()) return {};
+  if (const auto numbers = offeredVersion(offered)) return numbers->text();
+  LogHinweise(refusedText(offered));
+  return {};  // shown as "-", and nothing is offered
+}
+
+QString frmInternetUpdate::refusedText(const QString& offered) {
+  return TL(4298,
+            QStringLiteral("Die Versionsangabe des Servers wird nicht angenommen: '%1' (erwartet "
+                           "sind drei Zahlen mit Punkten, etwa 2.4.0)."),
+            {quotedServerText(offered)});
 }
 
 void frmInternetUpdate::CompareVersions() {
@@ -457,7 +471,15 @@ void frmInternetUpdate::cmdDownload_Click() {
   LogHinweise(TL(1839, QStringLiteral("Download gestartet.")));
   const bool update = optUpdate[0]->isChecked();
   const QString version = update ? lblVersionInternet->text() : lblVersionBeta->text();
-  downloadPath_ = downloadPath(txtDownloadPath->text(), ProgramName, version);
+  // The file is named by the version's numbers alone, never by the server's text.
+  const std::optional<VersionNumbers> numbers = offeredVersion(version);
+  downloadPath_ =
+      numbers ? downloadPath(txtDownloadPath->text(), ProgramName, *numbers) : QString();
+  if (downloadPath_.isEmpty()) {
+    LogHinweise(refusedText(version));
+    LogHinweise(TL(1840, QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
+    return;
+  }
   QDir().mkpath(QFileInfo(downloadPath_).absolutePath());
 
   setBusy(true);

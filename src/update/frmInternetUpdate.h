@@ -101,6 +101,9 @@ class frmInternetUpdate : public QDialog {
   void Form_Activate();
   bool Form_QueryUnload();  // false: the close is refused
   QString GetVersionFromInternet();
+  // The server's version as the dialog shows it, or "" after a message when it is no version.
+  QString acceptedVersion(const QString& offered);
+  static QString refusedText(const QString& offered);
   void CompareVersions();
   bool compareLabel(QLabel* label);
   void setBusy(bool busy);

@@ -250,6 +250,18 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   deepMeta += "1" + std::string(100001, '}') + R"(,[{"name":"/r"}]])";
   r = importText(deepMeta, tree);
   EXPECT_TRUE(r.ok) << r.error.toStdString();
+
+  // Nesting past what the reader can hold is named as such, at the bracket that goes too deep.
+  const std::string open = R"([1,2,{"m":)";
+  r = importText(open + std::string(2 * kMaxImportDepth, '['), tree);
+  EXPECT_FALSE(r.ok);
+  const uint64_t at = open.size() + kMaxImportDepth - 2;  // two levels are open before it
+  EXPECT_EQ(r.errorOffset, at);
+  EXPECT_EQ(r.error.toStdString(),
+            QStringLiteral("Fehler bei Byte %1: Zu tief verschachtelt (mehr als %2 Ebenen)")
+                .arg(at)
+                .arg(kMaxImportDepth)
+                .toStdString());
 }
 
 // A file in the shape the other tool writes with its extended information: keys we do not
@@ -297,15 +309,24 @@ TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
 }
 
 TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
-  // A chain of 100,000 folders reads without recursion and sums up to the top.
+  // A chain of 300,000 folders reads without recursion, in time linear in its depth (the
+  // figure is in bench/importbench), sums up to the top and knows the path of its deepest folder.
+  constexpr int kDepth = 300000;
   std::string deep = R"([1,2,{},[{"name":"/r"})";
-  for (int i = 0; i < 100000; ++i) deep += R"(,[{"name":"d"})";
-  deep += R"(,{"name":"f","asize":3})" + std::string(100001, ']') + "]";
+  for (int i = 0; i < kDepth; ++i) deep += i % 2 ? R"(,[{"name":"d"})" : R"(,[{"name":"e"})";
+  deep += R"(,{"name":"f","asize":3})" + std::string(kDepth + 1, ']') + "]";
   ReportTree tree;
   ImportResult r = importText(deep, tree);
   ASSERT_TRUE(r.ok) << r.error.toStdString();
-  EXPECT_EQ(r.folders, 100000);
+  EXPECT_EQ(r.folders, kDepth);
+  EXPECT_EQ(tree.deepestLevel(), static_cast<uint32_t>(kDepth));
+  uint32_t bottom = r.root;
+  while (!tree.children(bottom).empty()) bottom = tree.children(bottom).front();
   EXPECT_EQ(tree.node(tree.children(r.root).at(0)).size, 3);
+  EXPECT_EQ(tree.node(bottom).level, static_cast<uint32_t>(kDepth));
+  std::string path = "/r";
+  for (int i = 0; i < kDepth; ++i) path += i % 2 ? "/d" : "/e";
+  EXPECT_TRUE(tree.Report_GetFullpathOfNode(bottom) == path);  // not printed when it fails
 
   // A name of a gigabyte is refused long before it is held.
   int fds[2];

@@ -1,6 +1,10 @@
 // The lookup and its fallbacks, the choice of the language and the translators' mode.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "LangFixture.h"
 #include "app/Globals.h"
@@ -116,6 +120,38 @@ TEST(TranslationMode, WhenItAppliesAndWhatADamagedFileLeaves) {
     EXPECT_EQ(TL(3541, QStringLiteral("Drucken")), c.print);
     EXPECT_EQ(failureCount(), before + c.failures);
   }
+}
+
+// A translators' file beyond the settings file's limit is never read, whatever its size: the
+// built-in texts stay and the reason is reported.
+TEST(TranslationMode, AFileBeyondTheLimitLeavesTheBuiltInTable) {
+  LangFixture f;
+  f.writeTextFile("3612,S,Store\n");
+  const QByteArray file = QFile::encodeName(f.path(QStringLiteral("QuorlaneTL.txt")));
+  ASSERT_EQ(::truncate(file.constData(), 3LL << 30), 0);  // sparse: no disk needed
+  // Room for the program, not for the file: reading it whole would fail to allocate.
+  unsigned long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  ASSERT_GT(pages, 0u);
+  struct Limit {
+    rlimit before{};
+    explicit Limit(rlim_t bytes) {
+      ::getrlimit(RLIMIT_AS, &before);
+      rlimit tight = before;
+      tight.rlim_cur = std::min<rlim_t>(before.rlim_cur, bytes);
+      ::setrlimit(RLIMIT_AS, &tight);
+    }
+    ~Limit() { ::setrlimit(RLIMIT_AS, &before); }
+  };
+  const int before = failureCount();
+  {
+    Limit limit(pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (512u << 20));
+    f.init(QStringLiteral("9"), QStringLiteral("-TLMODUS"));
+  }
+  EXPECT_FALSE(translationMode());
+  EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), QStringLiteral("Save"));
+  EXPECT_EQ(TranslateControlText(3609), QStringLiteral("Cancel"));
+  EXPECT_EQ(failureCount(), before + 1);
 }
 
 }  // namespace

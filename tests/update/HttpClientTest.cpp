@@ -63,6 +63,20 @@ TEST(UpdateRules, VersionsCompareAsThreeNumbers) {
   for (const char* bad : {"2.03", "2.3.x", "2.3.0-beta", "", "garbage"})
     EXPECT_THROW(isNewerVersion(QStringLiteral("2.3.0"), QString::fromLatin1(bad)), std::runtime_error) << bad;
 
+  // What the server offers must be three plain numbers: its text names the downloaded file.
+  const std::pair<const char*, const char*> accepted[] = {
+      {"2.4.0", "2.4.0"}, {"02.4.010", "2.4.10"}, {"999999999.0.1", "999999999.0.1"}};
+  for (const auto& [offered, numbers] : accepted) {
+    const auto v = offeredVersion(QString::fromLatin1(offered));
+    EXPECT_EQ(v ? v->text() : QString(), QString::fromLatin1(numbers)) << offered;
+  }
+  for (const char* bad :
+       {"9.9.9./../../x", "9.9.9/../x", "9.9.9.", "2.4", "2.4.0.1", " 2.4.0", "2.4.0\n", "+2.4.0",
+        "2.-4.0", "2..4", "1000000000.0.0", "", "\xd9\xa2.4.0" /* a digit of another script */})
+    EXPECT_FALSE(offeredVersion(QString::fromUtf8(bad))) << bad;
+  EXPECT_EQ(quotedServerText(QStringLiteral("a\nb") + QString(100, QLatin1Char('c'))),
+            QStringLiteral("a?b") + QString(57, QLatin1Char('c')) + QStringLiteral("..."));
+
   EXPECT_EQ(versionFromFile(QStringLiteral("#2.4.0\r\n")), QStringLiteral("2.4.0"));
   EXPECT_EQ(versionFromFile(QStringLiteral("v2.4.0\n")), QStringLiteral("2.4.0"));
   EXPECT_EQ(versionFromFile(QStringLiteral("v")), QString());
@@ -96,8 +110,10 @@ TEST(UpdateRules, AddressFromEnvironmentThenSettingsAndDownloadFolder) {
   qunsetenv(kUpdateUrlVariable);
   globals().IniFile.clear();
 
-  EXPECT_EQ(downloadPath(QStringLiteral("%TEMP%"), QStringLiteral("Quorlane"), QStringLiteral("2.4.0")),
+  EXPECT_EQ(downloadPath(QStringLiteral("%TEMP%"), QStringLiteral("Quorlane"), {2, 4, 0}),
             QDir::tempPath() + QStringLiteral("/Quorlane_Update_2.4.0.exe"));
+  EXPECT_EQ(downloadPath(QStringLiteral("/tmp"), QStringLiteral("../Quorlane"), {2, 4, 0}),
+            QString());
   EXPECT_EQ(expandSystemVariables(QStringLiteral("%NO_SUCH_VAR_Q%/x")), QStringLiteral("%NO_SUCH_VAR_Q%/x"));
 }
 

@@ -126,12 +126,13 @@ TEST_F(UpdateDialog, NothingNewFailuresAndAMissingHistory) {
     EXPECT_TRUE(d->isVisible()) << "only a silent check closes by itself";
   }
 
-  // A version that is no version reaches the report, and nothing is offered.
+  // A version that is no version is refused with a message, and nothing is offered.
   serveVersion("#2.4\r\n");
   auto d = open();
   d->cmdUPDATE->click();
-  ASSERT_EQ(reports.size(), 1);
-  EXPECT_TRUE(reports[0].contains(QStringLiteral("Modul: frmInternetUpdate\r\nFunc: CompareVersions")));
+  EXPECT_TRUE(d->logText().contains(QStringLiteral("wird nicht angenommen: '2.4'")))
+      << d->logText().toStdString();
+  EXPECT_TRUE(reports.isEmpty());
   EXPECT_FALSE(d->cmdDownload->isEnabled());
   EXPECT_FALSE(d->busy());
 
@@ -147,6 +148,33 @@ TEST_F(UpdateDialog, NothingNewFailuresAndAMissingHistory) {
   silent->Silent = true;
   silent->show();
   QTRY_VERIFY_WITH_TIMEOUT(!silent->isVisible(), 5000);
+}
+
+// The server's version names the downloaded file: a way out of the download folder is refused
+// before anything is fetched, and says so in the dialog and in the log.
+TEST_F(UpdateDialog, AVersionThatLeadsOutOfTheDownloadFolderIsRefused) {
+  const QString folder = dir.filePath(QStringLiteral("dl"));
+  StoreSettings(QStringLiteral("InternetUpdate"), QStringLiteral("Dpath"), folder);
+  serveVersion("v9.9.9./../../escaped");
+  server.set("/asp/fdl.asp?P=30", Route::ok(QByteArray(1000, 'x')));
+  auto d = open();
+  d->setInstallQuestion([](const QString&) { return false; });
+  d->cmdUPDATE->click();
+  const QString refused = QStringLiteral(
+      "Die Versionsangabe des Servers wird nicht angenommen: '9.9.9./../../escaped' (erwartet sind "
+      "drei Zahlen mit Punkten, etwa 2.4.0).");
+  EXPECT_TRUE(d->logText().contains(refused)) << d->logText().toStdString();
+  EXPECT_EQ(d->lblVersionInternet->text(), QStringLiteral("-"));
+  EXPECT_FALSE(d->cmdDownload->isEnabled());
+
+  d->cmdDownload_Click();  // even when asked for, nothing is fetched
+  EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("escaped.exe"))));
+  EXPECT_TRUE(
+      d->logText().contains(QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
+  EXPECT_EQ(server.requestLines.size(), 1) << "only the version file";
+  QFile log(dir.filePath(QStringLiteral("internetupdate.log")));
+  ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+  EXPECT_TRUE(QString::fromUtf8(log.readAll()).contains(refused));
 }
 
 TEST_F(UpdateDialog, CancelHalfWayRemovesTheFileAndCloseWaitsForIt) {
