@@ -524,6 +524,15 @@ PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent),
   readLimit_->setSingleShot(true);
   readLimit_->setInterval(kReadLimitMs);
   connect(readLimit_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] { readerTimedOut(); }));
+  pdfRedraw_ = new QTimer(this);
+  pdfRedraw_->setSingleShot(true);
+  pdfRedraw_->setInterval(150);
+  connect(pdfRedraw_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] {
+            const QSize box = pdfBox();
+            if (!loading_ && shownViewer() == pdfPage_ && !pdfPath_.empty() &&
+                (box.width() > pdfBox_.width() || box.height() > pdfBox_.height()))
+              renderPdf(pdfPath_);  // the page drawn now stays until the larger one is there
+          }));
   pageWait_ = new QTimer(this);
   pageWait_->setSingleShot(true);
   pageWait_->setInterval(kPageWaitMs);
@@ -745,6 +754,16 @@ void PreviewPane::showPage(bool withPictures) {
 
 // --- PDF --------------------------------------------------------------------------------------
 
+// The page is drawn for the pane's size in pixels.
+QSize PreviewPane::pdfBox() const {
+  return (size() * devicePixelRatioF()).boundedTo({kPdfPageMaxSide, kPdfPageMaxSide}).expandedTo({64, 64});
+}
+
+void PreviewPane::resizeEvent(QResizeEvent* e) {
+  QWidget::resizeEvent(e);
+  if (!pdfPath_.empty()) pdfRedraw_->start();
+}
+
 void PreviewPane::renderPdf(const std::string& path) {
   dropPdfRun();
   loading_ = true;
@@ -752,7 +771,8 @@ void PreviewPane::renderPdf(const std::string& path) {
   readLimit_->start();
   const QString program =
       pdfRenderer_.isEmpty() ? qApp->property(kPdfRendererProperty).toString() : pdfRenderer_;
-  const QSize box = (size() * devicePixelRatioF()).boundedTo({kPdfPageMaxSide, kPdfPageMaxSide}).expandedTo({64, 64});
+  const QSize box = pdfBox();
+  pdfBox_ = box;
   auto* run = new QProcess(this);
   pdfRun_ = run;
   run->setStandardInputFile(QProcess::nullDevice());
@@ -782,6 +802,7 @@ void PreviewPane::pdfDone(QProcess* run, const std::string& path) {
         const QImage page = QImage::fromData(run->readAllStandardOutput(), "PNG");
         if (page.isNull()) break;
         pdfPage_->setPicture(page, page.size());
+        pdfPath_ = path;
         showViewer(pdfPage_);
         finish();
         return;
@@ -906,6 +927,8 @@ void PreviewPane::forget() {
   pageWait_->stop();
   page_.reset();
   dropPdfRun();
+  pdfRedraw_->stop();
+  pdfPath_.clear();
   picture_->clear();
   pdfPage_->clear();
   browser_->clear();

@@ -111,6 +111,9 @@ class PreviewPane : public QWidget {
   // The file asked for last is in its viewer, or its message is.
   void shown();
 
+ protected:
+  void resizeEvent(QResizeEvent* e) override;
+
  private:
   struct Result;
   struct Reader;
@@ -125,6 +128,7 @@ class PreviewPane : public QWidget {
   void readerTimedOut();
   void showPage(bool withPictures);
   void renderPdf(const std::string& path);
+  QSize pdfBox() const;
   void pdfDone(QProcess* run, const std::string& path);
   void dropPdfRun();
   void setTextDocument(QTextDocument* doc);
@@ -155,6 +159,9 @@ class PreviewPane : public QWidget {
   QTimer* pageWait_ = nullptr;    // how long a page waits for its pictures before it shows
   PictureBox* pdfPage_ = nullptr;
   QProcess* pdfRun_ = nullptr;    // the helper drawing the page asked for last
+  std::string pdfPath_;           // the PDF whose page is shown, drawn for pdfBox_
+  QSize pdfBox_;
+  QTimer* pdfRedraw_ = nullptr;   // a grown pane draws the page again, once it rests
   QString pdfRenderer_;
   PictureBox* picture_ = nullptr;
   QWidget* empty_ = nullptr;

@@ -162,6 +162,13 @@ TEST_F(PreviewTest, EachKindLandsInItsViewer) {
   EXPECT_EQ(show("doc.pdf")->objectName(), "pdfVorschau");
   EXPECT_EQ(pane.pdfViewer().drawnSize().height(), 200);
   EXPECT_LT(pane.pdfViewer().drawnSize().width(), 200);
+  {  // a larger pane gets the page drawn anew for its size
+    QSignalSpy redrawn(&pane, &PreviewPane::shown);
+    pane.resize(600, 400);
+    EXPECT_TRUE(redrawn.wait(8000));
+    EXPECT_EQ(pane.pdfViewer().drawnSize().height(), 400);
+    pane.resize(300, 200);
+  }
   for (const char* notice : {"letter.doc", "README"}) {
     EXPECT_EQ(show(notice)->objectName(), "rtfVorschau") << notice;
     EXPECT_EQ(text(), "\n - Unbekanntes Dateiformat - ") << notice;
