@@ -59,6 +59,7 @@ struct ListWithPreview {
   PreviewPane preview{guard};
 
   ListWithPreview(const QString& folder, QSize size) {
+    preview.setPdfRenderer(QStringLiteral(QUORLANE_PROGRAM));  // the program draws PDF pages
     files.setPreview(&preview, nullptr);
     files.takePreview();
     files.resize(size);

@@ -8,6 +8,7 @@
 #include <QDateTime>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <string>
 #include <unistd.h>
@@ -21,13 +22,15 @@
 #include "output/OutputFile.h"
 #include "scan/FolderWalk.h"
 #include "support/Allocator.h"
+#include "ui/PdfPage.h"
 
 using namespace ql;
 
 namespace {
 
-// Beside the program in the build, in lib/quorlane once installed.
-int runWindow(int argc, char** argv) {
+// Calls `entry` of the window library: beside the program in the build, in lib/quorlane once
+// installed.
+int runWindow(const char* entryName, int argc, char** argv) {
   std::string dir(4096, '\0');
   const ssize_t n = ::readlink("/proc/self/exe", dir.data(), dir.size());
   dir.resize(n > 0 ? static_cast<size_t>(n) : 0);
@@ -41,7 +44,7 @@ int runWindow(int argc, char** argv) {
       continue;
     }
     using Entry = int (*)(int, char**);
-    if (auto entry = reinterpret_cast<Entry>(::dlsym(library, "quorlane_window_main"))) return entry(argc, argv);
+    if (auto entry = reinterpret_cast<Entry>(::dlsym(library, entryName))) return entry(argc, argv);
     why = ::dlerror();
   }
   std::fprintf(stderr, "quorlane: the window cannot be loaded: %s\n", why.c_str());
@@ -52,6 +55,9 @@ int runWindow(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   tuneAllocator();
+  // The preview's PDF helper (ui/PdfPage.h): the window starts it, nobody else.
+  if (argc > 1 && std::strcmp(argv[1], kRenderPdfPageOption) == 0)
+    return runWindow("quorlane_render_pdf_page", argc, argv);
   globals().StartTime = QDateTime::currentDateTime();
   // Read before anything else: a wrong command line touches neither a window nor the settings.
   const ParsedCommandLine command = parseArguments(argc, argv);
@@ -84,7 +90,7 @@ int main(int argc, char** argv) {
       return 1;
     }
     case ParsedCommandLine::Window:
-      return runWindow(argc, argv);
+      return runWindow("quorlane_window_main", argc, argv);
     case ParsedCommandLine::Silent:
       break;
   }

@@ -13,6 +13,8 @@
 #include "failure/FailureReport.h"
 #include "failure/frmFehler.h"
 #include "ui/MainWindow.h"
+#include "ui/PdfPage.h"
+#include "ui/PreviewPane.h"
 #include "ui/frmInfo.h"
 
 extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int argc, char** argv) {
@@ -29,6 +31,8 @@ extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int a
   setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
 
   QApplication app(argc, argv);
+  // The preview draws PDF pages in this program, started again (ui/PdfPage.h).
+  app.setProperty(PreviewPane::kPdfRendererProperty, QCoreApplication::applicationFilePath());
   // Before the frame, so that a failure while it starts (a damaged text table under -TLMODUS,
   // say) shows the dialog too.
   installFailureDialog();
@@ -42,4 +46,9 @@ extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int a
   window.setStartImports(command.imports);
   window.show();
   return app.exec();
+}
+
+// The preview's PDF helper: no window, no settings; one page to standard output.
+extern "C" __attribute__((visibility("default"))) int quorlane_render_pdf_page(int argc, char** argv) {
+  return ql::renderPdfPageMain(argc, argv);
 }

@@ -7,15 +7,17 @@
 #include <QImageReader>
 #include <QLocale>
 #include <QPainter>
-#include <QPdfDocument>
-#include <QPdfPageNavigator>
-#include <QPdfView>
 #include <QPlainTextDocumentLayout>
+#include <QPdfDocument>
 #include <QPlainTextEdit>
+#include <QProcess>
+#include <QScrollBar>
 #include <QStackedLayout>
+#include <QStyle>
 #include <QStringDecoder>
+#include <QTextBlock>
 #include <QTextBrowser>
-#include <QThreadPool>
+#include <QTextFrame>
 #include <QTimer>
 #include <QVideoSink>
 #include <QVideoWidget>
@@ -23,11 +25,17 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 #include "app/Logs.h"
 #include "lang/TL.h"
 #include "lists/Desktop.h"
 #include "lists/PreviewFile.h"
+#include "ui/PdfPage.h"
 #include "ui/PreviewMedia.h"
 #include "support/Path.h"
 #include "support/PathText.h"
@@ -42,6 +50,11 @@ constexpr int kDrawLimit = 4096;
 constexpr int kLineBreakAt = 1000;
 constexpr int64_t kResourceLimit = 16 << 20;
 constexpr uint64_t kGone = ~uint64_t(0);
+// A reader busy this long with a file nobody wants any more is taken for blocked in the kernel.
+constexpr auto kAbandonAfter = std::chrono::milliseconds(1000);
+// A page with pictures still coming shows without them after this long.
+constexpr int kPageWaitMs = 300;
+using Clock = std::chrono::steady_clock;
 
 QString headFailureText(const HeadRead& h) {
   switch (h.failure) {
@@ -105,21 +118,119 @@ std::string urlPathBytes(const QUrl& url) {
   return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1()).toStdString();
 }
 
-// An HTML document that fetches nothing from the network: only local files, regular and of a
-// bounded size, read without ever waiting on a pipe.
+using Resources = QHash<QUrl, QVariant>;
+
+// An HTML document that reads nothing: it is given what the reader prepared for it (pictures
+// and style sheets of its page), and anything else it asks for stays empty.
 class SafeDocument : public QTextDocument {
  public:
-  using QTextDocument::QTextDocument;
+  SafeDocument(Resources resources, QObject* parent) : QTextDocument(parent), resources_(std::move(resources)) {}
 
  protected:
-  QVariant loadResource(int, const QUrl& name) override {
+  QVariant loadResource(int, const QUrl& name) override { return resources_.value(baseUrl().resolved(name)); }
+
+ private:
+  Resources resources_;
+};
+
+// Reads a page's style sheets as its parser asks for them, and keeps them; on the reader.
+class SheetReader : public QTextDocument {
+ public:
+  explicit SheetReader(Resources& found) : found_(found) {}
+
+ protected:
+  QVariant loadResource(int type, const QUrl& name) override {
     const QUrl url = baseUrl().resolved(name);
-    if (!url.isLocalFile() || !url.host().isEmpty()) return {};
+    if (type != QTextDocument::StyleSheetResource || !url.isLocalFile() || !url.host().isEmpty()) return {};
     HeadRead h = readFileHead(urlPathBytes(url), kResourceLimit, true);
     if (h.failure != HeadRead::None) return {};
-    return h.bytes;
+    const QString sheet = QString::fromUtf8(h.bytes);
+    found_.insert(url, sheet);
+    return sheet;
   }
+
+ private:
+  Resources& found_;
 };
+
+// A picture's bytes that stop coming when `go` says no: a decoder asks for them piece by piece,
+// so a page the user has left, or one out of time, stops decoding within a piece.
+class StoppableBuffer : public QBuffer {
+ public:
+  StoppableBuffer(QByteArray* bytes, std::function<bool()> go) : QBuffer(bytes), go_(std::move(go)) {}
+
+ protected:
+  qint64 readData(char* data, qint64 max) override { return go_() ? QBuffer::readData(data, max) : -1; }
+
+ private:
+  std::function<bool()> go_;
+};
+
+// Every picture a parsed page names, as absolute URLs: images, and backgrounds of the page,
+// its blocks, tables and cells.
+QList<QUrl> picturesOf(const QTextDocument& doc) {
+  QList<QUrl> urls;
+  auto add = [&](const QTextFormat& f) {
+    QString name;
+    if (f.isImageFormat()) name = f.toImageFormat().name();
+    if (!name.isEmpty()) urls << doc.baseUrl().resolved(QUrl(name));
+    const QString background = f.stringProperty(QTextFormat::BackgroundImageUrl);
+    if (!background.isEmpty()) urls << doc.baseUrl().resolved(QUrl(background));
+  };
+  std::vector<QTextFrame*> frames{doc.rootFrame()};
+  while (!frames.empty()) {
+    QTextFrame* f = frames.back();
+    frames.pop_back();
+    add(f->frameFormat());
+    for (QTextFrame* child : f->childFrames()) frames.push_back(child);
+  }
+  for (QTextBlock b = doc.begin(); b.isValid(); b = b.next()) {
+    add(b.blockFormat());
+    for (auto it = b.begin(); !it.atEnd(); ++it) add(it.fragment().charFormat());
+  }
+  return urls;
+}
+
+// The pictures of a page, each at most `width` wide, within the page's budget and time; the
+// rest are left out. On the reader.
+void preparePictures(const QString& html, const QUrl& base, int width, Resources& out,
+                     const std::function<bool()>& wanted) {
+  QList<QUrl> urls;
+  {
+    SheetReader parsed(out);
+    parsed.setBaseUrl(base);
+    parsed.setHtml(html);
+    urls = picturesOf(parsed);
+  }
+  const auto deadline = Clock::now() + std::chrono::milliseconds(PreviewPane::kPagePictureTimeMs);
+  const auto go = [&] { return wanted() && Clock::now() < deadline; };
+  int64_t used = 0;
+  QSet<QUrl> tried;
+  for (const QUrl& url : urls) {
+    if (!go()) break;
+    if (tried.contains(url) || out.contains(url) || !url.isLocalFile() || !url.host().isEmpty()) continue;
+    tried.insert(url);
+    HeadRead h = readFileHead(urlPathBytes(url), kResourceLimit, true);
+    if (h.failure != HeadRead::None) continue;
+    StoppableBuffer buffer(&h.bytes, go);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    QSize size = reader.size();
+    if (size.isValid()) {
+      if (int64_t(size.width()) * size.height() * 4 > int64_t(PreviewPane::kPictureAllocationMiB) << 20) continue;
+      if (size.width() > width) size = QSize(width, std::max(1, int(int64_t(size.height()) * width / size.width())));
+      if (used + int64_t(size.width()) * size.height() * 4 > PreviewPane::kPagePictureBudget) continue;
+      // Decoders that can (JPEG) make the small picture straight away.
+      if (size != reader.size() && reader.supportsOption(QImageIOHandler::ScaledSize)) reader.setScaledSize(size);
+    }
+    QImage image;
+    if (!reader.read(&image) || image.isNull()) continue;
+    if (image.width() > width) image = image.scaledToWidth(width, Qt::SmoothTransformation);
+    if (used + image.sizeInBytes() > PreviewPane::kPagePictureBudget) continue;
+    used += image.sizeInBytes();
+    out.insert(url, image);
+  }
+}
 
 // Where GStreamer looks for its plugins: the system path variables replace the default folders.
 bool gstreamerPlaybackPresent(QString* why) {
@@ -196,51 +307,150 @@ struct PreviewPane::Result {
   Job job;
   uint64_t ticket = 0;
   std::string path;
+  int width = 0;  // of the page's view, for its pictures
   int number = 0;
   QString error;  // not empty: the file cannot be shown
   QString text;
-  QByteArray bytes;
   QImage image;
   QSize fullSize;
+  Resources resources;
+};
+
+// One reader thread and its mailbox for one job. The thread holds the mailbox too, so a reader
+// the pane leaves behind (blocked in the kernel on a dead mount) ends on its own whenever its
+// call returns, and touches nothing of the pane's.
+struct PreviewPane::Reader {
+  std::mutex m;
+  std::condition_variable cv;
+  std::function<void()> next;
+  bool quit = false;
+  Clock::time_point busySince{};  // the start of the job in hand; zero while waiting
+
+  static std::shared_ptr<Reader> launch() {
+    auto r = std::make_shared<Reader>();
+    std::thread([r] { r->run(); }).detach();
+    return r;
+  }
+
+  void run() {
+    // The reader gives way to the window's thread: on two cores a text being decoded would
+    // otherwise hold up the drawing of the list the user is moving through.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
+    std::unique_lock lock(m);
+    for (;;) {
+      cv.wait(lock, [&] { return quit || next; });
+      if (quit) return;
+      std::function<void()> job = std::move(next);
+      next = nullptr;
+      busySince = Clock::now();
+      lock.unlock();
+      job();
+      job = nullptr;
+      lock.lock();
+      busySince = {};
+    }
+  }
+
+  // A newer job replaces one not yet begun: only the file asked for last is wanted.
+  void post(std::function<void()> job) {
+    std::lock_guard lock(m);
+    next = std::move(job);
+    cv.notify_one();
+  }
+  std::function<void()> takeNext() {
+    std::lock_guard lock(m);
+    return std::exchange(next, nullptr);
+  }
+  bool waiting() {
+    std::lock_guard lock(m);
+    return next != nullptr;
+  }
+  Clock::duration busyFor() {
+    std::lock_guard lock(m);
+    return busySince == Clock::time_point{} ? Clock::duration::zero() : Clock::now() - busySince;
+  }
+  void leave() {
+    std::lock_guard lock(m);
+    quit = true;
+    next = nullptr;
+    cv.notify_one();
+  }
 };
 
 void PreviewPane::start(Job job, const std::string& path) {
   loading_ = true;
+  reading_ = path;
+  readLimit_->start();
   auto r = std::make_shared<Result>();
   r->job = job;
   r->ticket = ticket_;
   r->path = path;
+  // The page's view may not have been shown yet: its width is the pane's, less a scroll bar.
+  r->width = std::max(64, width() - style()->pixelMetric(QStyle::PM_ScrollBarExtent) -
+                              2 * int(browser_->document()->documentMargin()));
   auto latest = latest_;
-  pool_->start([r, latest, this] {
-    // The reader gives way to the window's thread: on two cores a text being decoded would
-    // otherwise hold up the drawing of the list the user is moving through.
-    static thread_local bool lowered = false;
-    if (!lowered) {
-      ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
-      lowered = true;
-    }
-    // A file the user has already left is not read at all, nor decoded any further.
-    const auto wanted = [&] { return latest->load() == r->ticket; };
-    if (!wanted()) return;
-    load(*r, wanted);
-    if (!wanted()) return;
+  const Send send = [latest, this](std::shared_ptr<Result> out) {
+    if (latest->load() != out->ticket) return;
     QMetaObject::invokeMethod(
         qApp,
-        [r, latest, this] {
+        [out, latest, this] {
           if (latest->load() == kGone) return;  // the pane is gone: `this` is not touched
-          guard_.run("Filelist_Preview", [&] { take(r); });
+          guard_.run("Filelist_Preview", [&] { take(out); });
         },
         Qt::QueuedConnection);
-  });
+  };
+  auto work = [r, latest, send] {
+    // A file the user has already left is not read at all, nor decoded any further.
+    const auto wanted = [&] { return latest->load() == r->ticket; };
+    if (wanted()) load(r, wanted, send);
+  };
+  if (!reader_ || reader_->busyFor() >= kAbandonAfter) {
+    if (reader_) reader_->leave();
+    reader_ = Reader::launch();
+  }
+  reader_->post(std::move(work));
+  watchReader();
 }
 
-void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
-  const bool whole = r.job == Job::Pdf || r.job == Job::Picture;
+// A file waiting behind a reader that has been busy too long goes to a new reader.
+void PreviewPane::watchReader() {
+  if (!reader_ || !reader_->waiting()) return;
+  const auto busy = reader_->busyFor();
+  if (busy >= kAbandonAfter) {
+    auto job = reader_->takeNext();
+    reader_->leave();
+    reader_ = Reader::launch();
+    if (job) reader_->post(std::move(job));
+    return;
+  }
+  if (busy > Clock::duration::zero())
+    readerWatch_->start(
+        int(std::chrono::ceil<std::chrono::milliseconds>(kAbandonAfter - busy).count()) + 1);
+}
+
+// The file asked for last did not come in time: its reader is left behind, whatever holds it.
+void PreviewPane::readerTimedOut() {
+  if (!loading_ || reading_.empty()) return;
+  if (pdfRun_) {
+    dropPdfRun();
+    showError(reading_, 0, TL(4264, "Die PDF-Datei ist beschädigt oder unvollständig."));
+    return;
+  }
+  if (reader_) reader_->leave();
+  reader_.reset();
+  latest_->store(++ticket_);  // whatever it still sends is dropped
+  showError(reading_, ETIMEDOUT, QString::fromLocal8Bit(systemErrorText(ETIMEDOUT).c_str()));
+}
+
+void PreviewPane::load(const std::shared_ptr<Result>& shared, const std::function<bool()>& wanted, const Send& send) {
+  Result& r = *shared;
+  const bool whole = r.job == Job::Picture;
   const int64_t limit = r.job == Job::Text ? kTextLimit : r.job == Job::Html ? kHtmlLimit : whole ? kDocumentLimit : 0;
   HeadRead h = readFileHead(r.path, limit, whole);
   if (h.failure != HeadRead::None) {
     r.number = h.err;
     r.error = headFailureText(h);
+    send(shared);
     return;
   }
   if (!wanted()) return;
@@ -261,13 +471,20 @@ void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
       break;
     }
     case Job::Html: {
-      // Parsed on the user-interface thread: a document laid out elsewhere does not follow
-      // its view (pictures and widths stay as the worker saw them).
+      // The page is laid out on the user-interface thread, where its view is; here it is only
+      // parsed for the pictures it names. Its text goes first, so that a picture that takes
+      // long (or blocks on a dead mount) does not keep the page away.
       QStringDecoder decoder(QStringConverter::encodingForHtml(h.bytes).value_or(QStringConverter::Utf8));
       r.text = decoder(h.bytes);
-      break;
+      send(std::make_shared<Result>(r));
+      auto pictures = std::make_shared<Result>();
+      pictures->job = Job::HtmlPictures;
+      pictures->ticket = r.ticket;
+      pictures->path = r.path;
+      preparePictures(r.text, fileUrl(r.path), r.width, pictures->resources, wanted);
+      if (wanted()) send(pictures);
+      return;
     }
-    case Job::Pdf: r.bytes = std::move(h.bytes); break;
     case Job::Picture: {
       QBuffer buffer(&h.bytes);
       buffer.open(QIODevice::ReadOnly);
@@ -275,12 +492,12 @@ void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
       const QSize size = reader.size();
       if (size.isValid() && int64_t(size.width()) * size.height() * 4 > int64_t(kPictureAllocationMiB) << 20) {
         r.error = TL(4263, "Das Bild ist zu groß für die Vorschau.");
-        return;
+        break;
       }
       QImage image;
       if (!reader.read(&image) || image.isNull()) {
         r.error = reader.errorString();
-        return;
+        break;
       }
       r.fullSize = image.size();
       if (image.width() > kDrawLimit || image.height() > kDrawLimit)
@@ -288,8 +505,10 @@ void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
       r.image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
       break;
     }
+    case Job::HtmlPictures:
     case Job::Media: break;  // only made sure that it is a regular file
   }
+  if (wanted()) send(shared);
 }
 
 // --- The pane ---------------------------------------------------------------------------------
@@ -297,9 +516,27 @@ void PreviewPane::load(Result& r, const std::function<bool()>& wanted) {
 PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent), guard_(guard) {
   setObjectName(QStringLiteral("picPreview"));
   QImageReader::setAllocationLimit(kPictureAllocationMiB);
-  // One reader: a newer file makes the queued ones void, and the other core stays free.
-  pool_ = new QThreadPool(this);
-  pool_->setMaxThreadCount(1);
+  // One reader at a time: a newer file makes a waiting one void, and the other core stays free.
+  readerWatch_ = new QTimer(this);
+  readerWatch_->setSingleShot(true);
+  connect(readerWatch_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] { watchReader(); }));
+  readLimit_ = new QTimer(this);
+  readLimit_->setSingleShot(true);
+  readLimit_->setInterval(kReadLimitMs);
+  connect(readLimit_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] { readerTimedOut(); }));
+  pdfRedraw_ = new QTimer(this);
+  pdfRedraw_->setSingleShot(true);
+  pdfRedraw_->setInterval(150);
+  connect(pdfRedraw_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] {
+            const QSize box = pdfBox();
+            if (!loading_ && shownViewer() == pdfPage_ && !pdfPath_.empty() &&
+                (box.width() > pdfBox_.width() || box.height() > pdfBox_.height()))
+              renderPdf(pdfPath_);  // the page drawn now stays until the larger one is there
+          }));
+  pageWait_ = new QTimer(this);
+  pageWait_->setSingleShot(true);
+  pageWait_->setInterval(kPageWaitMs);
+  connect(pageWait_, &QTimer::timeout, this, guard_.wrap("Filelist_Preview", [this] { showPage(false); }));
   stack_ = new QStackedLayout(this);
   stack_->setContentsMargins(0, 0, 0, 0);
 
@@ -323,15 +560,9 @@ PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent),
   browser_->setPalette(p);
   stack_->addWidget(browser_);
 
-  pdf_ = new QPdfDocument(this);
-  pdfView_ = new QPdfView(this);
-  pdfView_->setObjectName(QStringLiteral("pdfVorschau"));
-  pdfView_->setFrameShape(QFrame::NoFrame);
-  pdfView_->setPageMode(QPdfView::PageMode::SinglePage);
-  pdfView_->setZoomMode(QPdfView::ZoomMode::FitToWidth);
-  pdfView_->setDocument(pdf_);
-  stack_->addWidget(pdfView_);
-  connect(pdf_, &QPdfDocument::statusChanged, this, guard_.wrap("WebBrowser1_DocumentComplete", [this] { onPdfStatus(); }));
+  pdfPage_ = new PictureBox(this);
+  pdfPage_->setObjectName(QStringLiteral("pdfVorschau"));
+  stack_->addWidget(pdfPage_);
 
   picture_ = new PictureBox(this);
   picture_->setObjectName(QStringLiteral("picVorschau"));
@@ -348,7 +579,8 @@ PreviewPane::PreviewPane(const Guard& guard, QWidget* parent) : QWidget(parent),
 
 PreviewPane::~PreviewPane() {
   latest_->store(kGone);
-  pool_->clear();
+  if (reader_) reader_->leave();
+  dropPdfRun();
   media_.reset();  // before the video widget goes
 }
 
@@ -424,11 +656,7 @@ void PreviewPane::showFile(const std::string& path, bool force) {
   if (!force && path == last_) return;
   last_ = path;
   latest_->store(++ticket_);
-  videoWait_->stop();
-  picture_->clear();
-  browser_->clear();
-  if (pdf_->status() != QPdfDocument::Status::Null) pdf_->close();
-  setText(QString());
+  forget();
   const PreviewClass cls = previewClassOf(path);
   if (cls != kPreviewMedia) stopPlayer();  // stopped before it is hidden, so sound ends at once
   const std::string key = previewKey(path);
@@ -439,7 +667,7 @@ void PreviewPane::showFile(const std::string& path, bool force) {
       if (key == "/htm/" || key == "/html/")
         start(Job::Html, path);
       else if (key == "/pdf/")
-        start(Job::Pdf, path);
+        renderPdf(path);
       else if (key == "/png/")
         start(Job::Picture, path);
       else
@@ -469,6 +697,10 @@ void PreviewPane::showError(const std::string& path, int number, const QString& 
 
 void PreviewPane::take(const std::shared_ptr<Result>& r) {
   if (r->ticket != ticket_) return;  // the user has moved on
+  if (r->job != Job::HtmlPictures) {
+    readLimit_->stop();
+    reading_.clear();
+  }
   if (!r->error.isEmpty()) {
     showError(r->path, r->number, r->error);
     return;
@@ -477,29 +709,16 @@ void PreviewPane::take(const std::shared_ptr<Result>& r) {
     case Job::Text:
       showTextInSlices(std::move(r->text));
       break;
-    case Job::Html: {
-      // The view deletes a document it made itself; the ones made here are deleted here.
-      QTextDocument* old = browser_->document();
-      if (old->parent() != browser_) old = nullptr;
-      auto* doc = new SafeDocument(browser_);
-      doc->setBaseUrl(fileUrl(r->path));
-      doc->setHtml(r->text);
-      browser_->setDocument(doc);
-      if (old) old->deleteLater();
-      showViewer(browser_);
-      finish();
+    case Job::Html:
+      page_ = r;
+      pageShown_ = false;
+      pageWait_->start();
       break;
-    }
-    case Job::Pdf: {
-      if (pdfBuffer_) pdfBuffer_->deleteLater();
-      pdfBuffer_ = new QBuffer(this);
-      pdfBuffer_->setData(std::move(r->bytes));
-      pdfBuffer_->open(QIODevice::ReadOnly);
-      pdfTicket_ = ticket_;
-      pdf_->load(pdfBuffer_);
-      onPdfStatus();  // a complete buffer is often taken at once
+    case Job::HtmlPictures:
+      if (!page_ || page_->ticket != r->ticket) return;
+      page_->resources = std::move(r->resources);
+      showPage(true);
       break;
-    }
     case Job::Picture:
       picture_->setPicture(r->image, r->fullSize);
       showViewer(picture_);
@@ -509,24 +728,117 @@ void PreviewPane::take(const std::shared_ptr<Result>& r) {
   }
 }
 
-void PreviewPane::onPdfStatus() {
-  if (pdfTicket_ != ticket_ || !loading_) return;
-  switch (pdf_->status()) {
-    case QPdfDocument::Status::Ready:
-      pdfView_->pageNavigator()->jump(0, QPointF(), 0);
-      showViewer(pdfView_);
-      finish();
-      break;
-    case QPdfDocument::Status::Error: {
-      const auto e = pdf_->error();
-      showError(last_, static_cast<int>(e),
-                e == QPdfDocument::Error::IncorrectPassword || e == QPdfDocument::Error::UnsupportedSecurityScheme
-                    ? TL(4265, "Die PDF-Datei ist durch ein Kennwort geschützt.")
-                    : TL(4264, "Die PDF-Datei ist beschädigt oder unvollständig."));
-      break;
-    }
-    default: break;
+// The page goes into its view with what the reader prepared for it: without its pictures while
+// they are still coming, and again, laid out anew, once they are there.
+void PreviewPane::showPage(bool withPictures) {
+  if (!page_ || page_->ticket != ticket_) return;
+  if (!withPictures && pageShown_) return;
+  pageWait_->stop();
+  // The view deletes a document it made itself; the ones made here are deleted here.
+  QTextDocument* old = browser_->document();
+  if (old->parent() != browser_) old = nullptr;
+  const int scrolled = browser_->verticalScrollBar()->value();
+  auto* doc = new SafeDocument(withPictures ? page_->resources : Resources(), browser_);
+  doc->setBaseUrl(fileUrl(page_->path));
+  doc->setHtml(page_->text);
+  browser_->setDocument(doc);
+  if (old) old->deleteLater();
+  if (pageShown_) {
+    browser_->verticalScrollBar()->setValue(scrolled);
+    return;
   }
+  pageShown_ = true;
+  showViewer(browser_);
+  finish();
+}
+
+// --- PDF --------------------------------------------------------------------------------------
+
+// The page is drawn for the pane's size in pixels.
+QSize PreviewPane::pdfBox() const {
+  return (size() * devicePixelRatioF()).boundedTo({kPdfPageMaxSide, kPdfPageMaxSide}).expandedTo({64, 64});
+}
+
+void PreviewPane::resizeEvent(QResizeEvent* e) {
+  QWidget::resizeEvent(e);
+  if (!pdfPath_.empty()) pdfRedraw_->start();
+}
+
+void PreviewPane::renderPdf(const std::string& path) {
+  dropPdfRun();
+  loading_ = true;
+  reading_ = path;
+  readLimit_->start();
+  const QString program =
+      pdfRenderer_.isEmpty() ? qApp->property(kPdfRendererProperty).toString() : pdfRenderer_;
+  const QSize box = pdfBox();
+  pdfBox_ = box;
+  auto* run = new QProcess(this);
+  pdfRun_ = run;
+  run->setStandardInputFile(QProcess::nullDevice());
+  connect(run, &QProcess::finished, this, guard_.wrap("Filelist_Preview", [this, run, path] { pdfDone(run, path); }));
+  connect(run, &QProcess::errorOccurred, this, guard_.wrap("Filelist_Preview", [this, run, path](QProcess::ProcessError e) {
+            if (e == QProcess::FailedToStart) pdfDone(run, path);
+          }));
+  run->start(program, {QString::fromLatin1(kRenderPdfPageOption),
+                       QString::fromLatin1(QByteArray::fromStdString(path).toPercentEncoding("/")),
+                       QString::number(box.width()), QString::number(box.height())});
+}
+
+void PreviewPane::pdfDone(QProcess* run, const std::string& path) {
+  if (run != pdfRun_) return;
+  pdfRun_ = nullptr;
+  run->deleteLater();
+  readLimit_->stop();
+  reading_.clear();
+  const int number = run->readAllStandardError().trimmed().toInt();
+  if (run->error() == QProcess::FailedToStart) {
+    showError(path, 0, run->errorString());
+    return;
+  }
+  if (run->exitStatus() == QProcess::NormalExit) {
+    switch (run->exitCode()) {
+      case kPdfPageDrawn: {
+        const QImage page = QImage::fromData(run->readAllStandardOutput(), "PNG");
+        if (page.isNull()) break;
+        pdfPage_->setPicture(page, page.size());
+        pdfPath_ = path;
+        showViewer(pdfPage_);
+        finish();
+        return;
+      }
+      case kPdfPageSystem:
+        showError(path, number, QString::fromLocal8Bit(systemErrorText(number).c_str()));
+        return;
+      case kPdfPageNotRegular: showError(path, 0, TL(4261, "Die Datei ist keine reguläre Datei.")); return;
+      case kPdfPageTooLarge: showError(path, 0, TL(4262, "Die Datei ist zu groß für die Vorschau.")); return;
+      case kPdfPageDocument:
+        if (number == int(QPdfDocument::Error::IncorrectPassword) ||
+            number == int(QPdfDocument::Error::UnsupportedSecurityScheme)) {
+          showError(path, number, TL(4265, "Die PDF-Datei ist durch ein Kennwort geschützt."));
+          return;
+        }
+        break;
+      default: break;
+    }
+  }
+  // A page that cannot be drawn, or a helper that fell over on it.
+  showError(path, number, TL(4264, "Die PDF-Datei ist beschädigt oder unvollständig."));
+}
+
+// The helper drawing a page nobody wants any more is killed. It is not waited for: one held in
+// the kernel (a dead mount) goes whenever it can, and its object with it.
+void PreviewPane::dropPdfRun() {
+  QProcess* run = std::exchange(pdfRun_, nullptr);
+  if (!run) return;
+  disconnect(run, nullptr, this, nullptr);
+  if (run->state() == QProcess::NotRunning) {
+    run->deleteLater();
+    return;
+  }
+  run->setParent(nullptr);
+  QObject::connect(run, &QProcess::finished, run, &QObject::deleteLater);
+  run->kill();
 }
 
 // --- Sound and video --------------------------------------------------------------------------
@@ -542,9 +854,9 @@ bool PreviewPane::makePlayer() {
   PreviewMedia::Callbacks callbacks;
   callbacks.built = guard_.wrap("Filelist_Preview", [this](bool ok, const QString& text) { onPlayerBuilt(ok, text); });
   callbacks.failed = guard_.wrap("MPlayer4_Error", [this](uint64_t ticket, int e, const QString& text) {
-    if (ticket != ticket_ || last_.empty()) return;  // not about the file shown
+    if (ticket != ticket_ || mediaPath_.empty()) return;  // not about the file shown
     videoWait_->stop();
-    showError(last_, e, text);
+    showError(mediaPath_, e, text);
   });
   media_ = std::make_unique<PreviewMedia>(this, std::move(callbacks));
   return true;
@@ -566,7 +878,7 @@ void PreviewPane::onPlayerBuilt(bool ok, const QString& why) {
     media_.reset();
   }
   // The media file that waited for the player, if the user is still on it.
-  if (mediaTicket_ == ticket_ && loading_) playMedia(last_);
+  if (mediaTicket_ == ticket_ && loading_) playMedia(mediaPath_);
 }
 
 void PreviewPane::stopPlayer() {
@@ -577,6 +889,7 @@ void PreviewPane::stopPlayer() {
 
 void PreviewPane::playMedia(const std::string& path) {
   if (!playerTried_) makePlayer();
+  mediaPath_ = path;
   if (building_) {
     mediaTicket_ = ticket_;  // played once the player is there
     return;
@@ -606,13 +919,26 @@ void PreviewPane::pollVideoSize() {
   finish();
 }
 
+// Every viewer emptied, and whatever is still on its way for an earlier file given up.
+void PreviewPane::forget() {
+  videoWait_->stop();
+  readLimit_->stop();
+  reading_.clear();
+  pageWait_->stop();
+  page_.reset();
+  dropPdfRun();
+  pdfRedraw_->stop();
+  pdfPath_.clear();
+  picture_->clear();
+  pdfPage_->clear();
+  browser_->clear();
+  setText(QString());
+}
+
 void PreviewPane::Filelist_Preview_BildLoeschen() {
   latest_->store(++ticket_);
   stopPlayer();
-  browser_->clear();
-  if (pdf_->status() != QPdfDocument::Status::Null) pdf_->close();
-  picture_->clear();
-  setText(QString());
+  forget();
   last_.clear();
   showViewer(text_);
   loading_ = false;

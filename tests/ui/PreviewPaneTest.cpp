@@ -1,7 +1,8 @@
 // The file preview: the viewer each kind of file lands in, the picture's drawn size, and files
 // that must neither hang nor crash the window (a FIFO, a huge sparse file, broken pictures and
-// documents, a page that wants the network). Also the list's side of it: clicks, keys, delete,
-// and the two bar commands that both lists share.
+// documents, a PDF that sends its library round in circles, a page with huge pictures or one on
+// a dead mount, a page that wants the network). Also the list's side of it: clicks, keys,
+// delete, and the two bar commands that both lists share.
 
 #include <QBuffer>
 #include <QElapsedTimer>
@@ -12,14 +13,20 @@
 #include <QPdfWriter>
 #include <QPlainTextEdit>
 #include <QSignalSpy>
+#include <QAbstractTextDocumentLayout>
 #include <QTcpServer>
+#include <QTextBlock>
 #include <QTest>
 #include <QTextBrowser>
 #include <QTimer>
 #include <QVideoSink>
 #include <QVideoWidget>
 #include <QTreeView>
+#include <condition_variable>
 #include <fstream>
+#include <sched.h>
+#include <sys/mount.h>
+#include <thread>
 
 #include "TestApp.h"
 #include "TestFs.h"
@@ -45,23 +52,79 @@ QByteArray imageBytes(const QImage& image, const char* format) {
   return out;
 }
 
+// The longest time the event loop went without a turn while the clock ran.
+struct StallClock {
+  QElapsedTimer clock;
+  qint64 last = 0, longest = 0;
+  QTimer tick;
+  StallClock() {
+    clock.start();
+    QObject::connect(&tick, &QTimer::timeout, [this] {
+      longest = std::max(longest, clock.elapsed() - last);
+      last = clock.elapsed();
+    });
+    tick.start(10);
+  }
+};
+
+// Runs `action` on a thread of its own unless disarmed within `seconds`: the way out of a
+// test whose window thread is held in the kernel or in a library.
+class Watchdog {
+ public:
+  Watchdog(int seconds, std::function<void()> action)
+      : thread_([this, seconds, action = std::move(action)] {
+          std::unique_lock lock(m_);
+          if (!cv_.wait_for(lock, std::chrono::seconds(seconds), [this] { return done_; })) action();
+        }) {}
+  ~Watchdog() {
+    {
+      std::lock_guard lock(m_);
+      done_ = true;
+    }
+    cv_.notify_all();
+    thread_.join();
+  }
+
+ private:
+  std::mutex m_;
+  std::condition_variable cv_;
+  bool done_ = false;
+  std::thread thread_;
+};
+
+// The smallest PDF whose page tree holds itself as its own kid.
+QByteArray selfReferentialPdf() {
+  QByteArray out = "%PDF-1.4\n";
+  QList<qsizetype> offsets;
+  for (const char* object : {"<</Type/Catalog/Pages 2 0 R>>", "<</Type/Pages/Kids[2 0 R]/Count 1>>"}) {
+    offsets << out.size();
+    out += QByteArray::number(offsets.size()) + " 0 obj" + object + "endobj\n";
+  }
+  const qsizetype xref = out.size();
+  out += "xref\n0 3\n0000000000 65535 f \n";
+  for (qsizetype o : offsets) out += QByteArray::number(o).rightJustified(10, '0') + " 00000 n \n";
+  out += "trailer<</Size 3/Root 1 0 R>>\nstartxref\n" + QByteArray::number(xref) + "\n%%EOF\n";
+  return out;
+}
+
 class PreviewTest : public ::testing::Test {
  protected:
   void SetUp() override {
     guiApp();
+    pane.setPdfRenderer(QStringLiteral(QUORLANE_PROGRAM));
     pane.resize(300, 200);
     pane.show();
   }
 
   // Shows the file and waits for it to be in its viewer; the call itself must return at once.
-  QWidget* show(const std::string& name, bool force = true, int boundMs = 500) {
+  QWidget* show(const std::string& name, bool force = true, int boundMs = 500, int waitMs = 8000) {
     QElapsedTimer t;
     t.start();
     QSignalSpy spy(&pane, &PreviewPane::shown);
     pane.showFile(d / name, force);
     EXPECT_LT(t.elapsed(), boundMs) << name << ": the user-interface thread was held";
     if (pane.loading()) {
-      EXPECT_TRUE(spy.wait(8000)) << name << ": never shown";
+      EXPECT_TRUE(spy.wait(waitMs)) << name << ": never shown";
     }
     return pane.shownViewer();
   }
@@ -95,8 +158,17 @@ TEST_F(PreviewTest, EachKindLandsInItsViewer) {
   EXPECT_EQ(show("shot.png")->objectName(), "picVorschau");
   EXPECT_EQ(pane.pictureViewer().drawnSize(), QSize(40, 30));
   EXPECT_EQ(show("photo.JPG")->objectName(), "picVorschau");
+  // The first page, fitted to the pane: an upright page takes the pane's height.
   EXPECT_EQ(show("doc.pdf")->objectName(), "pdfVorschau");
-  EXPECT_EQ(pane.pdfDocument().pageCount(), 1);
+  EXPECT_EQ(pane.pdfViewer().drawnSize().height(), 200);
+  EXPECT_LT(pane.pdfViewer().drawnSize().width(), 200);
+  {  // a larger pane gets the page drawn anew for its size
+    QSignalSpy redrawn(&pane, &PreviewPane::shown);
+    pane.resize(600, 400);
+    EXPECT_TRUE(redrawn.wait(8000));
+    EXPECT_EQ(pane.pdfViewer().drawnSize().height(), 400);
+    pane.resize(300, 200);
+  }
   for (const char* notice : {"letter.doc", "README"}) {
     EXPECT_EQ(show(notice)->objectName(), "rtfVorschau") << notice;
     EXPECT_EQ(text(), "\n - Unbekanntes Dateiformat - ") << notice;
@@ -147,19 +219,146 @@ TEST_F(PreviewTest, BadFilesGiveTheirMessageAndNeverHang) {
   EXPECT_EQ(lines[0], "a b");
   EXPECT_EQ(lines[1], QString(1000, QLatin1Char('x')));
   EXPECT_EQ(lines[3], QString(500, QLatin1Char('x')));
-  // Text in PNG clothing, a PDF that is only its header: the message, no dialog.
+  // Text in PNG clothing: the message, no dialog.
   writeBytes(d / "fake.png", "this is no picture at all");
-  writeBytes(d / "header.pdf", "%PDF-1.7\n");
-  for (const char* name : {"fake.png", "header.pdf"}) {
-    EXPECT_EQ(show(name)->objectName(), "rtfVorschau") << name;
-    EXPECT_TRUE(text().contains(cannot)) << name;
-  }
+  EXPECT_EQ(show("fake.png")->objectName(), "rtfVorschau");
+  EXPECT_TRUE(text().contains(cannot));
   // A JPEG cut in the middle shows what there is, or the message; it must not take the program.
   QImage photo(400, 300, QImage::Format_RGB32);
   photo.fill(Qt::darkGreen);
   writeBytes(d / "cut.jpg", imageBytes(photo, "JPEG").left(300));
   const QString shown = show("cut.jpg")->objectName();
   EXPECT_TRUE(shown == "picVorschau" || text().contains(cannot));
+}
+
+// Damaged PDFs give their message naming the file, and the window keeps turning meanwhile; the
+// self-referential page tree keeps the PDF library busy for good, so it is given up.
+TEST_F(PreviewTest, PdfsThatCannotBeDrawnGiveTheirMessageWhileTheWindowTurns) {
+  Watchdog stuck(60, [] {
+    std::fputs("the window's thread is held by the PDF library\n", stderr);
+    std::_Exit(1);
+  });
+  writeBytes(d / "loop.pdf", selfReferentialPdf());
+  writeBytes(d / "header.pdf", "%PDF-1.7\n");
+  makeDir(d / "folder.pdf");
+  const struct {
+    const char* name;
+    const char* why;
+  } cases[] = {{"loop.pdf", "beschädigt"},
+               {"header.pdf", "beschädigt"},
+               {"gone.pdf", "No such file"},
+               {"folder.pdf", "keine reguläre Datei"}};
+  for (const auto& c : cases) {
+    StallClock stalls;
+    QElapsedTimer t;
+    t.start();
+    EXPECT_EQ(show(c.name, true, 500, 20000)->objectName(), "rtfVorschau") << c.name;
+    EXPECT_LT(t.elapsed(), 20000) << c.name;
+    EXPECT_LT(stalls.longest, 500) << c.name;
+    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / c.name + "'"))) << text().toStdString();
+    EXPECT_TRUE(text().contains(QString::fromUtf8(c.why))) << text().toStdString();
+  }
+  // A page as large as a wall is drawn as small as the pane.
+  {
+    QPdfWriter wall(QString::fromStdString(d / "wall.pdf"));
+    wall.setPageSize(QPageSize(QSizeF(5000, 200), QPageSize::Millimeter));
+    QPainter(&wall).drawText(100, 100, QStringLiteral("wall"));
+  }
+  EXPECT_EQ(show("wall.pdf", true, 500, 20000)->objectName(), "pdfVorschau");
+  EXPECT_EQ(pane.pdfViewer().drawnSize().width(), 300);
+}
+
+// A page's pictures are decoded on the reader, reduced to the pane's width, and the page is laid
+// out with them: the heading stays above them and the window never waits for a picture.
+TEST_F(PreviewTest, PageWithHugePicturesNeverHoldsTheWindow) {
+  QImage big(2500, 2500, QImage::Format_RGB32);
+  big.fill(Qt::darkCyan);
+  writeBytes(d / "p0.png", imageBytes(big, "PNG"));
+  QByteArray html = "<html><body><h1>Heading</h1>";
+  constexpr int kPictures = 8;
+  for (int i = 0; i < kPictures; ++i) {
+    const std::string name = "p" + std::to_string(i) + ".png";
+    if (i > 0) {
+      ASSERT_EQ(::link((d / "p0.png").c_str(), (d / name).c_str()), 0);
+    }
+    html += "<p><img src='" + QByteArray::fromStdString(name) + "'></p>";
+  }
+  writeBytes(d / "pictures.html", html + "</body></html>");
+  StallClock stalls;
+  ASSERT_EQ(show("pictures.html")->objectName(), "WebBrowser1");
+  auto* browser = pane.findChild<QTextBrowser*>();
+  QTextDocument* doc = browser->document();
+  const QUrl last = QUrl::fromLocalFile(QString::fromStdString(d / ("p" + std::to_string(kPictures - 1) + ".png")));
+  QElapsedTimer t;
+  t.start();
+  do {
+    browser->grab();  // what a paint of the page asks for
+    QTest::qWait(20);
+  } while (browser->document()->resource(QTextDocument::ImageResource, last).value<QImage>().isNull() &&
+           t.elapsed() < 20000);
+  doc = browser->document();
+  EXPECT_LT(stalls.longest, 500) << "the window decoded pictures";
+  for (int i = 0; i < kPictures; ++i) {
+    const QImage image = doc->resource(QTextDocument::ImageResource,
+                                       QUrl::fromLocalFile(QString::fromStdString(d / ("p" + std::to_string(i) + ".png"))))
+                             .value<QImage>();
+    ASSERT_FALSE(image.isNull()) << i;
+    EXPECT_LE(image.width(), browser->viewport()->width()) << i;
+  }
+  const QTextBlock heading = doc->begin();
+  ASSERT_EQ(heading.text(), "Heading");
+  const QRectF headingBox = doc->documentLayout()->blockBoundingRect(heading);
+  const QRectF pictureBox = doc->documentLayout()->blockBoundingRect(heading.next());
+  EXPECT_LE(headingBox.bottom(), pictureBox.top());
+  EXPECT_GT(pictureBox.height(), 100) << "the picture is not in the layout";
+}
+
+// A picture on a dead mount holds its reader in the kernel; neither the window nor the next
+// file waits for it, and a file on the dead mount itself is given up with its message.
+TEST_F(PreviewTest, DeadMountHoldsNeitherTheWindowNorTheNextFile) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting FUSE needs root";
+  // The window's thread moves into a mount namespace of its own; readers it starts follow it,
+  // and nobody else ever sees the dead mount.
+  if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    GTEST_SKIP() << "no mount namespace";
+  const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+  if (fuse < 0) GTEST_SKIP() << "/dev/fuse: " << std::strerror(errno);
+  makeDir(d / "dead");
+  const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
+  if (::mount("quorlane-dead", (d / "dead").c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0) {
+    ::close(fuse);
+    GTEST_SKIP() << "FUSE mount: " << std::strerror(errno);
+  }
+  // A server that never answers; detaching and closing its end frees whatever waits on it.
+  std::atomic<bool> released{false};
+  const auto release = [&] {
+    if (released.exchange(true)) return;
+    ::umount2((d / "dead").c_str(), MNT_DETACH);
+    ::close(fuse);
+  };
+  {
+    Watchdog hung(30, release);
+    ASSERT_EQ(::mkfifo((d / "fifo.png").c_str(), 0644), 0);
+    writeBytes(d / "page.html", "<h1>Heading</h1><img src='dead/pic.png'><img src='fifo.png'><p>words</p>");
+    writeBytes(d / "after.txt", "after");
+    StallClock stalls;
+    ASSERT_EQ(show("page.html")->objectName(), "WebBrowser1");
+    EXPECT_TRUE(pane.findChild<QTextBrowser*>()->toPlainText().contains("words"));
+    pane.findChild<QTextBrowser*>()->grab();
+    QElapsedTimer t;
+    t.start();
+    EXPECT_EQ(show("after.txt", true, 500, 4000)->objectName(), "rtfVorschau");
+    EXPECT_EQ(text(), "after");
+    EXPECT_LT(t.elapsed(), 4000);
+    show("dead/notes.txt", true, 500, 15000);
+    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / "dead/notes.txt" + "'"))) << text().toStdString();
+    EXPECT_TRUE(text().contains("timed out")) << text().toStdString();
+    show("after.txt", true, 500, 4000);
+    EXPECT_EQ(text(), "after");
+    EXPECT_LT(stalls.longest, 500);
+    EXPECT_FALSE(released) << "the window was held on the dead mount";
+  }
+  release();
 }
 
 TEST_F(PreviewTest, HtmlFetchesNothingFromTheNetwork) {
@@ -201,17 +400,9 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
   writeBytes(d / "silence.wav", wavBytes());
   writeBytes(d / "empty.mp4", "");
   writeBytes(d / "after.txt", "after");
-  // The longest gap between turns of the event loop: GStreamer's own waits (a second for a
-  // file that does not start) must stay on the player's thread.
-  QElapsedTimer clock;
-  clock.start();
-  qint64 last = 0, longest = 0;
-  QTimer tick;
-  QObject::connect(&tick, &QTimer::timeout, [&] {
-    longest = std::max(longest, clock.elapsed() - last);
-    last = clock.elapsed();
-  });
-  tick.start(10);
+  // GStreamer's own waits (a second for a file that does not start) must stay on the player's
+  // thread.
+  StallClock stalls;
   QWidget* w = show("silence.wav");
   if (pane.playerKind() == 0) GTEST_SKIP() << "no media backend works here";
   EXPECT_EQ(w->objectName(), "MPlayer4");
@@ -228,13 +419,15 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
   for (int i = 0; i < 300 && video->videoSink()->videoSize().isEmpty(); ++i) QTest::qWait(10);
   EXPECT_EQ(video->videoSink()->videoSize(), QSize(64, 48));
   show("empty.mp4");  // an error or an empty picture; either way it comes back
+  if (text().contains("ERROR: ")) {
+    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / "empty.mp4" + "'"))) << text().toStdString();
+  }
   show("after.txt");
   EXPECT_EQ(pane.shownViewer()->objectName(), "rtfVorschau");
   for (int i = 0; i < 300 && !pane.media()->source().isEmpty(); ++i) QTest::qWait(10);
   EXPECT_TRUE(pane.media()->source().isEmpty());
   EXPECT_EQ(pane.media()->state(), QMediaPlayer::StoppedState);
-  tick.stop();
-  EXPECT_LT(longest, 500) << "the window waited for the player";
+  EXPECT_LT(stalls.longest, 500) << "the window waited for the player";
 }
 
 // The list's side: a click previews, the bar commands act on both lists, a delete empties.
