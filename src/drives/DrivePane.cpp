@@ -126,11 +126,11 @@ void DrivePane::buildBar(const MainOptions& o) {
                "Ausgewähltes Laufwerk einlesen");
   b.AddControl(T::Button, ScanAll, 3696, "Alle einlesen", "media-seek-forward", false, 3694, "Alle Laufwerke einlesen");
   b.AddControl(T::Button, AddLocation, 3726, "Hinzufügen", "folder-remote", true, 3727, "UNC-Pfad hinzufügen");
-  b.AddControl(T::Button, cmd::drives::Bytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+  b.AddControl(T::Button, cmd::drives::Bytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
                o.SizeFormatNachkommastellenDrive != 0);
   b.setChecked(cmd::drives::Bytes + model_->unit(), true);
   connect(bar_, &CommandBar::execute, this, [this](int id) { cbrDrives_Execute(id); });

@@ -1,35 +1,118 @@
 #include "ui/CommandBar.h"
 
-#include <QApplication>
+#include <QBuffer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QIconEngine>
+#include <QImageReader>
 #include <QMenu>
-#include <QStyle>
+#include <QPainter>
+#include <QPalette>
+#include <QPixmapCache>
 #include <QToolButton>
 
 #include "lang/TL.h"
 
+// Outside the namespace: the macro declares the resource's global initialiser.
+static void registerIcons() {
+  static const bool done = [] {
+    Q_INIT_RESOURCE(quorlane_icons);
+    return true;
+  }();
+  (void)done;
+}
+
 namespace ql {
+
+namespace {
+
+// Our icons are drawn in one ink, "currentColor", plus a few accents of middle brightness. The
+// ink becomes the palette's text colour when the icon is painted, so an outline has the contrast
+// of the captions beside it on a light, a dark or a high-contrast palette alike; a disabled
+// command takes the disabled text colour, and its accents fade towards the button's colour.
+class PaletteIconEngine final : public QIconEngine {
+ public:
+  PaletteIconEngine(QString name, QByteArray svg) : name_(std::move(name)), svg_(std::move(svg)) {}
+
+  QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+    return scaledPixmap(size, mode, state, 1.0);
+  }
+
+  QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State, qreal scale) override {
+    const QPalette palette = QGuiApplication::palette();
+    const QColor ink =
+        mode == QIcon::Disabled   ? palette.color(QPalette::Disabled, QPalette::ButtonText)
+        : mode == QIcon::Selected ? palette.color(QPalette::Active, QPalette::HighlightedText)
+                                  : palette.color(QPalette::Active, QPalette::ButtonText);
+    const QSize pixels = size * scale;
+    if (isNull() || pixels.isEmpty()) return {};
+    const QString key =
+        QStringLiteral("ql-icon/%1/%2x%3/%4/%5")
+            .arg(name_)
+            .arg(pixels.width())
+            .arg(pixels.height())
+            .arg(ink.rgba(), 0, 16)
+            .arg(mode == QIcon::Disabled ? palette.color(QPalette::Button).rgba() : 0u, 0, 16);
+    QPixmap pm;
+    if (!QPixmapCache::find(key, &pm)) {
+      QByteArray text = svg_;
+      text.replace("currentColor", ink.name().toLatin1());
+      if (mode == QIcon::Disabled) {
+        const QColor button = palette.color(QPalette::Button);
+        for (const char* accent : kAccents)
+          text.replace(accent, mix(ink, button).name().toLatin1());
+      }
+      QBuffer buffer(&text);
+      buffer.open(QIODevice::ReadOnly);
+      QImageReader reader(&buffer, "svg");
+      reader.setScaledSize(pixels);
+      pm = QPixmap::fromImage(reader.read());
+      QPixmapCache::insert(key, pm);
+    }
+    pm.setDevicePixelRatio(scale);
+    return pm;
+  }
+
+  void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override {
+    const qreal scale = painter->device() ? painter->device()->devicePixelRatio() : 1.0;
+    painter->drawPixmap(rect, scaledPixmap(rect.size(), mode, state, scale));
+  }
+
+  QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override {
+    const int side = qMin(size.width(), size.height());
+    return {side, side};
+  }
+
+  QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override { return {{16, 16}, {32, 32}}; }
+  QString iconName() override { return name_; }
+  bool isNull() override { return svg_.isEmpty(); }
+  QString key() const override { return QStringLiteral("QuorlanePaletteIcon"); }
+  QIconEngine* clone() const override { return new PaletteIconEngine(*this); }
+
+ private:
+  // The accents the drawings use (green go, red stop, blue the rest).
+  static constexpr const char* kAccents[] = {"#2ea043", "#e5484d", "#3584e4"};
+
+  static QColor mix(const QColor& a, const QColor& b) {
+    return QColor((a.red() + b.red()) / 2, (a.green() + b.green()) / 2, (a.blue() + b.blue()) / 2);
+  }
+
+  QString name_;
+  QByteArray svg_;
+};
+
+}  // namespace
 
 QIcon commandIcon(const QString& name) {
   if (name.isEmpty()) return {};
-  static const QHash<QString, QStyle::StandardPixmap> fallback = {
-      {QStringLiteral("folder-new"), QStyle::SP_FileDialogNewFolder},
-      {QStringLiteral("media-playback-start"), QStyle::SP_MediaPlay},
-      {QStringLiteral("process-stop"), QStyle::SP_BrowserStop},
-      {QStringLiteral("view-refresh"), QStyle::SP_BrowserReload},
-      {QStringLiteral("document-save"), QStyle::SP_DialogSaveButton},
-      {QStringLiteral("application-exit"), QStyle::SP_DialogCloseButton},
-      {QStringLiteral("help-about"), QStyle::SP_MessageBoxInformation},
-      {QStringLiteral("go-home"), QStyle::SP_DirHomeIcon},
-      {QStringLiteral("drive-harddisk"), QStyle::SP_DriveHDIcon},
-      {QStringLiteral("view-list-details"), QStyle::SP_FileDialogDetailedView},
-      {QStringLiteral("view-list-tree"), QStyle::SP_DirIcon},
-      {QStringLiteral("list-remove"), QStyle::SP_TrashIcon},
-      {QStringLiteral("edit-clear"), QStyle::SP_DialogResetButton},
-  };
-  QIcon icon = QIcon::fromTheme(name);
-  if (icon.isNull() && fallback.contains(name))
-    icon = QApplication::style()->standardIcon(fallback.value(name));
-  return icon;
+  registerIcons();
+  QIcon ours;
+  QFile file(QStringLiteral(":/icons/%1.svg").arg(name));
+  if (file.open(QIODevice::ReadOnly)) ours = QIcon(new PaletteIconEngine(name, file.readAll()));
+  // Names of our own are never asked of the theme: its lookup shortens a name it lacks at the
+  // dashes, and "quorlane-..." would end at the program's own icon.
+  if (name.startsWith(QLatin1String("quorlane-"))) return ours;
+  return QIcon::fromTheme(name, ours);
 }
 
 CommandBar::CommandBar(const QString& objectName, const QString& title, QWidget* parent)

@@ -19,7 +19,7 @@ class CommandBar : public QToolBar {
   CommandBar(const QString& objectName, const QString& title, QWidget* parent = nullptr);
 
   // Adds a control. The caption and tooltip are the German texts beside their text ids; an
-  // empty tooltip takes the caption. `icon` is a theme icon name (empty: none). Checkable
+  // empty tooltip takes the caption. `icon` names the icon (see commandIcon). Checkable
   // controls start with `checked`.
   QAction* AddControl(Type type, int id, int captionId, const QString& caption,
                       const QString& icon, bool beginGroup, int tooltipId,
@@ -49,7 +49,8 @@ class CommandBar : public QToolBar {
   QSet<int> unavailable_;
 };
 
-// An icon from the desktop's theme, or the style's closest standard icon.
+// The desktop theme's icon of a freedesktop name, or our own drawing of it (resources/icons/) where
+// the theme has none or there is no theme. Names beginning with "quorlane-" are ours alone.
 QIcon commandIcon(const QString& name);
 
 // The bold title that stands over a pane (or first on its bar).

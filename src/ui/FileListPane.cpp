@@ -98,34 +98,35 @@ void FileListPane::buildBar(const MainOptions& o) {
                true, o.FilelistTile);
   b.AddControl(T::Button, files ? Optimize : TopOptimize, 3675, "Optimieren", "zoom-fit-best", true, 3564,
                "Spaltenbreite optimieren");
-  b.AddControl(T::Button, UnitBytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, UnitBytes + 1, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, UnitBytes + 2, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, UnitBytes + 3, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+  b.AddControl(T::Button, UnitBytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, UnitBytes + 1, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, UnitBytes + 2, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, UnitBytes + 3, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
                files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
   struct Toggle {
     int caption;
     const char* text;
     int tip;
     const char* tipText;
+    const char* icon;
   };
   static const Toggle fileToggles[] = {
-      {3681, "Größe", 3658, "Spalte 'Größe'"},
-      {3682, "Endung", 3659, "Spalte 'Endung'"},
-      {3683, "Typ", 3660, "Spalte 'Typ'"},
-      {3684, "Attribute", 3661, "Spalte 'Attribute'"},
-      {3685, "Änderung", 3662, "Spalte 'Änderungsdatum'"},
-      {3686, "Erstellt", 3663, "Spalte 'Erstellungsdatum'"},
-      {3687, "Zugriff", 3664, "Spalte 'Zugriffsdatum'"},
+      {3681, "Größe", 3658, "Spalte 'Größe'", "quorlane-column-size"},
+      {3682, "Endung", 3659, "Spalte 'Endung'", "quorlane-column-extension"},
+      {3683, "Typ", 3660, "Spalte 'Typ'", "quorlane-column-type"},
+      {3684, "Attribute", 3661, "Spalte 'Attribute'", "quorlane-column-attributes"},
+      {3685, "Änderung", 3662, "Spalte 'Änderungsdatum'", "quorlane-column-modified"},
+      {3686, "Erstellt", 3663, "Spalte 'Erstellungsdatum'", "quorlane-column-created"},
+      {3687, "Zugriff", 3664, "Spalte 'Zugriffsdatum'", "quorlane-column-accessed"},
   };
-  static const Toggle path = {3728, "Pfad", 3729, "Spalte 'Pfad'"};
+  static const Toggle path = {3728, "Pfad", 3729, "Spalte 'Pfad'", "quorlane-column-path"};
   std::vector<Toggle> toggles(std::begin(fileToggles), std::end(fileToggles));
   if (!files) toggles.insert(toggles.begin() + 1, path);
   for (size_t i = 0; i < toggles.size(); ++i) {
     const int shown = files ? o.FileColumn[i] : o.TopColumn[i];
     b.AddControl(T::Button, FirstColumn + static_cast<int>(i), toggles[i].caption,
-                 QString::fromUtf8(toggles[i].text), "", i == 0, toggles[i].tip, QString::fromUtf8(toggles[i].tipText),
+                 QString::fromUtf8(toggles[i].text), toggles[i].icon, i == 0, toggles[i].tip, QString::fromUtf8(toggles[i].tipText),
                  true, shown != 0);
   }
   search_ = new QLineEdit(bar_);

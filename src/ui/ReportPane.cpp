@@ -117,8 +117,8 @@ void ReportPane::buildBar(const MainOptions& o) {
                "Ausgewählter Ordner neu einlesen");
   b.AddControl(T::Button, FullView, 3720, "Vollansicht", "view-fullscreen", true, 3719,
                "Alle anderen Listen ausblenden");
-  b.AddControl(T::Button, CollapseAll, 3673, "Zuklappen", "zoom-out", true, 3562, "Alle Ordner zuklappen");
-  b.AddControl(T::SplitButton, ExpandAll, 3674, "Aufklappen", "zoom-in", false, 3563, "Alle Ordner aufklappen");
+  b.AddControl(T::Button, CollapseAll, 3673, "Zuklappen", "collapse-all", true, 3562, "Alle Ordner zuklappen");
+  b.AddControl(T::SplitButton, ExpandAll, 3674, "Aufklappen", "expand-all", false, 3563, "Alle Ordner aufklappen");
   b.AddPopupControl(ExpandAll, ExpandLevels, TL(3629, "1 Ordnerebene aufklappen"));
   for (int n = 2; n <= 10; ++n)
     b.AddPopupControl(ExpandAll, ExpandLevels + n - 1, TL(3646, "%1 Ordnerebenen aufklappen", {QString::number(n)}));
@@ -127,18 +127,18 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, Save, 3537, "Speichern", "document-save", true, 3538,
                "Ordnerliste in eine Textdatei speichern");
   b.AddControl(T::Button, Print, 3541, "Drucken", "document-print", true, 3542, "Ordnerliste drucken");
-  b.AddControl(T::Button, PercentColumn, 3698, "Prozent", "", true, 3699, "Spalte 'Prozent' anzeigen", true,
+  b.AddControl(T::Button, PercentColumn, 3698, "Prozent", "quorlane-column-percent", true, 3699, "Spalte 'Prozent' anzeigen", true,
                o.ColPercentVisible);
-  b.AddControl(T::Button, FilesColumn, 3676, "Dateien", "", false, 3565, "Spalte 'Dateianzahl' anzeigen", true,
+  b.AddControl(T::Button, FilesColumn, 3676, "Dateien", "quorlane-column-files", false, 3565, "Spalte 'Dateianzahl' anzeigen", true,
                o.ColFileVisible);
-  b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
+  b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "quorlane-column-folders", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
                o.ColFolderVisible);
   b.AddControl(T::Button, FitColumns, 3675, "Optimieren", "zoom-fit-best", false, 3564, "Spaltenbreite optimieren");
-  b.AddControl(T::Button, cmd::report::Bytes, 3567, "Bytes", "", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "", false, 3653, "Nachkommastellen anzeigen", true,
+  b.AddControl(T::Button, cmd::report::Bytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
                o.SizeFormatNachkommastellenFolders);
   search_ = new QLineEdit(bar_);
   search_->setObjectName(QStringLiteral("txtSearch"));

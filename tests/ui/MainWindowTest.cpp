@@ -1,16 +1,19 @@
 // The window as a user meets it: sources from the command line, the tree growing, a title
 // click, and a close during a scan.
 
+#include <QAction>
 #include <QApplication>
 #include <QDialog>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QMenu>
-#include <QSignalSpy>
 #include <QSettings>
+#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <QWidgetAction>
+#include <cmath>
 
 #include "TestApp.h"
 #include "TestFs.h"
@@ -24,6 +27,18 @@ namespace ql::test {
 namespace {
 
 void app() { guiApp(); }
+
+// The contrast ratio of two colours as accessibility guidelines define it (1 to 21).
+double contrast(const QColor& a, const QColor& b) {
+  auto luminance = [](const QColor& c) {
+    auto channel = [](double v) {
+      return v <= 0.03928 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(c.redF()) + 0.7152 * channel(c.greenF()) + 0.0722 * channel(c.blueF());
+  };
+  const double la = luminance(a), lb = luminance(b);
+  return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
 
 // Shows the window and lets its first activation run, as on a real start.
 void bringUp(MainWindow& w) {
@@ -394,6 +409,53 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   w.reportPane().Report_ExpandSubFolders(true);
   QCoreApplication::processEvents();
   EXPECT_TRUE(w.view().isExpanded(w.model().indexOf(root)));
+}
+
+// Every command shows an icon with no icon theme at all (a plain window manager, or offscreen
+// here), and the icon stands out from the bar on a light and on a dark palette.
+TEST_F(MainWindowTest, EveryCommandHasAnIconThatReadsOnLightAndDark) {
+  QPalette dark;
+  for (auto [role, colour] : {std::pair{QPalette::Window, 0x2b2b2b},
+                              {QPalette::Button, 0x353535},
+                              {QPalette::WindowText, 0xe6e6e6},
+                              {QPalette::ButtonText, 0xe6e6e6},
+                              {QPalette::Text, 0xe6e6e6},
+                              {QPalette::Base, 0x1e1e1e}})
+    dark.setColor(role, QColor::fromRgb(colour));
+  const QPalette before = QApplication::palette();
+  MainWindow w;
+  const QList<CommandBar*> bars = w.findChildren<CommandBar*>();
+  ASSERT_GE(bars.size(), 5);
+  for (const QPalette& palette : {QApplication::style()->standardPalette(), dark}) {
+    QApplication::setPalette(palette);
+    const QColor back = palette.color(QPalette::Window);
+    for (CommandBar* bar : bars) {
+      for (int id : bar->ids()) {
+        QAction* a = bar->control(id);
+        if (qobject_cast<QWidgetAction*>(a)) continue;  // a box or a title, no command
+        SCOPED_TRACE(bar->objectName().toStdString() + " " + a->text().toStdString());
+        if (a->icon().isNull()) {
+          ADD_FAILURE() << "no icon";
+          continue;
+        }
+        // Pixels of the 16-pixel icon, laid over the bar, that differ from it as text must.
+        const QImage image =
+            a->icon().pixmap(16, 16).toImage().convertToFormat(QImage::Format_ARGB32);
+        int seen = 0;
+        for (int y = 0; y < image.height(); ++y)
+          for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            const double alpha = c.alphaF();
+            const QColor over = QColor::fromRgbF(c.redF() * alpha + back.redF() * (1 - alpha),
+                                                 c.greenF() * alpha + back.greenF() * (1 - alpha),
+                                                 c.blueF() * alpha + back.blueF() * (1 - alpha));
+            if (contrast(over, back) >= 3.0) ++seen;
+          }
+        EXPECT_GE(seen, 12);
+      }
+    }
+  }
+  QApplication::setPalette(before);
 }
 
 TEST(Guard, AFailingHandlerIsReportedAndTheOwnerRecovers) {
