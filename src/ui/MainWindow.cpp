@@ -320,7 +320,8 @@ void MainWindow::applyToolbarLook() {
   const bool big = cbrMain_->isChecked(BigIcons);
   const bool text = cbrMain_->isChecked(IconText);
   for (QToolBar* bar : {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar()),
-                        static_cast<QToolBar*>(&drives_->bar())}) {
+                        static_cast<QToolBar*>(&drives_->bar()), static_cast<QToolBar*>(&files_->bar()),
+                        static_cast<QToolBar*>(&top_->bar())}) {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }

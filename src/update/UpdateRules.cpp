@@ -157,7 +157,7 @@ QString downloadPath(const QString& folderText, const QString& appName,
   if (!folder.endsWith(QLatin1Char('/'))) folder += QLatin1Char('/');
   // The folder is the user's; the name must be one entry in it, whatever the program is called.
   const QString name =
-      appName + QStringLiteral("_Update_") + version.text() + QStringLiteral(".exe");
+      appName + QStringLiteral("_Update_") + version.text() + QStringLiteral(".deb");
   if (name.contains(QLatin1Char('/')) || name.contains(QChar(0))) return {};
   return folder + name;
 }

@@ -64,7 +64,7 @@ UpdateUrls updateUrls(const QString& base, int language);
 QString expandSystemVariables(const QString& text);
 
 // The download folder (expanded), "/", the program's name, "_Update_", the version's numbers,
-// ".exe"; "" when that name would not stand directly in the folder.
+// ".deb" (the update is the Debian package); "" when that name would not stand directly in the folder.
 QString downloadPath(const QString& folderText, const QString& appName,
                      const VersionNumbers& version);
 

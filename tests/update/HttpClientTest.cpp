@@ -47,7 +47,7 @@ class Http : public ::testing::Test {
   } app;
   TestHttpServer server;
   QTemporaryDir dir;
-  QString target() const { return dir.filePath(QStringLiteral("Quorlane_Update_9.9.9.exe")); }
+  QString target() const { return dir.filePath(QStringLiteral("Quorlane_Update_9.9.9.deb")); }
 };
 
 TEST(UpdateRules, VersionsCompareAsThreeNumbers) {
@@ -111,7 +111,7 @@ TEST(UpdateRules, AddressFromEnvironmentThenSettingsAndDownloadFolder) {
   globals().IniFile.clear();
 
   EXPECT_EQ(downloadPath(QStringLiteral("%TEMP%"), QStringLiteral("Quorlane"), {2, 4, 0}),
-            QDir::tempPath() + QStringLiteral("/Quorlane_Update_2.4.0.exe"));
+            QDir::tempPath() + QStringLiteral("/Quorlane_Update_2.4.0.deb"));
   EXPECT_EQ(downloadPath(QStringLiteral("/tmp"), QStringLiteral("../Quorlane"), {2, 4, 0}),
             QString());
   EXPECT_EQ(expandSystemVariables(QStringLiteral("%NO_SUCH_VAR_Q%/x")), QStringLiteral("%NO_SUCH_VAR_Q%/x"));
@@ -161,10 +161,10 @@ TEST_F(Http, TextFetchAndItsFailures) {
 
 TEST_F(Http, DownloadWritesExactlyTheBytesAndChecksAPublishedSum) {
   const QByteArray body = bytes(123457);  // not a multiple of any buffer size
-  server.set("/setup.exe", Route::ok(body).pieces(20000));
-  server.redirect("/asp/fdl.asp?P=30", "/setup.exe");
-  server.text("/setup.exe.sha256",
-              QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex() + "  setup.exe\n");
+  server.set("/quorlane.deb", Route::ok(body).pieces(20000));
+  server.redirect("/asp/fdl.asp?P=30", "/quorlane.deb");
+  server.text("/quorlane.deb.sha256",
+              QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex() + "  quorlane.deb\n");
   qint64 lastDone = 0, lastTotal = 0;
   const QString error = HttpClient({}, fast()).DLandFilesize(
       server.url("/asp/fdl.asp?P=30"), target(), [&](qint64 d, qint64 t) { lastDone = d, lastTotal = t; });
@@ -174,13 +174,13 @@ TEST_F(Http, DownloadWritesExactlyTheBytesAndChecksAPublishedSum) {
   EXPECT_EQ(lastTotal, body.size());
 
   // Once more: the file is there now, and it stays exactly as it is.
-  EXPECT_EQ(HttpClient({}, fast()).DLandFilesize(server.url("/setup.exe"), target()),
+  EXPECT_EQ(HttpClient({}, fast()).DLandFilesize(server.url("/quorlane.deb"), target()),
             QStringLiteral("CreateFile File exists"));
   EXPECT_EQ(readAll(target()), body);
 
-  server.text("/setup.exe.sha256", QByteArray(64, 'a') + "  setup.exe\n");
-  const QString other = dir.filePath(QStringLiteral("second.exe"));
-  EXPECT_TRUE(HttpClient({}, fast()).DLandFilesize(server.url("/setup.exe"), other).startsWith(QStringLiteral("SHA-256")));
+  server.text("/quorlane.deb.sha256", QByteArray(64, 'a') + "  quorlane.deb\n");
+  const QString other = dir.filePath(QStringLiteral("second.deb"));
+  EXPECT_TRUE(HttpClient({}, fast()).DLandFilesize(server.url("/quorlane.deb"), other).startsWith(QStringLiteral("SHA-256")));
   EXPECT_FALSE(QFile::exists(other));
 }
 

@@ -84,7 +84,7 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
   QString asked;
   d->setInstallQuestion([&](const QString& q) { return asked = q, true; });
   d->cmdDownload->click();
-  const QString file = dir.filePath(QStringLiteral("Quorlane_Update_2.4.0.exe"));
+  const QString file = dir.filePath(QStringLiteral("Quorlane_Update_2.4.0.deb"));
   EXPECT_TRUE(asked.contains(QStringLiteral("Quorlane"))) << asked.toStdString();
   EXPECT_EQ(d->result(), QDialog::Accepted);
   QFile f(file);
@@ -168,7 +168,7 @@ TEST_F(UpdateDialog, AVersionThatLeadsOutOfTheDownloadFolderIsRefused) {
   EXPECT_FALSE(d->cmdDownload->isEnabled());
 
   d->cmdDownload_Click();  // even when asked for, nothing is fetched
-  EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("escaped.exe"))));
+  EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("escaped.deb"))));
   EXPECT_TRUE(
       d->logText().contains(QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
   EXPECT_EQ(server.requestLines.size(), 1) << "only the version file";
