@@ -60,6 +60,17 @@ inline void makeFile(const std::string& path, int64_t size) {
   ::close(fd);
 }
 
+// Six folders a level, each with one file of its own size, `depth` levels deep: enough folders
+// for a walk to need many descriptors at once.
+inline void growTree(const std::string& base, int depth) {
+  for (int i = 0; i < 6; ++i) {
+    const std::string sub = base + "/d" + std::to_string(i);
+    makeDir(sub);
+    makeFile(sub + "/f", 10 * depth + i + 1);
+    if (depth > 1) growTree(sub, depth - 1);
+  }
+}
+
 struct Walked {
   ReportTree tree;
   uint32_t root = kNoNode;

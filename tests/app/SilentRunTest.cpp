@@ -137,15 +137,7 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
 // temporary file is left beside it. A limit that lets the walk through gives the whole report.
 TEST_F(SilentRun, ARunOutOfDescriptorsKeepsTheOldReport) {
   TempDir t;
-  std::function<void(const std::string&, int)> grow = [&](const std::string& base, int depth) {
-    for (int i = 0; i < 6; ++i) {
-      const std::string sub = base + "/d" + std::to_string(i);
-      makeDir(sub);
-      makeFile(sub + "/f", 10 * depth + i + 1);
-      if (depth > 1) grow(sub, depth - 1);
-    }
-  };
-  grow(t.path(), 3);
+  growTree(t.path(), 3);
   const QString full = work.filePath("full.csv"), out = work.filePath("keep.csv");
   ASSERT_EQ(quorlane({"-s0", full, q(t.path())}, work.path()).status, 0);
   int shortages = 0;

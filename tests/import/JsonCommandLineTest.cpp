@@ -110,16 +110,8 @@ TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
 // Out of descriptors the export fails and says why, the file there stays as it was, and no
 // temporary file is left. A limit that lets the walk through gives the whole export.
 TEST_F(JsonCommandLine, AnExportOutOfDescriptorsKeepsTheOldFile) {
-  std::function<void(const std::string&, int)> grow = [&](const std::string& base, int depth) {
-    for (int i = 0; i < 6; ++i) {
-      const std::string sub = base + "/d" + std::to_string(i);
-      makeDir(sub);
-      makeFile(sub + "/f", 10 * depth + i + 1);
-      if (depth > 1) grow(sub, depth - 1);
-    }
-  };
   makeDir(d / "big");
-  grow(d / "big", 3);
+  growTree(d / "big", 3);
   ASSERT_EQ(quorlane({"--export", q(d / "full.json"), q(d / "big")}).status, 0);
   const QByteArray full = read(q(d / "full.json"));
   const QString x = q(d / "x.json");
@@ -131,7 +123,7 @@ TEST_F(JsonCommandLine, AnExportOutOfDescriptorsKeepsTheOldFile) {
     old.close();
     const Outcome o = run("sh", {"-c", QString("ulimit -n %1 && exec \"$0\" \"$@\"").arg(limit),
                                  QStringLiteral(QUORLANE_BIN_PATH), "--export", x, q(d / "big")});
-    EXPECT_TRUE(QDir(q(d.path())).entryList({"x.json.*"}).isEmpty());
+    EXPECT_TRUE(QDir(q(d.path())).entryList({".x.json.*"}, QDir::Files | QDir::Hidden).isEmpty());
     if (o.status == 0) {
       const QByteArray got = read(x);
       EXPECT_TRUE(got.mid(got.indexOf('\n')) == full.mid(full.indexOf('\n')))  // all but the time
