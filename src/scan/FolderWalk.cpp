@@ -16,6 +16,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "drives/MountTable.h"
 #include "scan/DirReader.h"
 #include "scan/FileOps.h"
 #include "support/Path.h"
@@ -71,23 +72,6 @@ std::string readSmallFile(const char* path) {
   return text;
 }
 
-// mountinfo escapes blanks and a few other bytes as \ooo.
-std::string unescapeMountPath(std::string_view s) {
-  std::string out;
-  for (size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '\\' && i + 4 <= s.size()) {
-      const auto oct = s.substr(i + 1, 3);
-      if (oct.size() == 3 && std::all_of(oct.begin(), oct.end(), [](char c) { return c >= '0' && c <= '7'; })) {
-        out.push_back(static_cast<char>((oct[0] - '0') * 64 + (oct[1] - '0') * 8 + (oct[2] - '0')));
-        i += 3;
-        continue;
-      }
-    }
-    out.push_back(s[i]);
-  }
-  return out;
-}
-
 // True when some mount point lies strictly below the folder; only then is every folder's mount
 // asked, which saves a system call per folder in the common case.
 bool mountsBelow(const std::string& folder) {
@@ -97,18 +81,8 @@ bool mountsBelow(const std::string& folder) {
   if (base.back() != '/') base.push_back('/');
   const std::string info = readSmallFile("/proc/self/mountinfo");
   if (info.empty()) return true;
-  for (size_t at = 0, next; at < info.size(); at = next + 1) {
-    next = info.find('\n', at);
-    if (next == std::string::npos) next = info.size();
-    const std::string_view line = std::string_view(info).substr(at, next - at);
-    // id parent major:minor root mountpoint ...
-    size_t pos = 0;
-    for (int field = 0; field < 4 && pos != std::string::npos; ++field) pos = line.find(' ', pos + 1);
-    if (pos == std::string::npos) continue;
-    const size_t end = line.find(' ', pos + 1);
-    const std::string mp = unescapeMountPath(line.substr(pos + 1, end - pos - 1));
-    if (mp.size() > base.size() && mp.compare(0, base.size(), base) == 0) return true;
-  }
+  for (const MountEntry& m : parseMountTable(info))
+    if (m.mountPoint.size() > base.size() && m.mountPoint.compare(0, base.size(), base) == 0) return true;
   return false;
 }
 
