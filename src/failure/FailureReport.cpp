@@ -18,6 +18,7 @@
 #include "failure/SystemInfo.h"
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
+#include "support/Version.h"
 
 namespace ql {
 
@@ -53,12 +54,6 @@ std::mutex& reportMutex() {
 
 QString mb(int64_t bytes) {
   return xFormatFileSize(MB, bytes, false);
-}
-
-QString threePartVersion(const QString& version) {
-  QStringList parts = version.split(QLatin1Char('.'));
-  while (parts.size() < 3) parts << QStringLiteral("0");
-  return parts.mid(0, 3).join(QLatin1Char('.'));
 }
 
 QString programPath() {

@@ -76,12 +76,6 @@ QString quotedServerText(const QString& text) {
   return out;
 }
 
-QString threePartVersion(const QString& version) {
-  QStringList parts = version.split(QLatin1Char('.'));
-  while (parts.size() < 3) parts << QStringLiteral("0");
-  return parts.mid(0, 3).join(QLatin1Char('.'));
-}
-
 QString normaliseHistory(const QString& text) {
   QString t = text;
   t.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));

@@ -9,6 +9,8 @@
 #include <QString>
 #include <optional>
 
+#include "support/Version.h"
+
 namespace ql {
 
 // The version a version file names: the first character dropped, every "\r\n" removed; a text
@@ -32,9 +34,6 @@ std::optional<VersionNumbers> offeredVersion(const QString& version);
 
 // A text from the server as a message may quote it: its start only, anything unprintable as "?".
 QString quotedServerText(const QString& text);
-
-// The installed version as three parts ("0.1" gives "0.1.0").
-QString threePartVersion(const QString& version);
 
 // History text as the dialog shows it: any mix of line ends brought to "\r\n".
 QString normaliseHistory(const QString& text);
