@@ -60,10 +60,6 @@ constexpr uint32_t kAhead = 1024;
 // Folders kept open for their subfolders, well below any descriptor limit.
 constexpr int kOpenFolders = 256;
 
-// Calls that fail for want of descriptors or memory: the export would have holes that are not
-// there on the disk, so it fails instead of marking the folder unreadable.
-bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
-
 // `key` comes with its quotes and colon: ",\"asize\":".
 void appendNumber(std::string& out, std::string_view key, uint64_t value) {
   char buf[24];

@@ -37,9 +37,6 @@ bool checkedAdd(int64_t& sum, int64_t value) {
   return true;
 }
 
-// Calls that fail for want of descriptors or memory: a failure of the run, not an unreadable
-// folder nor an entry that is gone.
-bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 WalkFailure::Kind shortageKind(int error) {
   return error == ENOMEM ? WalkFailure::Kind::OutOfMemory : WalkFailure::Kind::OutOfDescriptors;
 }

@@ -36,6 +36,7 @@
 // currentFolder() may be called from any thread while a walk is under way.
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -74,6 +75,10 @@ class FileFeed {
   // Called concurrently from workers.
   virtual void offer(const FoundFile& file) = 0;
 };
+
+// Calls that fail for want of descriptors or memory: a failure of the run (the walk's and the
+// export's), never an unreadable folder nor an entry that is gone.
+inline bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 // A failure of the run; the owner chooses the text in the user's language.
 struct WalkFailure {
