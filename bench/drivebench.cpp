@@ -15,8 +15,8 @@
 #include <cstdio>
 #include <mutex>
 
-#include "app/Globals.h"
-#include "drives/DrivePane.h"
+#include "support/Globals.h"
+#include "ui/DrivePane.h"
 
 using namespace ql;
 

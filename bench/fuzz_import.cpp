@@ -7,7 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "import/JsonImport.h"
+#include "json/JsonImport.h"
 #include "lang/TL.h"
 #include "scan/FolderWalk.h"
 

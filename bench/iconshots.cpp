@@ -17,7 +17,7 @@
 #include <QTimer>
 #include <cstdio>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "ui/CommandBar.h"
 #include "ui/MainWindow.h"
 

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "import/JsonImport.h"
+#include "json/JsonImport.h"
 
 using namespace ql;
 

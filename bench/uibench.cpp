@@ -24,7 +24,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "report/ReportCommands.h"
 #include "support/Allocator.h"
 #include "ui/ImportedSources.h"

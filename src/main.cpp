@@ -14,11 +14,11 @@
 #include <unistd.h>
 
 #include "app/CommandLine.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
 #include "failure/FailureReport.h"
-#include "import/JsonExport.h"
+#include "json/JsonExport.h"
 #include "output/OutputFile.h"
 #include "scan/FolderWalk.h"
 #include "support/Allocator.h"

@@ -15,7 +15,7 @@
 
 #include "report/ReportTree.h"
 #include "scan/FolderWalk.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "scan/ScanDriver.h"
 
 namespace ql::test {

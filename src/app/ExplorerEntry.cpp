@@ -7,7 +7,7 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
-#include "app/Logs.h"
+#include "support/Logs.h"
 
 namespace ql {
 

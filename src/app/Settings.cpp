@@ -6,7 +6,7 @@
 #include <limits>
 #include <optional>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "failure/FailureReport.h"
 
 namespace ql {

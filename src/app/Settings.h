@@ -22,7 +22,7 @@
 #include <variant>
 #include <vector>
 
-#include "app/Profile.h"
+#include "support/Profile.h"
 
 namespace ql {
 

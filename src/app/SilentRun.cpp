@@ -3,11 +3,11 @@
 #include <QFile>
 
 #include "app/CommandLine.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "lang/TL.h"
 #include "failure/FailureReport.h"
-#include "import/JsonImport.h"
+#include "json/JsonImport.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"

@@ -19,7 +19,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 
 namespace ql {
 

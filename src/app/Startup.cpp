@@ -14,7 +14,7 @@
 
 #include "app/CommandLine.h"
 #include "app/ExplorerEntry.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "app/SingleInstance.h"
 #include "failure/FatalSignals.h"

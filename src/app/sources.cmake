@@ -1,12 +1,8 @@
 list(APPEND QL_CORE_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/Globals.cpp
   ${CMAKE_CURRENT_LIST_DIR}/CommandLine.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Profile.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Settings.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Logs.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/SilentRun.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Startup.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/SingleInstance.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ExplorerEntry.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Settings.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SilentRun.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SingleInstance.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Startup.cpp
 )
-list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/ShowLog.cpp)

@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <mutex>
 
-#include "app/Globals.h"
-#include "app/Logs.h"
-#include "app/Profile.h"
+#include "support/Globals.h"
+#include "support/Logs.h"
+#include "support/Profile.h"
 #include "failure/FatalSignals.h"
 #include "failure/SystemInfo.h"
 #include "lang/TL.h"

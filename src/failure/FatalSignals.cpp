@@ -15,7 +15,7 @@
 #include <exception>
 #include <mutex>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "failure/FailureReport.h"
 #include "failure/SystemInfo.h"
 #include "report/SizeFormat.h"

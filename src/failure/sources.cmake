@@ -3,4 +3,3 @@ list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/FatalSignals.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SystemInfo.cpp
 )
-list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/frmFehler.cpp)

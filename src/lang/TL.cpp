@@ -6,8 +6,8 @@
 #include <QHash>
 #include <cmath>
 
-#include "app/Globals.h"
-#include "app/Profile.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "failure/FailureReport.h"
 #include "lang/TextTableReader.h"
 #include "support/StringCollection.h"

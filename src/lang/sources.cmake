@@ -2,6 +2,5 @@ list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/TL.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TextTableReader.cpp
 )
-list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/TranslateControls.cpp)
 # The English and Russian tables.
 list(APPEND QL_CORE_RESOURCES ${CMAKE_CURRENT_LIST_DIR}/../../resources/lang/quorlane_lang.qrc)

@@ -1,4 +1,5 @@
-list(APPEND QL_CORE_SOURCES ${CMAKE_CURRENT_LIST_DIR}/ReportWriter.cpp ${CMAKE_CURRENT_LIST_DIR}/BranchCopy.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/OutputFile.cpp)
-list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/cCommonDialog.cpp ${CMAKE_CURRENT_LIST_DIR}/ReportOutputDialog.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/frmSave.cpp ${CMAKE_CURRENT_LIST_DIR}/frmPrint.cpp ${CMAKE_CURRENT_LIST_DIR}/ReportPrinter.cpp)
+list(APPEND QL_CORE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/BranchCopy.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/OutputFile.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ReportWriter.cpp
+)

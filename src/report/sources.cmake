@@ -1,9 +1,6 @@
 list(APPEND QL_CORE_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/ReportTree.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/SizeFormat.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReportCommands.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReportEdit.cpp
-)
-list(APPEND QL_GUI_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/ReportModel.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ReportTree.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SizeFormat.cpp
 )

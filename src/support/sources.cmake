@@ -1,2 +1,8 @@
-list(APPEND QL_CORE_SOURCES ${CMAKE_CURRENT_LIST_DIR}/StringCollection.cpp ${CMAKE_CURRENT_LIST_DIR}/Path.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/Allocator.cpp)
+list(APPEND QL_CORE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/Allocator.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Globals.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Logs.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Path.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Profile.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/StringCollection.cpp
+)

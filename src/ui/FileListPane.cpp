@@ -10,7 +10,7 @@
 #include <algorithm>
 
 #include "lang/TL.h"
-#include "lists/Desktop.h"
+#include "ui/Desktop.h"
 #include "report/SizeFormat.h"
 #include "scan/FileOps.h"
 #include "scan/Trash.h"

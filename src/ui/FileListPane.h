@@ -19,13 +19,13 @@
 #include <vector>
 
 #include "app/Settings.h"
-#include "lists/FileListModel.h"
+#include "ui/FileListModel.h"
 #include "lists/FolderFiles.h"
 #include "lists/TopFiles.h"
 #include "scan/FileOps.h"
 #include "ui/CommandBar.h"
 #include "ui/CommandIds.h"
-#include "ui/Guard.h"
+#include "failure/Guard.h"
 
 class QMenu;
 class QShortcut;

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "import/JsonImport.h"
+#include "json/JsonImport.h"
 #include "lists/FileRow.h"
 #include "report/ReportTree.h"
 

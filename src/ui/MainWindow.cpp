@@ -13,17 +13,17 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/SingleInstance.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "ui/CommandIds.h"
 #include "ui/ImportedSources.h"
-#include "ui/frmInfo.h"
-#include "ui/frmOptionen.h"
+#include "ui/dialogs/frmInfo.h"
+#include "ui/dialogs/frmOptionen.h"
 #include "ui/WindowState.h"
-#include "update/frmInternetUpdate.h"
+#include "ui/dialogs/frmInternetUpdate.h"
 
 namespace ql {
 

@@ -14,13 +14,13 @@
 #include <vector>
 
 #include "app/Settings.h"
-#include "drives/DrivePane.h"
+#include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
 #include "ui/ReportPane.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandBar.h"
-#include "ui/Guard.h"
+#include "failure/Guard.h"
 #include "ui/PreviewPane.h"
 #include "ui/Splitter.h"
 

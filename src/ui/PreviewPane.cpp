@@ -31,9 +31,9 @@
 #include <mutex>
 #include <thread>
 
-#include "app/Logs.h"
+#include "support/Logs.h"
 #include "lang/TL.h"
-#include "lists/Desktop.h"
+#include "ui/Desktop.h"
 #include "lists/PreviewFile.h"
 #include "ui/PdfPage.h"
 #include "ui/PreviewMedia.h"

@@ -28,7 +28,7 @@
 #include <memory>
 #include <string>
 
-#include "ui/Guard.h"
+#include "failure/Guard.h"
 
 class QFont;
 class QPlainTextEdit;

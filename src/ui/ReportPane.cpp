@@ -17,12 +17,12 @@
 #include <thread>
 
 #include "lang/TL.h"
-#include "output/frmPrint.h"
-#include "output/frmSave.h"
+#include "ui/dialogs/frmPrint.h"
+#include "ui/dialogs/frmSave.h"
 #include "report/ReportCommands.h"
 #include "scan/FileOps.h"
 #include "scan/Trash.h"
-#include "lists/Desktop.h"
+#include "ui/Desktop.h"
 #include "report/ReportEdit.h"
 #include "scan/ScanDriver.h"
 #include "ui/CommandIds.h"

@@ -12,10 +12,10 @@
 #include <memory>
 
 #include "app/Settings.h"
-#include "report/ReportModel.h"
+#include "ui/ReportModel.h"
 #include "report/ReportTree.h"
 #include "ui/CommandBar.h"
-#include "ui/Guard.h"
+#include "failure/Guard.h"
 
 class QMenu;
 

@@ -5,7 +5,7 @@
 #include <QPainter>
 #include <cmath>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 
 namespace ql {
 

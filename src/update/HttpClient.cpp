@@ -17,7 +17,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 
 namespace ql {
 

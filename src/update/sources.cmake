@@ -1,5 +1,4 @@
 list(APPEND QL_CORE_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/UpdateRules.cpp
   ${CMAKE_CURRENT_LIST_DIR}/HttpClient.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/UpdateRules.cpp
 )
-list(APPEND QL_GUI_SOURCES ${CMAKE_CURRENT_LIST_DIR}/frmInternetUpdate.cpp)

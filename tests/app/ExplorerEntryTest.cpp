@@ -8,7 +8,7 @@
 
 #include "TestFs.h"
 #include "app/ExplorerEntry.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "app/Startup.h"
 

@@ -6,9 +6,9 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
-#include "app/Logs.h"
-#include "app/ShowLog.h"
+#include "support/Globals.h"
+#include "support/Logs.h"
+#include "ui/dialogs/ShowLog.h"
 
 namespace ql {
 

@@ -4,7 +4,7 @@
 #include <QFile>
 
 #include "TestFs.h"
-#include "app/Profile.h"
+#include "support/Profile.h"
 
 namespace ql {
 namespace {

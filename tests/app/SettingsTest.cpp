@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "TestFs.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
 

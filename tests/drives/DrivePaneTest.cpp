@@ -11,8 +11,8 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
-#include "drives/DrivePane.h"
+#include "support/Globals.h"
+#include "ui/DrivePane.h"
 #include "drives/FakeStat.h"
 #include "lang/TL.h"
 #include "ui/MainWindow.h"

@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 
 using namespace ql;
 

@@ -8,7 +8,7 @@
 #include <csignal>
 #include <stdexcept>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "failure/FailureReport.h"
 
 using namespace ql;

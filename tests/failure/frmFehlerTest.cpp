@@ -1,4 +1,4 @@
-#include "failure/frmFehler.h"
+#include "ui/dialogs/frmFehler.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@
 #include <QTimer>
 #include <QUrl>
 
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "failure/FailureReport.h"
 
 using namespace ql;

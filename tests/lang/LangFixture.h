@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "app/Globals.h"
-#include "app/Profile.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "lang/TL.h"
 
 namespace ql::test {

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "LangFixture.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 

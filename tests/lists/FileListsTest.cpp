@@ -14,8 +14,8 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
-#include "import/JsonExport.h"
+#include "support/Globals.h"
+#include "json/JsonExport.h"
 #include "ui/ImportedSources.h"
 #include "ui/MainWindow.h"
 

@@ -25,8 +25,8 @@
 #include "TestApp.h"
 #include "TestFs.h"
 #include "failure/FailureReport.h"
-#include "output/frmPrint.h"
-#include "output/frmSave.h"
+#include "ui/dialogs/frmPrint.h"
+#include "ui/dialogs/frmSave.h"
 
 namespace ql::test {
 namespace {

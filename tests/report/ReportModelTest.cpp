@@ -7,7 +7,7 @@
 
 #include "TestApp.h"
 
-#include "report/ReportModel.h"
+#include "ui/ReportModel.h"
 
 namespace ql {
 namespace {

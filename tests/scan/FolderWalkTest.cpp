@@ -7,7 +7,7 @@
 #include <sys/mount.h>
 
 #include "TestFs.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "output/ReportWriter.h"
 #include "scan/FolderWalk.h"
 

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "TestFs.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "report/ReportEdit.h"
 
 namespace ql::test {

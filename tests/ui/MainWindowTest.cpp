@@ -17,8 +17,8 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
-#include "app/Profile.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
 #include "ui/MainWindow.h"

@@ -13,13 +13,13 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
-#include "app/Globals.h"
-#include "app/Profile.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "app/Settings.h"
 #include "lang/TL.h"
 #include "ui/MainWindow.h"
-#include "ui/frmInfo.h"
-#include "ui/frmOptionen.h"
+#include "ui/dialogs/frmInfo.h"
+#include "ui/dialogs/frmOptionen.h"
 
 namespace ql::test {
 namespace {

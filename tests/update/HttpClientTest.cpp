@@ -15,7 +15,7 @@
 
 #include "TestFs.h"
 #include "TestHttpServer.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "update/UpdateRules.h"
 

@@ -1,7 +1,7 @@
 // The update dialog as a user meets it: check, history, download with Cancel, the option that
 // checks on opening, and the hand-over of the file when the user agrees.
 
-#include "update/frmInternetUpdate.h"
+#include "ui/dialogs/frmInternetUpdate.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@
 
 #include "TestApp.h"
 #include "TestHttpServer.h"
-#include "app/Globals.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
 #include "report/SizeFormat.h"

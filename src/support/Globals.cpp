@@ -1,0 +1,10 @@
+#include "support/Globals.h"
+
+namespace ql {
+
+Globals& globals() {
+  static Globals g;
+  return g;
+}
+
+}  // namespace ql

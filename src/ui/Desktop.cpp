@@ -1,0 +1,70 @@
+#include "ui/Desktop.h"
+
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QFile>
+#include <QGuiApplication>
+#include <QMimeData>
+#ifdef QUORLANE_HAVE_DBUS
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#endif
+
+#include "support/Path.h"
+
+namespace ql {
+
+namespace {
+std::function<bool(const QUrl&)>& opener() {
+  static std::function<bool(const QUrl&)> o = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+  return o;
+}
+}  // namespace
+
+QUrl fileUrl(const std::string& path) {
+  const QByteArray bytes(path.data(), static_cast<qsizetype>(path.size()));
+  return QUrl::fromEncoded("file://" + bytes.toPercentEncoding("/"), QUrl::StrictMode);
+}
+
+void setUrlOpener(std::function<bool(const QUrl&)> o) { opener() = std::move(o); }
+
+bool openWithDefault(const std::string& path) { return opener()(fileUrl(path)); }
+
+bool openFolder(const std::string& folder) { return opener()(fileUrl(addSlash(folder))); }
+
+bool showInFileManager(const std::vector<std::string>& paths) {
+  if (paths.empty()) return false;
+#ifdef QUORLANE_HAVE_DBUS
+  // The file managers' common interface selects the items; it is used only when one is there
+  // and when the opener has not been replaced for a test.
+  QDBusConnection bus = QDBusConnection::sessionBus();
+  const QString service = QStringLiteral("org.freedesktop.FileManager1");
+  if (bus.isConnected() && bus.interface() && bus.interface()->isServiceRegistered(service).value()) {
+    QStringList uris;
+    for (const std::string& p : paths) uris << QString::fromLatin1(fileUrl(p).toEncoded());
+    QDBusMessage call = QDBusMessage::createMethodCall(service, QStringLiteral("/org/freedesktop/FileManager1"),
+                                                       service, QStringLiteral("ShowItems"));
+    call << uris << QString();
+    if (bus.send(call)) return true;
+  }
+#endif
+  const std::string& first = paths.front();
+  const size_t slash = first.rfind('/');
+  return openFolder(slash == std::string::npos || slash == 0 ? std::string("/") : first.substr(0, slash));
+}
+
+void copyPaths(const std::vector<std::string>& paths) {
+  auto* data = new QMimeData;
+  QStringList lines;
+  QList<QUrl> urls;
+  for (const std::string& p : paths) {
+    lines << QFile::decodeName(QByteArray(p.data(), static_cast<qsizetype>(p.size())));
+    urls << fileUrl(p);
+  }
+  data->setText(lines.join(QLatin1Char('\n')));
+  data->setUrls(urls);
+  QGuiApplication::clipboard()->setMimeData(data);
+}
+
+}  // namespace ql

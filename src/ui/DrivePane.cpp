@@ -1,0 +1,304 @@
+#include "ui/DrivePane.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QGuiApplication>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QPainter>
+#include <QScrollBar>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "lang/TL.h"
+
+namespace ql {
+
+namespace {
+QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
+std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+constexpr int kBarWidth = 72;  // the least width of a percent bar
+}  // namespace
+
+void PercentBarDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const {
+  const int percent = index.data(DriveModel::PercentRole).toInt();
+  if (percent < 0 || !index.data(DriveModel::PercentRole).isValid()) {
+    QStyledItemDelegate::paint(painter, option, index);
+    return;
+  }
+  QStyleOptionViewItem opt(option);
+  initStyleOption(&opt, index);
+  const QString text = opt.text;
+  opt.text.clear();
+  const QWidget* widget = opt.widget;
+  QStyle* style = widget ? widget->style() : QApplication::style();
+  style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);  // background and selection
+
+  painter->save();
+  const QRect frame = opt.rect.adjusted(3, 3, -4, -4);
+  const QPalette& pal = opt.palette;
+  painter->setPen(pal.color(QPalette::Mid));
+  painter->setBrush(pal.color(QPalette::Base));
+  painter->drawRect(frame);
+  QRect fill = frame.adjusted(1, 1, 0, 0);
+  fill.setWidth(fill.width() * percent / 100);
+  QColor colour = pal.color(QPalette::Highlight);
+  // An almost full drive catches the eye.
+  if (index.column() == DriveModel::ColUsedPercent && percent >= 90) colour = QColor(0xd0, 0x45, 0x3a);
+  colour.setAlpha(150);
+  painter->fillRect(fill, colour);
+  painter->setPen(pal.color(QPalette::Text));
+  painter->drawText(frame, Qt::AlignCenter, text);
+  painter->restore();
+}
+
+QSize PercentBarDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
+  QSize size = QStyledItemDelegate::sizeHint(option, index);
+  size.setWidth(std::max(size.width(), kBarWidth));
+  return size;
+}
+
+DrivePane::DrivePane(const Guard& guard, const MainOptions& options, StatvfsFn stat, QWidget* parent)
+    : QWidget(parent), guard_(guard) {
+  setObjectName(QStringLiteral("picDrives"));
+  model_ = new DriveModel(std::move(stat), this);
+  model_->setSizeFormat(options.FileSizeFormatDrive >= 0 && options.FileSizeFormatDrive <= 3 ? options.FileSizeFormatDrive
+                                                                                              : 3,
+                        options.SizeFormatNachkommastellenDrive != 0);
+  mounts_ = [] { return readMountTable(); };
+  askFolder_ = [this] { return QFileDialog::getExistingDirectory(this, TL(3727, "UNC-Pfad hinzufügen")); };
+
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addWidget(paneTitle(TL(3642, "Laufwerke").toUpper(), QStringLiteral("lblDrivesTitle"), this));
+  buildBar(options);
+  layout->addWidget(bar_);
+
+  view_ = new QTreeView(this);
+  view_->setObjectName(QStringLiteral("lvwDiskinfo"));
+  view_->setModel(model_);
+  view_->setRootIsDecorated(false);
+  view_->setUniformRowHeights(true);
+  view_->setAllColumnsShowFocus(true);
+  view_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  view_->setSelectionMode(QAbstractItemView::SingleSelection);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->header()->setStretchLastSection(false);
+  view_->header()->setSectionsMovable(false);
+  auto* bars = new PercentBarDelegate(view_);
+  view_->setItemDelegateForColumn(DriveModel::ColUsedPercent, bars);
+  view_->setItemDelegateForColumn(DriveModel::ColFreePercent, bars);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
+  view_->installEventFilter(this);
+  layout->addWidget(view_, 1);
+
+  connect(view_, &QAbstractItemView::doubleClicked, this,
+          guard_.wrap("lvwDiskinfo_DblClick", [this](const QModelIndex& i) {
+            if (i.isValid()) Q_EMIT scanRequested({model_->driveRow(i.row()).path});
+          }));
+  connect(view_, &QWidget::customContextMenuRequested, this,
+          guard_.wrap("lvwDiskinfo_MouseUp", [this](const QPoint& at) {
+            const QModelIndex i = view_->indexAt(at);
+            if (!i.isValid() || !view_->isEnabled()) return;
+            view_->setCurrentIndex(i);
+            view_->setFocus();
+            drivePopup()->popup(view_->viewport()->mapToGlobal(at));
+          }));
+  connect(model_, &DriveModel::sizesArrived, this, guard_.wrap("Drives_GetDriveFreeSpace", [this] {
+            Drives_Resize_Columns();
+          }));
+}
+
+DrivePane::~DrivePane() { view_->setModel(nullptr); }
+
+void DrivePane::buildBar(const MainOptions& o) {
+  using namespace cmd::drives;
+  bar_ = new CommandBar(QStringLiteral("cbrDrives"), QStringLiteral("Drives"), this);
+  CommandBar& b = *bar_;
+  using T = CommandBar::Type;
+  b.AddControl(T::Button, Refresh, 3535, "Aktualisieren", "view-refresh", true, 3633, "Laufwerksliste neu einlesen");
+  b.AddControl(T::Button, ScanSelected, 3695, "Einlesen", "media-playback-start", true, 3697,
+               "Ausgewähltes Laufwerk einlesen");
+  b.AddControl(T::Button, ScanAll, 3696, "Alle einlesen", "media-seek-forward", false, 3694, "Alle Laufwerke einlesen");
+  b.AddControl(T::Button, AddLocation, 3726, "Hinzufügen", "folder-remote", true, 3727, "UNC-Pfad hinzufügen");
+  b.AddControl(T::Button, cmd::drives::Bytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
+  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
+  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
+  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
+  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
+               o.SizeFormatNachkommastellenDrive != 0);
+  b.setChecked(cmd::drives::Bytes + model_->unit(), true);
+  connect(bar_, &CommandBar::execute, this, [this](int id) { cbrDrives_Execute(id); });
+}
+
+void DrivePane::cbrDrives_Execute(int id) {
+  guard_.run("cbrDrives_Execute", [&] {
+    using namespace cmd::drives;
+    switch (id) {
+      case Refresh: Drives_GetAllDrives(); break;
+      case ScanSelected:
+      case PopupScan: Drives_ScanDrives(true); break;
+      case ScanAll: Drives_ScanDrives(false); break;
+      case AddLocation: Drives_AddUNCpath({}); break;
+      case cmd::drives::Bytes:
+      case Kilobytes:
+      case Megabytes:
+      case Gigabytes: Drives_ChangeSizeFormat(id - cmd::drives::Bytes); break;
+      case Decimals: Drives_ChangeSizeFormat(model_->unit()); break;
+      default: break;
+    }
+  }, {QString::number(id)});
+}
+
+void DrivePane::Drives_GetAllDrives() {
+  const std::string selected = selectedPath();
+  model_->setMounts(mounts_());
+  for (const std::string& path : LoadSavedNetworkFolders(settingsFile_)) model_->addLocation(path);
+  if (!selected.empty()) Drives_SelectDrive(selected);
+  Drives_Resize_Columns();
+  Q_EMIT heightChanged();
+}
+
+void DrivePane::Drives_ScanDrives(bool onlySelected) {
+  std::vector<std::string> paths;
+  if (onlySelected) {
+    const std::string path = selectedPath();
+    if (!path.empty()) paths.push_back(path);
+  } else {
+    for (int r = 0; r < model_->rowCount(); ++r) paths.push_back(model_->driveRow(r).path);
+  }
+  if (!paths.empty()) Q_EMIT scanRequested(std::move(paths));
+}
+
+void DrivePane::Drives_AddUNCpath(std::string path) {
+  if (path.empty()) {
+    const QString answer = askFolder_ ? askFolder_() : QString();
+    if (answer.isEmpty()) return;
+    path = encode(answer);
+  }
+  const int row = model_->addLocation(path);
+  view_->setCurrentIndex(model_->index(row, 0));
+  Drives_Resize_Columns();
+  Q_EMIT heightChanged();
+}
+
+void DrivePane::Drives_SelectDrive(const std::string& path) {
+  const int row = model_->rowOf(path);
+  if (row < 0) return;
+  view_->setCurrentIndex(model_->index(row, 0));
+  view_->scrollTo(model_->index(row, 0));
+}
+
+void DrivePane::Drives_RefreshDrive(const std::string& path) { model_->refreshRow(model_->rowOf(path)); }
+
+void DrivePane::Drives_SaveNetworkFolders() const { SaveNetworkFolders(model_->locations(), settingsFile_); }
+
+void DrivePane::Drives_Resize_Columns() {
+  for (int c = 0; c < DriveModel::ColumnCount; ++c) view_->resizeColumnToContents(c);
+}
+
+void DrivePane::Drives_ChangeSizeFormat(int unit) {
+  using namespace cmd::drives;
+  for (int u = 0; u < 4; ++u) bar_->setChecked(cmd::drives::Bytes + u, u == unit);
+  model_->setSizeFormat(unit, bar_->isChecked(Decimals));
+  for (int c = DriveModel::ColUsedPercent; c <= DriveModel::ColTotal; ++c) view_->resizeColumnToContents(c);
+}
+
+std::vector<DrivePane::ComboDrive> DrivePane::GetAllDrives() const {
+  std::vector<ComboDrive> out;
+  for (int r = 0; r < model_->rowCount(); ++r) {
+    const DriveRow& row = model_->driveRow(r);
+    if (row.location || row.type == DriveRam || row.type == DriveUnknown) continue;
+    ComboDrive d;
+    d.path = row.path;
+    d.text = decode(row.path);
+    if (!row.label.isEmpty()) d.text += QStringLiteral(" [") + row.label + QLatin1Char(']');
+    switch (row.type) {
+      case DriveRemovable: d.image = 6; break;
+      case DriveNetwork: d.image = 5; break;
+      case DriveOptical: d.image = 4; break;
+      default: d.image = 3; break;
+    }
+    out.push_back(std::move(d));
+  }
+  return out;
+}
+
+int DrivePane::preferredHeight() const {
+  int height = view_->mapTo(this, QPoint(0, 0)).y() + 2 * view_->frameWidth();
+  height += view_->header()->isHidden() ? 0 : view_->header()->sizeHint().height();
+  const int rows = model_->rowCount();
+  if (rows > 0) height += rows * view_->sizeHintForRow(0);
+  if (view_->horizontalScrollBar()->isVisible()) height += view_->horizontalScrollBar()->height();
+  return height;
+}
+
+void DrivePane::storeOptions(MainOptions& o) const {
+  o.FileSizeFormatDrive = model_->unit();
+  o.SizeFormatNachkommastellenDrive = bar_->isChecked(cmd::drives::Decimals) ? 1 : 0;
+}
+
+QMenu* DrivePane::drivePopup() {
+  auto* menu = new QMenu(this);
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  const std::string path = selectedPath();
+  menu->addAction(TL(3666, "Laufwerk einlesen"), this, guard_.wrap("mnuScanDrive", [this] {
+                    cbrDrives_Execute(cmd::drives::PopupScan);
+                  }))->setData(cmd::drives::PopupScan);
+  menu->addSeparator();
+  menu->addAction(TL(3730, "Öffnen"), this, guard_.wrap("mnuOpen", [this, path] { openPath(path, false); }));
+  menu->addAction(TL(3731, "Im Dateimanager anzeigen"), this,
+                  guard_.wrap("mnuShowInFileManager", [this, path] { openPath(path, true); }));
+  menu->addAction(TL(3732, "Pfad kopieren"), this, guard_.wrap("mnuCopyPath", [path] {
+                    QGuiApplication::clipboard()->setText(decode(path));
+                  }));
+  return menu;
+}
+
+// The folder itself, or the folder that holds it, in the desktop's file manager.
+void DrivePane::openPath(const std::string& path, bool parent) {
+  std::string target = path;
+  if (parent) {
+    while (target.size() > 1 && target.back() == '/') target.pop_back();
+    const size_t slash = target.rfind('/');
+    target = slash == std::string::npos || slash == 0 ? std::string("/") : target.substr(0, slash);
+  }
+  QDesktopServices::openUrl(QUrl::fromLocalFile(decode(target)));
+}
+
+int DrivePane::selectedRow() const {
+  const QModelIndex i = view_->currentIndex();
+  if (!i.isValid() || !view_->selectionModel()->isRowSelected(i.row(), {})) return -1;
+  return i.row();
+}
+
+std::string DrivePane::selectedPath() const {
+  const int row = selectedRow();
+  return row < 0 ? std::string() : model_->driveRow(row).path;
+}
+
+bool DrivePane::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == view_ && event->type() == QEvent::KeyPress) {
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    bool handled = false;
+    guard_.run("lvwDiskinfo_KeyUp", [&] {
+      if (key == Qt::Key_Delete && model_->removeLocation(selectedRow())) {
+        handled = true;
+        Drives_Resize_Columns();
+        Q_EMIT heightChanged();
+      } else if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+        handled = true;
+        Drives_ScanDrives(true);
+      }
+    });
+    if (handled) return true;
+  }
+  return QWidget::eventFilter(watched, event);
+}
+
+}  // namespace ql

@@ -1,0 +1,353 @@
+// Export and import of the JSON disk-usage format: a tree written and read back is the tree a
+// walk builds, the text does not depend on the threads, and bad input leaves nothing behind.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "TestFs.h"
+#include "json/JsonExport.h"
+#include "json/JsonImport.h"
+
+namespace ql::test {
+namespace {
+
+std::string readAll(const std::string& file) {
+  std::string s;
+  const int fd = ::open(file.c_str(), O_RDONLY);
+  char buf[65536];
+  for (ssize_t n; fd >= 0 && (n = ::read(fd, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(n));
+  if (fd >= 0) ::close(fd);
+  return s;
+}
+
+void writeAll(const std::string& file, const std::string& text) {
+  const int fd = ::open(file.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  ::close(fd);
+}
+
+// The export without its first line (the metadata holds the time).
+std::string body(const std::string& json) { return json.substr(json.find('\n') + 1); }
+
+ImportResult importText(const std::string& text, ReportTree& tree, ImportOptions o = {}) {
+  TempDir d;
+  writeAll(d / "in.json", text);
+  return importJsonFile(d / "in.json", tree, o);
+}
+
+struct Collect : FileFeed {
+  int64_t minimumSize() const override { return 5; }
+  void offer(const FoundFile& f) override { seen.push_back(f.folder + std::string(f.name) + "=" + std::to_string(f.size)); }
+  std::vector<std::string> seen;
+};
+
+// Odd names, hard links, links to files and folders, empty and nested folders, a fifo.
+void makeMixedTree(const TempDir& d) {
+  makeDir(d / "a");
+  makeDir(d / "a/b");
+  makeDir(d / "a/b/c");
+  makeDir(d / "empty");
+  makeDir(d / "\xff\xfe odd\n\"name\\");
+  makeFile(d / "\xff\xfe odd\n\"name\\/in\x01side", 7);
+  makeFile(d / "top", 100);
+  makeFile(d / "a/one", 10);
+  makeFile(d / "a/b/c/deep", 1000);
+  makeFile(d / "a/b/two", 3);
+  ASSERT_EQ(::link((d / "a/one").c_str(), (d / "a/b/c/hard").c_str()), 0);
+  ASSERT_EQ(::symlink("top", (d / "tolink").c_str()), 0);
+  ASSERT_EQ(::symlink("a/b", (d / "dirlink").c_str()), 0);
+  ASSERT_EQ(::mkfifo((d / "a/fifo").c_str(), 0644), 0);
+}
+
+TEST(JsonExport, ReadBackEqualsAWalkAndKeepsFiles) {
+  TempDir d;
+  makeMixedTree(d);
+  Walked walked;
+  walk(walked, d.path());
+
+  TempDir out;
+  const ExportResult e = exportJsonToFile(d.path(), out / "x.json", 2);
+  ASSERT_TRUE(e.ok) << e.error;
+  ReportTree tree;
+  ImportedFiles files;
+  Collect feed;
+  ImportOptions o;
+  o.files = &files;
+  o.feed = &feed;
+  const ImportResult r = importJsonFile(out / "x.json", tree, o);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  EXPECT_EQ(dump(tree), dump(walked.tree));
+  EXPECT_EQ(r.size, walked.tree.node(walked.root).size);
+
+  // The files of a folder, raw names and both sizes, for a later file list.
+  const uint32_t odd = rows(tree, r.root).at("\xff\xfe odd\n\"name\\");
+  ASSERT_EQ(files.count(odd), 1u);
+  EXPECT_EQ(files.file(odd, 0).name, "in\x01side");
+  EXPECT_EQ(files.file(odd, 0).asize, 7);
+  EXPECT_EQ(files.count(r.root), 2u);  // top and the link to it; the link to a folder is a row
+  const uint32_t c = rows(tree, rows(tree, rows(tree, r.root).at("a")).at("b")).at("c");
+  EXPECT_EQ(files.count(c), 2u);
+  // Every file of at least the feed's minimum, with its folder; both names of the hard link.
+  std::vector<std::string> expected{d.path() + "/\xff\xfe odd\n\"name\\/in\x01side=7", d.path() + "/a/b/c/deep=1000",
+                                    d.path() + "/a/b/c/hard=10", d.path() + "/a/one=10", d.path() + "/top=100"};
+  std::sort(feed.seen.begin(), feed.seen.end());
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(feed.seen, expected);
+
+  // A second import adds a second root; a failed one after it takes back only its own.
+  ASSERT_TRUE(importJsonFile(out / "x.json", tree, o).ok);
+  const ImportedFiles::Mark before = files.mark();
+  EXPECT_FALSE(importText(readAll(out / "x.json").substr(0, 900), tree, o).ok);
+  EXPECT_EQ(tree.roots().size(), 2u);
+  EXPECT_EQ(files.mark().records, before.records);
+  EXPECT_EQ(files.count(odd), 1u);
+}
+
+TEST(JsonExport, SameTextForAnyThreadCount) {
+  TempDir d;
+  // Wide and deep enough that the workers read far ahead of the writer.
+  for (int i = 0; i < 40; ++i) {
+    const std::string top = d / ("t" + std::to_string(i));
+    makeDir(top);
+    for (int j = 0; j < 15; ++j) {
+      makeDir(top + "/s" + std::to_string(j));
+      makeDir(top + "/s" + std::to_string(j) + "/x");
+      makeFile(top + "/s" + std::to_string(j) + "/x/f", i * 100 + j);
+      makeFile(top + "/f" + std::to_string(j), j);
+    }
+  }
+  TempDir out;
+  std::string first;
+  for (int threads : {1, 2, 3, 8}) {
+    for (int run = 0; run < 2; ++run) {
+      const ExportResult e = exportJsonToFile(d.path(), out / "x.json", threads);
+      ASSERT_TRUE(e.ok) << e.error;
+      EXPECT_EQ(e.folders, 1u + 40 * 31);
+      const std::string text = body(readAll(out / "x.json"));
+      if (first.empty()) first = text;
+      EXPECT_EQ(text, first) << threads << " threads";
+    }
+  }
+  // Nothing but the file itself is left beside it.
+  EXPECT_EQ(std::system(("test $(ls -A '" + out.path() + "' | wc -l) = 1").c_str()), 0);
+}
+
+TEST(JsonExport, UnreadableFolderIsMarkedAndFailuresLeaveTheOldFile) {
+  TempDir d;
+  makeDir(d / "closed");
+  makeFile(d / "closed/f", 5);
+  makeFile(d / "open", 4);
+  ASSERT_EQ(::chmod((d / "closed").c_str(), 0), 0);
+  TempDir out;
+  ASSERT_EQ(::chmod(out.path().c_str(), 0777), 0);
+  auto run = [&] {
+    const ExportResult e = exportJsonToFile(d.path(), out / "x.json", 2);
+    if (!e.ok) return e.error;
+    ReportTree tree;
+    const ImportResult r = importJsonFile(out / "x.json", tree);
+    const std::string json = readAll(out / "x.json");
+    return std::to_string(r.size) + (json.find("\"closed\",\"asize\":") != std::string::npos &&
+                                              json.find("\"read_error\":true") != std::string::npos
+                                          ? " marked"
+                                          : " unmarked");
+  };
+  // Root reads everything: drop to nobody.
+  const std::string result = ::geteuid() != 0 ? run() : inChild([&] {
+    if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) return std::string("no drop");
+    return run();
+  });
+  EXPECT_EQ(result, "4 marked");
+
+  // A source that cannot be opened, or a file that cannot be written: an error, the old file stays.
+  writeAll(out / "x.json", "old");
+  ExportResult e = exportJsonToFile(d / "missing", out / "x.json", 2);
+  EXPECT_FALSE(e.ok);
+  EXPECT_NE(e.error.find("missing"), std::string::npos);
+  EXPECT_EQ(readAll(out / "x.json"), "old");
+  e = exportJsonToFile(d.path(), out / "no/such/x.json", 2);
+  EXPECT_FALSE(e.ok);
+  // A full device: the error is a write error.
+  if (::access("/dev/full", W_OK) == 0) {
+    const int full = ::open("/dev/full", O_WRONLY);
+    e = exportJson(d.path(), full, 2);
+    ::close(full);
+    EXPECT_FALSE(e.ok);
+    EXPECT_TRUE(e.writeFailed);
+  }
+}
+
+TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
+  const std::string head = R"([1,2,{"progname":"x"},)";
+  const std::string good = head + R"([{"name":"/r"},{"name":"f","asize":5},[{"name":"d"},{"name":"g","asize":2}]]])";
+  struct Case {
+    std::string text;
+    size_t offset;  // where the reader stops; npos: only that it fails
+  };
+  const std::string deep(100000, '[');
+  const std::vector<Case> cases = {
+      {good.substr(0, good.size() - 3), good.size() - 3},  // truncated
+      {good.substr(0, 40), 40},
+      {"", 0},
+      {"hello", 0},
+      {"{\"a\":1}", 0},
+      {R"([2,0,{},[{"name":"/r"}]])", 2},  // another major version
+      {R"(["1",2,{},[{"name":"/r"}]])", std::string::npos},
+      {head + deep, std::string::npos},  // deep nesting where a folder should be
+      {head + R"([{"name":"/r"},)" + deep, std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"f","asize":-5}]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"f","asize":"5"}]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"f","dsize":1.5}]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"f","asize":99999999999999999999}]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"a/b"}]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"asize":1}]])", std::string::npos},
+      {head + R"([{"name":"/r"},[]]])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"f"}] trailing])", std::string::npos},
+      {head + R"([{"name":"/r"},{"name":")" + std::string(kMaxImportName + 1, 'n') + "\"}]]",
+       std::string::npos},
+      {head + R"([{"name":"/r"},{"name":"x","asize":9223372036854775807},{"name":"y","asize":1}]])",
+       std::string::npos},  // the sum overflows
+  };
+  for (size_t i = 0; i < cases.size(); ++i) {
+    ReportTree tree;
+    ImportedFiles files;
+    ImportOptions o;
+    o.files = &files;
+    const ImportResult r = importText(cases[i].text, tree, o);
+    EXPECT_FALSE(r.ok) << i;
+    EXPECT_FALSE(r.error.isEmpty()) << i;
+    EXPECT_TRUE(tree.empty()) << i;
+    EXPECT_EQ(files.count(1), 0u) << i;
+    if (cases[i].offset != std::string::npos) {
+      EXPECT_EQ(r.errorOffset, cases[i].offset) << i << " " << r.error.toStdString();
+    }
+    EXPECT_LE(r.errorOffset, cases[i].text.size()) << i;
+  }
+
+  // The same export whole reads; a duplicate name counts twice, as two names of a listing would.
+  ReportTree tree;
+  ImportResult r = importText(good, tree);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  EXPECT_EQ(r.size, 7);
+  EXPECT_EQ(tree.text(r.root), "/r");
+  r = importText(head + R"([{"name":"/r"},{"name":"f","asize":5},{"name":"f","asize":5},)"
+                        R"({"name":"m","excluded":"othfs"},{"name":"p","excluded":"pattern"}], {"later":[1]}])",
+                 tree);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  EXPECT_EQ(r.size, 10);
+  EXPECT_EQ(r.files, 2);
+  EXPECT_EQ(r.folders, 2);  // the excluded entries are rows, never entered
+  EXPECT_TRUE(tree.hasFlag(rows(tree, r.root).at("m"), ReportTree::Junction));
+  // Deep nesting inside the metadata is passed over without recursion.
+  std::string deepMeta = "[1,2,{\"a\":";
+  for (int i = 0; i < 100000; ++i) deepMeta += "{\"a\":";
+  deepMeta += "1" + std::string(100001, '}') + R"(,[{"name":"/r"}]])";
+  r = importText(deepMeta, tree);
+  EXPECT_TRUE(r.ok) << r.error.toStdString();
+
+  // Nesting past what the reader can hold is named as such, at the bracket that goes too deep.
+  const std::string open = R"([1,2,{"m":)";
+  r = importText(open + std::string(2 * kMaxImportDepth, '['), tree);
+  EXPECT_FALSE(r.ok);
+  const uint64_t at = open.size() + kMaxImportDepth - 2;  // two levels are open before it
+  EXPECT_EQ(r.errorOffset, at);
+  EXPECT_EQ(r.error.toStdString(),
+            QStringLiteral("Fehler bei Byte %1: Zu tief verschachtelt (mehr als %2 Ebenen)")
+                .arg(at)
+                .arg(kMaxImportDepth)
+                .toStdString());
+}
+
+// A file in the shape the other tool writes with its extended information: keys we do not
+// use, a hard link named twice, a folder that could not be read, every kind of exclusion, and
+// a folder of another device that it entered.
+TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
+  const std::string text = R"([1,2,{"progname":"other","progver":"1.18","timestamp":1700000000},
+[{"name":"/srv/data","asize":4096,"dsize":4096,"dev":2049,"ino":2,"uid":0,"gid":0,"mode":16877,"mtime":1700000000},
+{"name":"a.bin","asize":1000,"dsize":4096,"ino":11,"uid":1000,"gid":1000,"mode":33188,"mtime":1600000000},
+{"name":"hard1","asize":300,"dsize":4096,"ino":12,"nlink":2,"hlnkc":true},
+[{"name":"sub","asize":4096,"dsize":4096,"ino":13},
+{"name":"hard2","asize":300,"dsize":4096,"ino":12,"nlink":2,"hlnkc":true},
+[{"name":"locked","asize":4096,"dsize":4096,"ino":14,"read_error":true}]],
+{"name":"mnt","asize":4096,"dsize":4096,"excluded":"othfs"},
+{"name":"cache","excluded":"pattern"},
+{"name":"proc","excluded":"kernfs"},
+{"name":"lnk","asize":4096,"excluded":"frmlnk"},
+[{"name":"other","asize":4096,"dsize":4096,"dev":2050,"ino":2},
+{"name":"b","asize":50,"dsize":4096,"ino":3}]]]
+)";
+  ReportTree tree;
+  ImportedFiles files;
+  ImportOptions o;
+  o.files = &files;
+  const ImportResult r = importText(text, tree, o);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  // Logical sizes of files only, every name of a hard link, folders adding nothing.
+  EXPECT_EQ(tree.node(r.root).size, 1000 + 300 + 300 + 50);
+  EXPECT_EQ(tree.node(r.root).files, 4);
+  const auto top = rows(tree, r.root);
+  for (const char* excluded : {"mnt", "cache", "proc", "lnk"}) {
+    ASSERT_TRUE(top.count(excluded)) << excluded;
+    EXPECT_TRUE(tree.hasFlag(top.at(excluded), ReportTree::Junction)) << excluded;
+    EXPECT_EQ(tree.node(top.at(excluded)).size, 0) << excluded;
+  }
+  EXPECT_EQ(tree.node(top.at("Dateien")).size, 1300);
+  EXPECT_EQ(tree.node(top.at("Dateien")).files, 2);
+  const auto sub = rows(tree, top.at("sub"));
+  EXPECT_EQ(tree.node(top.at("sub")).size, 300);
+  EXPECT_EQ(tree.node(sub.at("locked")).size, 0);
+  EXPECT_EQ(tree.node(sub.at("Dateien")).size, 300);
+  EXPECT_EQ(tree.node(top.at("other")).size, 50);
+  EXPECT_FALSE(rows(tree, top.at("other")).count("Dateien"));  // own files only beside subfolders
+  EXPECT_EQ(files.count(top.at("other")), 1u);
+}
+
+TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
+  // A chain of 300,000 folders reads without recursion, in time linear in its depth (the
+  // figure is in bench/importbench), sums up to the top and knows the path of its deepest folder.
+  constexpr int kDepth = 300000;
+  std::string deep = R"([1,2,{},[{"name":"/r"})";
+  for (int i = 0; i < kDepth; ++i) deep += i % 2 ? R"(,[{"name":"d"})" : R"(,[{"name":"e"})";
+  deep += R"(,{"name":"f","asize":3})" + std::string(kDepth + 1, ']') + "]";
+  ReportTree tree;
+  ImportResult r = importText(deep, tree);
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  EXPECT_EQ(r.folders, kDepth);
+  EXPECT_EQ(tree.deepestLevel(), static_cast<uint32_t>(kDepth));
+  uint32_t bottom = r.root;
+  while (!tree.children(bottom).empty()) bottom = tree.children(bottom).front();
+  EXPECT_EQ(tree.node(tree.children(r.root).at(0)).size, 3);
+  EXPECT_EQ(tree.node(bottom).level, static_cast<uint32_t>(kDepth));
+  std::string path = "/r";
+  for (int i = 0; i < kDepth; ++i) path += i % 2 ? "/d" : "/e";
+  EXPECT_TRUE(tree.Report_GetFullpathOfNode(bottom) == path);  // not printed when it fails
+
+  // A name of a gigabyte is refused long before it is held.
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  ::signal(SIGPIPE, SIG_IGN);
+  std::thread writer([fd = fds[1]] {
+    const std::string start = R"([1,2,{},[{"name":"/r"},{"name":")";
+    if (::write(fd, start.data(), start.size()) < 0) return;
+    const std::string chunk(1 << 20, 'n');
+    for (int i = 0; i < 1024; ++i)
+      if (::write(fd, chunk.data(), chunk.size()) < 0) break;
+    ::close(fd);
+  });
+  ReportTree tree2;
+  r = importJson(fds[0], tree2);
+  ::close(fds[0]);
+  writer.join();
+  EXPECT_FALSE(r.ok);
+  EXPECT_LT(r.errorOffset, 200u << 20);
+  EXPECT_TRUE(tree2.empty());
+}
+
+}  // namespace
+}  // namespace ql::test
