@@ -7,6 +7,7 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include "failure/FailureReport.h"
 #include "support/Logs.h"
 
 namespace ql {
@@ -20,7 +21,7 @@ bool reserved(QChar c) {
 }
 
 void logFailure(const QString& step, const QString& error) {
-  LogDebug(QStringLiteral("SetExplorerEntry\\") + step + QStringLiteral(": ") + error);
+  FailureReport(LogDebug(QStringLiteral("SetExplorerEntry\\") + step + QStringLiteral(": ") + error));
 }
 
 // Lets the file managers' caches know; a desktop without the tool finds the entry by itself.

@@ -204,9 +204,18 @@ QString iniPath(const QString& file) {
   return file.isEmpty() ? globals().IniFile : file;
 }
 
+namespace {
+// The settings file read for a reader or writer here; damage is reported by the first to meet it.
+ProfileDocument openSettings(const QString& file) {
+  ProfileDocument doc(iniPath(file));
+  FailureReport(doc.damage());
+  return doc;
+}
+}  // namespace
+
 QString GetSettings(const QString& section, const QString& key, const QString& deflt,
                     const QString& file) {
-  return ProfileGetItem(section, key, deflt, iniPath(file));
+  return openSettings(file).get(section, key, deflt);
 }
 
 QString GetSettings(const QString& section, const QString& key) {
@@ -217,11 +226,13 @@ bool StoreSettings(const QString& section, const QString& key, const QVariant& v
                    const QString& file) {
   const QString text = value.typeId() == QMetaType::Bool ? QString::number(value.toBool() ? 1 : 0)
                                                          : value.toString();
-  return ProfileSetItem(section, key, text, iniPath(file));
+  ProfileDocument doc = openSettings(file);
+  doc.set(section, key, text);
+  return doc.save();
 }
 
 bool OptionenLadenMain(MainOptions& o, const QString& file) {
-  const ProfileDocument doc(iniPath(file));
+  const ProfileDocument doc = openSettings(file);
   for (const SettingKey& k : kKeys) {
     if (!k.field) continue;
     const QString section = QLatin1String(k.section);
@@ -236,7 +247,7 @@ bool OptionenLadenMain(MainOptions& o, const QString& file) {
 }
 
 bool OptionenSpeichernMain(const MainOptions& o, const QString& file) {
-  ProfileDocument doc(iniPath(file));
+  ProfileDocument doc = openSettings(file);
   MainOptions values = o;  // the fields are reached through the table's non-const accessors
   for (const SettingKey& k : kKeys) {
     if (!k.field || !k.savedAtExit) continue;
@@ -265,7 +276,7 @@ int windowStateAtStart(int stored) {
 }
 
 FormPosition FensterpositionLaden(int screenWidth, int screenHeight, const QString& file) {
-  const ProfileDocument doc(iniPath(file));
+  const ProfileDocument doc = openSettings(file);
   // Each key on its own: a damaged value costs that value only.
   auto read = [&](const QString& key, const QString& deflt, bool small = false) {
     const QString text = doc.get(kForm, key, deflt);
@@ -289,7 +300,7 @@ FormPosition FensterpositionLaden(int screenWidth, int screenHeight, const QStri
 }
 
 bool FensterpositionSpeichern(const FormPosition& p, const QString& file) {
-  ProfileDocument doc(iniPath(file));
+  ProfileDocument doc = openSettings(file);
   Writer w(doc, kForm);
   w.number(QStringLiteral("WindowState"), p.WindowState);
   w.number(QStringLiteral("Left"), p.Left);
@@ -319,7 +330,7 @@ void writeSentinelList(ProfileDocument& doc, const QString& section, const QStri
 }
 
 SavedComboFolders GetAllSavedComboFolders(const QString& file) {
-  const ProfileDocument doc(iniPath(file));
+  const ProfileDocument doc = openSettings(file);
   SavedComboFolders saved;
   saved.comboText = doc.get(kOptionen, QStringLiteral("ComboText"),
                             settingDefault(kOptionen, QStringLiteral("ComboText")));
@@ -334,18 +345,18 @@ bool SaveAllComboFolders(const QList<ComboItem>& items, const QString& file) {
   std::vector<std::string> kept;
   for (auto it = items.crbegin(); it != items.crend() && kept.size() < kComboFoldersKept; ++it)
     if (it->image == kComboFolderImage && !blank(it->path)) kept.push_back(it->path);
-  ProfileDocument doc(iniPath(file));
+  ProfileDocument doc = openSettings(file);
   writeSentinelList(doc, QStringLiteral("ComboOrdner"), QStringLiteral("O"), kept);
   return doc.save();
 }
 
 std::vector<std::string> LoadSavedNetworkFolders(const QString& file) {
-  return readSentinelList(ProfileDocument(iniPath(file)), QStringLiteral("DriveFolders"),
+  return readSentinelList(openSettings(file), QStringLiteral("DriveFolders"),
                           QStringLiteral("F"));
 }
 
 bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file) {
-  ProfileDocument doc(iniPath(file));
+  ProfileDocument doc = openSettings(file);
   writeSentinelList(doc, QStringLiteral("DriveFolders"), QStringLiteral("F"), paths);
   return doc.save();
 }

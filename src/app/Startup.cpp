@@ -17,6 +17,7 @@
 #include "support/Globals.h"
 #include "app/Settings.h"
 #include "app/SingleInstance.h"
+#include "failure/FailureReport.h"
 #include "failure/FatalSignals.h"
 #include "lang/TL.h"
 
@@ -155,7 +156,8 @@ void initFrame(bool translationMode) {
   installFatalSignalHandlers();
   InitMain(QCoreApplication::applicationDirPath());
   refreshFatalSignalReport();
-  Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true, translationMode ? QStringLiteral("-TLMODUS") : QString());
+  FailureReport(Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
+                             translationMode ? QStringLiteral("-TLMODUS") : QString()));
   Init_Textbausteine();
   firstStartEntry();
 }

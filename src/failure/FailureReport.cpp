@@ -283,6 +283,18 @@ void setFailureDialogHandler(FailureDialogHandler handler) {
   h.dialog = std::move(handler);
 }
 
+void FailureReport(const Failure& failure) {
+  FailureReport(failure.procedure, failure.module, 0, failure.error, failure.values);
+}
+
+void FailureReport(const MaybeFailure& failure) {
+  if (failure) FailureReport(*failure);
+}
+
+void FailureReport(const std::vector<Failure>& failures) {
+  for (const Failure& f : failures) FailureReport(f);
+}
+
 QString supportMailAddress() {
   const QString file = globals().IniFile;
   const QString deflt = QString::fromLatin1(kDefaultSupportMail);

@@ -8,6 +8,9 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <vector>
+
+#include "support/Failure.h"
 
 namespace ql {
 
@@ -21,6 +24,10 @@ void FailureReport(const QString& proc, const QString& module, int line, const Q
                    const QStringList& debugValues = {});
 void FailureReport(const QString& proc, const QString& module, int line, const FailureError& error,
                    const QStringList& debugValues = {});
+// A failure a lower piece handed back; none, or each of several, alike.
+void FailureReport(const Failure& failure);
+void FailureReport(const MaybeFailure& failure);
+void FailureReport(const std::vector<Failure>& failures);
 
 // Failures reported in this run; a silent run ends with a non-zero status when there were any.
 int failureCount();

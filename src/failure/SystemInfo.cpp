@@ -323,11 +323,6 @@ QString GetDateFromDiff(const QDateTime& from, const QDateTime& to) {
   return text + QLatin1Char(' ') + clockText(seconds % 86400);
 }
 
-QString GeneralDate(const QDateTime& when) {
-  return QLocale::system().toString(when.date(), QLocale::ShortFormat) + QLatin1Char(' ') +
-         when.time().toString(QStringLiteral("HH:mm:ss"));
-}
-
 QString GetErrorText(int number) {
   if (number == 0) return QStringLiteral("#0 - No information available");
 #if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 32))

@@ -65,9 +65,6 @@ QString GetSystemUpTime(const QString& uptimePath = QStringLiteral("/proc/uptime
 // The time between two dates in the user's language (days and years through the text table).
 QString GetDateFromDiff(const QDateTime& from, const QDateTime& to);
 
-// The date and time in the system's general form, used by the report's "Time: " line.
-QString GeneralDate(const QDateTime& when);
-
 // "#n - text" for a system error number; "#0 - No information available" for 0.
 QString GetErrorText(int number);
 

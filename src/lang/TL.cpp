@@ -8,7 +8,6 @@
 
 #include "support/Globals.h"
 #include "support/Profile.h"
-#include "failure/FailureReport.h"
 #include "lang/TextTableReader.h"
 #include "support/StringCollection.h"
 
@@ -96,7 +95,7 @@ int systemLanguage() {
   return kLangEnglish;
 }
 
-void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool saveLanguage,
+std::vector<Failure> Init_Sprache(const QString& helpFileName, const QString& textFileName, bool saveLanguage,
                   const QString& commandLine, const QString& programFolder) {
   LanguageState& s = state();
   s.translationMode = false;
@@ -109,9 +108,12 @@ void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool
                                                         : QString();
   const QString iniFile = globals().IniFile;
 
+  std::vector<Failure> failures;
+  MaybeFailure damage;
   const double stored = std::nearbyint(leadingNumber(
       ProfileGetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), QStringLiteral("0"),
-                     iniFile)));
+                     iniFile, &damage)));
+  if (damage) failures.push_back(*damage);
   int lang = stored >= -32768 && stored <= 32767 ? static_cast<int>(stored) : kLangEnglish;
   if (lang == 0) lang = systemLanguage();
   if (lang != kLangEnglish && lang != kLangGerman && lang != kLangRussian) lang = kLangEnglish;
@@ -131,49 +133,50 @@ void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool
   s.language = lang;
   globals().Lang = lang;
 
-  if (saveLanguage)
+  if (saveLanguage) {
     ProfileSetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), QString::number(lang),
-                   iniFile);
+                   iniFile, &damage);
+    if (damage) failures.push_back(*damage);
+  }
 
   if (commandLine.contains(QLatin1String("-TLMODUS"))) {
     s.translationMode = true;
-    LoadTextFromFile(folder + QLatin1Char('/') + textFileName);
+    if (MaybeFailure f = LoadTextFromFile(folder + QLatin1Char('/') + textFileName))
+      failures.push_back(*f);
   }
+  return failures;
 }
 
-void LoadTextFromFile(const QString& path) {
+MaybeFailure LoadTextFromFile(const QString& path) {
+  const auto failure = [&](const QString& error) {
+    return Failure{QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), error, {path}};
+  };
   LanguageState& s = state();
   s.translationMode = false;
-  if (s.language == kLangGerman || !QFileInfo(path).isFile()) return;
+  if (s.language == kLangGerman || !QFileInfo(path).isFile()) return std::nullopt;
   CStringCollection& table = textTable();
   table.Clear();
   QFile f(path);
   if (!f.open(QIODevice::ReadOnly)) {
     s.translationMode = true;
-    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
-                  f.errorString(), {path});
-    return;
+    return failure(f.errorString());
   }
   // A translators' file is the size of a built-in table; the settings file's limit is far above
   // that. One byte past the limit is read to see a file that grew since its size was asked.
   const QByteArray data =
       f.size() <= kProfileSizeLimit ? f.read(kProfileSizeLimit + 1) : QByteArray();
   if (f.size() > kProfileSizeLimit || data.size() > kProfileSizeLimit) {
-    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0,
-                  QStringLiteral("The translators' file is larger than %1 bytes; the built-in "
-                                 "texts are used")
-                      .arg(kProfileSizeLimit),
-                  {path});
-    return;
+    return failure(QStringLiteral("The translators' file is larger than %1 bytes; the built-in "
+                                  "texts are used")
+                       .arg(kProfileSizeLimit));
   }
   s.translationMode = true;
   const QString error = readTextRecords(data, [&](int id, const QString& text) {
     const QString key = textKey(id);
     if (table.Add(text, key) == 0) table.setItem(key, text);  // the last record of an id wins
   });
-  if (!error.isEmpty())
-    FailureReport(QStringLiteral("LoadTextFromFile"), QStringLiteral("z_Translate"), 0, error,
-                  {path});
+  if (!error.isEmpty()) return failure(error);
+  return std::nullopt;
 }
 
 QString TranslateControlText(int id, const QString& /*oldText*/) {

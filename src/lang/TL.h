@@ -12,6 +12,9 @@
 
 #include <QString>
 #include <QStringList>
+#include <vector>
+
+#include "support/Failure.h"
 
 namespace ql {
 
@@ -28,7 +31,9 @@ QString TL(int id, const QString& deflt, const QStringList& args = {});
 // system's language when that is 0; anything but 7, 9 and 25 becomes English. With
 // `saveLanguage` the choice is written back. A command line holding "-TLMODUS" reads the
 // translators' file `textFileName` from `programFolder` (the executable's folder when empty).
-void Init_Sprache(const QString& helpFileName, const QString& textFileName, bool saveLanguage,
+// What went wrong on the way (a damaged settings file, a bad translators' file) is handed back
+// to be reported; the language is fixed all the same.
+[[nodiscard]] std::vector<Failure> Init_Sprache(const QString& helpFileName, const QString& textFileName, bool saveLanguage,
                   const QString& commandLine, const QString& programFolder = QString());
 
 // The language of the environment (LC_ALL, else LC_MESSAGES, else LANG): German 7, Russian 25,
@@ -37,9 +42,9 @@ int systemLanguage();
 
 // Reads the translators' file into the text table and turns translation mode on. Does nothing
 // under German or when the file is missing; then the built-in table stays the source. So it does
-// for a file beyond the settings file's size limit, which is not read at all and is reported. A
-// bad id ends the reading and is reported; what was read before it is kept.
-void LoadTextFromFile(const QString& path);
+// for a file beyond the settings file's size limit, which is not read at all; that is handed
+// back as a failure, as is a bad id, which ends the reading (what was read before it is kept).
+[[nodiscard]] MaybeFailure LoadTextFromFile(const QString& path);
 
 // The text of a control's id, or "" when there is none. `oldText` is not used.
 QString TranslateControlText(int id, const QString& oldText = QString());

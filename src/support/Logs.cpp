@@ -3,10 +3,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QLocale>
 
 #include "support/Globals.h"
-#include "failure/FailureReport.h"
-#include "failure/SystemInfo.h"
 
 namespace ql {
 
@@ -48,14 +47,20 @@ bool WriteErrorLog(const QString& text, bool blankLine, bool withTime) {
   return append(QLatin1String(kErrorLog), entry);
 }
 
-void LogDebug(const QString& text, const QVariantList& values) {
+MaybeFailure LogDebug(const QString& text, const QVariantList& values) {
   QString line = text;
   for (const auto& v : values) line += QStringLiteral(", ") + v.toString();
   QString error;
-  if (!append(QLatin1String(kDebugLog), now() + QStringLiteral(" - ") + line + QLatin1Char('\n'),
-              &error))
-    FailureReport(QStringLiteral("LogDebug"), QStringLiteral("modMainInit"), 0, error,
-                  {QStringLiteral("FileError")});
+  if (append(QLatin1String(kDebugLog), now() + QStringLiteral(" - ") + line + QLatin1Char('\n'),
+             &error))
+    return std::nullopt;
+  return Failure{QStringLiteral("LogDebug"), QStringLiteral("modMainInit"), error,
+                 {QStringLiteral("FileError")}};
+}
+
+QString GeneralDate(const QDateTime& when) {
+  return QLocale::system().toString(when.date(), QLocale::ShortFormat) + QLatin1Char(' ') +
+         when.time().toString(QStringLiteral("HH:mm:ss"));
 }
 
 QString WriteUpdateLog(const QString& text) {

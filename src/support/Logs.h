@@ -7,8 +7,11 @@
 //
 // Callable from any thread.
 
+#include <QDateTime>
 #include <QString>
 #include <QVariantList>
+
+#include "support/Failure.h"
 
 namespace ql {
 
@@ -25,8 +28,12 @@ QString logFilePath(const QString& name);
 // when `blankLine`. A failure here only returns false: reporting it would come back here.
 bool WriteErrorLog(const QString& text, bool blankLine = false, bool withTime = true);
 
-// Appends time, " - ", `text` and ", " with each value. A failure goes to FailureReport.
-void LogDebug(const QString& text, const QVariantList& values = {});
+// Appends time, " - ", `text` and ", " with each value; a file that cannot be written is handed
+// back for the caller to report.
+[[nodiscard]] MaybeFailure LogDebug(const QString& text, const QVariantList& values = {});
+
+// The date and time in the system's general form, as the logs and the error report write it.
+QString GeneralDate(const QDateTime& when);
 
 // Appends time, " - ", `text` to the update log and returns that line, which the update
 // dialog also shows on its log tab.

@@ -11,7 +11,6 @@
 #include <QSet>
 #include <cerrno>
 
-#include "failure/FailureReport.h"
 
 namespace ql {
 
@@ -106,16 +105,16 @@ FileState readSettingsFile(const QString& file, QByteArray& bytes) {
   return state;
 }
 
-void reportDamaged(const QString& file) {
-  // Once per file and run; marked first, as the report itself may look into the settings.
-  static QSet<QString> reported;
-  if (reported.contains(file)) return;
-  reported.insert(file);
-  FailureReport(QStringLiteral("ProfileDocument"), QStringLiteral("Profile"), 0,
-                QStringLiteral("Settings file is not a regular file or larger than %1 bytes; "
-                               "it is neither read nor written")
-                    .arg(kProfileSizeLimit),
-                {file});
+// Once per file and run, so that a damaged file does not flood the log.
+MaybeFailure damaged(const QString& file) {
+  static QSet<QString> told;
+  if (told.contains(file)) return std::nullopt;
+  told.insert(file);
+  return Failure{QStringLiteral("ProfileDocument"), QStringLiteral("Profile"),
+                 QStringLiteral("Settings file is not a regular file or larger than %1 bytes; "
+                                "it is neither read nor written")
+                     .arg(kProfileSizeLimit),
+                 {file}};
 }
 
 }  // namespace
@@ -131,7 +130,7 @@ ProfileDocument::ProfileDocument(const QString& file) : file_(file) {
       return;
     case FileState::Damaged:
       readable_ = false;
-      reportDamaged(file_);
+      damage_ = damaged(file_);
       return;
     case FileState::Read:
       break;
@@ -254,13 +253,16 @@ bool ProfileDocument::save() {
 }
 
 QString ProfileGetItem(const QString& section, const QString& key, const QString& deflt,
-                       const QString& file) {
-  return ProfileDocument(file).get(section, key, deflt);
+                       const QString& file, MaybeFailure* damage) {
+  const ProfileDocument doc(file);
+  if (damage) *damage = doc.damage();
+  return doc.get(section, key, deflt);
 }
 
 bool ProfileSetItem(const QString& section, const QString& key, const QString& value,
-                    const QString& file) {
+                    const QString& file, MaybeFailure* damage) {
   ProfileDocument doc(file);
+  if (damage) *damage = doc.damage();
   doc.set(section, key, value);
   return doc.save();
 }

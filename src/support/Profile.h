@@ -13,7 +13,8 @@
 // stand. A write goes to a sibling file that then replaces the old one, so a crash or a failed
 // rename never leaves half a file. A file that exists but cannot be read is never written over.
 // Neither is a damaged one: anything but a regular file (a pipe, a device, a link to one) or a
-// file beyond kProfileSizeLimit reads as no keys and is reported once per run.
+// file beyond kProfileSizeLimit reads as no keys, and the first reader of it in a run is handed
+// the failure to report.
 //
 // Not thread-safe; the settings belong to the user-interface thread.
 
@@ -21,6 +22,8 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+
+#include "support/Failure.h"
 
 namespace ql {
 
@@ -38,6 +41,8 @@ class ProfileDocument {
   const QString& fileName() const { return file_; }
   // False when the file exists but could not be read or is damaged; save() then refuses to write.
   bool readable() const { return readable_; }
+  // Set when the file is damaged and this is the run's first reader to find it so.
+  const MaybeFailure& damage() const { return damage_; }
 
   QString get(const QString& section, const QString& key, const QString& deflt) const;
   void set(const QString& section, const QString& key, const QString& value);
@@ -63,6 +68,7 @@ class ProfileDocument {
   QString file_;
   QList<QByteArray> lines_;
   bool readable_ = true;
+  MaybeFailure damage_;
   bool modified_ = false;
   // Folded section name to its first copy; per section, folded key to its first line.
   mutable bool indexed_ = false;
@@ -72,11 +78,12 @@ class ProfileDocument {
 
 // The value, cut at 2047 characters; `deflt` (cut alike) when section or key is missing. Each call
 // reads the file: readers of many keys hold one ProfileDocument instead.
+// `damage` gets the document's damage() when asked for.
 QString ProfileGetItem(const QString& section, const QString& key, const QString& deflt,
-                       const QString& file);
+                       const QString& file, MaybeFailure* damage = nullptr);
 // Returns false when the file could not be written; the old file then stands as it was.
 bool ProfileSetItem(const QString& section, const QString& key, const QString& value,
-                    const QString& file);
+                    const QString& file, MaybeFailure* damage = nullptr);
 // Removes every section of that name with all its lines.
 bool ProfileDeleteSection(const QString& section, const QString& file);
 

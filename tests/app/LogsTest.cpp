@@ -44,8 +44,8 @@ TEST_F(LogsTest, LinesAreAppendedWithTimeAndBlankLineOnRequest) {
   static const QRegularExpression error("^\\S.* - first\n\\S.* - Fehler in X\nzweite Zeile\n\nbare\n$");
   EXPECT_TRUE(error.match(log("error.log")).hasMatch()) << log("error.log").toStdString();
 
-  LogDebug("a", {1, "b"});
-  LogDebug("ohne");
+  EXPECT_FALSE(LogDebug("a", {1, "b"}));
+  EXPECT_FALSE(LogDebug("ohne"));
   static const QRegularExpression debug("^\\S.* - a, 1, b\n\\S.* - ohne\n$");
   EXPECT_TRUE(debug.match(log("debug.log")).hasMatch()) << log("debug.log").toStdString();
   const QString line = WriteUpdateLog("Versionsüberprüfung gestartet.");

@@ -13,6 +13,7 @@
 
 #include "support/Globals.h"
 #include "support/Profile.h"
+#include "failure/FailureReport.h"
 #include "lang/TL.h"
 
 namespace ql::test {
@@ -52,7 +53,8 @@ class LangFixture {
   // The start-up call of the program, with our folder as the program's folder.
   void init(const QString& lang, const QString& commandLine = QString(), bool save = false) {
     storeLang(lang);
-    Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), save, commandLine, dir_.path());
+    FailureReport(
+        Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), save, commandLine, dir_.path()));
   }
 
   QString path(const QString& name) const { return dir_.filePath(name); }
