@@ -92,9 +92,9 @@ int main(int argc, char** argv) {
     QCoreApplication::processEvents();
     if (argc > 2) {
       QEventLoop loop;
-      QObject::connect(&w.driver(), &ScanDriver::finished, &loop, &QEventLoop::quit);
+      QObject::connect(&w.session().driver(), &ScanDriver::finished, &loop, &QEventLoop::quit);
       QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-      w.readCommandLine({argv[2]});
+      w.session().readSources({argv[2]});
       loop.exec();
     }
     QCoreApplication::processEvents();

@@ -62,13 +62,13 @@ int importBench(const std::string& file) {
   QElapsedTimer t;
   QEventLoop loop;
   QString error;
-  QObject::connect(&w.imports(), &ImportedSources::finished, &loop, [&](uint32_t, const QString& e) {
+  QObject::connect(&w.session().imports(), &ImportedSources::finished, &loop, [&](uint32_t, const QString& e) {
     error = e;
     loop.quit();
   });
   stalls.start();
   t.start();
-  w.importFile(file);
+  w.session().importFile(file);
   loop.exec();
   QCoreApplication::processEvents();  // the tree is drawn
   const double ms = t.nsecsElapsed() / 1e6;
@@ -78,7 +78,7 @@ int importBench(const std::string& file) {
     return 1;
   }
   size_t folders = 0;
-  for (uint32_t n : w.tree().preorder()) folders += w.tree().isFolder(n);
+  for (uint32_t n : w.session().tree().preorder()) folders += w.session().tree().isFolder(n);
   std::printf("import: %zu folders shown after %.0f ms; longest stall of the user-interface thread: %.1f ms\n",
               folders, ms, stalls.worst / 1e6);
   return 0;
@@ -107,25 +107,25 @@ int main(int argc, char** argv) {
   QElapsedTimer scan;
   scan.start();
   stalls.start();
-  w.readCommandLine(sources);
+  w.session().readSources(sources);
   QEventLoop loop;
-  QObject::connect(&w.driver(), &ScanDriver::finished, &loop, &QEventLoop::quit);
+  QObject::connect(&w.session().driver(), &ScanDriver::finished, &loop, &QEventLoop::quit);
   loop.exec();
   stalls.tick.stop();
   const qint64 scanWorst = stalls.worst;
   const double scanMs = scan.nsecsElapsed() / 1e6;
 
   size_t folders = 0;
-  for (uint32_t n : w.tree().preorder()) folders += w.tree().isFolder(n);
+  for (uint32_t n : w.session().tree().preorder()) folders += w.session().tree().isFolder(n);
 
   QElapsedTimer t;
   t.start();
-  Q_EMIT w.view().header()->sectionClicked(1);  // the size title, as a click delivers it
+  Q_EMIT w.reportPane().view().header()->sectionClicked(1);  // the size title, as a click delivers it
   QCoreApplication::processEvents();
   const double sortMs = t.nsecsElapsed() / 1e6;
 
   t.restart();
-  w.cbrReport_Execute(25);  // expand all
+  w.reportPane().cbrReport_Execute(25);  // expand all
   QCoreApplication::processEvents();
   const double expandMs = t.nsecsElapsed() / 1e6;
 
@@ -145,7 +145,7 @@ int main(int argc, char** argv) {
   }
   w.cbrMain().setChecked(307, false);
   w.cbrMain().setChecked(306, true);
-  w.Change_Info_Visibility();
+  w.showPanes();
   FileListPane& files = w.filesPane();
   stalls.start();
   t.restart();

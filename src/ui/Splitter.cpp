@@ -29,6 +29,14 @@ Splitter::Splitter(QWidget* parent) : QWidget(parent) {
   setOrientation(PanesAbove);
 }
 
+Splitter::Splitter(const QString& name, Orientation orientation, QWidget* first, QWidget* second,
+                   QWidget* parent)
+    : Splitter(parent) {
+  setObjectName(name);
+  setOrientation(orientation);
+  Bind(first, second);
+}
+
 void Splitter::invalidValue() const {
   throw SplitterError(380, globals().Apptitle + QStringLiteral(".cSplitter"),
                       QStringLiteral("Invalid property value"));

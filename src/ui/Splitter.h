@@ -26,6 +26,9 @@ class Splitter : public QWidget {
   enum Orientation { PanesAbove = 1, PanesSideBySide = 2 };
 
   explicit Splitter(QWidget* parent = nullptr);
+  // A named splitter that binds two panes at once.
+  Splitter(const QString& name, Orientation orientation, QWidget* first, QWidget* second,
+           QWidget* parent = nullptr);
 
   bool FullDrag() const { return fullDrag_; }
   void setFullDrag(bool on) { fullDrag_ = on; }

@@ -7,6 +7,7 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/FileListModel.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FileListPane.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ImportedSources.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/MainBar.cpp
   ${CMAKE_CURRENT_LIST_DIR}/MainWindow.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PdfPage.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PreviewMedia.cpp
@@ -14,6 +15,8 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReportModel.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReportPane.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReportPrinter.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ScanSession.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SourcesBox.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Splitter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TranslateControls.cpp
   ${CMAKE_CURRENT_LIST_DIR}/WindowState.cpp

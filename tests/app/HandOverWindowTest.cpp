@@ -26,11 +26,11 @@ TEST(HandOverWindow, AMinimisedWindowReadsTheSourcesAndComesBack) {
   w.show();
   QCoreApplication::processEvents();
   w.showMinimized();
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   Q_EMIT first.received({d.path(), d / "missing"});  // as a later start's hand-over arrives
   EXPECT_FALSE(w.isMinimized());
   ASSERT_TRUE(finished.count() > 0 || finished.wait(10000));
-  EXPECT_EQ(w.model().rowCount(), 1);
+  EXPECT_EQ(w.reportPane().model().rowCount(), 1);
 }
 
 }  // namespace

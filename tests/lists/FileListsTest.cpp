@@ -49,22 +49,22 @@ class FileListsTest : public ::testing::Test {
     w.show();
     QCoreApplication::processEvents();
     w.setWarningHandler([this](const QString& text) { warnings << text; });
-    QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-    w.readCommandLine({d.path()});
+    QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+    w.session().readSources({d.path()});
     ASSERT_TRUE(finished.wait(10000));
     w.cbrMain().setChecked(cmd::main::ShowLargest, false);
     w.cbrMain().setChecked(cmd::main::ShowFiles, true);
-    w.Change_Info_Visibility();
+    w.showPanes();
   }
 
   // A real click on the report row of a folder below the source; waits for its files.
   void clickFolder(MainWindow& w, const QString& name) {
-    const QModelIndex root = w.model().index(0, 0);
-    for (int r = 0; r < w.model().rowCount(root); ++r) {
-      const QModelIndex i = w.model().index(r, 0, root);
+    const QModelIndex root = w.reportPane().model().index(0, 0);
+    for (int r = 0; r < w.reportPane().model().rowCount(root); ++r) {
+      const QModelIndex i = w.reportPane().model().index(r, 0, root);
       if (i.data().toString() != name) continue;
-      w.view().scrollTo(i);
-      QTest::mouseClick(w.view().viewport(), Qt::LeftButton, {}, w.view().visualRect(i).center());
+      w.reportPane().view().scrollTo(i);
+      QTest::mouseClick(w.reportPane().view().viewport(), Qt::LeftButton, {}, w.reportPane().view().visualRect(i).center());
       ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
       return;
     }
@@ -80,11 +80,11 @@ class FileListsTest : public ::testing::Test {
   }
 
   int64_t sizeOf(MainWindow& w, const QString& name) {
-    const QModelIndex root = w.model().index(0, 0);
-    if (name.isEmpty()) return w.tree().node(w.model().nodeOf(root)).size;
-    for (int r = 0; r < w.model().rowCount(root); ++r)
-      if (w.model().index(r, 0, root).data().toString() == name)
-        return w.tree().node(w.model().nodeOf(w.model().index(r, 0, root))).size;
+    const QModelIndex root = w.reportPane().model().index(0, 0);
+    if (name.isEmpty()) return w.session().tree().node(w.reportPane().model().nodeOf(root)).size;
+    for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+      if (w.reportPane().model().index(r, 0, root).data().toString() == name)
+        return w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(r, 0, root))).size;
     return -1;
   }
 
@@ -115,7 +115,7 @@ TEST_F(FileListsTest, AClickShowsTheFolderAndDeletesCorrectTheSumsAbove) {
   EXPECT_FALSE(exists(d / "work/c.txt"));
   EXPECT_TRUE(exists(d / "work/b.txt/keep"));
   // The folder's own files were counted again, and the change went up the chain.
-  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy() && !w.busy(); }, 5000));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy() && !w.session().busy(); }, 5000));
   EXPECT_EQ(sizeOf(w, "work"), 1000);
   EXPECT_EQ(sizeOf(w, ""), 6000);
 
@@ -217,11 +217,11 @@ TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
   EXPECT_EQ(top.limit(), 100);
 
   // A full rescan of a folder replaces the list with that folder's files, under its name.
-  QSignalSpy rescanned(&w.driver(), &ScanDriver::rescanFinished);
-  const QModelIndex root = w.model().index(0, 0);
-  for (int r = 0; r < w.model().rowCount(root); ++r)
-    if (w.model().index(r, 0, root).data().toString() == "work") w.view().setCurrentIndex(w.model().index(r, 0, root));
-  w.cbrReport().control(cmd::report::Rescan)->trigger();
+  QSignalSpy rescanned(&w.session().driver(), &ScanDriver::rescanFinished);
+  const QModelIndex root = w.reportPane().model().index(0, 0);
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") w.reportPane().view().setCurrentIndex(w.reportPane().model().index(r, 0, root));
+  w.reportPane().bar().control(cmd::report::Rescan)->trigger();
   ASSERT_TRUE(rescanned.wait(10000));
   ASSERT_EQ(top.model().rowCount(), 4);
   EXPECT_EQ(top.model().row(0).name, "inner");
@@ -243,31 +243,31 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   ASSERT_EQ(::symlink((d / "other").c_str(), (d / "work/sub/link").c_str()), 0);
   MainWindow w;
   open(w);
-  const QModelIndex root = w.model().index(0, 0);
-  const int64_t rootFiles = w.tree().node(w.model().nodeOf(root)).files;
-  const int64_t rootFolders = w.tree().node(w.model().nodeOf(root)).folders;
+  const QModelIndex root = w.reportPane().model().index(0, 0);
+  const int64_t rootFiles = w.session().tree().node(w.reportPane().model().nodeOf(root)).files;
+  const int64_t rootFolders = w.session().tree().node(w.reportPane().model().nodeOf(root)).folders;
   QModelIndex work;
-  for (int r = 0; r < w.model().rowCount(root); ++r)
-    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
   ASSERT_TRUE(work.isValid());
-  w.view().expand(work);
+  w.reportPane().view().expand(work);
   QModelIndex sub;
-  for (int r = 0; r < w.model().rowCount(work); ++r)
-    if (w.model().index(r, 0, work).data().toString() == "sub") sub = w.model().index(r, 0, work);
+  for (int r = 0; r < w.reportPane().model().rowCount(work); ++r)
+    if (w.reportPane().model().index(r, 0, work).data().toString() == "sub") sub = w.reportPane().model().index(r, 0, work);
   ASSERT_TRUE(sub.isValid());
-  w.view().setCurrentIndex(sub);
-  const auto& s = w.tree().node(w.model().nodeOf(sub));
+  w.reportPane().view().setCurrentIndex(sub);
+  const auto& s = w.session().tree().node(w.reportPane().model().nodeOf(sub));
   const int64_t subFiles = s.files, subFolders = s.folders;
   EXPECT_EQ(subFiles, 3);
   w.reportPane().Report_DeleteFolder(false);
   EXPECT_FALSE(exists(d / "work/sub"));
   EXPECT_TRUE(exists(d / "other/big.iso"));
-  const auto& r = w.tree().node(w.model().nodeOf(w.model().index(0, 0)));
+  const auto& r = w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0)));
   EXPECT_EQ(r.files, rootFiles - subFiles);
   EXPECT_EQ(r.folders, rootFolders - subFolders - 1);
   EXPECT_EQ(sizeOf(w, "work"), 70);  // its own files remain
   EXPECT_EQ(sizeOf(w, ""), 5070);
-  EXPECT_FALSE(w.busy());
+  EXPECT_FALSE(w.session().busy());
 }
 
 // A folder below the source is swapped for a link to a folder of the same shape after the scan:
@@ -292,21 +292,21 @@ TEST_F(FileListsTest, AFolderSwappedForALinkSinceTheScanIsChangedFromNoList) {
   const int row = files.selectedRowsDescending().front();
   EXPECT_FALSE(files.model().setData(files.model().index(row, 0), "renamed.txt", Qt::EditRole));
   files.bar().control(cmd::files::Delete)->trigger();
-  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy() && !w.busy(); }, 5000));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy() && !w.session().busy(); }, 5000));
 
-  const QModelIndex root = w.model().index(0, 0);
+  const QModelIndex root = w.reportPane().model().index(0, 0);
   QModelIndex work, sub;
-  for (int r = 0; r < w.model().rowCount(root); ++r)
-    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
   ASSERT_TRUE(work.isValid());
-  w.view().expand(work);
-  for (int r = 0; r < w.model().rowCount(work); ++r)
-    if (w.model().index(r, 0, work).data().toString() == "sub") sub = w.model().index(r, 0, work);
+  w.reportPane().view().expand(work);
+  for (int r = 0; r < w.reportPane().model().rowCount(work); ++r)
+    if (w.reportPane().model().index(r, 0, work).data().toString() == "sub") sub = w.reportPane().model().index(r, 0, work);
   ASSERT_TRUE(sub.isValid());
-  const uint32_t subNode = w.model().nodeOf(sub);
-  w.view().setCurrentIndex(sub);
+  const uint32_t subNode = w.reportPane().model().nodeOf(sub);
+  w.reportPane().view().setCurrentIndex(sub);
   w.reportPane().Report_DeleteFolder(false);
-  EXPECT_TRUE(w.tree().isLive(subNode)) << "the row went though nothing was deleted";
+  EXPECT_TRUE(w.session().tree().isLive(subNode)) << "the row went though nothing was deleted";
 
   EXPECT_EQ(warnings.size(), 4) << warnings.join("\n").toStdString();
   for (const char* name : {"a.txt", "b.txt", "c.txt", "sub/inner"}) {
@@ -324,28 +324,28 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   ASSERT_TRUE(exportJsonToFile(d.path(), json, 2).ok);
   MainWindow w;
   open(w);  // the tree read from the disk, for comparison
-  const auto& scanned = w.tree().node(w.model().nodeOf(w.model().index(0, 0)));
+  const auto& scanned = w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0)));
   const int64_t size = scanned.size, files = scanned.files;
-  QSignalSpy imported(&w.imports(), &ImportedSources::finished);
-  w.importFile(json);
+  QSignalSpy imported(&w.session().imports(), &ImportedSources::finished);
+  w.session().importFile(json);
   ASSERT_TRUE(imported.wait(10000));
-  ASSERT_EQ(w.model().rowCount(), 2);
-  const QModelIndex root = w.model().index(1, 0);
-  const uint32_t node = w.model().nodeOf(root);
-  EXPECT_EQ(w.tree().node(node).size, size);
-  EXPECT_EQ(w.tree().node(node).files, files);
+  ASSERT_EQ(w.reportPane().model().rowCount(), 2);
+  const QModelIndex root = w.reportPane().model().index(1, 0);
+  const uint32_t node = w.reportPane().model().nodeOf(root);
+  EXPECT_EQ(w.session().tree().node(node).size, size);
+  EXPECT_EQ(w.session().tree().node(node).files, files);
   EXPECT_TRUE(root.data().toString().contains("scan.json"));
-  EXPECT_EQ(w.tree().text(node), d.path());  // the path itself stays the node's text
+  EXPECT_EQ(w.session().tree().text(node), d.path());  // the path itself stays the node's text
   EXPECT_EQ(w.topPane().model().row(0).name, "big.iso");
 
   // The disk changes behind the import: the list still shows what the import holds, and
   // nothing of a folder that is gone can be deleted.
   ASSERT_EQ(std::system(("rm -r '" + d / "work" + "'").c_str()), 0);
   QModelIndex work;
-  for (int r = 0; r < w.model().rowCount(root); ++r)
-    if (w.model().index(r, 0, root).data().toString() == "work") work = w.model().index(r, 0, root);
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
   ASSERT_TRUE(work.isValid());
-  w.view().setCurrentIndex(work);
+  w.reportPane().view().setCurrentIndex(work);
   FileListPane& list = w.filesPane();
   ASSERT_EQ(list.model().rowCount(), 3);
   EXPECT_TRUE(list.readOnly());
@@ -353,17 +353,17 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   select(list, {"a.txt"});
   EXPECT_EQ(list.DeleteFiles(false), 0);
   EXPECT_EQ(list.model().rowCount(), 3);
-  EXPECT_TRUE(w.reportPane().locked(w.model().nodeOf(work)));
-  EXPECT_FALSE(w.reportPane().locked(w.model().nodeOf(w.model().index(0, 0))));  // read from the disk
+  EXPECT_TRUE(w.reportPane().locked(w.reportPane().model().nodeOf(work)));
+  EXPECT_FALSE(w.reportPane().locked(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0))));  // read from the disk
 
   // A broken export says where it breaks and leaves the report as it was.
   QFile cut(QString::fromStdString(json));
   ASSERT_TRUE(cut.open(QIODevice::ReadWrite));
   ASSERT_TRUE(cut.resize(cut.size() / 2));
   cut.close();
-  w.importFile(json);
+  w.session().importFile(json);
   ASSERT_TRUE(imported.wait(10000));
-  EXPECT_EQ(w.model().rowCount(), 2);
+  EXPECT_EQ(w.reportPane().model().rowCount(), 2);
   ASSERT_FALSE(warnings.isEmpty());
   EXPECT_TRUE(warnings.last().contains("scan.json"));
 }

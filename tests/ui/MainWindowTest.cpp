@@ -64,26 +64,26 @@ class MainWindowTest : public ::testing::Test {
 TEST_F(MainWindowTest, ReadsTheCommandLineAndSortsByTitleClicks) {
   MainWindow w;
   bringUp(w);
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path(), d / "missing"});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path(), d / "missing"});
   ASSERT_TRUE(finished.wait(10000));
-  ReportModel& m = w.model();
+  ReportModel& m = w.reportPane().model();
   ASSERT_EQ(m.rowCount(), 1);  // the missing source is dropped without a word
   const QModelIndex root = m.index(0, 0);
-  EXPECT_TRUE(w.view().isExpanded(root));
+  EXPECT_TRUE(w.reportPane().view().isExpanded(root));
   ASSERT_EQ(m.rowCount(root), 3);
   EXPECT_EQ(m.index(0, 0, root).data().toString(), "large");  // largest first after the scan
-  EXPECT_EQ(w.view().currentIndex(), root);
+  EXPECT_EQ(w.reportPane().view().currentIndex(), root);
 
   // A real click on the name title: by name, and the selection goes to the first row.
-  QHeaderView* header = w.view().header();
+  QHeaderView* header = w.reportPane().view().header();
   const QPoint name(header->sectionViewportPosition(0) + 5, header->height() / 2);
   QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name);
   EXPECT_EQ(m.index(0, 0, root).data().toString(), "large");
   EXPECT_EQ(m.index(2, 0, root).data().toString(), "small");
   QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name);
   EXPECT_EQ(m.index(0, 0, root).data().toString(), "small");
-  EXPECT_EQ(w.view().currentIndex().row(), 0);
+  EXPECT_EQ(w.reportPane().view().currentIndex().row(), 0);
 }
 
 TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
@@ -93,13 +93,13 @@ TEST_F(MainWindowTest, ClosingDuringAScanOnlyStopsIt) {
   }
   MainWindow w;
   bringUp(w);
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path(), d.path()});
-  ASSERT_TRUE(w.busy());
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path(), d.path()});
+  ASSERT_TRUE(w.session().busy());
   EXPECT_FALSE(w.close());  // refused: the walk is asked to stop instead
   EXPECT_TRUE(w.isVisible());
   ASSERT_TRUE(finished.wait(10000));
-  EXPECT_EQ(w.model().rowCount(), 1);  // the second source was never read
+  EXPECT_EQ(w.reportPane().model().rowCount(), 1);  // the second source was never read
   EXPECT_EQ(StopWord.load(), 0);
   EXPECT_TRUE(w.close());
 }
@@ -110,17 +110,17 @@ TEST_F(MainWindowTest, MainCommands) {
   CommandBar& bar = w.cbrMain();
   // Stop is live only while a scan runs.
   EXPECT_FALSE(bar.control(3)->isEnabled());
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   const int drives = w.cboOrdner().count();  // the mounts stand first
-  w.AddNewSearchPath(d.path());
+  w.cboOrdner().addSource(d.path());
   EXPECT_EQ(w.cboOrdner().count(), drives + 1);
-  EXPECT_EQ(w.AddNewSearchPath(d.path() + "/"), drives);  // known already
+  EXPECT_EQ(w.cboOrdner().addSource(d.path() + "/"), drives);  // known already
   bar.control(2)->trigger();
   EXPECT_TRUE(bar.control(3)->isEnabled());
   EXPECT_FALSE(bar.control(2)->isEnabled());
   ASSERT_TRUE(finished.wait(10000));
   EXPECT_FALSE(bar.control(3)->isEnabled());
-  EXPECT_EQ(w.model().rowCount(), 1);
+  EXPECT_EQ(w.reportPane().model().rowCount(), 1);
   EXPECT_TRUE(bar.control(14)->isEnabled());
   EXPECT_TRUE(bar.control(19)->isEnabled());
   // Save and Print open their dialogs over the report.
@@ -132,13 +132,13 @@ TEST_F(MainWindowTest, MainCommands) {
         d->reject();
       }
     });
-    w.cbrReport().control(id)->trigger();
+    w.reportPane().bar().control(id)->trigger();
     EXPECT_EQ(shown, form);
   }
 
   // The last shown list stays; file list and largest files take each other's place.
   for (int id : {21, 306, 307}) bar.setChecked(id, false);
-  w.Change_Info_Visibility();
+  w.showPanes();
   EXPECT_FALSE(w.splMain().Control2Visible());  // the report alone
   bar.control(33)->trigger();
   EXPECT_TRUE(bar.isChecked(33));
@@ -151,7 +151,7 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_FALSE(bar.isChecked(306));
   EXPECT_TRUE(w.topPane().isVisible());
   EXPECT_FALSE(w.filesPane().isVisible());
-  w.cbrReport().control(323)->trigger();  // full view: the report alone
+  w.reportPane().bar().control(323)->trigger();  // full view: the report alone
   EXPECT_FALSE(bar.isChecked(307));
   EXPECT_FALSE(w.splMain().Control2Visible());
   bar.control(21)->trigger();
@@ -174,12 +174,12 @@ TEST_F(MainWindowTest, MainCommands) {
 TEST_F(MainWindowTest, ReportCommands) {
   MainWindow w;
   bringUp(w);
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path()});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
   ASSERT_TRUE(finished.wait(10000));
-  CommandBar& bar = w.cbrReport();
-  const QModelIndex root = w.model().index(0, 0);
-  const auto size = [&] { return w.model().index(0, ReportModel::ColSize, root).data().toString(); };
+  CommandBar& bar = w.reportPane().bar();
+  const QModelIndex root = w.reportPane().model().index(0, 0);
+  const auto size = [&] { return w.reportPane().model().index(0, ReportModel::ColSize, root).data().toString(); };
   EXPECT_EQ(size(), "1,000");
   bar.control(11)->trigger();  // kilobytes
   EXPECT_EQ(size(), "0.98");
@@ -188,56 +188,56 @@ TEST_F(MainWindowTest, ReportCommands) {
   bar.control(33)->trigger();  // decimals off
   EXPECT_EQ(size(), "1");
   bar.control(22)->trigger();  // hide the file count
-  EXPECT_TRUE(w.view().isColumnHidden(ReportModel::ColFiles));
+  EXPECT_TRUE(w.reportPane().view().isColumnHidden(ReportModel::ColFiles));
 
   // Expanding by levels keeps the tree's own marks in step with the view.
   bar.control(24)->trigger();
-  EXPECT_FALSE(w.view().isExpanded(root));
+  EXPECT_FALSE(w.reportPane().view().isExpanded(root));
   bar.control(101)->trigger();  // two levels
-  EXPECT_TRUE(w.view().isExpanded(root));
-  EXPECT_TRUE(w.tree().hasFlag(w.model().nodeOf(root), ReportTree::Expanded));
+  EXPECT_TRUE(w.reportPane().view().isExpanded(root));
+  EXPECT_TRUE(w.session().tree().hasFlag(w.reportPane().model().nodeOf(root), ReportTree::Expanded));
 
   // The search goes on from the selection and wraps around once.
   w.reportPane().searchBox().setText("ediu");
-  w.view().setCurrentIndex(w.model().index(2, 0, root));  // "small" (the smallest, last)
+  w.reportPane().view().setCurrentIndex(w.reportPane().model().index(2, 0, root));  // "small" (the smallest, last)
   bar.control(30)->trigger();
-  EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
   // With nothing selected it begins behind the first row: the source's own row ("/tmp/...")
   // holds an "m" too.
-  w.view().setCurrentIndex(QModelIndex());
+  w.reportPane().view().setCurrentIndex(QModelIndex());
   w.reportPane().searchBox().setText("m");
   bar.control(30)->trigger();
-  EXPECT_EQ(w.view().currentIndex().data().toString(), "medium");
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
 
   // The popup opens or closes a folder with everything below it.
-  w.view().setCurrentIndex(root);
+  w.reportPane().view().setCurrentIndex(root);
   QMenu* popup = w.reportPane().reportPopup();
   for (QAction* a : popup->actions()) {
     if (a->data().toInt() == 1006) a->trigger();
   }
-  EXPECT_FALSE(w.view().isExpanded(root));
+  EXPECT_FALSE(w.reportPane().view().isExpanded(root));
   for (QAction* a : popup->actions()) {
     if (a->data().toInt() == 1008) {
       EXPECT_FALSE(a->isEnabled());  // a source keeps its name
     }
     if (a->data().toInt() == 1007) a->trigger();
   }
-  EXPECT_TRUE(w.view().isExpanded(root));
+  EXPECT_TRUE(w.reportPane().view().isExpanded(root));
   delete popup;
 
   // Removing takes the whole source, whichever row of it is selected.
   bar.control(7)->trigger();
-  EXPECT_EQ(w.model().rowCount(), 0);
+  EXPECT_EQ(w.reportPane().model().rowCount(), 0);
 }
 
 TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   {
     MainWindow w;
     bringUp(w);
-    w.AddNewSearchPath(d / "large");
-    w.AddNewSearchPath(d / "gone");
-    w.cbrReport().control(12)->trigger();  // megabytes
-    w.cbrReport().control(35)->trigger();  // no percent column
+    w.cboOrdner().addSource(d / "large");
+    w.cboOrdner().addSource(d / "gone");
+    w.reportPane().bar().control(12)->trigger();  // megabytes
+    w.reportPane().bar().control(35)->trigger();  // no percent column
     w.cbrMain().control(32)->trigger();    // larger font
     w.cbrMain().control(34)->trigger();    // text under the icons
     w.setGeometry(40, 50, 700, 500);
@@ -255,10 +255,10 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   MainWindow again;
   bringUp(again);
   EXPECT_FALSE(again.isMinimized());
-  EXPECT_EQ(again.model().unit(), 2);
-  EXPECT_TRUE(again.view().isColumnHidden(ReportModel::ColPercent));
+  EXPECT_EQ(again.reportPane().model().unit(), 2);
+  EXPECT_TRUE(again.reportPane().view().isColumnHidden(ReportModel::ColPercent));
   EXPECT_TRUE(again.cbrMain().isChecked(34));
-  EXPECT_EQ(again.view().font().pointSizeF(), 10);
+  EXPECT_EQ(again.reportPane().view().font().pointSizeF(), 10);
   EXPECT_EQ(again.width(), 700);
   const int drives = static_cast<int>(again.drivePane().GetAllDrives().size());
   ASSERT_EQ(again.cboOrdner().count(), drives + 1);
@@ -267,14 +267,14 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
 
 // Selects a row by its name below the source and opens the editor with F2, as a user would.
 QLineEdit* startRename(MainWindow& w, const QString& name) {
-  const QModelIndex root = w.model().index(0, 0);
+  const QModelIndex root = w.reportPane().model().index(0, 0);
   QModelIndex row;
-  for (int r = 0; r < w.model().rowCount(root); ++r)
-    if (w.model().index(r, 0, root).data().toString() == name) row = w.model().index(r, 0, root);
-  w.view().setCurrentIndex(row);
-  w.view().setFocus();
-  QTest::keyClick(&w.view(), Qt::Key_F2);
-  for (QLineEdit* e : w.view().findChildren<QLineEdit*>())  // editors closed before linger a while
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == name) row = w.reportPane().model().index(r, 0, root);
+  w.reportPane().view().setCurrentIndex(row);
+  w.reportPane().view().setFocus();
+  QTest::keyClick(&w.reportPane().view(), Qt::Key_F2);
+  for (QLineEdit* e : w.reportPane().view().findChildren<QLineEdit*>())  // editors closed before linger a while
     if (e->isVisible()) return e;
   return nullptr;
 }
@@ -284,8 +284,8 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   bringUp(w);
   QStringList warnings;
   w.setWarningHandler([&](const QString& text) { warnings << text; });
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path()});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
   ASSERT_TRUE(finished.wait(10000));
 
   QLineEdit* editor = startRename(w, "medium");
@@ -295,7 +295,7 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   QTest::keyClick(editor, Qt::Key_Return);
   QCoreApplication::processEvents();  // the view commits the edit from its event queue
   EXPECT_TRUE(QFileInfo::exists(QString::fromStdString(d / "renamed/f")));
-  EXPECT_EQ(w.view().currentIndex().data().toString(), "renamed");
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "renamed");
   EXPECT_TRUE(w.statusPanel1().text().endsWith("/renamed"));
 
   editor = startRename(w, "renamed");
@@ -306,19 +306,19 @@ TEST_F(MainWindowTest, RenamingAFolderInPlaceNeverReplacesAnything) {
   EXPECT_EQ(warnings.size(), 1);
   EXPECT_TRUE(QFileInfo::exists(QString::fromStdString(d / "renamed/f")));
   EXPECT_EQ(QFileInfo(QString::fromStdString(d / "large/f")).size(), 1000);
-  EXPECT_EQ(w.view().currentIndex().data().toString(), "renamed");
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "renamed");
 
   // A source itself is not renamed this way.
-  w.view().setCurrentIndex(w.model().index(0, 0));
-  QTest::keyClick(&w.view(), Qt::Key_F2);
-  for (QLineEdit* e : w.view().findChildren<QLineEdit*>()) EXPECT_FALSE(e->isVisible());
+  w.reportPane().view().setCurrentIndex(w.reportPane().model().index(0, 0));
+  QTest::keyClick(&w.reportPane().view(), Qt::Key_F2);
+  for (QLineEdit* e : w.reportPane().view().findChildren<QLineEdit*>()) EXPECT_FALSE(e->isVisible());
 }
 
 
 // Runs a command of the report's bar and waits for the scan it may start.
 void runAndWait(MainWindow& w, int id) {
-  w.cbrReport().control(id)->trigger();
-  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy(); }, 10000));
+  w.reportPane().bar().control(id)->trigger();
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy(); }, 10000));
 }
 
 TEST_F(MainWindowTest, RemoveAllThenAMissingSourceThenRefreshLeavesTheWindowUsable) {
@@ -328,17 +328,17 @@ TEST_F(MainWindowTest, RemoveAllThenAMissingSourceThenRefreshLeavesTheWindowUsab
   MainWindow w;
   bringUp(w);
   const int failuresBefore = failureCount();
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path()});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
   ASSERT_TRUE(finished.wait(10000));
-  w.cbrReport().control(9)->trigger();  // remove all
-  EXPECT_EQ(w.model().rowCount(), 0);
+  w.reportPane().bar().control(9)->trigger();  // remove all
+  EXPECT_EQ(w.reportPane().model().rowCount(), 0);
   w.cboOrdner().setEditText(QString::fromStdString(d / "not-there"));
   w.cbrMain().control(2)->trigger();  // Start: nothing is there to read
-  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.driver().busy(); }, 10000));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy(); }, 10000));
   runAndWait(w, 4);  // Refresh with nothing to refresh
   EXPECT_EQ(failureCount(), failuresBefore);
-  EXPECT_FALSE(w.busy());
+  EXPECT_FALSE(w.session().busy());
   EXPECT_TRUE(w.cbrMain().control(2)->isEnabled());
   EXPECT_TRUE(w.close());
 }
@@ -352,24 +352,24 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   bringUp(w);
   const int k = w.cboOrdner().count();  // the mounts stand first
   // Names that differ only in case are two folders.
-  EXPECT_EQ(w.AddNewSearchPath(d / "case"), k);
-  EXPECT_EQ(w.AddNewSearchPath(d / "Case"), k + 1);
+  EXPECT_EQ(w.cboOrdner().addSource(d / "case"), k);
+  EXPECT_EQ(w.cboOrdner().addSource(d / "Case"), k + 1);
 
   // A source given with bytes that are not UTF-8 is read, listed and read again as it is.
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({odd});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({odd});
   ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.tree().roots().size(), 1u);
-  EXPECT_EQ(w.tree().text(w.tree().roots()[0]), odd);
-  EXPECT_EQ(w.tree().node(w.tree().roots()[0]).size, 7);
+  ASSERT_EQ(w.session().tree().roots().size(), 1u);
+  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), odd);
+  EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[0]).size, 7);
   EXPECT_EQ(w.cboOrdner().currentIndex(), k + 2);
   w.cbrMain().control(2)->trigger();  // Start with the entry as shown
   ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.tree().roots().size(), 2u);
-  EXPECT_EQ(w.tree().text(w.tree().roots()[1]), odd);
-  EXPECT_EQ(w.tree().node(w.tree().roots()[1]).size, 7);
+  ASSERT_EQ(w.session().tree().roots().size(), 2u);
+  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[1]), odd);
+  EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[1]).size, 7);
   // The new source is the one selected.
-  EXPECT_EQ(w.model().nodeOf(w.view().currentIndex()), w.tree().roots()[1]);
+  EXPECT_EQ(w.reportPane().model().nodeOf(w.reportPane().view().currentIndex()), w.session().tree().roots()[1]);
 
   // Delete takes out the entry shown, never one the user has typed over.
   w.cboOrdner().setCurrentIndex(k);
@@ -386,29 +386,29 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   MainWindow w;
   bringUp(w);
   // A chain of 50,000 folders, as a walk of a deep tree leaves it.
-  uint32_t n = w.tree().addRoot("/deep");
+  uint32_t n = w.session().tree().addRoot("/deep");
   const uint32_t root = n;
-  for (int i = 0; i < 50000; ++i) n = w.tree().addChild(n, "d", ReportTree::IsFolder);
-  w.cbrReport().control(25)->trigger();  // expand all
+  for (int i = 0; i < 50000; ++i) n = w.session().tree().addChild(n, "d", ReportTree::IsFolder);
+  w.reportPane().bar().control(25)->trigger();  // expand all
   QCoreApplication::processEvents();
   const int levels = ReportPane::expandableLevels();
   EXPECT_TRUE(w.statusPanel1().text().contains(QString::number(levels)));
   uint32_t deepestOpen = root;
-  while (!w.tree().children(deepestOpen).empty() &&
-         w.view().isExpanded(w.model().indexOf(w.tree().children(deepestOpen)[0])))
-    deepestOpen = w.tree().children(deepestOpen)[0];
-  EXPECT_EQ(static_cast<int>(w.tree().node(deepestOpen).level), levels - 1);
+  while (!w.session().tree().children(deepestOpen).empty() &&
+         w.reportPane().view().isExpanded(w.reportPane().model().indexOf(w.session().tree().children(deepestOpen)[0])))
+    deepestOpen = w.session().tree().children(deepestOpen)[0];
+  EXPECT_EQ(static_cast<int>(w.session().tree().node(deepestOpen).level), levels - 1);
   // The view lays everything out again after a sort, and after opening by hand one level deeper.
-  Q_EMIT w.view().header()->sectionClicked(0);
-  w.view().expand(w.model().indexOf(w.tree().children(deepestOpen)[0]));
+  Q_EMIT w.reportPane().view().header()->sectionClicked(0);
+  w.reportPane().view().expand(w.reportPane().model().indexOf(w.session().tree().children(deepestOpen)[0]));
   QCoreApplication::processEvents();
-  EXPECT_FALSE(w.view().isExpanded(w.model().indexOf(w.tree().children(deepestOpen)[0])));
+  EXPECT_FALSE(w.reportPane().view().isExpanded(w.reportPane().model().indexOf(w.session().tree().children(deepestOpen)[0])));
   // The popup's "open everything below" keeps to the same bound.
-  w.cbrReport().control(24)->trigger();
-  w.view().setCurrentIndex(w.model().indexOf(root));
+  w.reportPane().bar().control(24)->trigger();
+  w.reportPane().view().setCurrentIndex(w.reportPane().model().indexOf(root));
   w.reportPane().Report_ExpandSubFolders(true);
   QCoreApplication::processEvents();
-  EXPECT_TRUE(w.view().isExpanded(w.model().indexOf(root)));
+  EXPECT_TRUE(w.reportPane().view().isExpanded(w.reportPane().model().indexOf(root)));
 }
 
 // Every command shows an icon with no icon theme at all (a plain window manager, or offscreen

@@ -126,9 +126,9 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
   MainWindow w;
   w.show();
   QCoreApplication::processEvents();
-  const double font = w.view().font().pointSizeF();
+  const double font = w.reportPane().view().font().pointSizeF();
   w.cbrMain_Execute(32);  // larger, not saved
-  ASSERT_GT(w.view().font().pointSizeF(), font);
+  ASSERT_GT(w.reportPane().view().font().pointSizeF(), font);
 
   EXPECT_EQ(withDialog(w, 14, [](QDialog* d) {
               auto* f = static_cast<frmOptionen*>(d);
@@ -137,14 +137,14 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
             }),
             "frmOptionen");
   EXPECT_EQ(get("NoHardlinks"), "1");
-  EXPECT_EQ(w.view().font().pointSizeF(), font);  // back to the file's size
+  EXPECT_EQ(w.reportPane().view().font().pointSizeF(), font);  // back to the file's size
 
-  QSignalSpy finished(&w.driver(), &ScanDriver::finished);
-  w.readCommandLine({d.path()});
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
   ASSERT_TRUE(finished.wait(10000));
-  const QModelIndex root = w.model().index(0, 0);
-  ASSERT_EQ(w.model().rowCount(root), 1);  // the link to a folder is left out at once
-  EXPECT_EQ(w.model().index(0, 0, root).data().toString(), "sub");
+  const QModelIndex root = w.reportPane().model().index(0, 0);
+  ASSERT_EQ(w.reportPane().model().rowCount(root), 1);  // the link to a folder is left out at once
+  EXPECT_EQ(w.reportPane().model().index(0, 0, root).data().toString(), "sub");
 }
 
 TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {

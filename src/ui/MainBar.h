@@ -1,0 +1,27 @@
+#pragma once
+// The main bar: the sources box, the commands of the scan, the four list switches, the look of
+// the bars, the language, and the program's own commands.
+
+#include "app/Settings.h"
+#include "ui/CommandBar.h"
+
+namespace ql {
+
+class SourcesBox;
+
+class MainBar : public CommandBar {
+  Q_OBJECT
+ public:
+  MainBar(SourcesBox* sources, const MainOptions& options, QWidget* parent = nullptr);
+
+  // The list switch `id` was clicked (its check mark has turned over already). The last list
+  // shown cannot be switched off; the file list and the largest-files list take each other's
+  // place. False when nothing changed.
+  bool toggleList(int id);
+  // Busy: only Stop is live.
+  void setBusy(bool busy);
+  // The check marks the settings keep.
+  void storeOptions(MainOptions& o) const;
+};
+
+}  // namespace ql

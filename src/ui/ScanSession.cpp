@@ -1,0 +1,204 @@
+#include "ui/ScanSession.h"
+
+#include <QFile>
+
+#include "lang/TL.h"
+#include "scan/FileOps.h"
+#include "support/Globals.h"
+#include "ui/ImportedSources.h"
+
+namespace ql {
+
+namespace {
+QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
+
+// The path of the source a node was found below: the file lists reach their files from there.
+std::string sourceOf(const ReportTree& tree, uint32_t node) {
+  while (tree.isLive(node) && !tree.isRoot(node)) node = tree.parent(node);
+  return tree.isLive(node) ? std::string(tree.text(node)) : std::string();
+}
+}  // namespace
+
+ScanSession::ScanSession(const Guard& guard, QObject* parent)
+    : QObject(parent), guard_(guard), driver_(std::make_unique<ScanDriver>(tree_, StopWord)) {
+  imports_ = new ImportedSources(tree_, this);
+  connect(imports_, &ImportedSources::progress, this, guard_.wrap("Import", [this](qint64 done, qint64 total) {
+            Q_EMIT statusText(TL(4056, "Importiere... %1 von %2 MB",
+                                 {QString::number(done / 1048576),
+                                  QString::number(std::max<qint64>(total, done) / 1048576)}));
+          }));
+  connect(imports_, &ImportedSources::finished, this,
+          guard_.wrap("Import", [this](uint32_t root, const QString& error) { onImportFinished(root, error); }));
+  wireDriver();
+}
+
+// The driver goes before the tree it reads into.
+ScanSession::~ScanSession() { driver_.reset(); }
+
+void ScanSession::setLargestFiles(LargestFiles list) {
+  largest_ = std::move(list);
+  // The largest files are collected inside each walk; the list belongs to the read made last.
+  driver_->setFeedFactory([this] { return largest_.begin(); });
+}
+
+void ScanSession::applyOptions(const MainOptions& options) {
+  options_ = options;
+  ScanDriver::Settings s;
+  s.noHardlinks = options.NoHardlinks != 0;
+  s.folderColorFade = options.FolderColorFade == 1;
+  driver_->setSettings(s);
+}
+
+void ScanSession::wireDriver() {
+  ScanDriver& d = *driver_;
+  connect(&d, &ScanDriver::sourceAccepted, this, [this](const QByteArray& path) {
+    Q_EMIT sourceAccepted(path.toStdString());
+  });
+  connect(&d, &ScanDriver::sourceStarted, this, &ScanSession::sourceStarted);
+  connect(&d, &ScanDriver::sourceRefused, this, [this](const QString& path, const QString& reason) {
+    refused_ << TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason});
+  });
+  connect(&d, &ScanDriver::progress, this, &ScanSession::statusText);
+  connect(&d, &ScanDriver::finished, this,
+          guard_.wrap("Ordnerliste_Abarbeiten", [this] { finish(driver_->lastRoot(), true); }));
+  connect(&d, &ScanDriver::rescanFinished, this, guard_.wrap("Report_Rescan", [this](uint32_t node) {
+            imports_->forget(node);
+            endLargestFiles(node);
+            finish(node, false);
+          }));
+  connect(&d, &ScanDriver::sourceFinished, this,
+          guard_.wrap("QuelleEinlesen", [this](uint32_t root) { endLargestFiles(root); }));
+}
+
+void ScanSession::endLargestFiles(uint32_t node) {
+  if (largest_.end)
+    largest_.end(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string(), sourceOf(tree_, node));
+}
+
+bool ScanSession::folderFiles(uint32_t node, FolderFiles& f) const {
+  if (!tree_.isLive(node)) return false;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  f.path = tree_.Report_GetFullpathOfNode(node);
+  f.source = sourceOf(tree_, node);
+  // An imported folder shows the files the import holds, whether or not the folder is here.
+  f.imported = imports_->filesOf(node, f.rows);
+  f.onDisk = !f.imported || probePath(f.path) == 0;
+  return true;
+}
+
+bool ScanSession::locked(uint32_t node) const {
+  return imports_->isImported(node) && probePath(tree_.Report_GetFullpathOfNode(node)) != 0;
+}
+
+void ScanSession::setBusy(bool busy) {
+  if (busy == busy_) return;
+  busy_ = busy;
+  setFailureBusyWord(busy ? 1 : 0);
+  Q_EMIT busyChanged(busy);
+}
+
+void ScanSession::recover() {
+  if (ready_ && !driver_->busy() && !imports_->busy()) setBusy(false);
+}
+
+void ScanSession::readSources(const std::vector<std::string>& sources) {
+  if (!ready_) {
+    waiting_.insert(waiting_.end(), sources.begin(), sources.end());
+    return;
+  }
+  for (const std::string& s : sources) driver_->sourceQueue().push_back(s);
+  start();
+}
+
+void ScanSession::readOnly(const std::vector<std::string>& sources) {
+  StopWord = 0;
+  driver_->sourceQueue().clear();
+  readSources(sources);
+}
+
+void ScanSession::start() {
+  if (driver_->sourceQueue().empty()) return;
+  setBusy(true);
+  driver_->start();
+}
+
+void ScanSession::rescan(uint32_t node, bool full) {
+  setBusy(true);
+  if (!driver_->Report_Rescan(node, full)) setBusy(false);
+}
+
+void ScanSession::filesDeleted(uint32_t node, const std::vector<std::string>& folders) {
+  if (driver_->busy() || node == kNoNode || !tree_.isLive(node)) return;
+  if (!tree_.isFolder(node)) node = tree_.parent(node);
+  if (folders.empty() || addSlash(tree_.Report_GetFullpathOfNode(node)) != folders.front()) return;
+  rescan(node, false);
+}
+
+void ScanSession::stop() {
+  driver_->stop();
+  if (!imports_->busy()) return;
+  // Nothing of a stopped import joins the report.
+  imports_->stop();
+  pendingImports_.clear();
+  if (largest_.clear) largest_.clear();
+  setBusy(false);
+  Q_EMIT statusText(TL(3525, "OK."));
+}
+
+void ScanSession::finish(uint32_t node, bool walked) {
+  if (driver_->busy()) return;  // a rescan handed over to queued sources
+  setBusy(false);
+  Q_EMIT readDone(node, walked);
+  Q_EMIT statusText(TL(3525, "OK."));
+  if (!refused_.isEmpty()) {
+    const QString text = refused_.join(QLatin1Char('\n'));
+    refused_.clear();
+    Q_EMIT warning(text);
+  }
+  importNext();  // imports asked for during the scan
+}
+
+void ScanSession::importFile(const std::string& file) {
+  if (!ready_ || busy_ || driver_->busy() || imports_->busy()) {
+    pendingImports_.push_back(file);
+    return;
+  }
+  ImportOptions o;
+  o.filesLabel = TL(3514, "Dateien").toStdString();
+  o.noHardlinks = options_.NoHardlinks != 0;
+  importing_ = file;
+  setBusy(true);
+  Q_EMIT statusText(TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
+  std::shared_ptr<FileFeed> feed = largest_.begin ? largest_.begin() : nullptr;
+  imports_->start(file, std::move(feed), o);
+}
+
+void ScanSession::importNext() {
+  if (pendingImports_.empty() || busy_ || imports_->busy() || driver_->busy()) return;
+  const std::string next = pendingImports_.front();
+  pendingImports_.pop_front();
+  importFile(next);
+}
+
+void ScanSession::onImportFinished(uint32_t root, const QString& error) {
+  setBusy(false);
+  Q_EMIT statusText(TL(3525, "OK."));
+  if (root == kNoNode) {
+    if (largest_.clear) largest_.clear();
+    Q_EMIT warning(TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
+  } else {
+    if (largest_.end) largest_.end(tree_.Report_GetFullpathOfNode(root), std::string());
+    Q_EMIT sourceStarted(root);
+    Q_EMIT readDone(root, false);
+  }
+  importNext();
+}
+
+void ScanSession::ready() {
+  ready_ = true;
+  if (!driver_->busy()) setBusy(false);
+  if (!waiting_.empty()) readSources(std::exchange(waiting_, {}));
+  importNext();
+}
+
+}  // namespace ql
