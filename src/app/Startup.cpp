@@ -81,7 +81,6 @@ void InitMain(const QString& programFolder) {
   Globals& g = globals();
   g.Errcount = 0;
   g.DataFolder = programFolder;
-  g.Datapath = programFolder;
   g.UpdateFolder = programFolder;
 
   // $XDG_CONFIG_HOME/Quorlane, else ~/.config/Quorlane; beside the program when neither works.
@@ -97,7 +96,6 @@ void InitMain(const QString& programFolder) {
   }
   if (folder.isEmpty()) folder = programFolder;
   g.DataFolder = folder;
-  g.Datapath = folder;
   g.UpdateFolder = folder;
   g.IniFile = folder + QStringLiteral("/Quorlane.ini");
   g.tickInterval = 1500;
@@ -156,7 +154,7 @@ void initFrame(bool translationMode) {
   InitMain(QCoreApplication::applicationDirPath());
   refreshFatalSignalReport();
   Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true, translationMode ? QStringLiteral("-TLMODUS") : QString());
-  Init_Textbausteine();
+  initWebHost();
   firstStartEntry();
 }
 

@@ -254,10 +254,10 @@ void MainWindow::showFolderFiles(uint32_t node) {
   const std::string path = tree_.Report_GetFullpathOfNode(node);
   // An imported folder shows the files the import holds, whether or not the folder is here.
   if (std::vector<FileRow> rows; imports_->filesOf(node, rows)) {
-    files_->FileList_ShowRows(path, std::move(rows), probePath(path) == 0, sourceOf(tree_, node));
+    files_->showRows(path, std::move(rows), probePath(path) == 0, sourceOf(tree_, node));
     return;
   }
-  files_->FileList_ScanFolder(path, false, sourceOf(tree_, node));
+  files_->readFolder(path, false, sourceOf(tree_, node));
 }
 
 void MainWindow::importFile(const std::string& file) {
@@ -291,7 +291,7 @@ void MainWindow::onImportFinished(uint32_t root, const QString& error) {
     top_->endRead(tree_.Report_GetFullpathOfNode(root));
     view().expand(model().indexOf(root));
     report_->selectNode(root);
-    report_->Report_Resize_Columns();
+    report_->fitColumns();
     showFolderFiles(root);
   }
   importNext();
@@ -301,7 +301,7 @@ void MainWindow::onImportFinished(uint32_t root, const QString& error) {
 // up the chain; the largest-files list corrects nothing elsewhere.
 void MainWindow::onFilesDeleted(FileListPane::Kind kind, const std::vector<std::string>& folders) {
   // The free space of the drives that held them has moved.
-  for (const std::string& folder : folders) drives_->Drives_RefreshDrive(folder);
+  for (const std::string& folder : folders) drives_->refreshDrive(folder);
   if (kind != FileListPane::Kind::Files || driver_->busy()) return;
   uint32_t node = report_->selectedNode();
   if (node == kNoNode) return;
@@ -312,8 +312,8 @@ void MainWindow::onFilesDeleted(FileListPane::Kind kind, const std::vector<std::
 }
 
 void MainWindow::onFolderDeleted(const std::string& path) {
-  drives_->Drives_RefreshDrive(path);
-  files_->Filelist_Refresh();
+  drives_->refreshDrive(path);
+  files_->refresh();
 }
 
 void MainWindow::applyToolbarLook() {
@@ -446,7 +446,7 @@ void MainWindow::ChangeFontSize(bool up) {
   lvwDiskinfo_->setFont(f);
   for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
   // Rows have a new height: the columns and the drive table are measured again.
-  report_->Report_Resize_Columns();
+  report_->fitColumns();
   for (int c = 0; c < lvwDiskinfo_->model()->columnCount(); ++c) lvwDiskinfo_->resizeColumnToContents(c);
   Drives_ResizeTableHeight();
 }
@@ -461,7 +461,7 @@ void MainWindow::Drives_ResizeTableHeight() {
 // The drives stand first in the sources box; returns the entry of the root, or -1.
 int MainWindow::fillDrivesIntoCombo() {
   int root = -1;
-  for (const DrivePane::ComboDrive& d : drives_->GetAllDrives()) {
+  for (const DrivePane::ComboDrive& d : drives_->comboDrives()) {
     const QString icon = d.image == 6 ? QStringLiteral("drive-removable-media")
                          : d.image == 5 ? QStringLiteral("network-server")
                          : d.image == 4 ? QStringLiteral("drive-optical")
@@ -559,11 +559,11 @@ void MainWindow::recoverControls() {
 
 void MainWindow::onFinished(bool sourcesRead) {
   if (driver_->busy()) return;  // a rescan handed over to queued sources
-  report_->Report_Resize_Columns();
+  report_->fitColumns();
   // The source read last is the one the user looks at next.
   if (const uint32_t root = driver_->lastRoot(); sourcesRead && root != kNoNode) {
     report_->selectNode(root);
-    drives_->Drives_SelectDrive(tree_.Report_GetFullpathOfNode(root));
+    drives_->selectDrive(tree_.Report_GetFullpathOfNode(root));
   }
   EnableControls();
   // The selection moved while the report took no input: the file list follows it now.
@@ -633,7 +633,7 @@ void MainWindow::Form_Activate() {
   // a third of the height on the right.
   splMain_->setPosition(reportWidth_);
   splInfo_->setPosition(splInfo_->height() / 3);
-  drives_->Drives_GetAllDrives();
+  drives_->reloadDrives();
   const SavedComboFolders saved = GetAllSavedComboFolders();
   const int rootDrive = fillDrivesIntoCombo();
   for (const std::string& folder : saved.folders) {
@@ -664,7 +664,7 @@ void MainWindow::saveAtExit() {
   files_->storeOptions(o);
   top_->storeOptions(o);
   drives_->storeOptions(o);
-  drives_->Drives_SaveNetworkFolders();
+  drives_->saveLocations();
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
 

@@ -230,7 +230,7 @@ TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
   // Delete from the list: the file goes, the report is left as it was.
   const int64_t before = sizeOf(w, "");
   select(top, {"inner"});
-  EXPECT_EQ(top.DeleteFiles(false), 1);
+  EXPECT_EQ(top.deleteFiles(false), 1);
   EXPECT_FALSE(exists(d / "work/sub/inner"));
   EXPECT_EQ(sizeOf(w, ""), before);
 }
@@ -259,7 +259,7 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   const auto& s = w.tree().node(w.model().nodeOf(sub));
   const int64_t subFiles = s.files, subFolders = s.folders;
   EXPECT_EQ(subFiles, 3);
-  w.reportPane().Report_DeleteFolder(false);
+  w.reportPane().deleteFolder(false);
   EXPECT_FALSE(exists(d / "work/sub"));
   EXPECT_TRUE(exists(d / "other/big.iso"));
   const auto& r = w.tree().node(w.model().nodeOf(w.model().index(0, 0)));
@@ -305,7 +305,7 @@ TEST_F(FileListsTest, AFolderSwappedForALinkSinceTheScanIsChangedFromNoList) {
   ASSERT_TRUE(sub.isValid());
   const uint32_t subNode = w.model().nodeOf(sub);
   w.view().setCurrentIndex(sub);
-  w.reportPane().Report_DeleteFolder(false);
+  w.reportPane().deleteFolder(false);
   EXPECT_TRUE(w.tree().isLive(subNode)) << "the row went though nothing was deleted";
 
   EXPECT_EQ(warnings.size(), 4) << warnings.join("\n").toStdString();
@@ -351,7 +351,7 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   EXPECT_TRUE(list.readOnly());
   EXPECT_EQ(list.model().index(0, list.model().columnOf(RowKey::Modified)).data().toString(), "");
   select(list, {"a.txt"});
-  EXPECT_EQ(list.DeleteFiles(false), 0);
+  EXPECT_EQ(list.deleteFiles(false), 0);
   EXPECT_EQ(list.model().rowCount(), 3);
   EXPECT_TRUE(w.reportPane().locked(w.model().nodeOf(work)));
   EXPECT_FALSE(w.reportPane().locked(w.model().nodeOf(w.model().index(0, 0))));  // read from the disk
