@@ -16,6 +16,7 @@
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "json/JsonExport.h"
+#include "lang/TL.h"
 #include "ui/ImportedSources.h"
 #include "ui/MainWindow.h"
 
@@ -366,6 +367,37 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   EXPECT_EQ(w.model().rowCount(), 2);
   ASSERT_FALSE(warnings.isEmpty());
   EXPECT_TRUE(warnings.last().contains("scan.json"));
+}
+
+// Every pane's bar carries the same unit group at its own ids: one unit checked at a time, the
+// list's sizes in that unit, the decimals toggle beside it.
+TEST_F(FileListsTest, EveryPaneBarSwitchesItsSizeUnit) {
+  MainWindow w;
+  open(w);
+  clickFolder(w, "work");
+  FileListPane& files = w.filesPane();
+  const QModelIndex c = files.model().index(0, files.model().columnOf(RowKey::Size));
+  const struct {
+    CommandBar& bar;
+    int bytes, decimals;
+  } bars[] = {{w.cbrReport(), cmd::report::Bytes, cmd::report::Decimals},
+              {files.bar(), cmd::files::UnitBytes, cmd::files::Decimals},
+              {w.topPane().bar(), cmd::files::UnitBytes, cmd::files::Decimals},
+              {w.drivePane().bar(), cmd::drives::Bytes, cmd::drives::Decimals}};
+  const QString names[] = {"Bytes", "Kilobytes", "Megabytes", "Gigabytes"};
+  for (const auto& b : bars) {
+    SCOPED_TRACE(b.bar.objectName().toStdString());
+    ASSERT_TRUE(b.bar.control(b.decimals) && b.bar.control(b.decimals)->isCheckable());
+    for (int unit = 3; unit >= 0; --unit) {
+      ASSERT_TRUE(b.bar.control(b.bytes + unit));
+      EXPECT_EQ(b.bar.control(b.bytes + unit)->text(), TL(3567 + unit, names[unit]));
+      b.bar.control(b.bytes + unit)->trigger();
+      for (int u = 0; u < 4; ++u) EXPECT_EQ(b.bar.isChecked(b.bytes + u), u == unit) << unit;
+    }
+  }
+  EXPECT_EQ(c.data().toString(), "40");  // c.txt in bytes, the unit clicked last
+  files.bar().control(cmd::files::UnitBytes + 1)->trigger();
+  EXPECT_NE(c.data().toString(), "40");
 }
 
 }  // namespace
