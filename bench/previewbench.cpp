@@ -64,7 +64,7 @@ struct ListWithPreview {
     files.takePreview();
     files.resize(size);
     files.show();
-    files.FileList_ScanFolder(QFile::encodeName(folder).toStdString());
+    files.readFolder(QFile::encodeName(folder).toStdString());
     while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
   }
 };
@@ -147,7 +147,7 @@ int shots(const QString& out) {
   files.model().sort({RowKey::Name, false});
   for (int row = 0; row < files.model().rowCount(); ++row) {
     files.view().setCurrentIndex(files.model().index(row, 0));
-    files.Filelist_Preview(true);
+    files.previewSelection(true);
     QElapsedTimer t;
     t.start();
     while ((preview.loading() || t.elapsed() < 300) && t.elapsed() < 5000)
@@ -179,7 +179,7 @@ int main(int argc, char** argv) {
   QTreeView& view = files.view();
   view.setFocus();
   view.setCurrentIndex(files.model().index(0, 0));
-  files.Filelist_Preview(true);
+  files.previewSelection(true);
 
   // The watchdog: a timer that should fire every 5 ms; the longest gap is the longest stall.
   QElapsedTimer clock;

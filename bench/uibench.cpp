@@ -149,7 +149,7 @@ int main(int argc, char** argv) {
   FileListPane& files = w.filesPane();
   stalls.start();
   t.restart();
-  files.FileList_ScanFolder(flat, true);
+  files.readFolder(flat, true);
   while (files.reading()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
   QCoreApplication::processEvents();
   const double listMs = t.nsecsElapsed() / 1e6;

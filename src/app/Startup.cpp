@@ -82,7 +82,7 @@ void InitMain(const QString& programFolder) {
   Globals& g = globals();
   g.Errcount = 0;
   g.DataFolder = programFolder;
-  g.Datapath = programFolder;
+  g.DataFolder = programFolder;
   g.UpdateFolder = programFolder;
 
   // $XDG_CONFIG_HOME/Quorlane, else ~/.config/Quorlane; beside the program when neither works.
@@ -98,7 +98,7 @@ void InitMain(const QString& programFolder) {
   }
   if (folder.isEmpty()) folder = programFolder;
   g.DataFolder = folder;
-  g.Datapath = folder;
+  g.DataFolder = folder;
   g.UpdateFolder = folder;
   g.IniFile = folder + QStringLiteral("/Quorlane.ini");
   g.tickInterval = 1500;
@@ -158,7 +158,7 @@ void initFrame(bool translationMode) {
   refreshFatalSignalReport();
   FailureReport(Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), true,
                              translationMode ? QStringLiteral("-TLMODUS") : QString()));
-  Init_Textbausteine();
+  initWebHost();
   firstStartEntry();
 }
 

@@ -127,7 +127,7 @@ ReportState collectReportState(int errcount) {
   const Globals& g = globals();
   ReportState s;
   s.apptitle = g.Apptitle;
-  s.datapath = g.Datapath;
+  s.datapath = g.DataFolder;
   s.admin = AdminRightsAvailable() ? QStringLiteral("True") : QStringLiteral("False");
   s.errcount = QString::number(errcount);
   s.lang = QString::number(g.Lang);

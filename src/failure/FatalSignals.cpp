@@ -466,7 +466,7 @@ void refreshFatalSignalReport() {
   Prepared& p = g_prepared[next];
   const Globals& g = globals();
   copyUtf8(p.logPath, sizeof p.logPath,
-           g.Datapath.isEmpty() ? QString() : g.Datapath + QStringLiteral("/error.log"));
+           g.DataFolder.isEmpty() ? QString() : g.DataFolder + QStringLiteral("/error.log"));
   copyUtf8(p.text, sizeof p.text, text);
   p.startEpoch = g.StartTime.isValid() ? g.StartTime.toSecsSinceEpoch() : 0;
   p.utcOffset = QDateTime::currentDateTime().offsetFromUtc();

@@ -185,7 +185,7 @@ QString TranslateControlText(int id, const QString& /*oldText*/) {
   return textTable().Item(textKey(id));
 }
 
-void Init_Textbausteine() {
+void initWebHost() {
   state().webHost = state().language == kLangGerman ? QStringLiteral("https://www.quorlane.de")
                                                     : QStringLiteral("https://www.quorlane.com");
 }

@@ -50,7 +50,7 @@ int systemLanguage();
 QString TranslateControlText(int id, const QString& oldText = QString());
 
 // Fills the web address of the product: one for German, another for every other language.
-void Init_Textbausteine();
+void initWebHost();
 // The product's web site, with its scheme, e.g. "https://www.quorlane.com".
 const QString& webHost();
 

@@ -15,7 +15,6 @@ struct Globals {
   QString AppVersion = QStringLiteral(QUORLANE_VERSION);
   QString DataFolder;  // holds the settings file and the logs
   QString IniFile;
-  QString Datapath;    // DataFolder without a trailing "/"
   QString UpdateFolder;
   bool SilentMode = false;
   int Lang = 0;

@@ -22,7 +22,7 @@ bool append(const QString& name, const QString& entry, QString* error = nullptr)
     if (error) *error = QStringLiteral("no data folder");
     return false;
   }
-  QDir().mkpath(globals().Datapath);
+  QDir().mkpath(globals().DataFolder);
   QFile f(path);
   const QByteArray bytes = entry.toUtf8();
   if (!f.open(QIODevice::WriteOnly | QIODevice::Append) || f.write(bytes) != bytes.size()) {
@@ -35,7 +35,7 @@ bool append(const QString& name, const QString& entry, QString* error = nullptr)
 }  // namespace
 
 QString logFilePath(const QString& name) {
-  const QString folder = globals().Datapath;
+  const QString folder = globals().DataFolder;
   if (folder.isEmpty()) return {};
   return folder.endsWith(QLatin1Char('/')) ? folder + name : folder + QLatin1Char('/') + name;
 }

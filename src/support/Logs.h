@@ -1,5 +1,5 @@
 #pragma once
-// The program's logs: append-only UTF-8 text files in the data folder (globals().Datapath),
+// The program's logs: append-only UTF-8 text files in the data folder (globals().DataFolder),
 // "error.log", "debug.log" and "internetupdate.log". A line is the time in the general date
 // form, " - " and the text. There are no levels and no rotation; every write opens, appends in
 // one piece and closes, so several instances can share a file. A missing file is made by the

@@ -110,7 +110,7 @@ DrivePane::DrivePane(const Guard& guard, const MainOptions& options, StatvfsFn s
             drivePopup()->popup(view_->viewport()->mapToGlobal(at));
           }));
   connect(model_, &DriveModel::sizesArrived, this, guard_.wrap("Drives_GetDriveFreeSpace", [this] {
-            Drives_Resize_Columns();
+            fitColumns();
           }));
 }
 
@@ -118,21 +118,16 @@ DrivePane::~DrivePane() { view_->setModel(nullptr); }
 
 void DrivePane::buildBar(const MainOptions& o) {
   using namespace cmd::drives;
-  bar_ = new CommandBar(QStringLiteral("cbrDrives"), QStringLiteral("Drives"), this);
-  CommandBar& b = *bar_;
+  bar_ = new PaneBar(QStringLiteral("cbrDrives"), QStringLiteral("Drives"), cmd::drives::Bytes, this);
+  PaneBar& b = *bar_;
   using T = CommandBar::Type;
   b.AddControl(T::Button, Refresh, 3535, "Aktualisieren", "view-refresh", true, 3633, "Laufwerksliste neu einlesen");
   b.AddControl(T::Button, ScanSelected, 3695, "Einlesen", "media-playback-start", true, 3697,
                "Ausgewähltes Laufwerk einlesen");
   b.AddControl(T::Button, ScanAll, 3696, "Alle einlesen", "media-seek-forward", false, 3694, "Alle Laufwerke einlesen");
   b.AddControl(T::Button, AddLocation, 3726, "Hinzufügen", "folder-remote", true, 3727, "UNC-Pfad hinzufügen");
-  b.AddControl(T::Button, cmd::drives::Bytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
-               o.SizeFormatNachkommastellenDrive != 0);
-  b.setChecked(cmd::drives::Bytes + model_->unit(), true);
+  b.AddSizeUnits(Decimals, o.SizeFormatNachkommastellenDrive != 0);
+  b.checkUnit(model_->unit());
   connect(bar_, &CommandBar::execute, this, [this](int id) { cbrDrives_Execute(id); });
 }
 
@@ -140,31 +135,31 @@ void DrivePane::cbrDrives_Execute(int id) {
   guard_.run("cbrDrives_Execute", [&] {
     using namespace cmd::drives;
     switch (id) {
-      case Refresh: Drives_GetAllDrives(); break;
+      case Refresh: reloadDrives(); break;
       case ScanSelected:
-      case PopupScan: Drives_ScanDrives(true); break;
-      case ScanAll: Drives_ScanDrives(false); break;
-      case AddLocation: Drives_AddUNCpath({}); break;
+      case PopupScan: scanDrives(true); break;
+      case ScanAll: scanDrives(false); break;
+      case AddLocation: addLocation({}); break;
       case cmd::drives::Bytes:
       case Kilobytes:
       case Megabytes:
-      case Gigabytes: Drives_ChangeSizeFormat(id - cmd::drives::Bytes); break;
-      case Decimals: Drives_ChangeSizeFormat(model_->unit()); break;
+      case Gigabytes: setSizeFormat(id - cmd::drives::Bytes); break;
+      case Decimals: setSizeFormat(model_->unit()); break;
       default: break;
     }
   }, {QString::number(id)});
 }
 
-void DrivePane::Drives_GetAllDrives() {
+void DrivePane::reloadDrives() {
   const std::string selected = selectedPath();
   model_->setMounts(mounts_());
   for (const std::string& path : LoadSavedNetworkFolders(settingsFile_)) model_->addLocation(path);
-  if (!selected.empty()) Drives_SelectDrive(selected);
-  Drives_Resize_Columns();
+  if (!selected.empty()) selectDrive(selected);
+  fitColumns();
   Q_EMIT heightChanged();
 }
 
-void DrivePane::Drives_ScanDrives(bool onlySelected) {
+void DrivePane::scanDrives(bool onlySelected) {
   std::vector<std::string> paths;
   if (onlySelected) {
     const std::string path = selectedPath();
@@ -175,7 +170,7 @@ void DrivePane::Drives_ScanDrives(bool onlySelected) {
   if (!paths.empty()) Q_EMIT scanRequested(std::move(paths));
 }
 
-void DrivePane::Drives_AddUNCpath(std::string path) {
+void DrivePane::addLocation(std::string path) {
   if (path.empty()) {
     const QString answer = askFolder_ ? askFolder_() : QString();
     if (answer.isEmpty()) return;
@@ -183,33 +178,33 @@ void DrivePane::Drives_AddUNCpath(std::string path) {
   }
   const int row = model_->addLocation(path);
   view_->setCurrentIndex(model_->index(row, 0));
-  Drives_Resize_Columns();
+  fitColumns();
   Q_EMIT heightChanged();
 }
 
-void DrivePane::Drives_SelectDrive(const std::string& path) {
+void DrivePane::selectDrive(const std::string& path) {
   const int row = model_->rowOf(path);
   if (row < 0) return;
   view_->setCurrentIndex(model_->index(row, 0));
   view_->scrollTo(model_->index(row, 0));
 }
 
-void DrivePane::Drives_RefreshDrive(const std::string& path) { model_->refreshRow(model_->rowOf(path)); }
+void DrivePane::refreshDrive(const std::string& path) { model_->refreshRow(model_->rowOf(path)); }
 
-void DrivePane::Drives_SaveNetworkFolders() const { SaveNetworkFolders(model_->locations(), settingsFile_); }
+void DrivePane::saveLocations() const { SaveNetworkFolders(model_->locations(), settingsFile_); }
 
-void DrivePane::Drives_Resize_Columns() {
+void DrivePane::fitColumns() {
   for (int c = 0; c < DriveModel::ColumnCount; ++c) view_->resizeColumnToContents(c);
 }
 
-void DrivePane::Drives_ChangeSizeFormat(int unit) {
+void DrivePane::setSizeFormat(int unit) {
   using namespace cmd::drives;
-  for (int u = 0; u < 4; ++u) bar_->setChecked(cmd::drives::Bytes + u, u == unit);
+  bar_->checkUnit(unit);
   model_->setSizeFormat(unit, bar_->isChecked(Decimals));
   for (int c = DriveModel::ColUsedPercent; c <= DriveModel::ColTotal; ++c) view_->resizeColumnToContents(c);
 }
 
-std::vector<DrivePane::ComboDrive> DrivePane::GetAllDrives() const {
+std::vector<DrivePane::ComboDrive> DrivePane::comboDrives() const {
   std::vector<ComboDrive> out;
   for (int r = 0; r < model_->rowCount(); ++r) {
     const DriveRow& row = model_->driveRow(r);
@@ -289,11 +284,11 @@ bool DrivePane::eventFilter(QObject* watched, QEvent* event) {
     guard_.run("lvwDiskinfo_KeyUp", [&] {
       if (key == Qt::Key_Delete && model_->removeLocation(selectedRow())) {
         handled = true;
-        Drives_Resize_Columns();
+        fitColumns();
         Q_EMIT heightChanged();
       } else if (key == Qt::Key_Return || key == Qt::Key_Enter) {
         handled = true;
-        Drives_ScanDrives(true);
+        scanDrives(true);
       }
     });
     if (handled) return true;

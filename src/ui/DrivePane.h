@@ -14,7 +14,7 @@
 
 #include "app/Settings.h"
 #include "ui/DriveModel.h"
-#include "ui/CommandBar.h"
+#include "ui/PaneBar.h"
 #include "failure/Guard.h"
 
 class QMenu;
@@ -55,18 +55,18 @@ class DrivePane : public QWidget {
   void cbrDrives_Execute(int id);
 
   // Rebuilds the table from the mount table, then adds the saved locations.
-  void Drives_GetAllDrives();
+  void reloadDrives();
   // Asks for the scan of the selected row, or of every row in order.
-  void Drives_ScanDrives(bool onlySelected);
+  void scanDrives(bool onlySelected);
   // Adds a location; with an empty path the user is asked for a folder.
-  void Drives_AddUNCpath(std::string path);
+  void addLocation(std::string path);
   // Selects the row of the mount (or location) that holds `path`.
-  void Drives_SelectDrive(const std::string& path);
+  void selectDrive(const std::string& path);
   // Reads the sizes of the row that holds `path` again (after a delete below it).
-  void Drives_RefreshDrive(const std::string& path);
+  void refreshDrive(const std::string& path);
   // Writes the location rows to the settings, in row order.
-  void Drives_SaveNetworkFolders() const;
-  void Drives_Resize_Columns();
+  void saveLocations() const;
+  void fitColumns();
 
   // What the sources box lists of the drives: RAM disks and locations are left out.
   struct ComboDrive {
@@ -74,7 +74,7 @@ class DrivePane : public QWidget {
     QString text;  // the mount point and, when there is one, " [label]"
     int image = 3;
   };
-  std::vector<ComboDrive> GetAllDrives() const;
+  std::vector<ComboDrive> comboDrives() const;
 
   int rowCount() const { return model_->rowCount(); }
   // The height that shows the title, the bar and every row.
@@ -101,14 +101,14 @@ class DrivePane : public QWidget {
 
  private:
   void buildBar(const MainOptions& o);
-  void Drives_ChangeSizeFormat(int unit);
+  void setSizeFormat(int unit);
   int selectedRow() const;
   std::string selectedPath() const;
   void openPath(const std::string& path, bool parent);
 
   const Guard& guard_;
   DriveModel* model_ = nullptr;
-  CommandBar* bar_ = nullptr;
+  PaneBar* bar_ = nullptr;
   QTreeView* view_ = nullptr;
   std::function<QString()> askFolder_;
   std::function<std::vector<MountEntry>()> mounts_;

@@ -63,9 +63,9 @@ FileListPane::~FileListPane() { view_->setModel(nullptr); }
 
 void FileListPane::buildBar(const MainOptions& o) {
   const bool files = kind_ == Kind::Files;
-  bar_ = new CommandBar(files ? QStringLiteral("cbrFiles") : QStringLiteral("cbrTOP"),
-                        files ? QStringLiteral("Files") : QStringLiteral("Largest files"), this);
-  CommandBar& b = *bar_;
+  bar_ = new PaneBar(files ? QStringLiteral("cbrFiles") : QStringLiteral("cbrTOP"),
+                     files ? QStringLiteral("Files") : QStringLiteral("Largest files"), UnitBytes, this);
+  PaneBar& b = *bar_;
   using T = CommandBar::Type;
   title_ = paneTitle(files ? TL(3644, "Dateien").toUpper() : TL(3721, "Größten Dateien").toUpper(),
                      QStringLiteral("lblTitle"), bar_);
@@ -98,12 +98,7 @@ void FileListPane::buildBar(const MainOptions& o) {
                true, o.FilelistTile);
   b.AddControl(T::Button, files ? Optimize : TopOptimize, 3675, "Optimieren", "zoom-fit-best", true, 3564,
                "Spaltenbreite optimieren");
-  b.AddControl(T::Button, UnitBytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, UnitBytes + 1, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, UnitBytes + 2, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, UnitBytes + 3, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
-               files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
+  b.AddSizeUnits(Decimals, files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
   struct Toggle {
     int caption;
     const char* text;
@@ -133,7 +128,7 @@ void FileListPane::buildBar(const MainOptions& o) {
   search_->setObjectName(QStringLiteral("txtSearch"));
   search_->setFixedWidth(100);
   search_->setClearButtonEnabled(true);
-  connect(search_, &QLineEdit::returnPressed, this, guard_.wrap("txtSearch_KeyUp", [this] { StartSearch(); }));
+  connect(search_, &QLineEdit::returnPressed, this, guard_.wrap("txtSearch_KeyUp", [this] { startSearch(); }));
   b.AddWidget(SearchBox, search_, true);
   b.AddControl(T::Button, Search, 3678, "Suchen", "edit-find", false, 3639, "Suche starten");
   connect(bar_, &CommandBar::execute, this, [this](int id) { cbrExecute(id); });
@@ -159,7 +154,7 @@ void FileListPane::buildView(const MainOptions& o) {
   view_->header()->setSortIndicator(1, Qt::DescendingOrder);
   model_->setSizeFormat(files ? o.FileSizeFormatFiles : o.FileSizeFormatTop,
                         files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
-  bar_->setChecked(UnitBytes + model_->unit(), true);
+  bar_->checkUnit(model_->unit());
   model_->setShowIcons(files ? o.ShowIcons : o.ShowIconsTop);
   const int toggles = model_->columnCount() - 1;
   for (int i = 0; i < toggles; ++i)
@@ -194,7 +189,7 @@ void FileListPane::buildView(const MainOptions& o) {
               view_->selectionModel()->setCurrentIndex(
                   i, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
             }
-            ShowSelectedFilesize();
+            showSelectionSize();
             popupMenu()->popup(view_->viewport()->mapToGlobal(at));
           }));
 }
@@ -213,24 +208,24 @@ void FileListPane::cbrExecute(int id) {
     }
     switch (id) {
       case Refresh:
-        if (files) Filelist_Refresh();
+        if (files) refresh();
         break;
-      case Delete: DeleteFiles(false); break;
-      case Trash: DeleteFiles(true); break;
+      case Delete: deleteFiles(false); break;
+      case Trash: deleteFiles(true); break;
       case Symbols:
         model_->setShowIcons(bar_->isChecked(Symbols));
         // The file list reads its folder again, so that the icons and types are fresh.
-        if (files && folder_.size() > 1) FileList_ScanFolder(folder_, true, root_);
+        if (files && folder_.size() > 1) readFolder(folder_, true, root_);
         break;
       case FullView: Q_EMIT fullViewRequested(); break;
       case Optimize:
-      case TopOptimize: ResizeColumns(); break;
+      case TopOptimize: fitColumns(); break;
       case UnitBytes:
       case UnitBytes + 1:
       case UnitBytes + 2:
       case UnitBytes + 3: setSizeFormat(id - UnitBytes); break;
       case Decimals: setSizeFormat(model_->unit()); break;
-      case Search: StartSearch(); break;
+      case Search: startSearch(); break;
       case Preview:
       case Tile: onPreviewCommand(id); break;
       default: break;
@@ -239,24 +234,24 @@ void FileListPane::cbrExecute(int id) {
 }
 
 void FileListPane::setSizeFormat(int unit) {
-  for (int u = 0; u < 4; ++u) bar_->setChecked(UnitBytes + u, u == unit);
+  bar_->checkUnit(unit);
   model_->setSizeFormat(unit, bar_->isChecked(Decimals));
   view_->resizeColumnToContents(model_->columnOf(RowKey::Size));
 }
 
 void FileListPane::toggleColumn(int id) {
   view_->setColumnHidden(id - FirstColumn + 1, !bar_->isChecked(id));
-  ResizeColumns();
+  fitColumns();
 }
 
-void FileListPane::ResizeColumns() {
+void FileListPane::fitColumns() {
   for (int c = 0; c < model_->columnCount(); ++c)
     if (!view_->isColumnHidden(c)) view_->resizeColumnToContents(c);
 }
 
 // --- Reading a folder -------------------------------------------------------------------------
 
-void FileListPane::FileList_ScanFolder(const std::string& folder, bool force,
+void FileListPane::readFolder(const std::string& folder, bool force,
                                        const std::string& root) {
   if (kind_ != Kind::Files) return;
   const std::string path = addSlash(folder);
@@ -265,7 +260,7 @@ void FileListPane::FileList_ScanFolder(const std::string& folder, bool force,
   root_ = root.empty() ? removeSlash(path) : root;
   readOnly_ = false;
   model_->clear();
-  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();
+  if (holdsPreview()) preview_->clear();
   Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
   reader_->start(path, model_->order(), root_);
@@ -277,13 +272,13 @@ void FileListPane::onReadFinished() {
   const int64_t total = listing.total;
   model_->setRows(std::move(listing.rows), std::move(listing.order));
   view_->scrollToTop();
-  ResizeColumns();
+  fitColumns();
   Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
                        {QString::number(model_->rowCount()),
                         FormatSize(model_->unit(), total, true, false, true).trimmed()}));
 }
 
-void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
+void FileListPane::showRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
                                      const std::string& root) {
   if (reader_) reader_->cancel();
   escape_->setEnabled(false);
@@ -295,7 +290,7 @@ void FileListPane::FileList_ShowRows(const std::string& folder, std::vector<File
   std::vector<uint32_t> order = freshOrder(rows, model_->order());
   model_->setRows(std::move(rows), std::move(order));
   view_->scrollToTop();
-  ResizeColumns();
+  fitColumns();
   Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
                        {QString::number(model_->rowCount()),
                         FormatSize(model_->unit(), total, true, false, true).trimmed()}));
@@ -305,9 +300,9 @@ void FileListPane::stopReading() {
   if (reader_ && reader_->busy()) reader_->stop();
 }
 
-void FileListPane::Filelist_Refresh() {
+void FileListPane::refresh() {
   if (kind_ != Kind::Files || model_->rowCount() == 0 || readOnly_) return;
-  FileList_ScanFolder(folder_, true, root_);
+  readFolder(folder_, true, root_);
 }
 
 void FileListPane::clearList() {
@@ -318,7 +313,7 @@ void FileListPane::clearList() {
   readOnly_ = false;
   collector_.reset();
   model_->clear();
-  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();
+  if (holdsPreview()) preview_->clear();
 }
 
 // --- The largest files ------------------------------------------------------------------------
@@ -338,7 +333,7 @@ void FileListPane::endRead(const std::string& source, const std::string& root) {
   collector_.reset();
   std::vector<uint32_t> order = freshOrder(rows, model_->order());
   model_->setRows(std::move(rows), std::move(order));
-  ResizeColumns();
+  fitColumns();
   title_->setText(TL(3723, "%1 größten Dateien von '%2'", {QString::number(model_->rowCount()), pathText(source)}));
   title_->setToolTip(pathText(source));
 }
@@ -359,7 +354,7 @@ void FileListPane::onLimitEdited() {
 
 // --- Search, sort, selection ------------------------------------------------------------------
 
-void FileListPane::StartSearch() {
+void FileListPane::startSearch() {
   const QString text = search_->text();
   const int count = model_->rowCount();
   if (count == 0 || text.isEmpty()) return;
@@ -376,8 +371,8 @@ void FileListPane::StartSearch() {
     const QModelIndex i = model_->index(hit, 0);
     view_->selectionModel()->setCurrentIndex(i, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     view_->scrollTo(i);
-    ShowSelectedFilesize();
-    if (kind_ == Kind::Files) Filelist_Preview(false);
+    showSelectionSize();
+    if (kind_ == Kind::Files) previewSelection(false);
   }
   search_->setFocus();
 }
@@ -391,7 +386,7 @@ void FileListPane::onTitleClick(int section) {
   QApplication::restoreOverrideCursor();
   view_->header()->setSortIndicator(section, order.descending ? Qt::DescendingOrder : Qt::AscendingOrder);
   view_->scrollToTop();
-  ResizeColumns();
+  fitColumns();
 }
 
 std::vector<int> FileListPane::selectedRowsDescending() const {
@@ -401,7 +396,7 @@ std::vector<int> FileListPane::selectedRowsDescending() const {
   return rows;
 }
 
-void FileListPane::ShowSelectedFilesize() {
+void FileListPane::showSelectionSize() {
   const auto rows = view_->selectionModel()->selectedRows();
   int64_t sum = 0;
   for (const QModelIndex& i : rows) sum += model_->row(i.row()).size;
@@ -448,7 +443,7 @@ bool FileListPane::renameRow(int row, const QString& name) {
 
 // --- Delete and trash -------------------------------------------------------------------------
 
-int FileListPane::DeleteFiles(bool toTrash) {
+int FileListPane::deleteFiles(bool toTrash) {
   const std::vector<int> rows = selectedRowsDescending();
   if (rows.empty() || readOnly_) return 0;
   std::vector<std::string> folders;
@@ -468,7 +463,7 @@ int FileListPane::DeleteFiles(bool toTrash) {
   }
   // Every selected row goes, done or not: the list shows what was asked, the next read corrects it.
   model_->removeRows(rows);
-  if (holdsPreview()) preview_->Filelist_Preview_BildLoeschen();  // the file shown may be gone
+  if (holdsPreview()) preview_->clear();  // the file shown may be gone
   QApplication::restoreOverrideCursor();
   for (const QString& f : failures) warn(f);
   Q_EMIT statusText(QString());
@@ -500,10 +495,10 @@ QMenu* FileListPane::popupMenu() {
     add(Rename, TL(3716, "Datei umbenennen"), "mnuRename", [this] { startRename(); })->setEnabled(!readOnly_);
     menu->addSeparator();
   }
-  add(cmd::filePopup::Delete, TL(3654, "Datei(en) löschen"), "mnuDelete", [this] { DeleteFiles(false); })
+  add(cmd::filePopup::Delete, TL(3654, "Datei(en) löschen"), "mnuDelete", [this] { deleteFiles(false); })
       ->setEnabled(!readOnly_);
   add(cmd::filePopup::Trash, TL(3655, "Datei(en) in den Papierkorb verschieben"), "mnuTrash", [this] {
-    DeleteFiles(true);
+    deleteFiles(true);
   })->setEnabled(!readOnly_);
   menu->addSeparator();
   if (rows.empty()) return menu;
@@ -533,8 +528,8 @@ bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
         case Qt::Key_Down:
         case Qt::Key_Home:
         case Qt::Key_End:
-          ShowSelectedFilesize();
-          Filelist_Preview(kind_ == Kind::Top);  // the file list does not reload the same file
+          showSelectionSize();
+          previewSelection(kind_ == Kind::Top);  // the file list does not reload the same file
           break;
         default: break;
       }
@@ -550,10 +545,10 @@ bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
       if (!view_->indexAt(mouse->position().toPoint()).isValid()) {
         view_->clearSelection();
         Q_EMIT statusText(QString());
-        Filelist_Preview(false);
+        previewSelection(false);
       } else {
-        ShowSelectedFilesize();
-        Filelist_Preview(true);  // a click shows the file again, a video starts over
+        showSelectionSize();
+        previewSelection(true);  // a click shows the file again, a video starts over
       }
     });
   }
@@ -567,7 +562,7 @@ void FileListPane::setControlsEnabled(bool on) {
 
 void FileListPane::setGridFont(const QFont& font) {
   view_->setFont(font);
-  ResizeColumns();
+  fitColumns();
 }
 
 void FileListPane::storeOptions(MainOptions& o) const {
@@ -605,16 +600,16 @@ bool FileListPane::holdsPreview() const { return preview_ && preview_->parentWid
 
 void FileListPane::takePreview() {
   if (!preview_ || holdsPreview()) return;
-  preview_->Filelist_Preview_BildLoeschen();
+  preview_->clear();
   previewHost_->layout()->addWidget(preview_);
   preview_->show();
 }
 
-void FileListPane::Filelist_Preview(bool force) {
+void FileListPane::previewSelection(bool force) {
   if (!holdsPreview()) return;
   const auto rows = view_->selectionModel()->selectedRows();
   if (!bar_->isChecked(Preview) || rows.isEmpty()) {
-    preview_->Filelist_Preview_BildLoeschen();
+    preview_->clear();
     return;
   }
   int first = rows.first().row();
@@ -633,7 +628,7 @@ void FileListPane::onPreviewCommand(int id) {
     else
       pane->splitPreview_->setOrientation(on ? Splitter::PanesSideBySide : Splitter::PanesAbove);
   }
-  if (id == Preview) Filelist_Preview(false);
+  if (id == Preview) previewSelection(false);
 }
 
 void FileListPane::warn(const QString& text) {

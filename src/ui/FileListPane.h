@@ -23,7 +23,7 @@
 #include "lists/FolderFiles.h"
 #include "lists/TopFiles.h"
 #include "scan/FileOps.h"
-#include "ui/CommandBar.h"
+#include "ui/PaneBar.h"
 #include "ui/CommandIds.h"
 #include "failure/Guard.h"
 
@@ -57,12 +57,12 @@ class FileListPane : public QWidget {
   // unless `force`. The read runs on a worker; ESC ends it and keeps what was read. `root` is the
   // source the folder was found below ("": the folder itself): the read, and every later delete,
   // trash and rename, reach the folder from there without following a link (see FoundPath).
-  void FileList_ScanFolder(const std::string& folder, bool force = false,
+  void readFolder(const std::string& folder, bool force = false,
                            const std::string& root = {});
-  void Filelist_Refresh();
+  void refresh();
   // Files: shows rows that come from elsewhere than the disk (an imported measurement). With
   // `onDisk` false nothing of them can be deleted, trashed or renamed.
-  void FileList_ShowRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
+  void showRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
                          const std::string& root = {});
   bool readOnly() const { return readOnly_; }
   const std::string& shownFolder() const { return folder_; }
@@ -78,12 +78,12 @@ class FileListPane : public QWidget {
   void endRead(const std::string& source, const std::string& root = {});
   int limit() const;
 
-  void StartSearch();
+  void startSearch();
   // Deletes or trashes the selected files, from the last selected row to the first; every row
   // goes, a failure is told once per file. Returns the number of rows removed.
-  int DeleteFiles(bool toTrash);
-  void ResizeColumns();
-  void ShowSelectedFilesize();
+  int deleteFiles(bool toTrash);
+  void fitColumns();
+  void showSelectionSize();
 
   void setControlsEnabled(bool on);
   void setGridFont(const QFont& font);
@@ -102,7 +102,7 @@ class FileListPane : public QWidget {
   void takePreview();
   bool holdsPreview() const;
   // Shows the first selected row in the preview; `force` reloads the same file.
-  void Filelist_Preview(bool force);
+  void previewSelection(bool force);
   Splitter& splFilesAndPreview() { return *splitPreview_; }
 
  Q_SIGNALS:
@@ -130,7 +130,7 @@ class FileListPane : public QWidget {
   const Kind kind_;
   const Guard& guard_;
   std::unique_ptr<FileListModel> model_;
-  CommandBar* bar_ = nullptr;
+  PaneBar* bar_ = nullptr;
   QLabel* title_ = nullptr;
   QTreeView* view_ = nullptr;
   QLineEdit* search_ = nullptr;

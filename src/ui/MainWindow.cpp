@@ -87,8 +87,8 @@ void MainWindow::buildPanes(const MainOptions& o) {
   connect(report_, &ReportPane::currentFolderChanged, this,
           guard_.wrap("tvwPL_SelChange", [this](uint32_t node) { showFolderFiles(node); }));
   connect(report_, &ReportPane::folderDeleted, this, guard_.wrap("Report_DeleteFolder", [this](const std::string& path) {
-            drives_->Drives_RefreshDrive(path);
-            files_->Filelist_Refresh();
+            drives_->refreshDrive(path);
+            files_->refresh();
           }));
   report_->setLocked([this](uint32_t node) { return session_->locked(node); });
   report_->model().setRootCaption([this](uint32_t root) { return session_->imports().caption(root); });
@@ -117,7 +117,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
     // also counts its folder's own files again.
     connect(pane, &FileListPane::filesDeleted, this,
             guard_.wrap("Filelist_DeleteFiles", [this, pane](const std::vector<std::string>& folders) {
-              for (const std::string& folder : folders) drives_->Drives_RefreshDrive(folder);
+              for (const std::string& folder : folders) drives_->refreshDrive(folder);
               if (pane == files_) session_->filesDeleted(report_->selectedNode(), folders);
             }));
   }
@@ -148,10 +148,10 @@ void MainWindow::wireSession() {
             report_->view().expand(report_->model().indexOf(root));
           }));
   connect(&s, &ScanSession::readDone, this, guard_.wrap("Ordnerliste_Abarbeiten", [this](uint32_t node, bool walked) {
-            report_->Report_Resize_Columns();
+            report_->fitColumns();
             // The source read last is the one the user looks at next.
             if (node != kNoNode) report_->selectNode(node);
-            if (node != kNoNode && walked) drives_->Drives_SelectDrive(session_->tree().Report_GetFullpathOfNode(node));
+            if (node != kNoNode && walked) drives_->selectDrive(session_->tree().Report_GetFullpathOfNode(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
           }));
@@ -166,9 +166,9 @@ void MainWindow::showFolderFiles(uint32_t node) {
   ScanSession::FolderFiles f;
   if (!session_->folderFiles(node, f)) return;
   if (f.imported)
-    files_->FileList_ShowRows(f.path, std::move(f.rows), f.onDisk, f.source);
+    files_->showRows(f.path, std::move(f.rows), f.onDisk, f.source);
   else
-    files_->FileList_ScanFolder(f.path, false, f.source);
+    files_->readFolder(f.path, false, f.source);
 }
 
 void MainWindow::applyToolbarLook() {
@@ -291,7 +291,7 @@ void MainWindow::changeFontSize(bool up) {
   f.setPointSizeF(size + (up ? 1 : -1));
   setGridFont(f);
   // Rows have a new height: the columns and the drive table are measured again.
-  report_->Report_Resize_Columns();
+  report_->fitColumns();
   QTreeView& drives = drives_->view();
   for (int c = 0; c < drives.model()->columnCount(); ++c) drives.resizeColumnToContents(c);
   fitDriveTable();
@@ -356,9 +356,9 @@ void MainWindow::activate() {
   // a third of the height on the right.
   splMain_->setPosition(reportWidth_);
   splInfo_->setPosition(splInfo_->height() / 3);
-  drives_->Drives_GetAllDrives();
+  drives_->reloadDrives();
   const SavedComboFolders saved = GetAllSavedComboFolders();
-  cboOrdner_->fill(drives_->GetAllDrives(), saved.folders, saved.comboText);
+  cboOrdner_->fill(drives_->comboDrives(), saved.folders, saved.comboText);
   session_->ready();
 }
 
@@ -373,7 +373,7 @@ void MainWindow::saveAtExit() {
   files_->storeOptions(o);
   top_->storeOptions(o);
   drives_->storeOptions(o);
-  drives_->Drives_SaveNetworkFolders();
+  drives_->saveLocations();
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
   SaveAllComboFolders(cboOrdner_->items());

@@ -935,7 +935,7 @@ void PreviewPane::forget() {
   setText(QString());
 }
 
-void PreviewPane::Filelist_Preview_BildLoeschen() {
+void PreviewPane::clear() {
   latest_->store(++ticket_);
   stopPlayer();
   forget();

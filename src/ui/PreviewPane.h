@@ -90,7 +90,7 @@ class PreviewPane : public QWidget {
   // `force`, so that a repeated selection does not restart a video.
   void showFile(const std::string& path, bool force);
   // Empties every viewer and forgets the file; the text view takes the pane.
-  void Filelist_Preview_BildLoeschen();
+  void clear();
 
   const std::string& lastPath() const { return last_; }
   // The viewer that holds the pane (one of the objects named above, or an empty widget).

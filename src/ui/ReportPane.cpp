@@ -110,8 +110,8 @@ ReportPane::~ReportPane() { view_->setModel(nullptr); }
 
 void ReportPane::buildBar(const MainOptions& o) {
   using namespace cmd::report;
-  bar_ = new CommandBar(QStringLiteral("cbrReport"), QStringLiteral("Folders"), this);
-  CommandBar& b = *bar_;
+  bar_ = new PaneBar(QStringLiteral("cbrReport"), QStringLiteral("Folders"), cmd::report::Bytes, this);
+  PaneBar& b = *bar_;
   using T = CommandBar::Type;
   b.AddControl(T::Button, Rescan, 3535, "Aktualisieren", "view-refresh", true, 3536,
                "Ausgewählter Ordner neu einlesen");
@@ -134,21 +134,16 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "quorlane-column-folders", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
                o.ColFolderVisible);
   b.AddControl(T::Button, FitColumns, 3675, "Optimieren", "zoom-fit-best", false, 3564, "Spaltenbreite optimieren");
-  b.AddControl(T::Button, cmd::report::Bytes, 3567, "Bytes", "quorlane-unit-bytes", true, 3567, "Bytes", true);
-  b.AddControl(T::Button, Kilobytes, 3568, "Kilobytes", "quorlane-unit-kilobytes", false, 3568, "Kilobytes", true);
-  b.AddControl(T::Button, Megabytes, 3569, "Megabytes", "quorlane-unit-megabytes", false, 3569, "Megabytes", true);
-  b.AddControl(T::Button, Gigabytes, 3570, "Gigabytes", "quorlane-unit-gigabytes", false, 3570, "Gigabytes", true);
-  b.AddControl(T::Button, Decimals, 3691, "Dezimal", "quorlane-decimals", false, 3653, "Nachkommastellen anzeigen", true,
-               o.SizeFormatNachkommastellenFolders);
+  b.AddSizeUnits(Decimals, o.SizeFormatNachkommastellenFolders);
   search_ = new QLineEdit(bar_);
   search_->setObjectName(QStringLiteral("txtSearch"));
   search_->setMaximumWidth(180);
   search_->setClearButtonEnabled(true);
   connect(search_, &QLineEdit::returnPressed, this,
-          guard_.wrap("txtSearch_KeyUp", [this] { Report_StartSearch(); }));
+          guard_.wrap("txtSearch_KeyUp", [this] { startSearch(); }));
   b.AddWidget(SearchBox, search_, true);
   b.AddControl(T::Button, Search, 3678, "Suchen", "edit-find", false, 3630, "Suche starten");
-  b.setChecked(cmd::report::Bytes + model_->unit(), true);
+  b.checkUnit(model_->unit());
   connect(bar_, &CommandBar::execute, this, [this](int id) { cbrReport_Execute(id); });
 }
 
@@ -158,24 +153,24 @@ void ReportPane::cbrReport_Execute(int id) {
     // The level entries of the expand button are 100 to 109, and any other number from 100
     // up takes their road too, except the full view.
     if (id >= ExpandLevels && id != FullView) {
-      Report_ExpandFolderLevels(id - ExpandLevels);
+      expandToLevel(id - ExpandLevels);
       return;
     }
     switch (id) {
       case Rescan:
         if (selectedNode() != kNoNode && !locked(selectedNode())) Q_EMIT rescanRequested(selectedNode());
         return;  // the scan says when it is done
-      case Save: Report_SaveToFile(); break;
-      case Print: Report_print(); break;
+      case Save: saveToFile(); break;
+      case Print: printReport(); break;
       case Remove: driver_.Report_RemoveFolders(selectedNode()); break;
       case RemoveAll: driver_.clearAll(); break;
       case cmd::report::Bytes:
       case Kilobytes:
       case Megabytes:
-      case Gigabytes: Report_Set_SizeFormat(id - cmd::report::Bytes); break;
+      case Gigabytes: setSizeFormat(id - cmd::report::Bytes); break;
       case Decimals:
         decimals_ = bar_->isChecked(Decimals) ? 1 : 0;
-        Report_Set_SizeFormat(model_->unit());
+        setSizeFormat(model_->unit());
         break;
       case PercentColumn: view_->setColumnHidden(ReportModel::ColPercent, !bar_->isChecked(id)); break;
       case FilesColumn: view_->setColumnHidden(ReportModel::ColFiles, !bar_->isChecked(id)); break;
@@ -196,9 +191,9 @@ void ReportPane::cbrReport_Execute(int id) {
         syncExpandedFlags();
         reportUnexpandable();
         return;
-      case FitColumns: Report_Resize_Columns(); break;
+      case FitColumns: fitColumns(); break;
       case SearchBox:
-      case Search: Report_StartSearch(); break;
+      case Search: startSearch(); break;
       case FullView: Q_EMIT fullViewRequested(); break;
       default: break;
     }
@@ -233,12 +228,12 @@ void ReportPane::onExpanded(const QModelIndex& index) {
   tree_.setFlag(node, ReportTree::Expanded, true);
 }
 
-void ReportPane::Report_Set_SizeFormat(int unit) {
-  for (int u = 0; u < 4; ++u) bar_->setChecked(cmd::report::Bytes + u, u == unit);
+void ReportPane::setSizeFormat(int unit) {
+  bar_->checkUnit(unit);
   model_->setSizeFormat(unit, decimals_);
 }
 
-void ReportPane::Report_ExpandFolderLevels(int level) {
+void ReportPane::expandToLevel(int level) {
   if (tree_.liveCount() < 2) return;
   view_->collapseAll();
   view_->expandToDepth(std::min(level, expandableLevels() - 1));
@@ -250,7 +245,7 @@ void ReportPane::syncExpandedFlags() {
     tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
 }
 
-void ReportPane::Report_ExpandSubFolders(bool expand) {
+void ReportPane::expandSubfolders(bool expand) {
   const QModelIndex i = view_->currentIndex().siblingAtColumn(0);
   if (!i.isValid()) return;
   if (expand) {
@@ -269,7 +264,7 @@ void ReportPane::Report_ExpandSubFolders(bool expand) {
     Q_EMIT statusText(TL(3525, "OK."));
   }
   syncExpandedFlags();
-  Report_Resize_Columns();
+  fitColumns();
 }
 
 QMenu* ReportPane::reportPopup() {
@@ -292,18 +287,18 @@ QMenu* ReportPane::reportPopup() {
     add(RemoveSource, TL(3649, "Quelle entfernen", {text}), "mnuRemoveSource",
         [this] { driver_.Report_RemoveFolders(selectedNode()); });
   menu->addSeparator();
-  add(ExpandBelow, TL(3713, "Alle Unterordner aufklappen"), "mnuExpandSub", [this] { Report_ExpandSubFolders(true); });
+  add(ExpandBelow, TL(3713, "Alle Unterordner aufklappen"), "mnuExpandSub", [this] { expandSubfolders(true); });
   add(CollapseBelow, TL(3712, "Alle Unterordner zuklappen"), "mnuCollapseSub",
-      [this] { Report_ExpandSubFolders(false); });
+      [this] { expandSubfolders(false); });
   menu->addSeparator();
   if (!tree_.isRoot(node)) {
     QAction* rename = add(RenameFolder, TL(3718, "Ordner umbenennen"), "mnuRename", [this] { startRename(); });
     rename->setEnabled(!tree_.hasFlag(node, ReportTree::Junction) && !locked);
     menu->addSeparator();
-    add(DeleteFolder, TL(3657, "Ordner löschen"), "mnuDeleteFolder", [this] { Report_DeleteFolder(false); })
+    add(DeleteFolder, TL(3657, "Ordner löschen"), "mnuDeleteFolder", [this] { deleteFolder(false); })
         ->setEnabled(!locked);
     add(TrashFolder, TL(3656, "Ordner in den Papierkorb verschieben"), "mnuTrashFolder",
-        [this] { Report_DeleteFolder(true); })->setEnabled(!locked);
+        [this] { deleteFolder(true); })->setEnabled(!locked);
     menu->addSeparator();
   }
   const std::string path = tree_.Report_GetFullpathOfNode(node);
@@ -316,7 +311,7 @@ QMenu* ReportPane::reportPopup() {
 
 // Deletes the selected folder, or moves it to the trash, and takes its sums off every folder
 // above it. The delete itself runs beside the event loop; the window is busy meanwhile.
-void ReportPane::Report_DeleteFolder(bool toTrash) {
+void ReportPane::deleteFolder(bool toTrash) {
   const uint32_t node = selectedNode();
   if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy() || locked(node)) return;
   const std::string path = tree_.Report_GetFullpathOfNode(node);
@@ -396,7 +391,7 @@ void ReportPane::selectNode(uint32_t node) {
   view_->scrollTo(i);
 }
 
-void ReportPane::Report_StartSearch() {
+void ReportPane::startSearch() {
   const QString text = search_->text();
   if (tree_.empty() || text.isEmpty()) return;
   const std::vector<uint32_t> rows = tree_.preorder();
@@ -448,7 +443,7 @@ uint32_t ReportPane::firstSelectedNode() const {
   return first;
 }
 
-void ReportPane::Report_SaveToFile() {
+void ReportPane::saveToFile() {
   if (tree_.empty()) return;
   frmSave dialog(tree_, model_.get(), firstSelectedNode(), look(), this);
   dialog.setLastFolder(lastSaveFolder_);
@@ -457,7 +452,7 @@ void ReportPane::Report_SaveToFile() {
   window()->unsetCursor();
 }
 
-void ReportPane::Report_print() {
+void ReportPane::printReport() {
   if (tree_.empty()) return;
   frmPrint dialog(tree_, model_.get(), firstSelectedNode(), look(), this);
   dialog.exec();
@@ -489,7 +484,7 @@ void ReportPane::onColumnTitleClick(int section) {
 }
 
 // Every column fitted to its content, and the report made exactly as wide as its columns.
-void ReportPane::Report_Resize_Columns() {
+void ReportPane::fitColumns() {
   int width = 0;
   for (int c = 0; c < ReportModel::ColumnCount; ++c) {
     view_->resizeColumnToContents(c);

@@ -14,7 +14,7 @@
 #include "app/Settings.h"
 #include "ui/ReportModel.h"
 #include "report/ReportTree.h"
-#include "ui/CommandBar.h"
+#include "ui/PaneBar.h"
 #include "failure/Guard.h"
 
 class QMenu;
@@ -41,16 +41,16 @@ class ReportPane : public QWidget {
 
   uint32_t selectedNode() const;
   void selectNode(uint32_t node);
-  void Report_StartSearch();
+  void startSearch();
   // The selected row and everything below it opened or closed in one go.
-  void Report_ExpandSubFolders(bool expand);
+  void expandSubfolders(bool expand);
   // Opens the levels up to `level` (0: the sources) and closes everything deeper.
-  void Report_ExpandFolderLevels(int level);
+  void expandToLevel(int level);
   // Every column fitted to its content; preferredWidth() tells how wide the pane wants to be.
-  void Report_Resize_Columns();
+  void fitColumns();
   QMenu* reportPopup();
   // Deletes the selected folder below a source, or moves it to the trash, and corrects the sums.
-  void Report_DeleteFolder(bool toTrash);
+  void deleteFolder(bool toTrash);
   // The deepest level whose folders can be opened: the view lays expanded levels out
   // recursively, so this follows the stack the user-interface thread has.
   static int expandableLevels();
@@ -82,7 +82,7 @@ class ReportPane : public QWidget {
 
  private:
   void buildBar(const MainOptions& o);
-  void Report_Set_SizeFormat(int unit);
+  void setSizeFormat(int unit);
   void syncExpandedFlags();
   void reportUnexpandable();
   void onColumnTitleClick(int section);
@@ -91,8 +91,8 @@ class ReportPane : public QWidget {
   void startRename();
   bool renameFolder(uint32_t node, const QString& name);
   // The save and print dialogs, over the report as it stands.
-  void Report_SaveToFile();
-  void Report_print();
+  void saveToFile();
+  void printReport();
   ReportLook look() const;
   // The first selected row in the order of the rows; kNoNode when none is selected.
   uint32_t firstSelectedNode() const;
@@ -102,7 +102,7 @@ class ReportPane : public QWidget {
   ScanDriver& driver_;
   const Guard& guard_;
   std::unique_ptr<ReportModel> model_;
-  CommandBar* bar_ = nullptr;
+  PaneBar* bar_ = nullptr;
   QTreeView* view_ = nullptr;
   QLineEdit* search_ = nullptr;
   int decimals_ = 1;

@@ -9,6 +9,7 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ImportedSources.cpp
   ${CMAKE_CURRENT_LIST_DIR}/MainBar.cpp
   ${CMAKE_CURRENT_LIST_DIR}/MainWindow.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/PaneBar.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PdfPage.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PreviewMedia.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PreviewPane.cpp

@@ -85,7 +85,7 @@ TEST(ExplorerEntry, AwkwardProgramPathsComeBackWholeAndValidate) {
 TEST(ExplorerEntry, WrittenIntoTheDatabaseAndRemovedHarmlessly) {
   ensureApp();
   TempDir d;
-  globals().Datapath = QString::fromStdString(d.path());  // the failures below are logged there
+  globals().DataFolder = QString::fromStdString(d.path());  // the failures below are logged there
   const QString folder = QString::fromStdString(d / "deep/applications");  // made on the way
   const QString file = folder + QStringLiteral("/quorlane-folder.desktop");
   ASSERT_TRUE(SetExplorerEntry(1, QStringLiteral("/usr/bin/quorlane"), folder));
@@ -108,7 +108,7 @@ TEST(ExplorerEntry, WrittenIntoTheDatabaseAndRemovedHarmlessly) {
   makeFile(d / "plain", 0);
   EXPECT_FALSE(SetExplorerEntry(1, QStringLiteral("/usr/bin/quorlane"), QString::fromStdString(d / "plain/apps")));
   EXPECT_TRUE(readAll(QString::fromStdString(d / "debug.log")).contains(QLatin1String("SetExplorerEntry\\mkpath")));
-  globals().Datapath.clear();
+  globals().DataFolder.clear();
 }
 
 TEST(ExplorerEntry, OnlyTheFirstStartMakesIt) {

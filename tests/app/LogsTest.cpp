@@ -34,11 +34,11 @@ class LogsTest : public ::testing::Test {
 
 // Each write appends to its file in the data folder, whether or not that ends in a slash.
 TEST_F(LogsTest, LinesAreAppendedWithTimeAndBlankLineOnRequest) {
-  globals().Datapath.clear();
+  globals().DataFolder.clear();
   EXPECT_FALSE(WriteErrorLog("lost"));
-  globals().Datapath = QString::fromStdString(dir.path() + "/");
+  globals().DataFolder = QString::fromStdString(dir.path() + "/");
   ASSERT_TRUE(WriteErrorLog("first"));
-  globals().Datapath = QString::fromStdString(dir.path());
+  globals().DataFolder = QString::fromStdString(dir.path());
   ASSERT_TRUE(WriteErrorLog("Fehler in X\nzweite Zeile", true, true));
   ASSERT_TRUE(WriteErrorLog("bare", false, false));
   static const QRegularExpression error("^\\S.* - first\n\\S.* - Fehler in X\nzweite Zeile\n\nbare\n$");
@@ -55,7 +55,7 @@ TEST_F(LogsTest, LinesAreAppendedWithTimeAndBlankLineOnRequest) {
 
 TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
   test::guiApp();
-  globals().Datapath = QString::fromStdString(dir.path());
+  globals().DataFolder = QString::fromStdString(dir.path());
   UrlCatcher catcher;
   QDesktopServices::setUrlHandler("file", &catcher, "open");
   EXPECT_FALSE(Show_Log());

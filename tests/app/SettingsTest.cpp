@@ -23,7 +23,7 @@ class SettingsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     test::ensureApp();
-    globals().Datapath = QString::fromStdString(dir.path());  // failure reports land here
+    globals().DataFolder = QString::fromStdString(dir.path());  // failure reports land here
     globals().IniFile = ini;
   }
   void write(const QByteArray& bytes) {

@@ -64,7 +64,7 @@ class DrivePaneTest : public ::testing::Test {
 };
 
 TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
-  pane->Drives_GetAllDrives();
+  pane->reloadDrives();
   ASSERT_EQ(pane->rowCount(), 4);
   ASSERT_TRUE(QTest::qWaitFor([&] { return filled(0) && filled(2); }, 5000));
   // The hung mount's reader may start after the others have answered.
@@ -91,9 +91,9 @@ TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
   EXPECT_EQ(o.SizeFormatNachkommastellenDrive, 1);
 
   // Selection follows paths by whole components; a refresh keeps the hung mount to one thread.
-  pane->Drives_SelectDrive("/data/a/b");
+  pane->selectDrive("/data/a/b");
   EXPECT_EQ(pane->view().currentIndex().row(), 2);
-  pane->Drives_SelectDrive("/database");
+  pane->selectDrive("/database");
   EXPECT_EQ(pane->view().currentIndex().row(), 0);
   pane->bar().control(cmd::drives::Refresh)->trigger();
   ASSERT_TRUE(QTest::qWaitFor([&] { return filled(0) && filled(2); }, 5000));
@@ -101,7 +101,7 @@ TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
   EXPECT_EQ(gate->hungCalls.load(), 1);
   // The combo leaves out RAM disks.
   std::vector<std::string> combo;
-  for (const auto& d : pane->GetAllDrives()) combo.push_back(d.path);
+  for (const auto& d : pane->comboDrives()) combo.push_back(d.path);
   EXPECT_EQ(combo, (std::vector<std::string>{"/", "/hung", "/data"}));
 
   // Once the hung mount has answered, the next refresh reads it like any other.
@@ -122,7 +122,7 @@ TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
   // Saved by an earlier run, with a gap after F1: F3 is never read.
   for (auto [key, value] : {std::pair{"F0", "/srv/a/"}, {"F1", "/srv/b/"}, {"F3", "/srv/never/"}})
     StoreSettings("DriveFolders", key, value, ini);
-  pane->Drives_GetAllDrives();
+  pane->reloadDrives();
   ASSERT_EQ(pane->rowCount(), 6);
   EXPECT_EQ(pane->model().locations(), (std::vector<std::string>{"/srv/a/", "/srv/b/"}));
 
@@ -146,22 +146,22 @@ TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
   ASSERT_EQ(pane->rowCount(), 6);
 
   // Saved densely, in row order, and read back by the next start.
-  pane->Drives_SaveNetworkFolders();
+  pane->saveLocations();
   EXPECT_EQ(LoadSavedNetworkFolders(ini), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
   DrivePane next(guard, MainOptions{}, fakeStat(gate));
   next.setSettingsFile(ini);
   next.setMountSource([] { return std::vector<MountEntry>{mount("/", "ext4")}; });
-  next.Drives_GetAllDrives();
+  next.reloadDrives();
   EXPECT_EQ(next.model().locations(), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
   // A location below a mount is found before the mount that holds it.
-  next.Drives_SelectDrive("/srv/b/x");
+  next.selectDrive("/srv/b/x");
   EXPECT_EQ(next.view().currentIndex().row(), 1);
 }
 
 TEST_F(DrivePaneTest, DoubleClickAndScanCommandsAskForScans) {
   pane->resize(900, 300);
   pane->show();
-  pane->Drives_GetAllDrives();
+  pane->reloadDrives();
   QSignalSpy scans(pane.get(), &DrivePane::scanRequested);
   pane->cbrDrives_Execute(cmd::drives::ScanSelected);  // nothing selected: nothing asked
   EXPECT_EQ(scans.count(), 0);

@@ -38,7 +38,7 @@ TEST(FailureReport, ComponentMessageReleaseMarkersAndMailText) {
 
 TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
   QTemporaryDir dir;
-  globals().Datapath = dir.path();
+  globals().DataFolder = dir.path();
   globals().Errcount = 0;
   StopWord = 3;
   globals().SilentMode = false;
@@ -52,7 +52,7 @@ TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
   setFailureDialogHandler({});
   setFailureCommandLine(QString());
   StopWord = 0;
-  globals().Datapath.clear();
+  globals().DataFolder.clear();
   ASSERT_EQ(reports.size(), 2);
 
   const std::pair<int, const char*> parts[] = {
@@ -67,7 +67,7 @@ TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
 
 TEST(FailureReport, SilentRunAppendsToErrorLogAndCounts) {
   QTemporaryDir dir;
-  globals().Datapath = dir.path();
+  globals().DataFolder = dir.path();
   globals().SilentMode = true;
   // Even with a dialog registered, a silent run shows nothing.
   bool shown = false;
@@ -80,7 +80,7 @@ TEST(FailureReport, SilentRunAppendsToErrorLogAndCounts) {
   const std::string err = testing::internal::GetCapturedStderr();
   setFailureDialogHandler({});
   globals().SilentMode = false;
-  globals().Datapath.clear();
+  globals().DataFolder.clear();
 
   EXPECT_FALSE(shown);
   EXPECT_EQ(failureCount(), before + 2);

@@ -62,7 +62,7 @@ TEST(FatalSignalsDeathTest, EveryFatalEndWritesOneReport) {
   setFailureCommandLine(QStringLiteral("\"/srv\""));
   for (const auto& c : cases) {
     QTemporaryDir dir;
-    globals().Datapath = dir.path();
+    globals().DataFolder = dir.path();
     EXPECT_EXIT({
       installFatalSignalHandlers();
       c.die();
@@ -74,7 +74,7 @@ TEST(FatalSignalsDeathTest, EveryFatalEndWritesOneReport) {
                 log.contains(QStringLiteral("\nErrcount: 5\n")));
   }
   setFailureCommandLine(QString());
-  globals().Datapath.clear();
+  globals().DataFolder.clear();
   globals().Errcount = 0;
 }
 

@@ -60,11 +60,11 @@ struct Fixture {
   QTemporaryDir dir;
   frmFehler dialog;
   Fixture() {
-    globals().Datapath = dir.path();
+    globals().DataFolder = dir.path();
     dialog.setReport(kReport);
     dialog.show();
   }
-  ~Fixture() { globals().Datapath.clear(); }
+  ~Fixture() { globals().DataFolder.clear(); }
   QPushButton* button(const char* name) { return dialog.findChild<QPushButton*>(name); }
 };
 

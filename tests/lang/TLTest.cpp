@@ -57,7 +57,7 @@ TEST(TL, FallsBackToTheGermanDefault) {
   LangFixture f;
   for (const auto& c : cases) {
     f.init(QString::fromLatin1(c.lang));
-    Init_Textbausteine();
+    initWebHost();
     EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), c.save);
     EXPECT_EQ(TL(0, QStringLiteral("x")), QStringLiteral("x"));
     EXPECT_EQ(TL(999999, QStringLiteral("Fehlt")), QStringLiteral("Fehlt"));

@@ -16,6 +16,7 @@
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "json/JsonExport.h"
+#include "lang/TL.h"
 #include "ui/ImportedSources.h"
 #include "ui/MainWindow.h"
 
@@ -230,7 +231,7 @@ TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
   // Delete from the list: the file goes, the report is left as it was.
   const int64_t before = sizeOf(w, "");
   select(top, {"inner"});
-  EXPECT_EQ(top.DeleteFiles(false), 1);
+  EXPECT_EQ(top.deleteFiles(false), 1);
   EXPECT_FALSE(exists(d / "work/sub/inner"));
   EXPECT_EQ(sizeOf(w, ""), before);
 }
@@ -259,7 +260,7 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   const auto& s = w.session().tree().node(w.reportPane().model().nodeOf(sub));
   const int64_t subFiles = s.files, subFolders = s.folders;
   EXPECT_EQ(subFiles, 3);
-  w.reportPane().Report_DeleteFolder(false);
+  w.reportPane().deleteFolder(false);
   EXPECT_FALSE(exists(d / "work/sub"));
   EXPECT_TRUE(exists(d / "other/big.iso"));
   const auto& r = w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0)));
@@ -305,7 +306,7 @@ TEST_F(FileListsTest, AFolderSwappedForALinkSinceTheScanIsChangedFromNoList) {
   ASSERT_TRUE(sub.isValid());
   const uint32_t subNode = w.reportPane().model().nodeOf(sub);
   w.reportPane().view().setCurrentIndex(sub);
-  w.reportPane().Report_DeleteFolder(false);
+  w.reportPane().deleteFolder(false);
   EXPECT_TRUE(w.session().tree().isLive(subNode)) << "the row went though nothing was deleted";
 
   EXPECT_EQ(warnings.size(), 4) << warnings.join("\n").toStdString();
@@ -351,7 +352,7 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   EXPECT_TRUE(list.readOnly());
   EXPECT_EQ(list.model().index(0, list.model().columnOf(RowKey::Modified)).data().toString(), "");
   select(list, {"a.txt"});
-  EXPECT_EQ(list.DeleteFiles(false), 0);
+  EXPECT_EQ(list.deleteFiles(false), 0);
   EXPECT_EQ(list.model().rowCount(), 3);
   EXPECT_TRUE(w.reportPane().locked(w.reportPane().model().nodeOf(work)));
   EXPECT_FALSE(w.reportPane().locked(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0))));  // read from the disk
@@ -366,6 +367,37 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   EXPECT_EQ(w.reportPane().model().rowCount(), 2);
   ASSERT_FALSE(warnings.isEmpty());
   EXPECT_TRUE(warnings.last().contains("scan.json"));
+}
+
+// Every pane's bar carries the same unit group at its own ids: one unit checked at a time, the
+// list's sizes in that unit, the decimals toggle beside it.
+TEST_F(FileListsTest, EveryPaneBarSwitchesItsSizeUnit) {
+  MainWindow w;
+  open(w);
+  clickFolder(w, "work");
+  FileListPane& files = w.filesPane();
+  const QModelIndex c = files.model().index(0, files.model().columnOf(RowKey::Size));
+  const struct {
+    CommandBar& bar;
+    int bytes, decimals;
+  } bars[] = {{w.reportPane().bar(), cmd::report::Bytes, cmd::report::Decimals},
+              {files.bar(), cmd::files::UnitBytes, cmd::files::Decimals},
+              {w.topPane().bar(), cmd::files::UnitBytes, cmd::files::Decimals},
+              {w.drivePane().bar(), cmd::drives::Bytes, cmd::drives::Decimals}};
+  const QString names[] = {"Bytes", "Kilobytes", "Megabytes", "Gigabytes"};
+  for (const auto& b : bars) {
+    SCOPED_TRACE(b.bar.objectName().toStdString());
+    ASSERT_TRUE(b.bar.control(b.decimals) && b.bar.control(b.decimals)->isCheckable());
+    for (int unit = 3; unit >= 0; --unit) {
+      ASSERT_TRUE(b.bar.control(b.bytes + unit));
+      EXPECT_EQ(b.bar.control(b.bytes + unit)->text(), TL(3567 + unit, names[unit]));
+      b.bar.control(b.bytes + unit)->trigger();
+      for (int u = 0; u < 4; ++u) EXPECT_EQ(b.bar.isChecked(b.bytes + u), u == unit) << unit;
+    }
+  }
+  EXPECT_EQ(c.data().toString(), "40");  // c.txt in bytes, the unit clicked last
+  files.bar().control(cmd::files::UnitBytes + 1)->trigger();
+  EXPECT_NE(c.data().toString(), "40");
 }
 
 }  // namespace

@@ -68,7 +68,7 @@ class OutputDialogs : public ::testing::Test {
  protected:
   void SetUp() override {
     guiApp();
-    globals().Datapath = QString::fromStdString(logs.path());  // the error log goes here
+    globals().DataFolder = QString::fromStdString(logs.path());  // the error log goes here
     setFailureDialogHandler([this](const QString& report) { failures << report; });
   }
   void TearDown() override { setFailureDialogHandler({}); }

@@ -260,7 +260,7 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   EXPECT_TRUE(again.cbrMain().isChecked(34));
   EXPECT_EQ(again.reportPane().view().font().pointSizeF(), 10);
   EXPECT_EQ(again.width(), 700);
-  const int drives = static_cast<int>(again.drivePane().GetAllDrives().size());
+  const int drives = static_cast<int>(again.drivePane().comboDrives().size());
   ASSERT_EQ(again.cboOrdner().count(), drives + 1);
   EXPECT_EQ(again.cboOrdner().itemText(drives), QString::fromStdString(d / "large"));
 }
@@ -406,7 +406,7 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   // The popup's "open everything below" keeps to the same bound.
   w.reportPane().bar().control(24)->trigger();
   w.reportPane().view().setCurrentIndex(w.reportPane().model().indexOf(root));
-  w.reportPane().Report_ExpandSubFolders(true);
+  w.reportPane().expandSubfolders(true);
   QCoreApplication::processEvents();
   EXPECT_TRUE(w.reportPane().view().isExpanded(w.reportPane().model().indexOf(root)));
 }

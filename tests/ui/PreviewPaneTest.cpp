@@ -392,7 +392,7 @@ TEST_F(PreviewTest, SamePathIsNotReloadedUnlessForcedAndOnlyTheLastFileWins) {
   ASSERT_TRUE(pane.loading() ? spy.wait(5000) : true);
   QTest::qWait(200);
   EXPECT_EQ(text(), "19");
-  pane.Filelist_Preview_BildLoeschen();
+  pane.clear();
   EXPECT_TRUE(text().isEmpty() && pane.lastPath().empty());
 }
 
@@ -446,7 +446,7 @@ TEST(PreviewListTest, ClickPreviewsAndBothBarsFollowTheCommands) {
   files.takePreview();
   files.resize(600, 400);
   files.show();
-  files.FileList_ScanFolder(d.path());
+  files.readFolder(d.path());
   for (int i = 0; i < 500 && files.reading(); ++i) QTest::qWait(10);
   ASSERT_EQ(files.model().rowCount(), 2);
 
@@ -478,7 +478,7 @@ TEST(PreviewListTest, ClickPreviewsAndBothBarsFollowTheCommands) {
   EXPECT_EQ(stored.FilelistTile, 1);
 
   files.setWarningHandler([](const QString&) {});
-  EXPECT_EQ(files.DeleteFiles(false), 1);
+  EXPECT_EQ(files.deleteFiles(false), 1);
   EXPECT_TRUE(preview.lastPath().empty());
   EXPECT_TRUE(preview.textViewer().toPlainText().isEmpty());
 

@@ -32,7 +32,7 @@ class UpdateDialog : public ::testing::Test {
  protected:
   void SetUp() override {
     globals().IniFile = dir.filePath(QStringLiteral("Quorlane.ini"));
-    globals().Datapath = dir.path();
+    globals().DataFolder = dir.path();
     globals().AppVersion = QStringLiteral("2.3");
     qputenv(kUpdateUrlVariable, server.base().toUtf8());
     StoreSettings(QStringLiteral("InternetUpdate"), QStringLiteral("Dpath"), dir.path());
@@ -42,7 +42,7 @@ class UpdateDialog : public ::testing::Test {
     setFailureDialogHandler({});
     qunsetenv(kUpdateUrlVariable);
     globals().IniFile.clear();
-    globals().Datapath.clear();
+    globals().DataFolder.clear();
   }
   // A dialog as the main window opens it, shown and activated.
   std::unique_ptr<frmInternetUpdate> open() {

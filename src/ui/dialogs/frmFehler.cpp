@@ -173,7 +173,7 @@ void frmFehler::cmdDrucken_Click() {
 
 void frmFehler::cmdSpeichern_Click() {
   QString error;
-  const QString path = SaveErrorReport(globals().Datapath, report_, &error);
+  const QString path = SaveErrorReport(globals().DataFolder, report_, &error);
   QMessageBox box(path.isEmpty() ? QMessageBox::Warning : QMessageBox::Information,
                   globals().Apptitle, path.isEmpty() ? error : path, QMessageBox::Ok, this);
   box.exec();
