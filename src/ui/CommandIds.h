@@ -1,8 +1,26 @@
 #pragma once
 // The numbers of the window's commands. Numbers are per bar: 33 and 35 mean one thing on the
-// main bar and another on the report's bar, so each bar has its own names.
+// main bar and another on the report's bar, so each bar has its own names. Within one bar no two
+// commands share a number: the static_asserts below check the ranges.
+
+#include <initializer_list>
 
 namespace ql::cmd {
+
+// One number, or the numbers first to last.
+struct IdRange {
+  constexpr IdRange(int id) : first(id), last(id) {}
+  constexpr IdRange(int from, int to) : first(from), last(to) {}
+  int first, last;
+};
+
+// Whether no two of the ranges share a number.
+constexpr bool disjoint(std::initializer_list<IdRange> ranges) {
+  for (auto a = ranges.begin(); a != ranges.end(); ++a)
+    for (auto b = a + 1; b != ranges.end(); ++b)
+      if (a->first <= b->last && b->first <= a->last) return false;
+  return true;
+}
 
 namespace main {
 enum : int {
@@ -29,6 +47,10 @@ enum : int {
   Update = 19,
   Exit = 20,
 };
+static_assert(disjoint({Sources,    New,         Import,      Start,   Stop,     ShowReport,
+                        ShowDrives, ShowFiles,   ShowLargest, Options, BigIcons, IconText,
+                        FontLarger, FontSmaller, Language,    German,  English,  Russian,
+                        About,      Homepage,    Update,      Exit}));
 }  // namespace main
 
 namespace report {
@@ -54,6 +76,23 @@ enum : int {
   SearchBox = 29,
   Search = 30,
 };
+static_assert(disjoint({Rescan,
+                        FullView,
+                        CollapseAll,
+                        ExpandAll,
+                        {ExpandLevels, ExpandLevels + 9},
+                        Remove,
+                        RemoveAll,
+                        Save,
+                        Print,
+                        PercentColumn,
+                        FilesColumn,
+                        FoldersColumn,
+                        FitColumns,
+                        {Bytes, Gigabytes},
+                        Decimals,
+                        SearchBox,
+                        Search}));
 }  // namespace report
 
 // The report's popup menu.
@@ -83,7 +122,8 @@ enum : int {
   Search = 308,
   Decimals = 309,
   FirstColumn = 310,  // 310 to 316 (files) or 317 (largest files): the column toggles
-  Optimize = 317,
+  LastColumn = 317,
+  Optimize = 325,  // the file list's; the largest files' is TopOptimize
   TopOptimize = 324,
   Preview = 318,
   Tile = 319,
@@ -92,6 +132,22 @@ enum : int {
   Limit = 322,
   FullView = 323,
 };
+static_assert(disjoint({Title,
+                        Refresh,
+                        {UnitBytes, UnitBytes + 3},
+                        Symbols,
+                        SearchBox,
+                        Search,
+                        Decimals,
+                        {FirstColumn, LastColumn},
+                        Optimize,
+                        TopOptimize,
+                        Preview,
+                        Tile,
+                        Delete,
+                        Trash,
+                        Limit,
+                        FullView}));
 }  // namespace files
 
 // The popup menu of the two file lists; below 1100 the numbers of the report's popup family.

@@ -12,15 +12,6 @@
 
 namespace ql {
 
-// Stands in for the desktop's default handler.
-class UrlCatcher : public QObject {
-  Q_OBJECT
- public:
-  QList<QUrl> urls;
- public Q_SLOTS:
-  void open(const QUrl& url) { urls << url; }
-};
-
 namespace {
 
 class LogsTest : public ::testing::Test {
@@ -56,7 +47,7 @@ TEST_F(LogsTest, LinesAreAppendedWithTimeAndBlankLineOnRequest) {
 TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
   test::guiApp();
   globals().DataFolder = QString::fromStdString(dir.path());
-  UrlCatcher catcher;
+  test::UrlCatcher catcher;
   QDesktopServices::setUrlHandler("file", &catcher, "open");
   EXPECT_FALSE(Show_Log());
   QFile f(QString::fromStdString(dir / "Quorlane.log"));
@@ -69,5 +60,3 @@ TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
 
 }  // namespace
 }  // namespace ql
-
-#include "LogsTest.moc"

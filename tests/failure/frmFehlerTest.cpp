@@ -15,21 +15,13 @@
 #include <QTimer>
 #include <QUrl>
 
+#include "TestApp.h"
 #include "support/Globals.h"
 #include "failure/FailureReport.h"
 
 using namespace ql;
 
 namespace {
-
-QApplication& app() {
-  static int argc = 1;
-  static char arg0[] = "frmFehlerTest";
-  static char* argv[] = {arg0, nullptr};
-  // Never destroyed: a QApplication torn down among the other statics at exit crashes.
-  static QApplication* a = new QApplication(argc, argv);
-  return *a;
-}
 
 // Answers every message box ("title|text") and report (its text, then "go on") but `keep` that
 // opens while it lives, and notes what they said.
@@ -56,7 +48,7 @@ struct Answerer {
 const QString kReport = QStringLiteral("Time: 01.02.2024 10:11:12\r\nFunc: x\r\nComp: box\r\n");
 
 struct Fixture {
-  QApplication& a = app();  // before the dialog
+  QApplication& a = test::guiApp();  // before the dialog
   QTemporaryDir dir;
   frmFehler dialog;
   Fixture() {
@@ -70,19 +62,11 @@ struct Fixture {
 
 }  // namespace
 
-class UrlCatcher : public QObject {
-  Q_OBJECT
- public:
-  QList<QUrl> urls;
- public Q_SLOTS:
-  void open(const QUrl& url) { urls << url; }
-};
-
 // Save, print and mail each leave the dialog open for the next.
 TEST(frmFehler, SavePrintAndEmailHandOutTheReport) {
   Fixture f;
   Answerer boxes(&f.dialog);
-  UrlCatcher catcher;
+  test::UrlCatcher catcher;
   QDesktopServices::setUrlHandler(QStringLiteral("mailto"), &catcher, "open");
   const QString pdf = f.dir.filePath(QStringLiteral("report.pdf"));
   f.dialog.setPrintOutputFile(pdf);
@@ -134,5 +118,3 @@ TEST(frmFehler, FailureReportShowsTheDialog) {
   EXPECT_TRUE(answer.seen[0].contains(QStringLiteral("\nFunc: Report_Rescan\nLine: 0\nErr: boom\n")));
   EXPECT_TRUE(answer.seen[0].contains(QRegularExpression(QStringLiteral("\nScreen: \\d+x\\d+\n"))));
 }
-
-#include "frmFehlerTest.moc"

@@ -17,6 +17,7 @@
 #include "support/Profile.h"
 #include "app/Settings.h"
 #include "lang/TL.h"
+#include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
 #include "ui/dialogs/frmInfo.h"
 #include "ui/dialogs/frmOptionen.h"
@@ -127,10 +128,10 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
   w.show();
   QCoreApplication::processEvents();
   const double font = w.reportPane().view().font().pointSizeF();
-  w.cbrMain_Execute(32);  // larger, not saved
+  w.cbrMain_Execute(cmd::main::FontLarger);  // not saved
   ASSERT_GT(w.reportPane().view().font().pointSizeF(), font);
 
-  EXPECT_EQ(withDialog(w, 14, [](QDialog* d) {
+  EXPECT_EQ(withDialog(w, cmd::main::Options, [](QDialog* d) {
               auto* f = static_cast<frmOptionen*>(d);
               f->chkDontShowHardlinks->click();
               f->cmdOK->click();
@@ -156,7 +157,7 @@ TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
   EXPECT_FALSE(programIcon().pixmap(32, 32).isNull());  // built in, and the SVG reader is there
 
   MainWindow w;
-  EXPECT_EQ(withDialog(w, 17, [](QDialog* d) { d->accept(); }), "frmInfo");
+  EXPECT_EQ(withDialog(w, cmd::main::About, [](QDialog* d) { d->accept(); }), "frmInfo");
 }
 
 }  // namespace
