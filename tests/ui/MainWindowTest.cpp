@@ -21,6 +21,7 @@
 #include "support/Profile.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
+#include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -109,22 +110,22 @@ TEST_F(MainWindowTest, MainCommands) {
   bringUp(w);
   CommandBar& bar = w.cbrMain();
   // Stop is live only while a scan runs.
-  EXPECT_FALSE(bar.control(3)->isEnabled());
+  EXPECT_FALSE(bar.control(cmd::main::Stop)->isEnabled());
   QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   const int drives = w.cboOrdner().count();  // the mounts stand first
   w.cboOrdner().addSource(d.path());
   EXPECT_EQ(w.cboOrdner().count(), drives + 1);
   EXPECT_EQ(w.cboOrdner().addSource(d.path() + "/"), drives);  // known already
-  bar.control(2)->trigger();
-  EXPECT_TRUE(bar.control(3)->isEnabled());
-  EXPECT_FALSE(bar.control(2)->isEnabled());
+  bar.control(cmd::main::Start)->trigger();
+  EXPECT_TRUE(bar.control(cmd::main::Stop)->isEnabled());
+  EXPECT_FALSE(bar.control(cmd::main::Start)->isEnabled());
   ASSERT_TRUE(finished.wait(10000));
-  EXPECT_FALSE(bar.control(3)->isEnabled());
+  EXPECT_FALSE(bar.control(cmd::main::Stop)->isEnabled());
   EXPECT_EQ(w.reportPane().model().rowCount(), 1);
-  EXPECT_TRUE(bar.control(14)->isEnabled());
-  EXPECT_TRUE(bar.control(19)->isEnabled());
+  EXPECT_TRUE(bar.control(cmd::main::Options)->isEnabled());
+  EXPECT_TRUE(bar.control(cmd::main::Update)->isEnabled());
   // Save and Print open their dialogs over the report.
-  for (auto [id, form] : {std::pair{5, "frmSave"}, {6, "frmPrint"}}) {
+  for (auto [id, form] : {std::pair{int(cmd::report::Save), "frmSave"}, {int(cmd::report::Print), "frmPrint"}}) {
     QString shown;
     QTimer::singleShot(0, [&] {
       if (auto* d = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
@@ -137,36 +138,36 @@ TEST_F(MainWindowTest, MainCommands) {
   }
 
   // The last shown list stays; file list and largest files take each other's place.
-  for (int id : {21, 306, 307}) bar.setChecked(id, false);
+  for (int id : {cmd::main::ShowDrives, cmd::main::ShowFiles, cmd::main::ShowLargest}) bar.setChecked(id, false);
   w.showPanes();
   EXPECT_FALSE(w.splMain().Control2Visible());  // the report alone
-  bar.control(33)->trigger();
-  EXPECT_TRUE(bar.isChecked(33));
-  bar.control(306)->trigger();
+  bar.control(cmd::main::ShowReport)->trigger();
+  EXPECT_TRUE(bar.isChecked(cmd::main::ShowReport));
+  bar.control(cmd::main::ShowFiles)->trigger();
   EXPECT_TRUE(w.splMain().Control2Visible());
   EXPECT_FALSE(w.splInfo().Control1Visible());  // no drive table
   EXPECT_TRUE(w.filesPane().isVisible());
-  bar.control(307)->trigger();
-  EXPECT_TRUE(bar.isChecked(307));
-  EXPECT_FALSE(bar.isChecked(306));
+  bar.control(cmd::main::ShowLargest)->trigger();
+  EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
+  EXPECT_FALSE(bar.isChecked(cmd::main::ShowFiles));
   EXPECT_TRUE(w.topPane().isVisible());
   EXPECT_FALSE(w.filesPane().isVisible());
-  w.reportPane().bar().control(323)->trigger();  // full view: the report alone
-  EXPECT_FALSE(bar.isChecked(307));
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();  // full view: the report alone
+  EXPECT_FALSE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_FALSE(w.splMain().Control2Visible());
-  bar.control(21)->trigger();
-  bar.control(33)->trigger();  // the report may go while another list shows
+  bar.control(cmd::main::ShowDrives)->trigger();
+  bar.control(cmd::main::ShowReport)->trigger();  // the report may go while another list shows
   EXPECT_FALSE(w.splMain().Control1Visible());
   EXPECT_TRUE(w.splInfo().Control1Visible());
 
   // A language change is stored at once and restarts only when agreed.
   QStringList asked;
   w.setLanguageQuestion([&](const QString& text) { asked << text; return false; });
-  bar.control(36)->trigger();
+  bar.control(cmd::main::English)->trigger();
   EXPECT_FALSE(w.restartRequested());
   EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
   w.setLanguageQuestion([&](const QString& text) { asked << text; return true; });
-  bar.control(35)->trigger();
+  bar.control(cmd::main::German)->trigger();
   EXPECT_TRUE(w.restartRequested());
   EXPECT_EQ(asked.last(), "Quorlane muss jetzt neu gestartet werden.");
 }
@@ -181,32 +182,32 @@ TEST_F(MainWindowTest, ReportCommands) {
   const QModelIndex root = w.reportPane().model().index(0, 0);
   const auto size = [&] { return w.reportPane().model().index(0, ReportModel::ColSize, root).data().toString(); };
   EXPECT_EQ(size(), "1,000");
-  bar.control(11)->trigger();  // kilobytes
+  bar.control(cmd::report::Kilobytes)->trigger();  // kilobytes
   EXPECT_EQ(size(), "0.98");
-  EXPECT_TRUE(bar.isChecked(11));
-  EXPECT_FALSE(bar.isChecked(10));
-  bar.control(33)->trigger();  // decimals off
+  EXPECT_TRUE(bar.isChecked(cmd::report::Kilobytes));
+  EXPECT_FALSE(bar.isChecked(cmd::report::Bytes));
+  bar.control(cmd::report::Decimals)->trigger();  // decimals off
   EXPECT_EQ(size(), "1");
-  bar.control(22)->trigger();  // hide the file count
+  bar.control(cmd::report::FilesColumn)->trigger();  // hide the file count
   EXPECT_TRUE(w.reportPane().view().isColumnHidden(ReportModel::ColFiles));
 
   // Expanding by levels keeps the tree's own marks in step with the view.
-  bar.control(24)->trigger();
+  bar.control(cmd::report::CollapseAll)->trigger();
   EXPECT_FALSE(w.reportPane().view().isExpanded(root));
-  bar.control(101)->trigger();  // two levels
+  bar.control(cmd::report::ExpandLevels + 1)->trigger();  // two levels
   EXPECT_TRUE(w.reportPane().view().isExpanded(root));
   EXPECT_TRUE(w.session().tree().hasFlag(w.reportPane().model().nodeOf(root), ReportTree::Expanded));
 
   // The search goes on from the selection and wraps around once.
   w.reportPane().searchBox().setText("ediu");
   w.reportPane().view().setCurrentIndex(w.reportPane().model().index(2, 0, root));  // "small" (the smallest, last)
-  bar.control(30)->trigger();
+  bar.control(cmd::report::Search)->trigger();
   EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
   // With nothing selected it begins behind the first row: the source's own row ("/tmp/...")
   // holds an "m" too.
   w.reportPane().view().setCurrentIndex(QModelIndex());
   w.reportPane().searchBox().setText("m");
-  bar.control(30)->trigger();
+  bar.control(cmd::report::Search)->trigger();
   EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
 
   // The popup opens or closes a folder with everything below it.
@@ -226,7 +227,7 @@ TEST_F(MainWindowTest, ReportCommands) {
   delete popup;
 
   // Removing takes the whole source, whichever row of it is selected.
-  bar.control(7)->trigger();
+  bar.control(cmd::report::Remove)->trigger();
   EXPECT_EQ(w.reportPane().model().rowCount(), 0);
 }
 
@@ -236,10 +237,10 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
     bringUp(w);
     w.cboOrdner().addSource(d / "large");
     w.cboOrdner().addSource(d / "gone");
-    w.reportPane().bar().control(12)->trigger();  // megabytes
-    w.reportPane().bar().control(35)->trigger();  // no percent column
-    w.cbrMain().control(32)->trigger();    // larger font
-    w.cbrMain().control(34)->trigger();    // text under the icons
+    w.reportPane().bar().control(cmd::report::Megabytes)->trigger();  // megabytes
+    w.reportPane().bar().control(cmd::report::PercentColumn)->trigger();  // no percent column
+    w.cbrMain().control(cmd::main::FontLarger)->trigger();    // larger font
+    w.cbrMain().control(cmd::main::IconText)->trigger();    // text under the icons
     w.setGeometry(40, 50, 700, 500);
     ASSERT_TRUE(w.close());
   }
@@ -257,7 +258,7 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
   EXPECT_FALSE(again.isMinimized());
   EXPECT_EQ(again.reportPane().model().unit(), 2);
   EXPECT_TRUE(again.reportPane().view().isColumnHidden(ReportModel::ColPercent));
-  EXPECT_TRUE(again.cbrMain().isChecked(34));
+  EXPECT_TRUE(again.cbrMain().isChecked(cmd::main::IconText));
   EXPECT_EQ(again.reportPane().view().font().pointSizeF(), 10);
   EXPECT_EQ(again.width(), 700);
   const int drives = static_cast<int>(again.drivePane().comboDrives().size());
@@ -331,15 +332,15 @@ TEST_F(MainWindowTest, RemoveAllThenAMissingSourceThenRefreshLeavesTheWindowUsab
   QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   w.session().readSources({d.path()});
   ASSERT_TRUE(finished.wait(10000));
-  w.reportPane().bar().control(9)->trigger();  // remove all
+  w.reportPane().bar().control(cmd::report::RemoveAll)->trigger();  // remove all
   EXPECT_EQ(w.reportPane().model().rowCount(), 0);
   w.cboOrdner().setEditText(QString::fromStdString(d / "not-there"));
-  w.cbrMain().control(2)->trigger();  // Start: nothing is there to read
+  w.cbrMain().control(cmd::main::Start)->trigger();  // Start: nothing is there to read
   EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy(); }, 10000));
-  runAndWait(w, 4);  // Refresh with nothing to refresh
+  runAndWait(w, cmd::report::Rescan);  // nothing to read again
   EXPECT_EQ(failureCount(), failuresBefore);
   EXPECT_FALSE(w.session().busy());
-  EXPECT_TRUE(w.cbrMain().control(2)->isEnabled());
+  EXPECT_TRUE(w.cbrMain().control(cmd::main::Start)->isEnabled());
   EXPECT_TRUE(w.close());
 }
 
@@ -363,7 +364,7 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), odd);
   EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[0]).size, 7);
   EXPECT_EQ(w.cboOrdner().currentIndex(), k + 2);
-  w.cbrMain().control(2)->trigger();  // Start with the entry as shown
+  w.cbrMain().control(cmd::main::Start)->trigger();  // Start with the entry as shown
   ASSERT_TRUE(finished.wait(10000));
   ASSERT_EQ(w.session().tree().roots().size(), 2u);
   EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[1]), odd);
@@ -389,7 +390,7 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   uint32_t n = w.session().tree().addRoot("/deep");
   const uint32_t root = n;
   for (int i = 0; i < 50000; ++i) n = w.session().tree().addChild(n, "d", ReportTree::IsFolder);
-  w.reportPane().bar().control(25)->trigger();  // expand all
+  w.reportPane().bar().control(cmd::report::ExpandAll)->trigger();  // expand all
   QCoreApplication::processEvents();
   const int levels = ReportPane::expandableLevels();
   EXPECT_TRUE(w.statusPanel1().text().contains(QString::number(levels)));
@@ -404,7 +405,7 @@ TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
   QCoreApplication::processEvents();
   EXPECT_FALSE(w.reportPane().view().isExpanded(w.reportPane().model().indexOf(w.session().tree().children(deepestOpen)[0])));
   // The popup's "open everything below" keeps to the same bound.
-  w.reportPane().bar().control(24)->trigger();
+  w.reportPane().bar().control(cmd::report::CollapseAll)->trigger();
   w.reportPane().view().setCurrentIndex(w.reportPane().model().indexOf(root));
   w.reportPane().expandSubfolders(true);
   QCoreApplication::processEvents();
