@@ -14,31 +14,37 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
   AddWidget(Sources, sources, false);
   using T = CommandBar::Type;
   AddControl(T::Button, New, 3529, "Neu", "folder-new", false, 3530, "Neue Quelle auswählen");
-  AddControl(T::Button, Start, 3531, "Start", "media-playback-start", false, 3532, "Quelle einlesen");
-  AddControl(T::Button, Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false, false, false);
+  AddControl(T::Button, Start, 3531, "Start", "media-playback-start", false, 3532,
+             "Quelle einlesen");
+  AddControl(T::Button, Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false,
+             false, false);
   AddControl(T::Button, Import, 4054, "Importieren", "document-open", false, 4055,
              "Eine gespeicherte Messung (JSON-Export) öffnen");
-  AddControl(T::Button, ShowReport, 3641, "Ordnerliste", "view-list-tree", true, 3667, "Ordnerliste anzeigen", true,
-             true);
-  AddControl(T::Button, ShowDrives, 3643, "Laufwerksliste", "drive-harddisk", false, 3632, "Laufwerksliste anzeigen",
-             true, o.DiskinfoVisible);
-  AddControl(T::Button, ShowFiles, 3645, "Dateiliste", "view-list-details", false, 3635, "Dateiliste anzeigen", true,
-             o.FilelistVisible);
+  AddControl(T::Button, ShowReport, 3641, "Ordnerliste", "view-list-tree", true, 3667,
+             "Ordnerliste anzeigen", true, true);
+  AddControl(T::Button, ShowDrives, 3643, "Laufwerksliste", "drive-harddisk", false, 3632,
+             "Laufwerksliste anzeigen", true, o.DiskinfoVisible);
+  AddControl(T::Button, ShowFiles, 3645, "Dateiliste", "view-list-details", false, 3635,
+             "Dateiliste anzeigen", true, o.FilelistVisible);
   AddControl(T::Button, ShowLargest, 3724, "Größte Dateien", "view-sort-descending", false, 3725,
              "Liste mit den größten Dateien anzeigen", true, o.ToplistVisible);
   AddControl(T::Button, Options, 3547, "Optionen", "preferences-system", true, 3548, "Optionen");
-  AddControl(T::Button, BigIcons, 3627, "Symbolgröße", "zoom-in", true, 3628, "Symbole vergrößern", true, o.BigIcons);
-  AddControl(T::Button, IconText, 3690, "Symboltext", "format-text-bold", false, 3689, "Symboltext anzeigen", true,
-             o.SymbolText);
-  AddControl(T::Button, FontLarger, 3672, "Größer", "format-font-size-more", true, 3652, "Schrift vergrößern");
-  AddControl(T::Button, FontSmaller, 3650, "Kleiner", "format-font-size-less", false, 3651, "Schrift verkleinern");
+  AddControl(T::Button, BigIcons, 3627, "Symbolgröße", "zoom-in", true, 3628, "Symbole vergrößern",
+             true, o.BigIcons);
+  AddControl(T::Button, IconText, 3690, "Symboltext", "format-text-bold", false, 3689,
+             "Symboltext anzeigen", true, o.SymbolText);
+  AddControl(T::Button, FontLarger, 3672, "Größer", "format-font-size-more", true, 3652,
+             "Schrift vergrößern");
+  AddControl(T::Button, FontSmaller, 3650, "Kleiner", "format-font-size-less", false, 3651,
+             "Schrift verkleinern");
   AddControl(T::SplitButton, Language, 3701, "Sprache", "preferences-desktop-locale", true, 3702,
              "Sprache der Benutzeroberfläche ändern");
   AddPopupControl(Language, German, TL(3703, "Deutsch"));
   AddPopupControl(Language, English, TL(3704, "Englisch"));
   AddControl(T::Button, About, 3551, "Info", "help-about", true, 3552, "Info");
   AddControl(T::Button, Homepage, 3553, "Homepage", "go-home", false, 3554, "Homepage");
-  AddControl(T::Button, Update, 3555, "Update", "system-software-update", false, 3556, "Internet Update");
+  AddControl(T::Button, Update, 3555, "Update", "system-software-update", false, 3556,
+             "Internet Update");
   AddControl(T::Button, Exit, 3557, "Beenden", "application-exit", true, 3558, "Programm beenden");
 }
 

@@ -10,10 +10,10 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "app/SingleInstance.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "support/Globals.h"
-#include "app/SingleInstance.h"
 #include "ui/CommandIds.h"
 #include "ui/ImportedSources.h"
 #include "ui/WindowState.h"
@@ -25,7 +25,9 @@ namespace ql {
 
 namespace {
 using namespace cmd::main;
-std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
+std::string encode(const QString& text) {
+  return QFile::encodeName(text).toStdString();
+}
 }  // namespace
 
 MainWindow::MainWindow(QWidget* parent)
@@ -61,8 +63,9 @@ MainWindow::MainWindow(QWidget* parent)
   showPanes();
 
   if (SingleInstance* instance = SingleInstance::current())
-    connect(instance, &SingleInstance::received, this,
-            guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
+    connect(
+        instance, &SingleInstance::received, this,
+        guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
   applyToolbarLook();
   session_->setBusy(true);  // until the window has come up, with Stop off too
   cbrMain_->control(Stop)->setEnabled(false);
@@ -70,7 +73,9 @@ MainWindow::MainWindow(QWidget* parent)
 
 // The panes go first: they show the tree and call back into the frame, both of which are gone
 // by the time the base class takes its children down.
-MainWindow::~MainWindow() { delete takeCentralWidget(); }
+MainWindow::~MainWindow() {
+  delete takeCentralWidget();
+}
 
 void MainWindow::buildPanes(const MainOptions& o) {
   report_ = new ReportPane(session_->tree(), session_->driver(), guard_, o, this);
@@ -78,25 +83,29 @@ void MainWindow::buildPanes(const MainOptions& o) {
   connect(report_, &ReportPane::rescanRequested, this,
           guard_.wrap("Report_Rescan", [this](uint32_t node) { session_->rescan(node, true); }));
   connect(report_, &ReportPane::fullViewRequested, this, guard_.wrap("cbrReport_Execute", [this] {
-            for (int other : {ShowDrives, ShowFiles, ShowLargest}) cbrMain_->setChecked(other, false);
-            showPanes();
-          }));
-  connect(report_, &ReportPane::preferredWidth, this, [this](int width) { splMain_->setPosition(width); });
+    for (int other : {ShowDrives, ShowFiles, ShowLargest}) cbrMain_->setChecked(other, false);
+    showPanes();
+  }));
+  connect(report_, &ReportPane::preferredWidth, this,
+          [this](int width) { splMain_->setPosition(width); });
   connect(report_, &ReportPane::busyChanged, this,
           guard_.wrap("Report_DeleteFolder", [this](bool busy) { session_->setBusy(busy); }));
   connect(report_, &ReportPane::currentFolderChanged, this,
           guard_.wrap("tvwPL_SelChange", [this](uint32_t node) { showFolderFiles(node); }));
-  connect(report_, &ReportPane::folderDeleted, this, guard_.wrap("Report_DeleteFolder", [this](const std::string& path) {
+  connect(report_, &ReportPane::folderDeleted, this,
+          guard_.wrap("Report_DeleteFolder", [this](const std::string& path) {
             drives_->refreshDrive(path);
             files_->refresh();
           }));
   report_->setLocked([this](uint32_t node) { return session_->locked(node); });
-  report_->model().setRootCaption([this](uint32_t root) { return session_->imports().caption(root); });
+  report_->model().setRootCaption(
+      [this](uint32_t root) { return session_->imports().caption(root); });
 
   // The other lists stand beside the report: the drive table above, the file list or the
   // largest-files list below it.
   drives_ = new DrivePane(guard_, o, {}, this);
-  connect(drives_, &DrivePane::heightChanged, this, guard_.wrap("Drives_ResizeTableHeight", [this] { fitDriveTable(); }));
+  connect(drives_, &DrivePane::heightChanged, this,
+          guard_.wrap("Drives_ResizeTableHeight", [this] { fitDriveTable(); }));
   connect(drives_, &DrivePane::scanRequested, this,
           guard_.wrap("Drives_ScanDrives", [this](const std::vector<std::string>& paths) {
             if (!session_->busy()) session_->readOnly(paths);
@@ -110,28 +119,32 @@ void MainWindow::buildPanes(const MainOptions& o) {
   for (FileListPane* pane : {files_, top_}) {
     connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
     connect(pane, &FileListPane::fullViewRequested, this, guard_.wrap("cbrFiles_Execute", [this] {
-              for (int other : {ShowDrives, ShowReport}) cbrMain_->setChecked(other, false);
-              showPanes();
-            }));
+      for (int other : {ShowDrives, ShowReport}) cbrMain_->setChecked(other, false);
+      showPanes();
+    }));
     // The free space of the drives that held the files has moved; a delete from the file list
     // also counts its folder's own files again.
-    connect(pane, &FileListPane::filesDeleted, this,
-            guard_.wrap("Filelist_DeleteFiles", [this, pane](const std::vector<std::string>& folders) {
-              for (const std::string& folder : folders) drives_->refreshDrive(folder);
-              if (pane == files_) session_->filesDeleted(report_->selectedNode(), folders);
-            }));
+    connect(
+        pane, &FileListPane::filesDeleted, this,
+        guard_.wrap("Filelist_DeleteFiles", [this, pane](const std::vector<std::string>& folders) {
+          for (const std::string& folder : folders) drives_->refreshDrive(folder);
+          if (pane == files_) session_->filesDeleted(report_->selectedNode(), folders);
+        }));
   }
-  session_->setLargestFiles({[this] { return top_->beginRead(); },
-                             [this](const std::string& source, const std::string& root) { top_->endRead(source, root); },
-                             [this] { top_->clearList(); }});
+  session_->setLargestFiles(
+      {[this] { return top_->beginRead(); },
+       [this](const std::string& source, const std::string& root) { top_->endRead(source, root); },
+       [this] { top_->clearList(); }});
 
   auto* filesArea = new QWidget(this);
   auto* filesLayout = new QVBoxLayout(filesArea);
   filesLayout->setContentsMargins(0, 0, 0, 0);
   filesLayout->addWidget(files_);
   filesLayout->addWidget(top_);
-  splInfo_ = new Splitter(QStringLiteral("splInfo"), Splitter::PanesAbove, drives_, filesArea, this);
-  splMain_ = new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, splInfo_, this);
+  splInfo_ =
+      new Splitter(QStringLiteral("splInfo"), Splitter::PanesAbove, drives_, filesArea, this);
+  splMain_ =
+      new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, splInfo_, this);
   splMain_->setMinimumSize(1, 120);
   splMain_->setMinimumSize(2, 120);
   setCentralWidget(splMain_);
@@ -140,18 +153,25 @@ void MainWindow::buildPanes(const MainOptions& o) {
 
 void MainWindow::wireSession() {
   ScanSession& s = *session_;
-  connect(&s, &ScanSession::busyChanged, this, [this](bool busy) { setControlsEnabled(!busy); });
+  connect(&s, &ScanSession::busyChanged, this,
+          guard_.wrap("EnableControls", [this](bool busy) { setControlsEnabled(!busy); }));
   connect(&s, &ScanSession::statusText, status_, &QLabel::setText);
-  connect(&s, &ScanSession::warning, this, [this](const QString& text) { warn(text); });
-  connect(&s, &ScanSession::sourceAccepted, this, [this](const std::string& path) { cboOrdner_->addSource(path); });
-  connect(&s, &ScanSession::sourceStarted, this, guard_.wrap("QuelleEinlesen", [this](uint32_t root) {
+  connect(&s, &ScanSession::warning, this,
+          guard_.wrap("MsgBox", [this](const QString& text) { warn(text); }));
+  connect(&s, &ScanSession::sourceAccepted, this,
+          guard_.wrap("AddNewSearchPath",
+                      [this](const std::string& path) { cboOrdner_->addSource(path); }));
+  connect(&s, &ScanSession::sourceStarted, this,
+          guard_.wrap("QuelleEinlesen", [this](uint32_t root) {
             report_->view().expand(report_->model().indexOf(root));
           }));
-  connect(&s, &ScanSession::readDone, this, guard_.wrap("Ordnerliste_Abarbeiten", [this](uint32_t node, bool walked) {
+  connect(&s, &ScanSession::readDone, this,
+          guard_.wrap("Ordnerliste_Abarbeiten", [this](uint32_t node, bool walked) {
             report_->fitColumns();
             // The source read last is the one the user looks at next.
             if (node != kNoNode) report_->selectNode(node);
-            if (node != kNoNode && walked) drives_->selectDrive(session_->tree().Report_GetFullpathOfNode(node));
+            if (node != kNoNode && walked)
+              drives_->selectDrive(session_->tree().Report_GetFullpathOfNode(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
           }));
@@ -174,9 +194,10 @@ void MainWindow::showFolderFiles(uint32_t node) {
 void MainWindow::applyToolbarLook() {
   const bool big = cbrMain_->isChecked(BigIcons);
   const bool text = cbrMain_->isChecked(IconText);
-  for (QToolBar* bar : {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar()),
-                        static_cast<QToolBar*>(&drives_->bar()), static_cast<QToolBar*>(&files_->bar()),
-                        static_cast<QToolBar*>(&top_->bar())}) {
+  for (QToolBar* bar :
+       {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar()),
+        static_cast<QToolBar*>(&drives_->bar()), static_cast<QToolBar*>(&files_->bar()),
+        static_cast<QToolBar*>(&top_->bar())}) {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }
@@ -184,50 +205,79 @@ void MainWindow::applyToolbarLook() {
 }
 
 void MainWindow::cbrMain_Execute(int id) {
-  guard_.run("cbrMain_Execute", [&] {
-    switch (id) {
-      case New: {
-        const QString folder = QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
-        if (!folder.isEmpty()) cboOrdner_->addSource(encode(folder));
-        break;
-      }
-      case Start: startFromSourcesBox(); break;
-      case Stop: session_->stop(); break;
-      case Import: {
-        const QString file = QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
-                                                          QStringLiteral("JSON (*.json);;* (*)"));
-        if (!file.isEmpty()) session_->importFile(encode(file));
-        break;
-      }
-      case Options: showOptions(); break;
-      case About: frmInfo(this).exec(); break;
-      case Homepage: QDesktopServices::openUrl(QUrl(webHost())); break;
-      case Update: {
-        frmInternetUpdate dlg(this);
-        dlg.exec();
-        if (pendingUpdate().UpdateMode != 0) {
-          connect(qApp, &QCoreApplication::aboutToQuit, qApp, &StartPendingInstaller);
-          close();
-        }
-        break;
-      }
-      case Exit: close(); break;
-      case ShowDrives:
-      case ShowReport:
-      case ShowFiles:
-      case ShowLargest:
-        if (cbrMain_->toggleList(id)) showPanes();
-        break;
-      case BigIcons:
-      case IconText: applyToolbarLook(); break;
-      case FontSmaller: changeFontSize(false); break;
-      case FontLarger: changeFontSize(true); break;
-      case German: changeLanguage(kLangGerman); break;
-      case English: changeLanguage(kLangEnglish); break;
-      case Russian: changeLanguage(kLangRussian); break;
-      default: break;
-    }
-  }, {QString::number(id)});
+  guard_.run("cbrMain_Execute",
+             [&] {
+               switch (id) {
+                 case New: {
+                   const QString folder =
+                       QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
+                   if (!folder.isEmpty()) cboOrdner_->addSource(encode(folder));
+                   break;
+                 }
+                 case Start:
+                   startFromSourcesBox();
+                   break;
+                 case Stop:
+                   session_->stop();
+                   break;
+                 case Import: {
+                   const QString file =
+                       QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
+                                                    QStringLiteral("JSON (*.json);;* (*)"));
+                   if (!file.isEmpty()) session_->importFile(encode(file));
+                   break;
+                 }
+                 case Options:
+                   showOptions();
+                   break;
+                 case About:
+                   frmInfo(this).exec();
+                   break;
+                 case Homepage:
+                   QDesktopServices::openUrl(QUrl(webHost()));
+                   break;
+                 case Update: {
+                   frmInternetUpdate dlg(this);
+                   dlg.exec();
+                   if (pendingUpdate().UpdateMode != 0) {
+                     connect(qApp, &QCoreApplication::aboutToQuit, qApp, &StartPendingInstaller);
+                     close();
+                   }
+                   break;
+                 }
+                 case Exit:
+                   close();
+                   break;
+                 case ShowDrives:
+                 case ShowReport:
+                 case ShowFiles:
+                 case ShowLargest:
+                   if (cbrMain_->toggleList(id)) showPanes();
+                   break;
+                 case BigIcons:
+                 case IconText:
+                   applyToolbarLook();
+                   break;
+                 case FontSmaller:
+                   changeFontSize(false);
+                   break;
+                 case FontLarger:
+                   changeFontSize(true);
+                   break;
+                 case German:
+                   changeLanguage(kLangGerman);
+                   break;
+                 case English:
+                   changeLanguage(kLangEnglish);
+                   break;
+                 case Russian:
+                   changeLanguage(kLangRussian);
+                   break;
+                 default:
+                   break;
+               }
+             },
+             {QString::number(id)});
 }
 
 void MainWindow::startFromSourcesBox() {
@@ -306,11 +356,14 @@ void MainWindow::fitDriveTable() {
 
 void MainWindow::changeLanguage(int language) {
   StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
-  const QString text = language == kLangGerman ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
-                                               : QStringLiteral("Quorlane must be restarted to change the GUI language.");
+  const QString text =
+      language == kLangGerman
+          ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
+          : QStringLiteral("Quorlane must be restarted to change the GUI language.");
   const bool ok = askRestart_ ? askRestart_(text)
                               : QMessageBox::information(this, QStringLiteral("Quorlane"), text,
-                                                         QMessageBox::Ok | QMessageBox::Cancel) == QMessageBox::Ok;
+                                                         QMessageBox::Ok | QMessageBox::Cancel) ==
+                                    QMessageBox::Ok;
   if (ok) restartRequested_ = true;
 }
 
@@ -345,8 +398,8 @@ void MainWindow::showEvent(QShowEvent* event) {
   QMainWindow::showEvent(event);
   if (activated_) return;
   // The window is drawn before the known folders and the command line are read.
-  QMetaObject::invokeMethod(this, [this] { guard_.run("Form_Activate", [this] { activate(); }); },
-                            Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      this, [this] { guard_.run("Form_Activate", [this] { activate(); }); }, Qt::QueuedConnection);
 }
 
 void MainWindow::activate() {
@@ -390,7 +443,8 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     saveAtExit();
     event->accept();
     if (restartRequested_)
-      QProcess::startDetached(QCoreApplication::applicationFilePath(), {QStringLiteral("-RESTART")});
+      QProcess::startDetached(QCoreApplication::applicationFilePath(),
+                              {QStringLiteral("-RESTART")});
   });
 }
 

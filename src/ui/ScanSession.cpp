@@ -10,7 +10,9 @@
 namespace ql {
 
 namespace {
-QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
+QString decode(const std::string& bytes) {
+  return QFile::decodeName(QByteArray::fromStdString(bytes));
+}
 
 // The path of the source a node was found below: the file lists reach their files from there.
 std::string sourceOf(const ReportTree& tree, uint32_t node) {
@@ -22,18 +24,23 @@ std::string sourceOf(const ReportTree& tree, uint32_t node) {
 ScanSession::ScanSession(const Guard& guard, QObject* parent)
     : QObject(parent), guard_(guard), driver_(std::make_unique<ScanDriver>(tree_, StopWord)) {
   imports_ = new ImportedSources(tree_, this);
-  connect(imports_, &ImportedSources::progress, this, guard_.wrap("Import", [this](qint64 done, qint64 total) {
+  connect(imports_, &ImportedSources::progress, this,
+          guard_.wrap("Import", [this](qint64 done, qint64 total) {
             Q_EMIT statusText(TL(4056, "Importiere... %1 von %2 MB",
                                  {QString::number(done / 1048576),
                                   QString::number(std::max<qint64>(total, done) / 1048576)}));
           }));
   connect(imports_, &ImportedSources::finished, this,
-          guard_.wrap("Import", [this](uint32_t root, const QString& error) { onImportFinished(root, error); }));
+          guard_.wrap("Import", [this](uint32_t root, const QString& error) {
+            onImportFinished(root, error);
+          }));
   wireDriver();
 }
 
 // The driver goes before the tree it reads into.
-ScanSession::~ScanSession() { driver_.reset(); }
+ScanSession::~ScanSession() {
+  driver_.reset();
+}
 
 void ScanSession::setLargestFiles(LargestFiles list) {
   largest_ = std::move(list);
@@ -51,17 +58,20 @@ void ScanSession::applyOptions(const MainOptions& options) {
 
 void ScanSession::wireDriver() {
   ScanDriver& d = *driver_;
-  connect(&d, &ScanDriver::sourceAccepted, this, [this](const QByteArray& path) {
-    Q_EMIT sourceAccepted(path.toStdString());
-  });
+  connect(&d, &ScanDriver::sourceAccepted, this,
+          guard_.wrap("AddNewSearchPath", [this](const QByteArray& path) {
+            Q_EMIT sourceAccepted(path.toStdString());
+          }));
   connect(&d, &ScanDriver::sourceStarted, this, &ScanSession::sourceStarted);
-  connect(&d, &ScanDriver::sourceRefused, this, [this](const QString& path, const QString& reason) {
-    refused_ << TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason});
-  });
+  connect(&d, &ScanDriver::sourceRefused, this,
+          guard_.wrap("QuelleEinlesen", [this](const QString& path, const QString& reason) {
+            refused_ << TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason});
+          }));
   connect(&d, &ScanDriver::progress, this, &ScanSession::statusText);
   connect(&d, &ScanDriver::finished, this,
           guard_.wrap("Ordnerliste_Abarbeiten", [this] { finish(driver_->lastRoot(), true); }));
-  connect(&d, &ScanDriver::rescanFinished, this, guard_.wrap("Report_Rescan", [this](uint32_t node) {
+  connect(&d, &ScanDriver::rescanFinished, this,
+          guard_.wrap("Report_Rescan", [this](uint32_t node) {
             imports_->forget(node);
             endLargestFiles(node);
             finish(node, false);
@@ -72,7 +82,8 @@ void ScanSession::wireDriver() {
 
 void ScanSession::endLargestFiles(uint32_t node) {
   if (largest_.end)
-    largest_.end(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string(), sourceOf(tree_, node));
+    largest_.end(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string(),
+                 sourceOf(tree_, node));
 }
 
 bool ScanSession::folderFiles(uint32_t node, FolderFiles& f) const {
@@ -168,7 +179,8 @@ void ScanSession::importFile(const std::string& file) {
   o.noHardlinks = options_.NoHardlinks != 0;
   importing_ = file;
   setBusy(true);
-  Q_EMIT statusText(TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
+  Q_EMIT statusText(
+      TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
   std::shared_ptr<FileFeed> feed = largest_.begin ? largest_.begin() : nullptr;
   imports_->start(file, std::move(feed), o);
 }
@@ -185,7 +197,8 @@ void ScanSession::onImportFinished(uint32_t root, const QString& error) {
   Q_EMIT statusText(TL(3525, "OK."));
   if (root == kNoNode) {
     if (largest_.clear) largest_.clear();
-    Q_EMIT warning(TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
+    Q_EMIT warning(
+        TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
   } else {
     if (largest_.end) largest_.end(tree_.Report_GetFullpathOfNode(root), std::string());
     Q_EMIT sourceStarted(root);

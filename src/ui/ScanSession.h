@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "app/Settings.h"
-#include "lists/FileRow.h"
 #include "failure/Guard.h"
+#include "lists/FileRow.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
 

@@ -33,7 +33,8 @@ int SourcesBox::addSource(const std::string& path) {
       return i;
     }
   }
-  addItem(commandIcon(QStringLiteral("folder")), QFile::decodeName(QByteArray::fromStdString(path)), key);
+  addItem(commandIcon(QStringLiteral("folder")), QFile::decodeName(QByteArray::fromStdString(path)),
+          key);
   setCurrentIndex(count() - 1);
   return count() - 1;
 }
@@ -46,11 +47,11 @@ std::string SourcesBox::shownSource() const {
   return QFile::encodeName(text).toStdString();
 }
 
-void SourcesBox::fill(const std::vector<DrivePane::ComboDrive>& drives, const std::vector<std::string>& kept,
-                      const QString& lastText) {
+void SourcesBox::fill(const std::vector<DrivePane::ComboDrive>& drives,
+                      const std::vector<std::string>& kept, const QString& lastText) {
   int root = -1;
   for (const DrivePane::ComboDrive& d : drives) {
-    const QString icon = d.image == 6 ? QStringLiteral("drive-removable-media")
+    const QString icon = d.image == 6   ? QStringLiteral("drive-removable-media")
                          : d.image == 5 ? QStringLiteral("network-server")
                          : d.image == 4 ? QStringLiteral("drive-optical")
                                         : QStringLiteral("drive-harddisk");
