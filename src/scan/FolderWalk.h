@@ -142,7 +142,7 @@ class FolderWalk {
  private:
   struct Dir;
   struct Worker;
-  class Arena;
+  struct Branch;
 
   void workerLoop(Worker& w);
   void process(Worker& w, Dir* d);
@@ -154,6 +154,7 @@ class FolderWalk {
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);
+  void settle(Dir* d);
   void handOver(Dir* d);
   std::string pathOf(const Dir* d) const;
   void push(Dir* const* dirs, size_t count);
@@ -179,7 +180,6 @@ class FolderWalk {
   mutable std::mutex lifeMutex_;  // guards the workers' records against currentFolder()
   std::vector<std::unique_ptr<Worker>> workers_;
   Dir* root_ = nullptr;
-  std::unique_ptr<Arena> rootArena_;
   WalkOutcome outcome_;
 };
 

@@ -82,7 +82,7 @@ TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
   t.attachBranch(a, 0, branch("x", {{"y", 1}}));
   t.attachBranch(b, 0, branch("z", {}));
   t.removeSubtree(a);
-  EXPECT_EQ(t.roots(), std::vector<uint32_t>{b});
+  EXPECT_EQ(t.roots().toVector(), std::vector<uint32_t>{b});
   EXPECT_EQ(t.node(b).row, 0u);
   EXPECT_EQ(t.liveCount(), 2u);
   EXPECT_EQ(t.deepestLevel(), 2u);  // the depth ever made, until the tree is empty
