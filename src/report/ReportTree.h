@@ -146,7 +146,7 @@ class ReportTree {
 
   // Visits `top` and everything below it depth first, each node before its children, children
   // in order, without recursion. visit(node) returns false to pass over the node's children;
-  // leave(node) follows the last node below a node whose children were visited. The visitor
+  // leave(node) follows everything below each node for which visit returned true. The visitor
   // may change values and flags, never add or remove nodes. kSuperRoot as top visits it too, then every root.
   template <class Visit, class Leave>
   void forEachPreorder(uint32_t top, Visit&& visit, Leave&& leave) const {
