@@ -192,7 +192,11 @@ TEST(ReportTree, ChildListsStayRightThroughInterleavedEditsAndStaySmall) {
       const uint32_t gone = t.children(p)[at];
       t.removeSubtree(gone);
       kids.erase(kids.begin() + static_cast<std::ptrdiff_t>(at));
-      std::erase_if(parents, [&](uint32_t x) { return !t.isLive(x) && model.erase(x) >= 0; });
+      std::erase_if(parents, [&](uint32_t x) {
+        if (t.isLive(x)) return false;
+        model.erase(x);
+        return true;
+      });
     }
   }
   for (uint32_t p : parents) {
