@@ -1,5 +1,7 @@
 #include "lists/FileRow.h"
 
+#include <array>
+
 #include <QFile>
 #include <QMimeDatabase>
 #include <QMimeType>
@@ -79,23 +81,45 @@ const FileType* fileTypeOf(std::string_view name) {
 
 QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
                          uint64_t attributes) {
-  QString s;
-  if (!S_ISREG(mode) && !S_ISLNK(mode)) s += QLatin1Char('S');
-  if (!name.empty() && name.front() == '.') s += QLatin1Char('H');
-  if (!(mode & S_IWUSR) && !S_ISLNK(mode)) s += QLatin1Char('R');
-  if (attributes & STATX_ATTR_ENCRYPTED) s += QLatin1Char('E');
-  if (S_ISLNK(mode)) s += QLatin1Char('L');
-  if (attributes & STATX_ATTR_COMPRESSED) s += QLatin1Char('C');
-  if (attributes & STATX_ATTR_NODUMP) s += QLatin1Char('I');
-  if (S_ISREG(mode) && size > 0 && static_cast<int64_t>(blocks) * 512 < size) s += QLatin1Char('P');
-  return s;
+  // Eight letters make 256 texts, made once and shared by every row, which then holds no text
+  // of its own for them.
+  static const std::array<QString, 256> texts = [] {
+    std::array<QString, 256> all;
+    for (unsigned bits = 0; bits < all.size(); ++bits)
+      for (int i = 0; i < 8; ++i)
+        if (bits & (1u << i)) all[bits] += QLatin1Char("SHRELCIP"[i]);
+    return all;
+  }();
+  unsigned bits = 0;
+  if (!S_ISREG(mode) && !S_ISLNK(mode)) bits |= 1;
+  if (!name.empty() && name.front() == '.') bits |= 2;
+  if (!(mode & S_IWUSR) && !S_ISLNK(mode)) bits |= 4;
+  if (attributes & STATX_ATTR_ENCRYPTED) bits |= 8;
+  if (S_ISLNK(mode)) bits |= 16;
+  if (attributes & STATX_ATTR_COMPRESSED) bits |= 32;
+  if (attributes & STATX_ATTR_NODUMP) bits |= 64;
+  if (S_ISREG(mode) && size > 0 && static_cast<int64_t>(blocks) * 512 < size) bits |= 128;
+  return texts[bits];
 }
+
+namespace {
+// Rows of one ending share one text (for the first few thousand endings met).
+QString sharedExtension(const std::string& extension) {
+  static std::mutex mutex;
+  static std::unordered_map<std::string, QString> texts;
+  std::lock_guard lock(mutex);
+  if (auto it = texts.find(extension); it != texts.end()) return it->second;
+  QString text = QString::fromStdString(extension).toUpper();
+  if (texts.size() < 4096) texts.emplace(extension, text);  // odd endings by the thousand: no
+  return text;
+}
+}  // namespace
 
 void completeRow(FileRow& row, uint32_t mode, uint64_t blocks, uint64_t attributes) {
   row.text = QFile::decodeName(QByteArray(row.name.data(), static_cast<qsizetype>(row.name.size())));
   if (!row.folder.empty())
     row.folderText = QFile::decodeName(QByteArray(row.folder.data(), static_cast<qsizetype>(row.folder.size())));
-  row.extension = QString::fromStdString(extensionOf(row.name)).toUpper();
+  row.extension = sharedExtension(extensionOf(row.name));
   row.attributes = attributeLetters(row.name, mode, row.size, blocks, attributes);
   row.type = fileTypeOf(row.name);
 }

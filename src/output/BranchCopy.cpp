@@ -21,7 +21,7 @@ void BranchCopy::restart() {
   tops_.clear();
   if (!startLive()) return;
   if (from_ == kNoNode)
-    tops_ = source_.roots();
+    tops_ = source_.roots().toVector();
   else
     tops_.push_back(from_);
 }
@@ -66,8 +66,9 @@ bool BranchCopy::step(size_t budget) {
       }
       continue;
     }
+    // Its own stack rather than the tree's forEachPreorder: the copy stops and resumes by slices.
     Frame& f = stack_.back();
-    const auto& kids = source_.children(f.source);
+    const ChildList kids = source_.children(f.source);
     if (f.next >= kids.size()) {
       stack_.pop_back();
       continue;

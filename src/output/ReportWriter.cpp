@@ -34,7 +34,7 @@ class Renderer {
     if (o_.onlyNode != kNoNode)
       tops.push_back(o_.onlyNode);
     else
-      tops = tree_.roots();
+      tops = tree_.roots().toVector();
     if (tops.empty()) return;
     topLevel_ = tree_.node(tops[0]).level;
 
@@ -77,44 +77,32 @@ class Renderer {
  private:
   uint32_t relLevel(uint32_t n) const { return tree_.node(n).level - topLevel_; }
 
-  // The rows below a node, depth first, without using the call stack for the depth. One path
-  // buffer serves every row: a frame remembers how long the path of its folder is.
+  // The rows below a node, depth first. One path buffer serves every row: it is cut back to the
+  // folder's own path whenever a folder is left.
   void TreeViewSpeichernR(uint32_t top, const std::string& topPath) {
-    struct Frame {
-      uint32_t node;
-      size_t next;
-      size_t pathLength;
-    };
     std::string path = topPath;
-    std::vector<Frame> stack;
-    stack.push_back({top, 0, path.size()});
-    while (!stack.empty()) {
-      Frame& f = stack.back();
-      const auto& kids = tree_.children(f.node);
-      if (f.next >= kids.size()) {
-        stack.pop_back();
-        continue;
-      }
-      const uint32_t item = kids[f.next++];
-      if (limit_ != 0 && relLevel(item) >= limit_) {
-        f.next = kids.size();  // the whole sibling run ends here
-        continue;
-      }
-      path.resize(f.pathLength);
-      if (path.empty() || path.back() != '/') path.push_back('/');
-      if (tree_.isFolder(item)) {
-        path.append(tree_.text(item));
-        row(item, path, false);
-        const bool descend = limit_ != 0 ? !tree_.children(item).empty()
-                                         : tree_.hasFlag(item, ReportTree::Expanded);
-        if (descend) stack.push_back({item, 0, path.size()});
-      } else {
-        path.push_back('[');
-        path.append(tree_.text(item));
-        path.push_back(']');
-        row(item, path, true);
-      }
-    }
+    std::vector<size_t> lengths;  // of the paths of the folders being walked
+    tree_.forEachPreorder(
+        top,
+        [&](uint32_t item) {
+          if (item == top) return lengths.push_back(path.size()), true;
+          if (limit_ != 0 && relLevel(item) >= limit_) return false;
+          path.resize(lengths.back());
+          if (path.empty() || path.back() != '/') path.push_back('/');
+          if (!tree_.isFolder(item)) {
+            path.push_back('[');
+            path.append(tree_.text(item));
+            path.push_back(']');
+            row(item, path, true);
+            return false;
+          }
+          path.append(tree_.text(item));
+          row(item, path, false);
+          const bool descend = limit_ != 0 ? !tree_.children(item).empty() : tree_.hasFlag(item, ReportTree::Expanded);
+          if (descend) lengths.push_back(path.size());
+          return descend;
+        },
+        [&](uint32_t) { lengths.pop_back(); });
   }
 
   void number(int64_t v) {

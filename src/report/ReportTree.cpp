@@ -3,80 +3,154 @@
 #include <QFile>
 #include <QString>
 #include <algorithm>
+#include <span>
 #include <stdexcept>
 
 #include "support/Path.h"
 
 namespace ql {
 
+uint32_t ChildList::at(size_t i) const {
+  if (i >= count_) throw std::out_of_range("child row");
+  return first_[i];
+}
+
 ReportTree::ReportTree() { clear(); }
 
 void ReportTree::clear() {
   if (observer_) observer_->beginReset();
   nodes_.clear();
-  children_.clear();
+  kids_.clear();
+  kids_.shrink_to_fit();
   names_.clear();
+  longNames_.clear();
   nodes_.push_back(Node{});
   nodes_[0].flags = IsFolder | Expanded;
-  children_.emplace_back();
   live_ = 0;
   deepestLevel_ = 0;
   ++generation_;
   if (observer_) observer_->endReset();
 }
 
-uint32_t ReportTree::newNode(uint32_t parent, std::string_view text, uint16_t flags) {
-  if (nodes_.size() >= kNoNode - 1 || names_.size() + text.size() > UINT32_MAX)
+void ReportTree::storeName(Node& n, std::string_view text) {
+  if (text.size() >= kLongName) {
+    n.nameOffset = static_cast<uint32_t>(longNames_.size());
+    n.nameLength = kLongName;
+    longNames_.emplace_back(text);
+    return;
+  }
+  n.nameOffset = static_cast<uint32_t>(names_.appendRun(text.data(), text.size(), '\0'));
+  n.nameLength = static_cast<uint8_t>(text.size());
+}
+
+uint32_t ReportTree::newNode(uint32_t parent, std::string_view text, uint16_t flags, uint32_t level) {
+  if (nodes_.size() >= kNoNode - 1 || names_.size() + text.size() + decltype(names_)::kBlock > UINT32_MAX ||
+      kids_.size() >= kFree - 1)
     throw std::length_error("report tree is full");
   const auto index = static_cast<uint32_t>(nodes_.size());
   Node n;
   n.parent = parent;
-  n.level = parent == kSuperRoot ? 0 : nodes_[parent].level + 1;
-  n.nameOffset = static_cast<uint32_t>(names_.size());
-  n.nameLength = static_cast<uint32_t>(text.size());
+  n.level = level;
   n.flags = flags;
-  names_.append(text);
+  storeName(n, text);
   nodes_.push_back(n);
-  children_.emplace_back();
   ++live_;
   if (parent != kSuperRoot) deepestLevel_ = std::max(deepestLevel_, n.level);
   return index;
 }
 
+// Puts `kid` into the parent's run at `position`. A run grows into a free slot behind it or at
+// the pool's end; otherwise it moves to the end with as much room again, so growing a run one
+// child at a time costs a constant per child.
+void ReportTree::insertKid(uint32_t parent, size_t position, uint32_t kid) {
+  Node& p = nodes_[parent];
+  const uint32_t count = p.kidsCount;
+  if (count == 0) {
+    p.kidsOffset = static_cast<uint32_t>(kids_.size());
+    kids_.push_back(kFree);
+  } else if (p.kidsOffset + count == kids_.size()) {
+    kids_.push_back(kFree);
+  } else if (kids_[p.kidsOffset + count] != kFree) {
+    const auto moved = static_cast<uint32_t>(kids_.size());
+    kids_.resize(kids_.size() + 2 * size_t{count}, kFree);
+    std::copy_n(kids_.begin() + p.kidsOffset, count, kids_.begin() + moved);
+    std::fill_n(kids_.begin() + p.kidsOffset, count, kFree);
+    p.kidsOffset = moved;
+  }
+  auto first = kids_.begin() + p.kidsOffset;
+  std::copy_backward(first + static_cast<std::ptrdiff_t>(position), first + count, first + count + 1);
+  first[static_cast<std::ptrdiff_t>(position)] = kid;
+  p.kidsCount = count + 1;
+}
+
+void ReportTree::eraseKid(uint32_t parent, size_t position) {
+  Node& p = nodes_[parent];
+  auto first = kids_.begin() + p.kidsOffset;
+  std::copy(first + static_cast<std::ptrdiff_t>(position) + 1, first + p.kidsCount,
+            first + static_cast<std::ptrdiff_t>(position));
+  first[p.kidsCount - 1] = kFree;
+  --p.kidsCount;
+}
+
+void ReportTree::freeKids(uint32_t node) {
+  Node& n = nodes_[node];
+  std::fill_n(kids_.begin() + n.kidsOffset, n.kidsCount, kFree);
+  n.kidsCount = 0;
+  n.kidsOffset = 0;
+}
+
 uint32_t ReportTree::addRoot(std::string_view text, int image) {
   const int row = static_cast<int>(roots().size());
   if (observer_) observer_->beginInsert(kSuperRoot, row, row);
-  const uint32_t i = newNode(kSuperRoot, text, IsFolder | Expanded | HasFolders);
+  const uint32_t i = newNode(kSuperRoot, text, IsFolder | Expanded | HasFolders, 0);
   nodes_[i].row = static_cast<uint32_t>(row);
   nodes_[i].percent = 100;
   if (image >= 0 && image < 9) nodes_[i].image = static_cast<int8_t>(image);
-  children_[kSuperRoot].push_back(i);
+  insertKid(kSuperRoot, static_cast<size_t>(row), i);
   if (observer_) observer_->endInsert();
   return i;
 }
 
 uint32_t ReportTree::addChild(uint32_t parent, std::string_view text, uint16_t flags) {
-  const int row = static_cast<int>(children_[parent].size());
+  const int row = static_cast<int>(nodes_[parent].kidsCount);
   if (observer_) observer_->beginInsert(parent, row, row);
-  const uint32_t i = newNode(parent, text, flags);
+  const uint32_t i = newNode(parent, text, flags, parent == kSuperRoot ? 0 : nodes_[parent].level + 1);
   nodes_[i].row = static_cast<uint32_t>(row);
-  children_[parent].push_back(i);
+  insertKid(parent, static_cast<size_t>(row), i);
   if (observer_) observer_->endInsert();
   return i;
+}
+
+uint32_t ReportTree::addDetached(std::string_view text, uint16_t flags, uint32_t level) {
+  const uint32_t i = newNode(kNoNode, text, flags, level);
+  deepestLevel_ = std::max(deepestLevel_, level);
+  return i;
+}
+
+void ReportTree::setChildren(uint32_t node, const uint32_t* kids, size_t count) {
+  if (nodes_[node].kidsCount != 0) throw std::logic_error("the node has children");
+  if (count == 0) return;
+  if (kids_.size() + count >= kFree - 1) throw std::length_error("report tree is full");
+  nodes_[node].kidsOffset = static_cast<uint32_t>(kids_.size());
+  nodes_[node].kidsCount = static_cast<uint32_t>(count);
+  kids_.insert(kids_.end(), kids, kids + count);
+  for (size_t r = 0; r < count; ++r) {
+    nodes_[kids[r]].parent = node;
+    nodes_[kids[r]].row = static_cast<uint32_t>(r);
+  }
 }
 
 uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&& branch) {
   if (branch.roots().size() != 1) throw std::logic_error("a branch has exactly one root");
   const size_t count = branch.nodes_.size() - 1;
-  if (nodes_.size() + count >= kNoNode - 1 || names_.size() + branch.names_.size() > UINT32_MAX)
+  if (nodes_.size() + count >= kNoNode - 1 || names_.size() + branch.names_.size() + 2 * decltype(names_)::kBlock > UINT32_MAX ||
+      kids_.size() + branch.kids_.size() >= kFree - 1)
     throw std::length_error("report tree is full");
-  position = std::min(position, children_[parent].size());
+  position = std::min<size_t>(position, nodes_[parent].kidsCount);
   if (observer_)
     observer_->beginInsert(parent, static_cast<int>(position), static_cast<int>(position));
 
   const uint32_t levelBase = parent == kSuperRoot ? 0 : nodes_[parent].level + 1;
-  const auto nameBase = static_cast<uint32_t>(names_.size());
-  names_.append(branch.names_);
   // A large branch keeps the memory it was built in: its blocks are taken over whole and its
   // numbers shifted where they stand. Fresh memory costs a page fault per page on first touch,
   // and for a branch of 200,000 folders those faults alone held the window up for 80 ms.
@@ -85,35 +159,48 @@ uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&&
     Node pad;
     pad.flags = Dead;
     nodes_.padToBlock(pad);
-    children_.padToBlock({});
+    names_.padToBlock('\0');
   }
+  const auto nameBase = static_cast<uint32_t>(names_.size());
+  const auto longBase = static_cast<uint32_t>(longNames_.size());
+  for (auto& name : branch.longNames_) longNames_.push_back(std::move(name));
+  const auto kidBase = static_cast<uint32_t>(kids_.size());
+  kids_.insert(kids_.end(), branch.kids_.begin(), branch.kids_.end());
   // Branch index i lands at base + i; a copied branch leaves its super root behind.
   const auto base = static_cast<uint32_t>(nodes_.size()) - (adopt ? 0 : 1);
-  const uint32_t top = branch.children_[kSuperRoot][0] + base;
+  const uint32_t top = branch.roots()[0] + base;
+  const Node& bs = branch.nodes_[kSuperRoot];
+  std::fill_n(kids_.begin() + kidBase + bs.kidsOffset, bs.kidsCount, kFree);
+  for (size_t i = kidBase; i < kids_.size(); ++i)
+    if (kids_[i] != kFree) kids_[i] += base;
   for (size_t i = 1; i <= count; ++i) {
     Node& n = branch.nodes_[i];
-    n.parent = n.parent == kSuperRoot ? parent : n.parent + base;
-    n.nameOffset += nameBase;
+    n.parent = n.parent == kSuperRoot ? parent : n.parent == kNoNode ? kNoNode : n.parent + base;
+    if (n.nameLength == kLongName)
+      n.nameOffset += longBase;
+    else if (adopt)
+      n.nameOffset += nameBase;
+    n.kidsOffset = n.kidsCount ? n.kidsOffset + kidBase : 0;
     n.level += levelBase;
     if (!(n.flags & Dead)) {
       ++live_;
       deepestLevel_ = std::max(deepestLevel_, n.level);
     }
-    for (auto& k : branch.children_[i]) k += base;
     if (!adopt) {
+      if (n.nameLength != kLongName && n.nameLength != 0) {
+        const std::string_view name(branch.names_.data(n.nameOffset), n.nameLength);
+        n.nameOffset = static_cast<uint32_t>(names_.appendRun(name.data(), name.size(), '\0'));
+      }
       nodes_.push_back(n);
-      children_.push_back(std::move(branch.children_[i]));
     }
   }
   if (adopt) {
+    names_.adoptBlocks(std::move(branch.names_));
     branch.nodes_[kSuperRoot] = Node{};
     branch.nodes_[kSuperRoot].flags = Dead;
-    branch.children_[kSuperRoot].clear();
     nodes_.adoptBlocks(std::move(branch.nodes_));
-    children_.adoptBlocks(std::move(branch.children_));
   }
-  auto& siblings = children_[parent];
-  siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(position), top);
+  insertKid(parent, position, top);
   renumber(parent, position);
   branch.clear();
   if (observer_) observer_->endInsert();
@@ -121,21 +208,16 @@ uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&&
 }
 
 void ReportTree::renumber(uint32_t parent, size_t from) {
-  auto& kids = children_[parent];
+  const ChildList kids = children(parent);
   for (size_t r = from; r < kids.size(); ++r) nodes_[kids[r]].row = static_cast<uint32_t>(r);
 }
 
 void ReportTree::markDead(uint32_t top) {
-  std::vector<uint32_t> stack{top};
-  while (!stack.empty()) {
-    const uint32_t n = stack.back();
-    stack.pop_back();
+  forEachPreorder(top, [this](uint32_t n) {
     nodes_[n].flags |= Dead;
     --live_;
-    for (uint32_t c : children_[n]) stack.push_back(c);
-    children_[n].clear();
-    children_[n].shrink_to_fit();
-  }
+    return true;
+  }, [this](uint32_t n) { freeKids(n); });
 }
 
 void ReportTree::removeSubtree(uint32_t node) {
@@ -144,19 +226,18 @@ void ReportTree::removeSubtree(uint32_t node) {
   const uint32_t row = nodes_[node].row;
   if (observer_) observer_->beginRemove(p, static_cast<int>(row), static_cast<int>(row));
   markDead(node);
-  auto& siblings = children_[p];
-  siblings.erase(siblings.begin() + row);
+  eraseKid(p, row);
   renumber(p, row);
   if (roots().empty()) deepestLevel_ = 0;
   if (observer_) observer_->endRemove();
 }
 
 void ReportTree::clearChildren(uint32_t node) {
-  auto& kids = children_[node];
-  if (kids.empty()) return;
-  if (observer_) observer_->beginRemove(node, 0, static_cast<int>(kids.size()) - 1);
-  for (uint32_t c : std::vector<uint32_t>(kids)) markDead(c);
-  children_[node].clear();
+  const uint32_t count = nodes_[node].kidsCount;
+  if (count == 0) return;
+  if (observer_) observer_->beginRemove(node, 0, static_cast<int>(count) - 1);
+  for (uint32_t c : children(node).toVector()) markDead(c);
+  freeKids(node);
   if (roots().empty()) deepestLevel_ = 0;
   if (observer_) observer_->endRemove();
 }
@@ -164,14 +245,10 @@ void ReportTree::clearChildren(uint32_t node) {
 std::vector<uint32_t> ReportTree::preorder() const {
   std::vector<uint32_t> out;
   out.reserve(live_);
-  std::vector<uint32_t> stack(roots().rbegin(), roots().rend());
-  while (!stack.empty()) {
-    const uint32_t n = stack.back();
-    stack.pop_back();
-    out.push_back(n);
-    const auto& kids = children_[n];
-    stack.insert(stack.end(), kids.rbegin(), kids.rend());
-  }
+  forEachPreorder(kSuperRoot, [&out](uint32_t n) {
+    if (n != kSuperRoot) out.push_back(n);
+    return true;
+  });
   return out;
 }
 
@@ -192,13 +269,14 @@ std::string ReportTree::Report_GetFullpathOfNode(uint32_t node, bool withSlash, 
 
 void ReportTree::setText(uint32_t i, std::string_view text) {
   Node& n = nodes_[i];
-  if (text.size() <= n.nameLength) {
-    names_.replace(n.nameOffset, text.size(), text);
+  if (n.nameLength == kLongName && text.size() >= kLongName) {
+    longNames_[n.nameOffset] = text;
+  } else if (n.nameLength != kLongName && text.size() <= n.nameLength) {
+    std::copy(text.begin(), text.end(), names_.data(n.nameOffset));
+    n.nameLength = static_cast<uint8_t>(text.size());
   } else {
-    n.nameOffset = static_cast<uint32_t>(names_.size());
-    names_.append(text);
+    storeName(n, text);
   }
-  n.nameLength = static_cast<uint32_t>(text.size());
   if (observer_) observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
 }
 
@@ -234,7 +312,7 @@ void ReportTree::setPercent(uint32_t i, double percent) {
 }
 
 void ReportTree::Report_ChangePercentValue(uint32_t node) {
-  const auto& kids = children_[node];
+  const ChildList kids = children(node);
   if (kids.empty()) return;
   const int64_t total = nodes_[node].size;
   for (uint32_t c : kids) {
@@ -252,8 +330,9 @@ SortDefinition& ReportTree::sorter(uint32_t level) {
 void ReportTree::Report_Sort() {
   if (observer_) observer_->beginReorder();
   for (uint32_t p = 0; p < nodes_.size(); ++p) {
-    auto& kids = children_[p];
-    if (kids.size() < 2) continue;
+    const Node& parent = nodes_[p];
+    if (parent.kidsCount < 2) continue;
+    const std::span<uint32_t> kids(kids_.data() + parent.kidsOffset, parent.kidsCount);
     const SortDefinition def = sorter(nodes_[kids[0]].level);
     const bool desc = def.direction == 1;
     auto numeric = [&](uint32_t n) -> int64_t {
@@ -293,8 +372,8 @@ void ReportTree::Report_Sort() {
 }
 
 size_t ReportTree::memoryBytes() const {
-  size_t bytes = nodes_.capacityBytes() + names_.capacity() + children_.capacityBytes();
-  for (size_t i = 0; i < children_.size(); ++i) bytes += children_[i].capacity() * sizeof(uint32_t);
+  size_t bytes = nodes_.capacityBytes() + names_.capacityBytes() + kids_.capacity() * sizeof(uint32_t);
+  for (const auto& name : longNames_) bytes += sizeof name + name.capacity();
   return bytes;
 }
 

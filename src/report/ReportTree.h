@@ -2,7 +2,10 @@
 // The report tree: one root per source, one node per folder found, and a "Dateien" pseudo node
 // for a folder's own files where a folder also has subfolders. Files themselves are not stored.
 //
-// Nodes live in one array and refer to each other by 32-bit index; names are bytes in one arena.
+// Nodes live in one array and refer to each other by 32-bit index. A node's children are a run
+// of indices in one shared pool (a run that must grow moves to the pool's end with room to
+// spare); names are bytes in blocks, a long name in a list of its own. So a node costs its record,
+// one pool slot and its name, with no allocation of its own.
 // Node 0 is an invisible super root whose children are the roots, so roots and children are
 // handled alike. Indices stay valid until clear(); removed nodes are marked dead, not reused.
 //
@@ -12,6 +15,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/ChunkedVector.h"
@@ -46,6 +50,25 @@ class TreeObserver {
   virtual void valuesChanged(uint32_t parent, int firstRow, int lastRow) = 0;
 };
 
+// The children of a node, in order. Valid until the tree changes.
+class ChildList {
+ public:
+  ChildList(const uint32_t* first, size_t count) : first_(first), count_(count) {}
+  const uint32_t* begin() const { return first_; }
+  const uint32_t* end() const { return first_ + count_; }
+  size_t size() const { return count_; }
+  bool empty() const { return count_ == 0; }
+  uint32_t operator[](size_t i) const { return first_[i]; }
+  uint32_t front() const { return first_[0]; }
+  uint32_t back() const { return first_[count_ - 1]; }
+  uint32_t at(size_t i) const;
+  std::vector<uint32_t> toVector() const { return {begin(), end()}; }
+
+ private:
+  const uint32_t* first_;
+  size_t count_;
+};
+
 class ReportTree {
  public:
   enum Flag : uint16_t {
@@ -65,10 +88,12 @@ class ReportTree {
     uint32_t parent = kNoNode;
     uint32_t row = 0;  // position among the parent's children
     uint32_t level = 0;
-    uint32_t nameOffset = 0;
-    uint32_t nameLength = 0;
+    uint32_t nameOffset = 0;  // in the name blocks, or the index of a long name
+    uint32_t kidsOffset = 0;  // the children's run in the pool
+    uint32_t kidsCount = 0;
     uint16_t flags = 0;
-    int8_t image = -1;  // image of the source for a root, -1 otherwise
+    int8_t image = -1;       // image of the source for a root, -1 otherwise
+    uint8_t nameLength = 0;  // kLongName: the name is in the list of long names
   };
 
   ReportTree();
@@ -82,6 +107,11 @@ class ReportTree {
   // Moves the single root of `branch` (and all below it) in as a child of `parent` at `position`
   // among its children. Returns the new index of the branch's root.
   uint32_t attachBranch(uint32_t parent, size_t position, ReportTree&& branch);
+  // For a builder that makes nodes bottom-up: a node without a parent yet, at `level` (0 for
+  // a root or a branch's top), and the adoption of finished nodes as a node's children, in
+  // order. setChildren is for a node that has no children.
+  uint32_t addDetached(std::string_view text, uint16_t flags, uint32_t level);
+  void setChildren(uint32_t node, const uint32_t* kids, size_t count);
   void removeSubtree(uint32_t node);
   void clearChildren(uint32_t node);
   void clear();
@@ -89,10 +119,15 @@ class ReportTree {
   // --- reading ---
   const Node& node(uint32_t i) const { return nodes_[i]; }
   std::string_view text(uint32_t i) const {
-    return std::string_view(names_).substr(nodes_[i].nameOffset, nodes_[i].nameLength);
+    const Node& n = nodes_[i];
+    if (n.nameLength == kLongName) return longNames_[n.nameOffset];
+    return n.nameLength ? std::string_view(names_.data(n.nameOffset), n.nameLength) : std::string_view();
   }
-  const std::vector<uint32_t>& children(uint32_t i) const { return children_[i]; }
-  const std::vector<uint32_t>& roots() const { return children_[kSuperRoot]; }
+  ChildList children(uint32_t i) const {
+    const Node& n = nodes_[i];
+    return {n.kidsCount ? kids_.data() + n.kidsOffset : nullptr, n.kidsCount};
+  }
+  ChildList roots() const { return children(kSuperRoot); }
   uint32_t parent(uint32_t i) const { return nodes_[i].parent; }
   bool isRoot(uint32_t i) const { return nodes_[i].parent == kSuperRoot; }
   bool isFolder(uint32_t i) const { return nodes_[i].flags & IsFolder; }
@@ -108,6 +143,32 @@ class ReportTree {
 
   // All live nodes in pre-order: the grid's row numbering.
   std::vector<uint32_t> preorder() const;
+
+  // Visits `top` and everything below it depth first, each node before its children, children
+  // in order, without recursion. visit(node) returns false to pass over the node's children;
+  // leave(node) follows everything below each node for which visit returned true. The visitor
+  // may change values and flags, never add or remove nodes. kSuperRoot as top visits it too, then every root.
+  template <class Visit, class Leave>
+  void forEachPreorder(uint32_t top, Visit&& visit, Leave&& leave) const {
+    if (!visit(top)) return;
+    std::vector<std::pair<uint32_t, uint32_t>> stack{{top, 0}};  // node, next child
+    while (!stack.empty()) {
+      auto& [node, next] = stack.back();
+      const Node& n = nodes_[node];
+      if (next == n.kidsCount) {
+        const uint32_t done = node;
+        stack.pop_back();
+        leave(done);
+        continue;
+      }
+      const uint32_t child = kids_[n.kidsOffset + next++];
+      if (visit(child)) stack.emplace_back(child, 0);
+    }
+  }
+  template <class Visit>
+  void forEachPreorder(uint32_t top, Visit&& visit) const {
+    forEachPreorder(top, std::forward<Visit>(visit), [](uint32_t) {});
+  }
 
   // The path of a node: the texts from its root down, joined with "/".
   std::string Report_GetFullpathOfNode(uint32_t node, bool addSlash = false, bool parentOnly = false) const;
@@ -130,13 +191,21 @@ class ReportTree {
   size_t memoryBytes() const;
 
  private:
-  uint32_t newNode(uint32_t parent, std::string_view text, uint16_t flags);
+  static constexpr uint8_t kLongName = 255;
+  static constexpr uint32_t kFree = kNoNode;  // a pool slot no run holds
+
+  uint32_t newNode(uint32_t parent, std::string_view text, uint16_t flags, uint32_t level);
+  void storeName(Node& n, std::string_view text);
+  void insertKid(uint32_t parent, size_t position, uint32_t kid);
+  void eraseKid(uint32_t parent, size_t position);
+  void freeKids(uint32_t node);
   void renumber(uint32_t parent, size_t from);
   void markDead(uint32_t node);
 
   ChunkedVector<Node> nodes_;
-  ChunkedVector<std::vector<uint32_t>> children_;
-  std::string names_;
+  std::vector<uint32_t> kids_;
+  ChunkedVector<char, 16> names_;
+  std::vector<std::string> longNames_;
   std::vector<SortDefinition> sorters_;
   size_t live_ = 0;
   uint32_t deepestLevel_ = 0;

@@ -86,11 +86,13 @@ bool mountsBelow(const std::string& folder) {
 }  // namespace
 
 // One folder of the walk. Made by the worker that listed its parent; its name and place never
-// change afterwards. Sums are written by the one thread that completes it.
+// change afterwards. Sums are written by the one thread that completes it. A record lives until
+// its parent is complete: by then its row is in the branch and nothing looks at it again, so the
+// records held at any time are those of the folders under way and their waiting siblings.
 struct FolderWalk::Dir {
   Dir* parent = nullptr;
   Dir** children = nullptr;
-  Arena* arena = nullptr;  // where this folder's subfolder records live (see below)
+  Branch* branch = nullptr;  // the tree of the top-level folder this one lies in
   uint64_t mountId = 0;
   int64_t ownBytes = 0;
   int64_t ownFiles = 0;
@@ -103,6 +105,7 @@ struct FolderWalk::Dir {
   uint32_t position = 0;  // place among the parent's subfolders in the listing
   uint32_t level = 0;     // 0 for the walked folder
   uint32_t childCount = 0;
+  uint32_t node = kNoNode;  // its row in the branch, once complete
   uint16_t nameLength = 0;
   bool keepsFd = false;      // children open themselves relative to fd
   bool junction = false;
@@ -113,40 +116,28 @@ struct FolderWalk::Dir {
   // The name is kept right behind the record, NUL-terminated.
   const char* name() const { return reinterpret_cast<const char*>(this + 1); }
   std::string_view nameView() const { return {name(), nameLength}; }
-};
 
-// Bump allocator for Dir records and child arrays. Each top-level folder of the walk has one for
-// everything below it, shared by the workers that list its folders and freed as soon as the
-// folder is handed over; so memory follows the folders under way, not the whole tree.
-class FolderWalk::Arena {
- public:
-  // Allocates under the arena's lock; callers take several pieces in one go with `hold`.
-  std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(mutex_); }
-  void* allocate(size_t bytes, size_t align) {
-    size_t start = (used_ + align - 1) & ~(align - 1);
-    if (blocks_.empty() || start + bytes > capacity_) {
-      capacity_ = std::max<size_t>(kBlock, bytes + align);
-      blocks_.push_back(std::make_unique<std::byte[]>(capacity_));
-      start = 0;
-    }
-    used_ = start + bytes;
-    return blocks_.back().get() + start;
-  }
-  Dir* newDir(const char* name, size_t length) {
-    auto* d = new (allocate(sizeof(Dir) + length + 1, alignof(Dir))) Dir();
+  static Dir* make(const char* name, size_t length) {
+    auto* d = new (::operator new(sizeof(Dir) + length + 1)) Dir();
     auto* n = reinterpret_cast<char*>(d + 1);
     std::memcpy(n, name, length);
     n[length] = 0;
     d->nameLength = static_cast<uint16_t>(length);
     return d;
   }
+  static void destroy(Dir* d) {
+    delete[] d->children;
+    d->~Dir();
+    ::operator delete(d);
+  }
+};
 
- private:
-  static constexpr size_t kBlock = 64 * 1024;
-  std::mutex mutex_;
-  std::vector<std::unique_ptr<std::byte[]>> blocks_;
-  size_t used_ = 0;
-  size_t capacity_ = 0;
+// The rows of one top-level folder, made bottom-up as its folders complete, on whichever worker
+// completes them; handed over whole when the top-level folder completes.
+struct FolderWalk::Branch {
+  std::mutex mutex;
+  ReportTree tree;
+  std::vector<uint32_t> kids;
 };
 
 struct FolderWalk::Worker {
@@ -297,8 +288,7 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   checkMounts_ = mountsBelow(folder);
 
   Worker& first = *workers_[0];
-  rootArena_ = std::make_unique<Arena>();
-  root_ = rootArena_->newDir("", 0);
+  root_ = Dir::make("", 0);
   root_->mountId = checkMounts_ ? mountIdOf(rootFd_) : 0;
   // A statx of an open folder fails only for want of memory; with no mount to compare, every
   // subfolder would pass for a junction.
@@ -348,9 +338,9 @@ WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& 
   {
     std::lock_guard lock(lifeMutex_);
     workers_.clear();
-    for (uint32_t i = 0; i < root_->childCount; ++i) delete root_->children[i]->arena;
+    for (uint32_t i = 0; i < root_->childCount; ++i) Dir::destroy(root_->children[i]);
+    Dir::destroy(root_);
     root_ = nullptr;
-    rootArena_.reset();  // frees every record left
   }
   sink_ = nullptr;
   return outcome_;
@@ -485,30 +475,26 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     if (read.end == DirReader::End::Failed) fail(d, {}, WalkFailure::Kind::ReadError, read.error);
   }
 
-  // Make the children. Jobs go on the stack; junctions are finished on the spot. The folders
-  // right below the walked one live in its arena and each opens an arena of its own.
+  // Make the children. Jobs go on the stack; junctions are finished on the spot. Each folder
+  // right below the walked one opens a branch for the rows below it.
   const auto count = static_cast<uint32_t>(w.subdirs.size());
   d->childCount = count;
   w.jobs.clear();
-  Arena& arena = d == root_ ? *rootArena_ : *d->arena;
-  {
-    auto lock = arena.hold();
-    if (count) d->children = static_cast<Dir**>(arena.allocate(sizeof(Dir*) * count, alignof(Dir*)));
-    for (uint32_t i = 0; i < count; ++i) {
-      const char* nm = w.names.data() + w.subdirs[i].first;
-      Dir* c = arena.newDir(nm, std::strlen(nm));
-      c->parent = d;
-      c->mountId = d->mountId;
-      c->position = i;
-      c->level = d->level + 1;
-      c->junction = w.subdirs[i].second;
-      c->arena = d->arena;
-      d->children[i] = c;
-      if (!c->junction) w.jobs.push_back(c);
-    }
+  if (count) d->children = new Dir*[count];
+  for (uint32_t i = 0; i < count; ++i) {
+    const char* nm = w.names.data() + w.subdirs[i].first;
+    Dir* c = Dir::make(nm, std::strlen(nm));
+    c->parent = d;
+    c->mountId = d->mountId;
+    c->position = i;
+    c->level = d->level + 1;
+    c->junction = w.subdirs[i].second;
+    c->branch = d->branch;
+    d->children[i] = c;
+    if (!c->junction) w.jobs.push_back(c);
   }
   if (d == root_)
-    for (Dir* c : w.jobs) c->arena = new Arena();
+    for (Dir* c : w.jobs) c->branch = new Branch();
   const auto jobs = static_cast<uint32_t>(w.jobs.size());
   // The descriptor stays open for the subfolders while the budget allows.
   bool keep = jobs > 0;
@@ -567,13 +553,8 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       queue_->finished.notify_all();
       return;
     }
-    if (d->level == 1) {
-      handOver(d);
-      // Nothing below this folder is looked at again: its records can go.
-      std::lock_guard lock(lifeMutex_);
-      delete d->arena;
-      d->arena = nullptr;
-    }
+    settle(d);
+    if (d->level == 1) handOver(d);
     Dir* p = d->parent;
     if (p->pending.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
     d = p;
@@ -581,52 +562,57 @@ void FolderWalk::complete(Worker& w, Dir* d) {
   (void)w;
 }
 
-// Builds the finished subtree of a direct child of the walked folder into a private tree and
-// hands it over.
-void FolderWalk::handOver(Dir* top) {
-  if (top->omitted) return;
-  ReportTree branch;
+// Makes the row of a complete folder below the walked one, with its children's rows (made when
+// they completed) and its files row, and lets the children's records go.
+void FolderWalk::settle(Dir* d) {
   const uint16_t fade = options_.folderColorFade ? ReportTree::Faded : 0;
-  auto fill = [&](uint32_t node, const Dir* d) {
-    if (d->junction) {
-      branch.setFlag(node, ReportTree::Junction, true);
-      branch.setFolders(node, 0);
-      return;
-    }
-    branch.Report_SetNodeSizeAndFilecount(node, d->size, d->files);
-    branch.setFolders(node, static_cast<int32_t>(d->folders));
-  };
-  const uint32_t topNode = branch.addChild(
-      kSuperRoot, top->nameView(), ReportTree::IsFolder | fade);
-  fill(topNode, top);
-  std::vector<std::pair<const Dir*, uint32_t>> stack{{top, topNode}};
-  while (!stack.empty()) {
-    const auto [d, node] = stack.back();
-    stack.pop_back();
-    uint32_t rows = 0;
+  if (!d->omitted) {
+    Branch& b = *d->branch;
+    std::lock_guard lock(b.mutex);
+    ReportTree& t = b.tree;
+    b.kids.clear();
     for (uint32_t i = 0; i < d->childCount; ++i) {
       const Dir* c = d->children[i];
       if (c->omitted) continue;
-      const uint32_t child =
-          branch.addChild(node, c->nameView(), ReportTree::IsFolder | fade);
-      fill(child, c);
-      ++rows;
-      if (c->childCount) stack.emplace_back(c, child);
+      uint32_t row = c->node;
+      if (c->junction) {
+        row = t.addDetached(c->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, d->level);
+        t.setFolders(row, 0);
+      }
+      b.kids.push_back(row);
     }
-    if (!d->interrupted && d->ownBytes > 0 && rows > 0) {
-      const uint32_t files = branch.addChild(node, options_.filesLabel, 0);
-      branch.Report_SetNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
+    if (!d->interrupted && d->ownBytes > 0 && !b.kids.empty()) {
+      const uint32_t files = t.addDetached(options_.filesLabel, 0, d->level);
+      t.Report_SetNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
+      b.kids.push_back(files);
     }
-    branch.Report_ChangePercentValue(node);
+    d->node = t.addDetached(d->nameView(), ReportTree::IsFolder | fade, d->level - 1);
+    t.Report_SetNodeSizeAndFilecount(d->node, d->size, d->files);
+    t.setFolders(d->node, static_cast<int32_t>(d->folders));
+    t.setChildren(d->node, b.kids.data(), b.kids.size());
+    t.Report_ChangePercentValue(d->node);
   }
-  // The branch holds all that is needed from here on: the records go before it is handed over,
-  // so the two are never in memory together for long.
-  if (top->arena) {
-    std::lock_guard lock(lifeMutex_);
-    delete top->arena;
-    top->arena = nullptr;
+  if (d->childCount == 0) return;
+  std::lock_guard lock(lifeMutex_);  // currentFolder() may be reading a path through them
+  for (uint32_t i = 0; i < d->childCount; ++i) Dir::destroy(d->children[i]);
+  delete[] d->children;
+  d->children = nullptr;
+  d->childCount = 0;
+}
+
+// Hands the finished branch of a direct child of the walked folder over.
+void FolderWalk::handOver(Dir* top) {
+  std::unique_ptr<Branch> branch(top->branch);
+  top->branch = nullptr;
+  if (top->omitted) return;
+  if (!branch) {  // a junction right below the walked folder
+    branch = std::make_unique<Branch>();
+    const uint16_t fade = options_.folderColorFade ? ReportTree::Faded : 0;
+    top->node = branch->tree.addDetached(top->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, 0);
+    branch->tree.setFolders(top->node, 0);
   }
-  sink_->branchDone(top->position, std::move(branch));
+  branch->tree.setChildren(kSuperRoot, &top->node, 1);
+  sink_->branchDone(top->position, std::move(branch->tree));
 }
 
 WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,

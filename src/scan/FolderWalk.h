@@ -32,6 +32,13 @@
 // sink (no globals): an owner may leave a walk blocked in the kernel to finish on its own later,
 // keeping the walk, the sink and the stop word alive.
 //
+// The export's walk (json/JsonExport.cpp) reads folders with the same DirReader but keeps a pool
+// of its own. Its workers only read ahead of one writer that takes folders in output order, a
+// bounded number of folders ahead, and the writer reads a folder itself when it gets there
+// first; this walk's workers take any folder and complete sums bottom-up. One pool for both would
+// need a scheduler that knows both orders, and neither walk would get faster: each pool lives
+// only as long as its walk, and the two never run in one process at once.
+//
 // Threads: Report_ScanFolders() may be called from any thread; WalkSink and FileFeed are called from workers.
 // currentFolder() may be called from any thread while a walk is under way.
 
@@ -142,7 +149,7 @@ class FolderWalk {
  private:
   struct Dir;
   struct Worker;
-  class Arena;
+  struct Branch;
 
   void workerLoop(Worker& w);
   void process(Worker& w, Dir* d);
@@ -154,6 +161,7 @@ class FolderWalk {
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);
+  void settle(Dir* d);
   void handOver(Dir* d);
   std::string pathOf(const Dir* d) const;
   void push(Dir* const* dirs, size_t count);
@@ -179,7 +187,6 @@ class FolderWalk {
   mutable std::mutex lifeMutex_;  // guards the workers' records against currentFolder()
   std::vector<std::unique_ptr<Worker>> workers_;
   Dir* root_ = nullptr;
-  std::unique_ptr<Arena> rootArena_;
   WalkOutcome outcome_;
 };
 

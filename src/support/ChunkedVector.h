@@ -2,6 +2,7 @@
 // A growing array in fixed blocks: elements never move, and growing never copies what is there,
 // so a large array needs no transient double of itself.
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <vector>
@@ -27,6 +28,21 @@ class ChunkedVector {
     return slot;
   }
   void push_back(T value) { emplace_back(std::move(value)); }
+
+  // Appends `count` (at most kBlock) elements that lie side by side in one block, padding the
+  // rest of the last block with `filler` when they would not fit there. Returns the first index.
+  size_t appendRun(const T* values, size_t count, const T& filler) {
+    if (count > 0 && (size_ & (kBlock - 1)) + count > kBlock) padToBlock(filler);
+    const size_t first = size_;
+    if ((size_ & (kBlock - 1)) == 0 && (size_ >> BlockBits) == blocks_.size() && count > 0)
+      blocks_.push_back(std::make_unique_for_overwrite<T[]>(kBlock));
+    if (count == 0) return first;
+    std::copy(values, values + count, &(*this)[first]);
+    size_ += count;
+    return first;
+  }
+  const T* data(size_t i) const { return &(*this)[i]; }
+  T* data(size_t i) { return &(*this)[i]; }
 
   // Appends fillers until the size is a whole number of blocks.
   void padToBlock(const T& filler) {

@@ -241,8 +241,10 @@ void ReportPane::expandToLevel(int level) {
 }
 
 void ReportPane::syncExpandedFlags() {
-  for (uint32_t n : tree_.preorder())
-    tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
+  tree_.forEachPreorder(kSuperRoot, [this](uint32_t n) {
+    if (n != kSuperRoot) tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
+    return true;
+  });
 }
 
 void ReportPane::expandSubfolders(bool expand) {
@@ -254,13 +256,10 @@ void ReportPane::expandSubfolders(bool expand) {
     if (depth >= 0) view_->expandRecursively(i, depth);
     if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) reportUnexpandable();
   } else {
-    std::vector<QModelIndex> stack{i};
-    while (!stack.empty()) {
-      const QModelIndex n = stack.back();
-      stack.pop_back();
-      view_->collapse(n);
-      for (int r = 0; r < model_->rowCount(n); ++r) stack.push_back(model_->index(r, 0, n));
-    }
+    tree_.forEachPreorder(model_->nodeOf(i), [this](uint32_t n) {
+      view_->collapse(model_->indexOf(n));
+      return true;
+    });
     Q_EMIT statusText(TL(3525, "OK."));
   }
   syncExpandedFlags();

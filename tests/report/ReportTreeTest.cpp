@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+
 #include "report/ReportCommands.h"
 #include "report/ReportTree.h"
 
@@ -82,7 +85,7 @@ TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
   t.attachBranch(a, 0, branch("x", {{"y", 1}}));
   t.attachBranch(b, 0, branch("z", {}));
   t.removeSubtree(a);
-  EXPECT_EQ(t.roots(), std::vector<uint32_t>{b});
+  EXPECT_EQ(t.roots().toVector(), std::vector<uint32_t>{b});
   EXPECT_EQ(t.node(b).row, 0u);
   EXPECT_EQ(t.liveCount(), 2u);
   EXPECT_EQ(t.deepestLevel(), 2u);  // the depth ever made, until the tree is empty
@@ -147,6 +150,89 @@ TEST(ReportTree, TextsCanBeRenamedLongerAndShorter) {
   EXPECT_EQ(t.text(b), "def");
   t.setText(a, "z");
   EXPECT_EQ(t.text(a), "z");
+  // Names of 255 bytes and more are kept apart; they move with a branch, small or taken over.
+  const std::string longName(300, 'x');
+  t.setText(b, longName);
+  EXPECT_EQ(t.text(b), longName);
+  t.setText(b, "short again");
+  EXPECT_EQ(t.text(b), "short again");
+  for (const int size : {1, 5000}) {
+    std::vector<std::pair<std::string, int64_t>> kids(static_cast<size_t>(size), {"k", 1});
+    kids.back().first = longName + std::to_string(size);
+    const uint32_t top = t.attachBranch(r, 0, branch(longName, kids));
+    EXPECT_EQ(t.text(top), longName);
+    EXPECT_EQ(t.text(t.children(top).back()), longName + std::to_string(size));
+    EXPECT_EQ(t.text(t.children(top).front()), size == 1 ? longName + "1" : "k");
+  }
+}
+
+// Children of many parents share one pool: runs that grow, move, shrink and come in with
+// branches must keep every list and row right, against a plain model of the same edits.
+TEST(ReportTree, ChildListsStayRightThroughInterleavedEditsAndStaySmall) {
+  ReportTree t;
+  std::vector<uint32_t> parents{t.addRoot("/a"), t.addRoot("/b")};
+  std::map<uint32_t, std::vector<std::string>> model;
+  std::mt19937 random(7);
+  for (int step = 0; step < 3000; ++step) {
+    const uint32_t p = parents[random() % parents.size()];
+    auto& kids = model[p];
+    const unsigned what = random() % 10;
+    if (what < 6 || kids.empty()) {
+      const std::string name = "n" + std::to_string(step);
+      const uint32_t c = t.addChild(p, name, ReportTree::IsFolder);
+      kids.push_back(name);
+      if (what == 0) parents.push_back(c);
+    } else if (what < 8) {
+      const size_t at = random() % (kids.size() + 1);
+      const std::string name = "b" + std::to_string(step);
+      t.attachBranch(p, at, branch(name, {{"x", 1}}));
+      kids.insert(kids.begin() + static_cast<std::ptrdiff_t>(at), name);
+    } else {
+      const size_t at = random() % kids.size();
+      const uint32_t gone = t.children(p)[at];
+      t.removeSubtree(gone);
+      kids.erase(kids.begin() + static_cast<std::ptrdiff_t>(at));
+      std::erase_if(parents, [&](uint32_t x) {
+        if (t.isLive(x)) return false;
+        model.erase(x);
+        return true;
+      });
+    }
+  }
+  for (uint32_t p : parents) {
+    EXPECT_EQ(names(t, p), model[p]) << t.text(p);
+    for (size_t r = 0; r < t.children(p).size(); ++r) EXPECT_EQ(t.node(t.children(p)[r]).row, r);
+  }
+
+  // A folder costs its record, a slot in the pool and its name, with no allocation of its own.
+  ReportTree big;
+  const uint32_t root = big.addRoot("/big");
+  std::vector<uint32_t> level{root};
+  for (int i = 0; big.liveCount() < 100000; ++i) {
+    const uint32_t c = big.addChild(level[static_cast<size_t>(i) / 3], "dir" + std::to_string(i % 1000),
+                                    ReportTree::IsFolder);
+    level.push_back(c);
+  }
+  EXPECT_LT(big.memoryBytes() / big.liveCount(), sizeof(ReportTree::Node) + 16);
+}
+
+TEST(ReportTree, PreorderVisitsParentsFirstSkipsOnRequestAndTellsWhenLeft) {
+  ReportTree t;
+  const uint32_t r = t.addRoot("r");
+  const uint32_t a = t.addChild(r, "a", ReportTree::IsFolder);
+  t.addChild(a, "a1", ReportTree::IsFolder);
+  const uint32_t b = t.addChild(r, "b", ReportTree::IsFolder);
+  t.addChild(b, "b1", ReportTree::IsFolder);
+  t.addChild(r, "c", ReportTree::IsFolder);
+  std::string trace;
+  t.forEachPreorder(
+      kSuperRoot,
+      [&](uint32_t n) {
+        trace += n == kSuperRoot ? std::string("*") : "+" + std::string(t.text(n));
+        return n != b;
+      },
+      [&](uint32_t n) { trace += n == kSuperRoot ? std::string("-*") : "-" + std::string(t.text(n)); });
+  EXPECT_EQ(trace, "*+r+a+a1-a1-a+b+c-c-r-*");
 }
 
 }  // namespace
