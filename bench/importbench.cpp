@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     const ImportResult r = importJson(fds[0], tree);
     uint32_t bottom = r.root;
     while (r.ok && !tree.children(bottom).empty()) bottom = tree.children(bottom).front();
-    const size_t pathLength = r.ok ? tree.Report_GetFullpathOfNode(bottom).size() : 0;
+    const size_t pathLength = r.ok ? tree.fullPath(bottom).size() : 0;
     const double ms = static_cast<double>(t.nsecsElapsed()) / 1e6;
     writer.join();
     ::close(fds[0]);

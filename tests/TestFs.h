@@ -115,12 +115,12 @@ inline void expectConsistent(const ReportTree& t, bool complete) {
         pseudo = true;
     }
     // The path is made only for a message: deep trees would pay for it on every node.
-    EXPECT_EQ(t.node(n).folders, folders) << t.Report_GetFullpathOfNode(n);
+    EXPECT_EQ(t.node(n).folders, folders) << t.fullPath(n);
     if (pseudo || complete)
-      EXPECT_EQ(t.node(n).size, size) << t.Report_GetFullpathOfNode(n);
+      EXPECT_EQ(t.node(n).size, size) << t.fullPath(n);
     else
-      EXPECT_LE(size, t.node(n).size) << t.Report_GetFullpathOfNode(n);
-    EXPECT_LE(files, t.node(n).files) << t.Report_GetFullpathOfNode(n);
+      EXPECT_LE(size, t.node(n).size) << t.fullPath(n);
+    EXPECT_LE(files, t.node(n).files) << t.fullPath(n);
   }
 }
 

@@ -429,11 +429,11 @@ class Builder {
       return fail(TL(4040, "Überlauf der Summe"));
     if (d.ownBytes > 0 && d.rows > 0) {
       const uint32_t row = tree_.addChild(d.node, o_.filesLabel, 0);
-      tree_.Report_SetNodeSizeAndFilecount(row, d.ownBytes, d.ownFiles);
+      tree_.setSizeAndFiles(row, d.ownBytes, d.ownFiles);
     }
-    tree_.Report_SetNodeSizeAndFilecount(d.node, size, files);
+    tree_.setSizeAndFiles(d.node, size, files);
     tree_.setFolders(d.node, static_cast<int32_t>(d.folders));
-    tree_.Report_ChangePercentValue(d.node);
+    tree_.updatePercent(d.node);
     if (o_.files) {
       o_.files->addFolder(d.node, pending_.data() + d.filesMark, pending_.size() - d.filesMark, pendingNames_);
       pending_.resize(d.filesMark);
@@ -536,7 +536,7 @@ ImportResult importJson(int fd, ReportTree& tree, const ImportOptions& options) 
   result.size = builder.rootSums().size;
   result.files = builder.rootSums().files;
   result.folders = builder.rootSums().folders;
-  tree.Report_Sort();
+  tree.sortAll();
   return result;
 }
 

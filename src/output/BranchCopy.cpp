@@ -41,7 +41,7 @@ uint32_t BranchCopy::copyNode(uint32_t source, uint32_t targetParent) {
   const uint16_t flags = n.flags & ~ReportTree::Dead;
   const uint32_t t = targetParent == kSuperRoot ? copy_.addRoot(source_.text(source))
                                                 : copy_.addChild(targetParent, source_.text(source), flags);
-  copy_.Report_SetNodeSizeAndFilecount(t, n.size, n.files);
+  copy_.setSizeAndFiles(t, n.size, n.files);
   copy_.setFolders(t, n.folders);
   copy_.setPercent(t, n.percent);
   // A top row is made as a root; it takes the flags of the row it copies.

@@ -2,7 +2,7 @@
 
 namespace ql {
 
-void Report_SortByColumnTitle(ReportTree& tree, int column) {
+void sortByColumnTitle(ReportTree& tree, int column) {
   SortField field = SortField::Text;
   int kind = 0;
   switch (column) {
@@ -16,7 +16,7 @@ void Report_SortByColumnTitle(ReportTree& tree, int column) {
     SortDefinition& def = tree.sorter(level);
     def = SortDefinition{field, def.direction == 1 ? 0 : 1, kind};
   }
-  tree.Report_Sort();
+  tree.sortAll();
 }
 
 }  // namespace ql

@@ -9,6 +9,6 @@ namespace ql {
 // Each level's direction turns over on its own; the key follows the title's place by the
 // program's long-standing map: name by text, size by size, percent by files, files by
 // folders, folders by text in plain byte order.
-void Report_SortByColumnTitle(ReportTree& tree, int column);
+void sortByColumnTitle(ReportTree& tree, int column);
 
 }  // namespace ql

@@ -25,7 +25,7 @@ bool adjustUp(ReportTree& tree, uint32_t from, const SumChange& change) {
     sums.push_back(s);
   }
   for (const NewSums& s : sums) {
-    tree.Report_SetNodeSizeAndFilecount(s.node, s.size, s.files);
+    tree.setSizeAndFiles(s.node, s.size, s.files);
     if (change.folders != 0 && tree.hasFlag(s.node, ReportTree::HasFolders))
       tree.setFolders(s.node, static_cast<int32_t>(s.folders));
   }
@@ -52,7 +52,7 @@ uint32_t filesRowOf(const ReportTree& tree, uint32_t folder) {
 }
 
 void refreshPercentsUp(ReportTree& tree, uint32_t node) {
-  for (uint32_t n = node; n != kSuperRoot && n != kNoNode; n = tree.parent(n)) tree.Report_ChangePercentValue(n);
+  for (uint32_t n = node; n != kSuperRoot && n != kNoNode; n = tree.parent(n)) tree.updatePercent(n);
 }
 
 }  // namespace ql

@@ -252,7 +252,7 @@ std::vector<uint32_t> ReportTree::preorder() const {
   return out;
 }
 
-std::string ReportTree::Report_GetFullpathOfNode(uint32_t node, bool withSlash, bool parentOnly) const {
+std::string ReportTree::fullPath(uint32_t node, bool withSlash, bool parentOnly) const {
   std::vector<std::string_view> parts;
   if (!parentOnly) parts.push_back(text(node));
   for (uint32_t p = nodes_[node].parent; p != kSuperRoot && p != kNoNode; p = nodes_[p].parent)
@@ -288,7 +288,7 @@ void ReportTree::setFlag(uint32_t i, Flag f, bool on) {
     observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
 }
 
-void ReportTree::Report_SetNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files) {
+void ReportTree::setSizeAndFiles(uint32_t i, int64_t size, int64_t files) {
   nodes_[i].size = size;
   nodes_[i].files = files;
   if (observer_)
@@ -311,7 +311,7 @@ void ReportTree::setPercent(uint32_t i, double percent) {
                              static_cast<int>(nodes_[i].row));
 }
 
-void ReportTree::Report_ChangePercentValue(uint32_t node) {
+void ReportTree::updatePercent(uint32_t node) {
   const ChildList kids = children(node);
   if (kids.empty()) return;
   const int64_t total = nodes_[node].size;
@@ -327,7 +327,7 @@ SortDefinition& ReportTree::sorter(uint32_t level) {
   return sorters_[level];
 }
 
-void ReportTree::Report_Sort() {
+void ReportTree::sortAll() {
   if (observer_) observer_->beginReorder();
   for (uint32_t p = 0; p < nodes_.size(); ++p) {
     const Node& parent = nodes_[p];

@@ -171,21 +171,21 @@ class ReportTree {
   }
 
   // The path of a node: the texts from its root down, joined with "/".
-  std::string Report_GetFullpathOfNode(uint32_t node, bool addSlash = false, bool parentOnly = false) const;
+  std::string fullPath(uint32_t node, bool addSlash = false, bool parentOnly = false) const;
 
   // --- values ---
   void setText(uint32_t i, std::string_view text);
   void setFlag(uint32_t i, Flag f, bool on);
-  void Report_SetNodeSizeAndFilecount(uint32_t i, int64_t size, int64_t files);
+  void setSizeAndFiles(uint32_t i, int64_t size, int64_t files);
   void setFolders(uint32_t i, int32_t folders);
   void setPercent(uint32_t i, double percent);
   // Gives each direct child of `node` its share of `node`'s size.
-  void Report_ChangePercentValue(uint32_t node);
+  void updatePercent(uint32_t node);
 
   // --- sorting ---
   SortDefinition& sorter(uint32_t level);
   // Sorts the children of every node by the definition of their level (stable).
-  void Report_Sort();
+  void sortAll();
 
   // Rough bytes held, for the benchmark.
   size_t memoryBytes() const;

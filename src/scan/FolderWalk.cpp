@@ -244,7 +244,7 @@ FolderWalk::Dir* FolderWalk::pop() {
   return d;
 }
 
-WalkOutcome FolderWalk::Report_ScanFolders(const std::string& folder, WalkSink& sink) {
+WalkOutcome FolderWalk::scanFolder(const std::string& folder, WalkSink& sink) {
   sink_ = &sink;
   rootPath_ = folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
   outcome_ = WalkOutcome{};
@@ -583,14 +583,14 @@ void FolderWalk::settle(Dir* d) {
     }
     if (!d->interrupted && d->ownBytes > 0 && !b.kids.empty()) {
       const uint32_t files = t.addDetached(options_.filesLabel, 0, d->level);
-      t.Report_SetNodeSizeAndFilecount(files, d->ownBytes, d->ownFiles);
+      t.setSizeAndFiles(files, d->ownBytes, d->ownFiles);
       b.kids.push_back(files);
     }
     d->node = t.addDetached(d->nameView(), ReportTree::IsFolder | fade, d->level - 1);
-    t.Report_SetNodeSizeAndFilecount(d->node, d->size, d->files);
+    t.setSizeAndFiles(d->node, d->size, d->files);
     t.setFolders(d->node, static_cast<int32_t>(d->folders));
     t.setChildren(d->node, b.kids.data(), b.kids.size());
-    t.Report_ChangePercentValue(d->node);
+    t.updatePercent(d->node);
   }
   if (d->childCount == 0) return;
   std::lock_guard lock(lifeMutex_);  // currentFolder() may be reading a path through them
@@ -615,7 +615,7 @@ void FolderWalk::handOver(Dir* top) {
   sink_->branchDone(top->position, std::move(branch->tree));
 }
 
-WalkOutcome FolderWalk::Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
                                              WalkSink* sink) {
   WalkOutcome out;
   auto report = [&](const char* name, WalkFailure::Kind kind, int error) {

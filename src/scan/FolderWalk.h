@@ -2,12 +2,12 @@
 // The walk that measures one folder and everything below it.
 //
 // Protocol with the owner of the report tree:
-//  - Report_ScanFolders() reads the folder on a pool of worker threads and blocks until all are done.
+//  - scanFolder() reads the folder on a pool of worker threads and blocks until all are done.
 //  - Each direct subfolder of the walked folder, once its whole subtree is finished (or cut by
 //    a stop), is built into a private one-root ReportTree on the worker that finished it and
 //    handed to WalkSink::branchDone together with its place in the folder's listing. The owner
 //    puts it there; the final tree is the same for any thread count.
-//  - Report_ScanFolders() returns the walked folder's own sums and what the owner needs to finish it (its own
+//  - scanFolder() returns the walked folder's own sums and what the owner needs to finish it (its own
 //    files, whether it was interrupted).
 //  - Files are offered to a FileFeed when there is one; without one nothing is built for them.
 //
@@ -28,7 +28,7 @@
 // thread to be had the walk reads on the calling thread. The walk keeps at most as many folders
 // open as RLIMIT_NOFILE leaves it. Paths may be of any length.
 //
-// Report_ScanFolders() touches only its arguments, the stop word, the walk's own members and the
+// scanFolder() touches only its arguments, the stop word, the walk's own members and the
 // sink (no globals): an owner may leave a walk blocked in the kernel to finish on its own later,
 // keeping the walk, the sink and the stop word alive.
 //
@@ -39,7 +39,7 @@
 // need a scheduler that knows both orders, and neither walk would get faster: each pool lives
 // only as long as its walk, and the two never run in one process at once.
 //
-// Threads: Report_ScanFolders() may be called from any thread; WalkSink and FileFeed are called from workers.
+// Threads: scanFolder() may be called from any thread; WalkSink and FileFeed are called from workers.
 // currentFolder() may be called from any thread while a walk is under way.
 
 #include <atomic>
@@ -132,11 +132,11 @@ class FolderWalk {
   FolderWalk(const FolderWalk&) = delete;
   FolderWalk& operator=(const FolderWalk&) = delete;
 
-  WalkOutcome Report_ScanFolders(const std::string& folder, WalkSink& sink);
+  WalkOutcome scanFolder(const std::string& folder, WalkSink& sink);
 
   // Only the files directly in the folder; subfolders and links to folders are passed over.
   // Failures go to the sink when there is one.
-  static WalkOutcome Report_ScanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+  static WalkOutcome scanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
                                           WalkSink* sink = nullptr);
 
   // A folder being read at this moment, "" when none.

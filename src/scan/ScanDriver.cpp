@@ -116,8 +116,8 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
     // Beside a window the walk gives way: its workers inherit this, and the user-interface
     // thread gets the cores whenever it has something to do.
     if (yieldToOwner) ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
-    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::Report_ScanFilesOnly(path, *stop)
-                                                         : run->walk->Report_ScanFolders(path, *run);
+    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::scanFilesOnly(path, *stop)
+                                                         : run->walk->scanFolder(path, *run);
     std::lock_guard lock(run->mutex);
     run->outcome = outcome;
     run->done = true;
@@ -217,17 +217,17 @@ void ScanDriver::finishWalk(const WalkOutcome& outcome) {
   drain();
   const uint32_t node = node_;
   if (job_ == Job::Source && !outcome.readable && outcome.openError != 0 && outcome.openError != ENOENT)
-    Q_EMIT sourceRefused(decode(tree_.Report_GetFullpathOfNode(node)),
+    Q_EMIT sourceRefused(decode(tree_.fullPath(node)),
                          QString::fromStdString(systemErrorText(outcome.openError)));
   // The folder's own files get a row of their own when it also has subfolder rows.
   if (!outcome.interrupted && outcome.ownBytes > 0 && !tree_.children(node).empty()) {
     const uint32_t files = tree_.addChild(node, TL(3514, "Dateien").toStdString(), 0);
-    tree_.Report_SetNodeSizeAndFilecount(files, outcome.ownBytes, outcome.ownFiles);
+    tree_.setSizeAndFiles(files, outcome.ownBytes, outcome.ownFiles);
   }
   total_ = outcome.total;
-  tree_.Report_SetNodeSizeAndFilecount(node, total_.size, total_.files);
+  tree_.setSizeAndFiles(node, total_.size, total_.files);
   tree_.setFolders(node, static_cast<int32_t>(std::min<int64_t>(total_.folders, INT32_MAX)));
-  tree_.Report_ChangePercentValue(node);
+  tree_.updatePercent(node);
   node_ = kNoNode;
   run_.reset();
   if (job_ == Job::Source) Q_EMIT sourceFinished(node);
@@ -362,7 +362,7 @@ void ScanDriver::finishAll() {
   // The walk's records and branches are gone; give their memory back rather than keep it
   // for the next walk.
   ::malloc_trim(0);
-  tree_.Report_Sort();
+  tree_.sortAll();
   stopWord_ = 0;
   busy_ = false;
   Q_EMIT finished();
@@ -385,13 +385,13 @@ void ScanDriver::resetAfterFailure() {
   busy_ = false;
 }
 
-bool ScanDriver::Report_Rescan(uint32_t node, bool full, bool wait) {
+bool ScanDriver::rescan(uint32_t node, bool full, bool wait) {
   if (busy_ || !tree_.isLive(node)) return false;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
   if (tree_.hasFlag(node, ReportTree::Junction)) return false;  // a link or a mount is never entered
   const auto& n = tree_.node(node);
   rescan_ = Rescan{full, node, n.size, n.files, n.folders};
-  const std::string path = addSlash(tree_.Report_GetFullpathOfNode(node));
+  const std::string path = addSlash(tree_.fullPath(node));
   busy_ = true;
   async_ = !wait;
   try {
@@ -433,16 +433,16 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
     run_.reset();
     if (!outcome.interrupted && outcome.ownBytes > 0 && outcome.ownFiles > 0) {
       const uint32_t files = tree_.addChild(r.node, TL(3514, "Dateien").toStdString(), 0);
-      tree_.Report_SetNodeSizeAndFilecount(files, outcome.ownBytes, outcome.ownFiles);
+      tree_.setSizeAndFiles(files, outcome.ownBytes, outcome.ownFiles);
       added = adjustUp(tree_, r.node, SumChange{outcome.ownBytes, outcome.ownFiles, 0});
     }
   }
   if (!added)
     FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, TL(4040, "Überlauf der Summe"),
-                  {decode(tree_.Report_GetFullpathOfNode(r.node))});
+                  {decode(tree_.fullPath(r.node))});
   refreshPercentsUp(tree_, r.node);
   ticker_.stop();
-  tree_.Report_Sort();
+  tree_.sortAll();
   busy_ = false;
   stopWord_ = 0;
   Q_EMIT rescanFinished(r.node);
@@ -455,7 +455,7 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
   }
 }
 
-void ScanDriver::Report_RemoveFolders(uint32_t node) {
+void ScanDriver::removeSource(uint32_t node) {
   if (busy_ || !tree_.isLive(node)) return;
   while (!tree_.isRoot(node)) node = tree_.parent(node);
   tree_.removeSubtree(node);

@@ -62,11 +62,11 @@ class ScanDriver : public QObject {
   // its subfolder rows stay. A files row stands for its folder; a junction is never entered.
   // Returns false when there is nothing to do; otherwise rescanFinished() follows (at once when
   // `wait`). Sources queued meanwhile are read afterwards.
-  bool Report_Rescan(uint32_t node, bool full, bool wait = false);
+  bool rescan(uint32_t node, bool full, bool wait = false);
   // Ends the reading at the next entry: the program's stop word, and the running walk's own.
   void stop();
   // Takes the whole source of a node out of the report.
-  void Report_RemoveFolders(uint32_t node);
+  void removeSource(uint32_t node);
   // Takes every source out of the report; nothing the driver keeps points into it afterwards.
   void clearAll();
 

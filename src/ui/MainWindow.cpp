@@ -171,7 +171,7 @@ void MainWindow::wireSession() {
             // The source read last is the one the user looks at next.
             if (node != kNoNode) report_->selectNode(node);
             if (node != kNoNode && walked)
-              drives_->selectDrive(session_->tree().Report_GetFullpathOfNode(node));
+              drives_->selectDrive(session_->tree().fullPath(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
           }));

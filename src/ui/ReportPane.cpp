@@ -40,7 +40,7 @@ std::string encode(const QString& text) { return QFile::encodeName(text).toStdSt
 FoundPath foundOf(const ReportTree& tree, uint32_t node) {
   uint32_t root = node;
   while (!tree.isRoot(root)) root = tree.parent(root);
-  return foundBelow(std::string(tree.text(root)), tree.Report_GetFullpathOfNode(node));
+  return foundBelow(std::string(tree.text(root)), tree.fullPath(node));
 }
 }  // namespace
 
@@ -162,7 +162,7 @@ void ReportPane::cbrReport_Execute(int id) {
         return;  // the scan says when it is done
       case Save: saveToFile(); break;
       case Print: printReport(); break;
-      case Remove: driver_.Report_RemoveFolders(selectedNode()); break;
+      case Remove: driver_.removeSource(selectedNode()); break;
       case RemoveAll: driver_.clearAll(); break;
       case cmd::report::Bytes:
       case Kilobytes:
@@ -284,7 +284,7 @@ QMenu* ReportPane::reportPopup() {
   })->setEnabled(!locked);
   if (tree_.isRoot(node))
     add(RemoveSource, TL(3649, "Quelle entfernen", {text}), "mnuRemoveSource",
-        [this] { driver_.Report_RemoveFolders(selectedNode()); });
+        [this] { driver_.removeSource(selectedNode()); });
   menu->addSeparator();
   add(ExpandBelow, TL(3713, "Alle Unterordner aufklappen"), "mnuExpandSub", [this] { expandSubfolders(true); });
   add(CollapseBelow, TL(3712, "Alle Unterordner zuklappen"), "mnuCollapseSub",
@@ -300,7 +300,7 @@ QMenu* ReportPane::reportPopup() {
         [this] { deleteFolder(true); })->setEnabled(!locked);
     menu->addSeparator();
   }
-  const std::string path = tree_.Report_GetFullpathOfNode(node);
+  const std::string path = tree_.fullPath(node);
   add(Open, TL(4048, "Öffnen"), "mnuOpen", [path] { openFolder(path); });
   add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager",
       [path] { showInFileManager({path}); });
@@ -313,7 +313,7 @@ QMenu* ReportPane::reportPopup() {
 void ReportPane::deleteFolder(bool toTrash) {
   const uint32_t node = selectedNode();
   if (node == kNoNode || tree_.isRoot(node) || !tree_.isFolder(node) || driver_.busy() || locked(node)) return;
-  const std::string path = tree_.Report_GetFullpathOfNode(node);
+  const std::string path = tree_.fullPath(node);
   const FoundPath found = foundOf(tree_, node);
   const uint64_t generation = tree_.generation();
   FolderDeleteResult result;
@@ -477,7 +477,7 @@ void ReportPane::storeOptions(MainOptions& o) const {
 
 void ReportPane::onColumnTitleClick(int section) {
   if (tree_.empty() || !view_->isEnabled()) return;
-  Report_SortByColumnTitle(tree_, section + 1);
+  sortByColumnTitle(tree_, section + 1);
   view_->setCurrentIndex(model_->index(0, 0));
   view_->scrollToTop();
 }
@@ -530,7 +530,7 @@ void ReportPane::onCurrentChanged(const QModelIndex& current) {
   uint32_t node = model_->nodeOf(current);
   if (!tree_.isLive(node)) return;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  Q_EMIT statusText(decode(tree_.Report_GetFullpathOfNode(node)));
+  Q_EMIT statusText(decode(tree_.fullPath(node)));
   Q_EMIT currentFolderChanged(node);
 }
 

@@ -82,14 +82,14 @@ void ScanSession::wireDriver() {
 
 void ScanSession::endLargestFiles(uint32_t node) {
   if (largest_.end)
-    largest_.end(tree_.isLive(node) ? tree_.Report_GetFullpathOfNode(node) : std::string(),
+    largest_.end(tree_.isLive(node) ? tree_.fullPath(node) : std::string(),
                  sourceOf(tree_, node));
 }
 
 bool ScanSession::folderFiles(uint32_t node, FolderFiles& f) const {
   if (!tree_.isLive(node)) return false;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  f.path = tree_.Report_GetFullpathOfNode(node);
+  f.path = tree_.fullPath(node);
   f.source = sourceOf(tree_, node);
   // An imported folder shows the files the import holds, whether or not the folder is here.
   f.imported = imports_->filesOf(node, f.rows);
@@ -98,7 +98,7 @@ bool ScanSession::folderFiles(uint32_t node, FolderFiles& f) const {
 }
 
 bool ScanSession::locked(uint32_t node) const {
-  return imports_->isImported(node) && probePath(tree_.Report_GetFullpathOfNode(node)) != 0;
+  return imports_->isImported(node) && probePath(tree_.fullPath(node)) != 0;
 }
 
 void ScanSession::setBusy(bool busy) {
@@ -135,13 +135,13 @@ void ScanSession::start() {
 
 void ScanSession::rescan(uint32_t node, bool full) {
   setBusy(true);
-  if (!driver_->Report_Rescan(node, full)) setBusy(false);
+  if (!driver_->rescan(node, full)) setBusy(false);
 }
 
 void ScanSession::filesDeleted(uint32_t node, const std::vector<std::string>& folders) {
   if (driver_->busy() || node == kNoNode || !tree_.isLive(node)) return;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  if (folders.empty() || addSlash(tree_.Report_GetFullpathOfNode(node)) != folders.front()) return;
+  if (folders.empty() || addSlash(tree_.fullPath(node)) != folders.front()) return;
   rescan(node, false);
 }
 
@@ -200,7 +200,7 @@ void ScanSession::onImportFinished(uint32_t root, const QString& error) {
     Q_EMIT warning(
         TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
   } else {
-    if (largest_.end) largest_.end(tree_.Report_GetFullpathOfNode(root), std::string());
+    if (largest_.end) largest_.end(tree_.fullPath(root), std::string());
     Q_EMIT sourceStarted(root);
     Q_EMIT readDone(root, false);
   }

@@ -326,7 +326,7 @@ TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
   EXPECT_EQ(tree.node(bottom).level, static_cast<uint32_t>(kDepth));
   std::string path = "/r";
   for (int i = 0; i < kDepth; ++i) path += i % 2 ? "/d" : "/e";
-  EXPECT_TRUE(tree.Report_GetFullpathOfNode(bottom) == path);  // not printed when it fails
+  EXPECT_TRUE(tree.fullPath(bottom) == path);  // not printed when it fails
 
   // A name of a gigabyte is refused long before it is held.
   int fds[2];

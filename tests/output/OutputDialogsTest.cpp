@@ -37,7 +37,7 @@ struct Report {
   ReportModel m{t};
   uint32_t add(uint32_t parent, const char* name, int64_t size, uint16_t flags = ReportTree::IsFolder) {
     const uint32_t n = parent == kNoNode ? t.addRoot(name) : t.addChild(parent, name, flags);
-    t.Report_SetNodeSizeAndFilecount(n, size, 1);
+    t.setSizeAndFiles(n, size, 1);
     if (flags) t.setFolders(n, 1);
     return n;
   }

@@ -31,7 +31,7 @@ struct Sample {
   uint32_t add(uint32_t parent, const char* name, int64_t size, int64_t files, int folders,
                uint16_t flags = ReportTree::IsFolder) {
     const uint32_t n = parent == kNoNode ? t.addRoot(name) : t.addChild(parent, name, flags);
-    t.Report_SetNodeSizeAndFilecount(n, size, files);
+    t.setSizeAndFiles(n, size, files);
     t.setFolders(n, folders);
     return n;
   }
@@ -79,7 +79,7 @@ TEST(ReportWriter, CurrentViewFollowsWhatIsExpanded) {
 TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
   Sample s;
   const uint32_t big = s.t.addRoot("/big");
-  s.t.Report_SetNodeSizeAndFilecount(big, 123456789012LL, 1234567);
+  s.t.setSizeAndFiles(big, 123456789012LL, 1234567);
   s.t.setFolders(big, 12);
   ReportSaveOptions o = levels(L::Count, 0);
   // The headings are wider than the first source's numbers; the second source's size is wider

@@ -19,9 +19,9 @@ ReportTree branch(const std::string& name, int kids) {
   const uint32_t top = b.addChild(kSuperRoot, name, ReportTree::IsFolder | ReportTree::Faded);
   for (int i = 0; i < kids; ++i) {
     const uint32_t c = b.addChild(top, name + std::to_string(i), ReportTree::IsFolder);
-    b.Report_SetNodeSizeAndFilecount(c, 1000 * (i + 1), i);
+    b.setSizeAndFiles(c, 1000 * (i + 1), i);
   }
-  b.Report_SetNodeSizeAndFilecount(top, 1000 * kids, kids);
+  b.setSizeAndFiles(top, 1000 * kids, kids);
   return b;
 }
 
@@ -38,7 +38,7 @@ TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
   const QPersistentModelIndex b = model.index(1, 0, model.indexOf(root));
   EXPECT_EQ(b.data().toString(), "b");
   tree.sorter(1) = {SortField::Text, 1, 1};
-  tree.Report_Sort();
+  tree.sortAll();
   EXPECT_EQ(b.row(), 1);
   EXPECT_EQ(model.index(0, 0, model.indexOf(root)).data().toString(), "c");
   tree.removeSubtree(tree.children(root)[0]);
@@ -55,10 +55,10 @@ TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
   ReportModel model(tree);
   const uint32_t root = tree.addRoot("/d");
   const uint32_t files = tree.addChild(root, "Dateien", 0);
-  tree.Report_SetNodeSizeAndFilecount(files, 1536, 2);
-  tree.Report_SetNodeSizeAndFilecount(root, 1536, 2);
+  tree.setSizeAndFiles(files, 1536, 2);
+  tree.setSizeAndFiles(root, 1536, 2);
   tree.setFolders(root, 0);
-  tree.Report_ChangePercentValue(root);
+  tree.updatePercent(root);
   const QModelIndex f = model.indexOf(files);
   const auto cell = [&](const QModelIndex& i, int col) { return i.siblingAtColumn(col).data().toString(); };
   model.setSizeFormat(0, 1);

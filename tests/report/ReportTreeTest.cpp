@@ -18,10 +18,10 @@ ReportTree branch(const std::string& name, std::vector<std::pair<std::string, in
   int64_t total = 0;
   for (auto& [n, s] : kids) {
     const uint32_t c = b.addChild(top, n, ReportTree::IsFolder);
-    b.Report_SetNodeSizeAndFilecount(c, s, 1);
+    b.setSizeAndFiles(c, s, 1);
     total += s;
   }
-  b.Report_SetNodeSizeAndFilecount(top, total, static_cast<int64_t>(kids.size()));
+  b.setSizeAndFiles(top, total, static_cast<int64_t>(kids.size()));
   return b;
 }
 
@@ -44,17 +44,17 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
   EXPECT_EQ(t.parent(log), var);
   EXPECT_EQ(t.deepestLevel(), 2u);
   // Children of "/" are "/var", not "//var".
-  EXPECT_EQ(t.Report_GetFullpathOfNode(log), "/var/log");
-  EXPECT_EQ(t.Report_GetFullpathOfNode(log, true), "/var/log/");
-  EXPECT_EQ(t.Report_GetFullpathOfNode(log, true, true), "/var/");
-  EXPECT_EQ(t.Report_GetFullpathOfNode(root, true), "/");
+  EXPECT_EQ(t.fullPath(log), "/var/log");
+  EXPECT_EQ(t.fullPath(log, true), "/var/log/");
+  EXPECT_EQ(t.fullPath(log, true, true), "/var/");
+  EXPECT_EQ(t.fullPath(root, true), "/");
   EXPECT_EQ(t.liveCount(), 7u);
   EXPECT_EQ(t.preorder().size(), 7u);
   EXPECT_EQ(t.preorder()[3], log);  // "/", etc, var, log
 
   const uint32_t home = t.addRoot("/home/anna");
   const uint32_t docs = t.addChild(home, "docs", ReportTree::IsFolder);
-  EXPECT_EQ(t.Report_GetFullpathOfNode(docs), "/home/anna/docs");
+  EXPECT_EQ(t.fullPath(docs), "/home/anna/docs");
   EXPECT_EQ(t.node(docs).level, 1u);
 }
 
@@ -73,7 +73,7 @@ TEST(ReportTree, ALargeBranchIsTakenOverWithTheSameShapeAsACopiedOne) {
   EXPECT_EQ(t.node(last).size, 4999);
   EXPECT_EQ(t.parent(last), big);
   EXPECT_EQ(t.node(last).level, 2u);
-  EXPECT_EQ(t.Report_GetFullpathOfNode(t.children(t.children(root)[2])[0]), "/r/after/z");
+  EXPECT_EQ(t.fullPath(t.children(t.children(root)[2])[0]), "/r/after/z");
   EXPECT_EQ(t.liveCount(), 1u + 2 + 5001 + 2);
   EXPECT_EQ(t.preorder().size(), t.liveCount());  // the blocks' filler is never a row
 }
@@ -103,16 +103,16 @@ TEST(ReportTree, PercentIsAShareOfTheParentAndNeverDividesByZero) {
   const uint32_t a = t.addChild(r, "a", ReportTree::IsFolder);
   const uint32_t b = t.addChild(r, "b", ReportTree::IsFolder);
   const uint32_t z = t.addChild(r, "z", ReportTree::IsFolder);
-  t.Report_SetNodeSizeAndFilecount(a, 1, 1);
-  t.Report_SetNodeSizeAndFilecount(b, 3, 1);
-  t.Report_SetNodeSizeAndFilecount(r, 4, 2);
-  t.Report_ChangePercentValue(r);
+  t.setSizeAndFiles(a, 1, 1);
+  t.setSizeAndFiles(b, 3, 1);
+  t.setSizeAndFiles(r, 4, 2);
+  t.updatePercent(r);
   EXPECT_DOUBLE_EQ(t.node(a).percent, 25.0);
   EXPECT_DOUBLE_EQ(t.node(b).percent, 75.0);
   EXPECT_DOUBLE_EQ(t.node(z).percent, 0.0);
   EXPECT_DOUBLE_EQ(t.node(r).percent, 100.0);
-  t.Report_SetNodeSizeAndFilecount(r, 0, 0);
-  t.Report_ChangePercentValue(r);
+  t.setSizeAndFiles(r, 0, 0);
+  t.updatePercent(r);
   EXPECT_DOUBLE_EQ(t.node(b).percent, 0.0);
 }
 
@@ -123,19 +123,19 @@ TEST(ReportTree, EachLevelSortsByItsOwnDefinitionAndKeepsTies) {
   t.attachBranch(r1, 0, branch("x", {}));
   for (auto [name, size] : std::vector<std::pair<std::string, int64_t>>{{"m", 5}, {"k", 9}, {"e", 5}, {"Q", 1}}) {
     const uint32_t c = t.addChild(r2, name, ReportTree::IsFolder);
-    t.Report_SetNodeSizeAndFilecount(c, size, 0);
+    t.setSizeAndFiles(c, size, 0);
   }
   // Default: size, largest first, on every level; equal sizes keep their order.
-  t.Report_Sort();
+  t.sortAll();
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"k", "m", "e", "Q"}));
   // Level 0 by text without regard to case, level 1 by size smallest first.
   t.sorter(0) = {SortField::Text, 0, 1};
   t.sorter(1) = {SortField::Size, 0, 2};
-  t.Report_Sort();
+  t.sortAll();
   EXPECT_EQ(t.text(t.roots()[0]), "/A");
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "e", "k"}));
   t.sorter(1) = {SortField::Text, 1, 1};
-  t.Report_Sort();
+  t.sortAll();
   EXPECT_EQ(names(t, r2), (std::vector<std::string>{"Q", "m", "k", "e"}));
   for (size_t i = 0; i < 4; ++i) EXPECT_EQ(t.node(t.children(r2)[i]).row, i);
 }
@@ -251,26 +251,26 @@ TEST(ReportCommands, TitleClicksFollowTheKeyMapAndTurnEachLevelOver) {
   } rows[] = {{"b", 30, 1, 7}, {"C", 10, 3, 5}, {"a", 20, 2, 6}};
   for (const auto& row : rows) {
     const uint32_t c = t.addChild(r, row.name, ReportTree::IsFolder);
-    t.Report_SetNodeSizeAndFilecount(c, row.size, row.files);
+    t.setSizeAndFiles(c, row.size, row.files);
     t.setFolders(c, row.folders);
   }
   // Fresh levels sort largest first, so the first click gives smallest first.
-  Report_SortByColumnTitle(t, 2);
+  sortByColumnTitle(t, 2);
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"C", "a", "b"}));
-  Report_SortByColumnTitle(t, 2);
+  sortByColumnTitle(t, 2);
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
-  Report_SortByColumnTitle(t, 3);  // the percent title sorts by file count
+  sortByColumnTitle(t, 3);  // the percent title sorts by file count
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
-  Report_SortByColumnTitle(t, 4);  // the file-count title sorts by folder count
+  sortByColumnTitle(t, 4);  // the file-count title sorts by folder count
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
-  Report_SortByColumnTitle(t, 1);  // by name without regard to case
+  sortByColumnTitle(t, 1);  // by name without regard to case
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"a", "b", "C"}));
   // A level made after an odd number of clicks starts from its own default, largest first,
   // so the next click turns it the other way than the levels above it.
   const uint32_t deep = t.addChild(t.children(r)[0], "x", ReportTree::IsFolder);
   t.addChild(deep, "y1", ReportTree::IsFolder);
   t.addChild(deep, "y2", ReportTree::IsFolder);
-  Report_SortByColumnTitle(t, 5);  // the folder-count title: by the bytes of the name
+  sortByColumnTitle(t, 5);  // the folder-count title: by the bytes of the name
   EXPECT_EQ(names(t, r), (std::vector<std::string>{"b", "a", "C"}));
   EXPECT_EQ(t.sorter(1).kind, 0);
   EXPECT_EQ(t.sorter(1).direction, 1);

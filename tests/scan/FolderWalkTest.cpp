@@ -226,11 +226,11 @@ TEST(FolderWalk, FilesOnlyCountsTheFolderItselfAndPassesSubfoldersOver) {
   makeFile(d / "a", 3);
   makeFile(d / "b", 4);
   ASSERT_EQ(::symlink("sub", (d / "dirlink").c_str()), 0);
-  const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(d.path(), StopWord);
+  const WalkOutcome o = FolderWalk::scanFilesOnly(d.path(), StopWord);
   EXPECT_EQ(o.ownBytes, 7);
   EXPECT_EQ(o.ownFiles, 2);
   EXPECT_EQ(o.total.folders, 0);
-  EXPECT_FALSE(FolderWalk::Report_ScanFilesOnly(d / "missing", StopWord).readable);
+  EXPECT_FALSE(FolderWalk::scanFilesOnly(d / "missing", StopWord).readable);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int thread
   WalkOptions o;
   o.threads = threads;
   FolderWalk walk(o, stop);
-  return walk.Report_ScanFolders(path, sink);
+  return walk.scanFolder(path, sink);
 }
 
 void makeTree(const std::string& base, int width, int depth) {
@@ -154,7 +154,7 @@ TEST(HostileWalk, OverflowingSumsKeepTheirLastValueAndAreReported) {
     EXPECT_EQ(sink.count(Kind::SumOverflow), 1);
   }
   CollectingSink sink;
-  const WalkOutcome o = FolderWalk::Report_ScanFilesOnly(d / "files", kNoStop, &sink);
+  const WalkOutcome o = FolderWalk::scanFilesOnly(d / "files", kNoStop, &sink);
   EXPECT_EQ(o.ownBytes, kHuge);
   EXPECT_TRUE(o.interrupted);
   EXPECT_EQ(sink.count(Kind::SumOverflow), 1);
@@ -266,7 +266,7 @@ TEST(HostileWalk, FoldersDeeperThanPathMaxAreMeasured) {
     EXPECT_EQ(o.total.files, 3);
     EXPECT_EQ(o.total.folders, 1);
     EXPECT_EQ(sink.branches["sub"].size, 100);
-    const WalkOutcome own = FolderWalk::Report_ScanFilesOnly(path, kNoStop);
+    const WalkOutcome own = FolderWalk::scanFilesOnly(path, kNoStop);
     EXPECT_EQ(own.ownBytes, 1024);
     EXPECT_EQ(own.ownFiles, 2);
   }
@@ -278,7 +278,7 @@ TEST(HostileWalk, FoldersDeeperThanPathMaxAreMeasured) {
   EXPECT_GE(opened, 0);
   if (opened >= 0) ::close(opened);
   EXPECT_EQ(openFolderPath(deep + "/a"), -ENOTDIR);
-  const WalkOutcome missing = FolderWalk::Report_ScanFilesOnly(deep + "/missing", kNoStop);
+  const WalkOutcome missing = FolderWalk::scanFilesOnly(deep + "/missing", kNoStop);
   EXPECT_FALSE(missing.readable);
   EXPECT_EQ(missing.openError, ENOENT);
 }
@@ -324,7 +324,7 @@ int expectRowsAddUp(const ReportTree& t) {
     }
     const auto& node = t.node(n);
     if (node.size != size || node.files != files || node.folders != folders) {
-      ADD_FAILURE() << t.Report_GetFullpathOfNode(n) << ": " << node.size << "/" << node.files
+      ADD_FAILURE() << t.fullPath(n) << ": " << node.size << "/" << node.files
                     << "/" << node.folders << " but its rows hold " << size << "/" << files << "/"
                     << folders;
       ++wrong;

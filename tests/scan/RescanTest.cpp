@@ -48,7 +48,7 @@ TEST(Rescan, FullRescanMovesEverySumAboveByTheDifference) {
   ASSERT_EQ(f.node(f.w.root).size, 116);
   makeFile(f.d / "a/deep/new", 1000);
   makeDir(f.d / "a/more");
-  f.driver->Report_Rescan(child(f.w.tree, a, "deep"), true, true);
+  f.driver->rescan(child(f.w.tree, a, "deep"), true, true);
   EXPECT_EQ(f.node(f.w.root).size, 1116);
   EXPECT_EQ(f.node(f.w.root).files, 5);
   EXPECT_EQ(f.node(a).size, 1110);
@@ -60,7 +60,7 @@ TEST(Rescan, FullRescanMovesEverySumAboveByTheDifference) {
   EXPECT_FALSE(f.driver->busy());
 
   // Now the whole source, from its files row: the row stands for its folder.
-  f.driver->Report_Rescan(child(f.w.tree, f.w.root, "Dateien"), true, true);
+  f.driver->rescan(child(f.w.tree, f.w.root, "Dateien"), true, true);
   EXPECT_EQ(f.node(f.w.root).folders, 4);
   EXPECT_EQ(f.node(f.w.root).percent, 100);
 }
@@ -70,7 +70,7 @@ TEST(Rescan, FilesOnlyKeepsSubfolderRowsAndCorrectsUpward) {
   const uint32_t a = f.a();
   const uint32_t deep = child(f.w.tree, a, "deep");
   makeFile(f.d / "a/x2", 50);
-  f.driver->Report_Rescan(a, false, true);
+  f.driver->rescan(a, false, true);
   EXPECT_EQ(child(f.w.tree, a, "deep"), deep);  // the same row, untouched
   EXPECT_EQ(f.node(child(f.w.tree, a, "Dateien")).size, 150);
   EXPECT_EQ(f.node(a).size, 160);
@@ -80,7 +80,7 @@ TEST(Rescan, FilesOnlyKeepsSubfolderRowsAndCorrectsUpward) {
   // No files left: the row goes and the sums fall by what it held.
   ASSERT_EQ(::unlink((f.d / "a/x").c_str()), 0);
   ASSERT_EQ(::unlink((f.d / "a/x2").c_str()), 0);
-  f.driver->Report_Rescan(a, false, true);
+  f.driver->rescan(a, false, true);
   EXPECT_EQ(child(f.w.tree, a, "Dateien"), kNoNode);
   EXPECT_EQ(f.node(a).size, 10);
   EXPECT_EQ(f.node(f.w.root).size, 16);
@@ -89,11 +89,11 @@ TEST(Rescan, FilesOnlyKeepsSubfolderRowsAndCorrectsUpward) {
 TEST(Rescan, FilesOnlyOfALeafCountsItsFilesTwiceUntilTheParentIsRead) {
   Fixture f;
   const uint32_t b = child(f.w.tree, f.w.root, "b");
-  f.driver->Report_Rescan(b, false, true);
+  f.driver->rescan(b, false, true);
   EXPECT_EQ(f.node(child(f.w.tree, b, "Dateien")).size, 5);
   EXPECT_EQ(f.node(b).size, 10);
   EXPECT_EQ(f.node(f.w.root).size, 121);
-  f.driver->Report_Rescan(f.w.root, true, true);
+  f.driver->rescan(f.w.root, true, true);
   EXPECT_EQ(f.node(f.w.root).size, 116);
   EXPECT_TRUE(f.w.tree.children(child(f.w.tree, f.w.root, "b")).empty());
 }
@@ -102,7 +102,7 @@ TEST(Rescan, AVanishedFolderBecomesAnEmptyRow) {
   Fixture f;
   ASSERT_EQ(std::system(("rm -rf '" + f.d / "a" + "'").c_str()), 0);
   const uint32_t a = f.a();
-  f.driver->Report_Rescan(a, true, true);
+  f.driver->rescan(a, true, true);
   EXPECT_EQ(f.node(a).size, 0);
   EXPECT_TRUE(f.w.tree.children(a).empty());
   EXPECT_EQ(f.node(f.w.root).size, 6);
@@ -114,16 +114,16 @@ TEST(Rescan, RemovingTakesTheWholeSource) {
   f.driver->sourceQueue().push_back(f.d / "b");
   f.driver->runToEnd();
   ASSERT_EQ(f.w.tree.roots().size(), 2u);
-  f.driver->Report_RemoveFolders(child(f.w.tree, f.a(), "deep"));
+  f.driver->removeSource(child(f.w.tree, f.a(), "deep"));
   ASSERT_EQ(f.w.tree.roots().size(), 1u);
   EXPECT_EQ(f.w.tree.text(f.w.tree.roots()[0]), f.d / "b");
-  f.driver->Report_RemoveFolders(f.w.tree.roots()[0]);
+  f.driver->removeSource(f.w.tree.roots()[0]);
   EXPECT_TRUE(f.w.tree.empty());
   EXPECT_EQ(f.w.tree.deepestLevel(), 0u);
   // Nothing the driver keeps points into a tree that was cleared.
   f.driver->clearAll();
   EXPECT_EQ(f.driver->lastRoot(), kNoNode);
-  EXPECT_FALSE(f.driver->Report_Rescan(f.w.root, true, true));
+  EXPECT_FALSE(f.driver->rescan(f.w.root, true, true));
 }
 
 TEST(Rescan, ALinkOrMountRowIsNeverEntered) {
@@ -138,8 +138,8 @@ TEST(Rescan, ALinkOrMountRowIsNeverEntered) {
   const uint32_t root = driver.lastRoot();
   const uint32_t link = child(w.tree, root, "link");
   ASSERT_TRUE(w.tree.hasFlag(link, ReportTree::Junction));
-  EXPECT_FALSE(driver.Report_Rescan(link, true, true));
-  EXPECT_FALSE(driver.Report_Rescan(link, false, true));
+  EXPECT_FALSE(driver.rescan(link, true, true));
+  EXPECT_FALSE(driver.rescan(link, false, true));
   EXPECT_EQ(w.tree.node(link).size, 0);
   EXPECT_EQ(w.tree.node(root).size, 1000);  // counted once, in "target"
   EXPECT_FALSE(driver.busy());
@@ -171,10 +171,10 @@ TEST(Rescan, AFolderDeeperThanAnyPathIsMeasuredAgain) {
   ASSERT_EQ(w.tree.node(root).size, 100);
   uint32_t deepest = root;
   while (!w.tree.children(deepest).empty()) deepest = w.tree.children(deepest)[0];
-  ASSERT_GT(w.tree.Report_GetFullpathOfNode(deepest).size(), 4096u);
+  ASSERT_GT(w.tree.fullPath(deepest).size(), 4096u);
 
   put("b", 50);
-  ASSERT_TRUE(driver.Report_Rescan(deepest, true, true));
+  ASSERT_TRUE(driver.rescan(deepest, true, true));
   EXPECT_EQ(w.tree.node(deepest).size, 150);
   EXPECT_EQ(w.tree.node(root).size, 150);
   EXPECT_EQ(w.tree.node(root).files, 2);
@@ -186,7 +186,7 @@ TEST(Rescan, AFilesOnlyRescanRunsOffTheCallingThread) {
   const uint32_t a = f.a();
   makeFile(f.d / "a/x2", 50);
   QSignalSpy done(f.driver, &ScanDriver::rescanFinished);
-  ASSERT_TRUE(f.driver->Report_Rescan(a, false));
+  ASSERT_TRUE(f.driver->rescan(a, false));
   EXPECT_TRUE(f.driver->busy());  // returned at once; the answer comes through the event loop
   ASSERT_TRUE(done.wait(10000));
   EXPECT_EQ(f.node(a).size, 160);
@@ -198,8 +198,8 @@ TEST(Rescan, SumCorrectionsNeverStoreAWrappedValue) {
   ReportTree t;
   const uint32_t root = t.addRoot("/r");
   const uint32_t a = t.addChild(root, "a", ReportTree::IsFolder);
-  t.Report_SetNodeSizeAndFilecount(root, INT64_MAX - 10, 3);
-  t.Report_SetNodeSizeAndFilecount(a, 5, 1);
+  t.setSizeAndFiles(root, INT64_MAX - 10, 3);
+  t.setSizeAndFiles(a, 5, 1);
   EXPECT_FALSE(adjustUp(t, a, SumChange{100, 1, 0}));
   EXPECT_EQ(t.node(root).size, INT64_MAX - 10);  // neither the root nor the row below moved
   EXPECT_EQ(t.node(a).size, 5);
