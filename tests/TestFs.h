@@ -17,8 +17,12 @@
 #include "scan/FolderWalk.h"
 #include "support/Globals.h"
 #include "scan/ScanDriver.h"
+#include "support/Stop.h"
 
 namespace ql::test {
+
+// The stop the tests' drivers look at, as the window's session holds one.
+inline Stop testStop;
 
 inline void ensureApp() {
   static int argc = 1;
@@ -80,7 +84,7 @@ struct Walked {
 inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHardlinks = false,
                  bool fade = false) {
   ensureApp();
-  ScanDriver driver(w.tree, StopWord);
+  ScanDriver driver(w.tree, test::testStop);
   ScanDriver::Settings s;
   s.threads = threads;
   s.noHardlinks = noHardlinks;

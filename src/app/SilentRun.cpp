@@ -27,7 +27,9 @@ int runSilent(const ParsedCommandLine& job) {
   ReportWriter::removeTemporaryOnInterrupt();
 
   ReportTree tree;
-  ScanDriver driver(tree, StopWord);
+  static Stop stop;  // for the whole run: the error report shows it
+  setFailureStop(&stop);
+  ScanDriver driver(tree, stop);
   driver.setSettings(settings);
   // A source that is there but cannot be read is a failure of the run, with the system's reason.
   QObject::connect(&driver, &ScanDriver::sourceRefused, [](const QString& path, const QString& reason) {
@@ -42,7 +44,7 @@ int runSilent(const ParsedCommandLine& job) {
     ImportOptions io;
     io.filesLabel = TL(3514, "Dateien").toStdString();
     io.noHardlinks = settings.noHardlinks;
-    io.stop = &StopWord;
+    io.stop = &stop;
     const ImportResult r = importJsonFile(file, tree, io);
     if (!r.ok) {
       const QString name = QFile::decodeName(QByteArray::fromStdString(file));

@@ -32,6 +32,7 @@ constexpr const char* kDefaultSupportMail = "support@quorlane.example";
 
 std::atomic<int> g_failures{0};
 std::atomic<int> g_busy{0};
+std::atomic<const Stop*> g_stop{nullptr};
 
 struct HookState {
   std::mutex mutex;
@@ -131,7 +132,7 @@ ReportState collectReportState(int errcount) {
   s.admin = AdminRightsAvailable() ? QStringLiteral("True") : QStringLiteral("False");
   s.errcount = QString::number(errcount);
   s.lang = QString::number(g.Lang);
-  s.stop = QString::number(StopWord.load()) + QLatin1Char(',') + QString::number(g_busy.load());
+  s.stop = QString::number(failureStopWord()) + QLatin1Char(',') + QString::number(g_busy.load());
   return s;
 }
 
@@ -266,6 +267,13 @@ void setFailureBusyWord(int busy) {
 
 int failureBusyWord() {
   return g_busy.load();
+}
+
+void setFailureStop(const Stop* stop) { g_stop.store(stop); }
+
+int failureStopWord() {
+  const Stop* stop = g_stop.load();
+  return stop ? static_cast<int>(stop->state()) : 0;
 }
 
 void setFailureScreenSizeProvider(std::function<QString()> provider) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/Failure.h"
+#include "support/Stop.h"
 
 namespace ql {
 
@@ -39,10 +40,12 @@ QString BuildErrorText(const QString& proc, const QString& module, int line,
 // What the report prints besides the failure. Shows the command line from the start on.
 void setFailureCommandLine(const QString& commandLine);
 QString failureCommandLine();
-// The window's busy state, printed beside StopWord (a mirror, so that the fatal-signal report
-// can read it too).
+// The window's busy state and the stop of the work under way, printed as the stop word (mirrors,
+// so that the fatal-signal report can read them too). The stop must outlive its registration.
 void setFailureBusyWord(int busy);
 int failureBusyWord();
+void setFailureStop(const Stop* stop);
+int failureStopWord();
 // The window side gives the screen size ("1920x1080"); without it the report shows "-".
 void setFailureScreenSizeProvider(std::function<QString()> provider);
 

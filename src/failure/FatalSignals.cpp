@@ -292,7 +292,7 @@ void writeFatalReport(const char* headline, const char* func, const char* name, 
           out.number(static_cast<uint64_t>(globals().Errcount) + 1);
           break;
         case 'W': {
-          const int stop = StopWord.load();
+          const int stop = failureStopWord();
           if (stop < 0) out.put('-');
           out.number(static_cast<uint64_t>(stop < 0 ? -static_cast<int64_t>(stop) : stop));
           out.put(',');

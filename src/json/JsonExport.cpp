@@ -138,7 +138,7 @@ struct Folder {
 
 class ExportWalk {
  public:
-  ExportWalk(int threads, const std::atomic<int>* stop) : threads_(threads), stop_(stop) {}
+  ExportWalk(int threads, const Stop* stop) : threads_(threads), stop_(stop) {}
 
   ExportResult run(const std::string& source, int fd);
 
@@ -147,10 +147,10 @@ class ExportWalk {
   void readOrWait(const std::shared_ptr<Folder>& f);
   void finished(const std::shared_ptr<Folder>& f, bool byWorker);  // under the mutex
   void workerLoop();
-  bool stopped_() const { return stop_ && stop_->load(std::memory_order_relaxed) == FolderWalk::kStop; }
+  bool stopped_() const { return stop_ && stop_->requested(); }
 
   int threads_;
-  const std::atomic<int>* stop_;
+  const Stop* stop_;
   DirReader writerReader_{kMask};
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
@@ -217,7 +217,7 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     }
     text.push_back('}');
     return true;
-  }, stop_, FolderWalk::kStop);
+  }, stop_);
   // Kept open for the subfolders while few folders are; else they go by their paths.
   if (!f.cuts.empty() && openFolders_.fetch_add(1, std::memory_order_relaxed) < kOpenFolders) {
     auto open = std::make_shared<OpenFolder>(fd, openFolders_);
@@ -408,13 +408,13 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
 
 }  // namespace
 
-ExportResult exportJson(const std::string& source, int fd, int threads, const std::atomic<int>* stop) {
+ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop) {
   ExportWalk walk(threads, stop);
   return walk.run(source, fd);
 }
 
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
-                              const std::atomic<int>* stop) {
+                              const Stop* stop) {
   OutputFile out;
   if (!out.open(file)) {
     ExportResult r;

@@ -20,6 +20,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/Stop.h"
+
 namespace ql {
 
 struct ExportResult {
@@ -32,13 +34,13 @@ struct ExportResult {
 
 // Walks `source` and writes the export to `fd` (not closed). threads <= 1: the writer alone.
 // `stop` (may be null) ends the walk when it holds a nonzero value.
-ExportResult exportJson(const std::string& source, int fd, int threads, const std::atomic<int>* stop = nullptr);
+ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop = nullptr);
 
 // The same into a file, by the rules of OutputFile: "-" is standard output, a pipe or a device is
 // written into, a file is written beside itself and renamed when complete (so it is either the
 // old one or the whole new one), and a link is followed only where it is safe.
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
-                              const std::atomic<int>* stop = nullptr);
+                              const Stop* stop = nullptr);
 
 // Appends `bytes` as a JSON string body (no quotes): '"', '\\' and control bytes are escaped,
 // everything else, valid UTF-8 or not, is written as it is.

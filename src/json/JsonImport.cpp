@@ -132,7 +132,7 @@ class FdStream {
       return;
     }
     ssize_t n = 0;
-    if (options_.stop && options_.stop->load(std::memory_order_relaxed) == FolderWalk::kStop) {
+    if (options_.stop && options_.stop->requested()) {
       stopped_ = true;
     } else {
       do n = ::read(fd_, buffer_.get(), kSize);

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "report/ReportTree.h"
+#include "support/Stop.h"
 
 namespace ql {
 
@@ -84,7 +85,7 @@ struct ImportOptions {
   bool noHardlinks = false;  // links to folders and excluded entries get no row (as in a walk)
   FileFeed* feed = nullptr;
   ImportedFiles* files = nullptr;
-  const std::atomic<int>* stop = nullptr;  // FolderWalk::kStop ends the reading (no tree)
+  const Stop* stop = nullptr;  // once requested, the reading ends (no tree)
   std::function<void(uint64_t bytes)> progress;  // bytes read so far, now and then
 };
 

@@ -17,6 +17,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "support/Stop.h"
+
 namespace ql {
 
 inline constexpr int kStatxQuiet = AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT;
@@ -93,12 +95,12 @@ class DirReader {
   // is called for every entry but "." and ".."; returning false ends the reading. The stop word
   // is checked before each piece of the listing is fetched; stop may be null.
   template <class OnEntry>
-  Result read(int fd, OnEntry&& onEntry, const std::atomic<int>* stop = nullptr, int stopValue = 0) {
+  Result read(int fd, OnEntry&& onEntry, const Stop* stop = nullptr) {
     if (!buffer_) buffer_ = std::make_unique<char[]>(kBuffer);
     DirEntry e;
     e.dirFd_ = fd;
     for (;;) {
-      if (stop && stop->load(std::memory_order_relaxed) == stopValue) return {End::Stopped, 0};
+      if (stop && stop->requested()) return {End::Stopped, 0};
       const long n = ::syscall(SYS_getdents64, fd, buffer_.get(), kBuffer);
       if (n == 0) return {};
       if (n < 0) return {End::Failed, errno};

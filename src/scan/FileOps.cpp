@@ -298,12 +298,11 @@ constexpr size_t kOpenLevels = 64;
 
 class TreeDelete {
  public:
-  TreeDelete(const FoundPath& found, bool force, const std::atomic<int>* stop, int stopValue)
+  TreeDelete(const FoundPath& found, bool force, const Stop* stop)
       : found_(found),
         path_(bare(found.full())),
         force_(force),
-        stop_(stop),
-        stopValue_(stopValue) {}
+        stop_(stop) {}
 
   FolderDeleteResult run() {
     start();
@@ -396,7 +395,7 @@ class TreeDelete {
     return name.empty() ? p : joinPath(p, name);
   }
 
-  bool stopped() const { return stop_ && stop_->load(std::memory_order_relaxed) == stopValue_; }
+  bool stopped() const { return stop_ && stop_->requested(); }
 
   void loop() {
     while (!stack_.empty()) {
@@ -431,7 +430,7 @@ class TreeDelete {
               down = name;
               return false;
             },
-            stop_, stopValue_);
+            stop_);
         if (read.end == DirReader::End::Stopped) {
           stopped_ = true;
           return;
@@ -520,8 +519,7 @@ class TreeDelete {
   int parent_ = -1;         // the folder that holds the start
   std::string name_;        // the start's name there
   const bool force_;
-  const std::atomic<int>* stop_;
-  const int stopValue_;
+  const Stop* stop_;
   uint64_t mount_ = 0;
   bool stopped_ = false;
   std::vector<Level> stack_;
@@ -546,19 +544,17 @@ std::string deleteFile(const FoundPath& path, bool force, uint64_t inode) {
   return err == 0 || err == ENOENT ? std::string() : failureText(path.full(), err);
 }
 
-FolderDeleteResult deleteFolderTree(const std::string& path, bool force, const std::atomic<int>* stop,
-                                    int stopValue) {
-  return deleteFolderTree(FoundPath{path, {}}, force, stop, stopValue);
+FolderDeleteResult deleteFolderTree(const std::string& path, bool force, const Stop* stop) {
+  return deleteFolderTree(FoundPath{path, {}}, force, stop);
 }
 
-FolderDeleteResult deleteFolderTree(const FoundPath& path, bool force, const std::atomic<int>* stop,
-                                    int stopValue) {
+FolderDeleteResult deleteFolderTree(const FoundPath& path, bool force, const Stop* stop) {
   if (path.root.empty() && path.rest.empty()) {
     FolderDeleteResult r;
     r.errors = failureText(path.root, ENOENT);
     return r;
   }
-  return TreeDelete(path, force, stop, stopValue).run();
+  return TreeDelete(path, force, stop).run();
 }
 
 std::string renameNoReplace(const FoundPath& from, const std::string& newName, uint64_t inode) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/Path.h"
+#include "support/Stop.h"
 
 namespace ql {
 
@@ -92,14 +93,14 @@ struct FolderDeleteResult {
 // after) is not entered and is named in mountsRefused; the start folder itself may be neither a
 // mount point nor a link. Any path length, any depth: the descent is a loop with a bounded number
 // of open descriptors. With `force`, a folder the user owns gets owner permissions when it is in
-// the way. `stop` may be null; when it holds `stopValue` the delete ends early (ok false).
+// the way. `stop` may be null; once it is requested the delete ends early (ok false).
 // A failure that leaves the folder gone anyway (someone else removed it) counts as success.
 FolderDeleteResult deleteFolderTree(const std::string& path, bool force,
-                                    const std::atomic<int>* stop = nullptr, int stopValue = 0);
+                                    const Stop* stop = nullptr);
 // The same for a found path: the folder that holds it is reached by the rules of FoundPath and
 // kept open, so the last step, the removal of the emptied folder, goes there too.
 FolderDeleteResult deleteFolderTree(const FoundPath& path, bool force,
-                                    const std::atomic<int>* stop = nullptr, int stopValue = 0);
+                                    const Stop* stop = nullptr);
 
 // The message for a mount point that a folder delete did not enter.
 std::string mountRefusedText(const std::string& path);

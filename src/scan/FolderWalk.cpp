@@ -168,8 +168,8 @@ int64_t processCpuMicros() {
 }
 }  // namespace
 
-FolderWalk::FolderWalk(WalkOptions options, const std::atomic<int>& stopWord)
-    : options_(std::move(options)), stop_(stopWord), queue_(std::make_unique<Queue>()) {}
+FolderWalk::FolderWalk(WalkOptions options, const Stop& stop)
+    : options_(std::move(options)), stop_(stop), queue_(std::make_unique<Queue>()) {}
 
 FolderWalk::~FolderWalk() = default;
 
@@ -351,7 +351,7 @@ void FolderWalk::workerLoop(Worker& w) {
 }
 
 void FolderWalk::process(Worker& w, Dir* d) {
-  if (stop_.load(std::memory_order_relaxed) == kStop) {
+  if (stop_.requested()) {
     releaseParentFd(d);
     d->omitted = d->dropped = true;
     finishOwn(w, d);
@@ -462,7 +462,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       options_.feed->offer(f);
     }
     return true;
-  }, &stop_, kStop);
+  }, &stop_);
   if (read.end == DirReader::End::Failed && read.error == ENOENT) {
     // The folder was taken away while it was read: it was emptied first, so what was read is
     // all it held. Not a failure, and not cut.
@@ -615,7 +615,7 @@ void FolderWalk::handOver(Dir* top) {
   sink_->branchDone(top->position, std::move(branch->tree));
 }
 
-WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& stop,
                                              WalkSink* sink) {
   WalkOutcome out;
   auto report = [&](const char* name, WalkFailure::Kind kind, int error) {
@@ -646,7 +646,7 @@ WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const std::atom
     }
     ++out.ownFiles;
     return true;
-  }, &stopWord, kStop);
+  }, &stop);
   ::close(fd);
   if (read.end == DirReader::End::Failed && read.error == ENOENT) {
     // Taken away while it was read: what was read is all it held.

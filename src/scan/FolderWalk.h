@@ -28,9 +28,9 @@
 // thread to be had the walk reads on the calling thread. The walk keeps at most as many folders
 // open as RLIMIT_NOFILE leaves it. Paths may be of any length.
 //
-// scanFolder() touches only its arguments, the stop word, the walk's own members and the
+// scanFolder() touches only its arguments, its stop, the walk's own members and the
 // sink (no globals): an owner may leave a walk blocked in the kernel to finish on its own later,
-// keeping the walk, the sink and the stop word alive.
+// keeping the walk, the sink and the stop alive.
 //
 // The export's walk (json/JsonExport.cpp) reads folders with the same DirReader but keeps a pool
 // of its own. Its workers only read ahead of one writer that takes folders in output order, a
@@ -52,6 +52,7 @@
 #include <vector>
 
 #include "report/ReportTree.h"
+#include "support/Stop.h"
 
 namespace ql {
 
@@ -123,11 +124,10 @@ struct WalkOutcome {
 
 class FolderWalk {
  public:
-  static constexpr int kStop = 3;
   static constexpr int kMaxThreads = 16;
 
-  // stopWord is read by the workers; the value kStop ends the walk.
-  FolderWalk(WalkOptions options, const std::atomic<int>& stopWord);
+  // The workers look at `stop` between entries; once it is requested the walk ends.
+  FolderWalk(WalkOptions options, const Stop& stop);
   ~FolderWalk();
   FolderWalk(const FolderWalk&) = delete;
   FolderWalk& operator=(const FolderWalk&) = delete;
@@ -136,7 +136,7 @@ class FolderWalk {
 
   // Only the files directly in the folder; subfolders and links to folders are passed over.
   // Failures go to the sink when there is one.
-  static WalkOutcome scanFilesOnly(const std::string& folder, const std::atomic<int>& stopWord,
+  static WalkOutcome scanFilesOnly(const std::string& folder, const Stop& stop,
                                           WalkSink* sink = nullptr);
 
   // A folder being read at this moment, "" when none.
@@ -170,7 +170,7 @@ class FolderWalk {
   int descriptorBudget(int maxThreads);
 
   WalkOptions options_;
-  const std::atomic<int>& stop_;
+  const Stop& stop_;
   WalkSink* sink_ = nullptr;
   std::string rootPath_;
   int rootFd_ = -1;

@@ -26,7 +26,7 @@ QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::
 // What a walk and its driver share. It lives as long as either of them needs it, so a walk that
 // is abandoned while blocked in the kernel can still hand things in, to nobody.
 struct ScanDriver::Run final : WalkSink {
-  std::atomic<int> stop{0};
+  Stop stop;
   std::unique_ptr<FolderWalk> walk;  // none for a files-only rescan
   std::shared_ptr<FileFeed> feed;    // lives as long as the walk
 
@@ -59,8 +59,8 @@ struct ScanDriver::Run final : WalkSink {
   }
 };
 
-ScanDriver::ScanDriver(ReportTree& tree, std::atomic<int>& stopWord, QObject* parent)
-    : QObject(parent), tree_(tree), stopWord_(stopWord) {
+ScanDriver::ScanDriver(ReportTree& tree, Stop& stop, QObject* parent)
+    : QObject(parent), tree_(tree), stop_(stop) {
   ticker_.setInterval(150);
   connect(&ticker_, &QTimer::timeout, this, &ScanDriver::onTick);
 }
@@ -69,7 +69,7 @@ ScanDriver::~ScanDriver() {
   if (!run_) return;
   std::unique_lock lock(run_->mutex);
   run_->owner = nullptr;
-  run_->stop = FolderWalk::kStop;
+  run_->stop.request();
   // A walk that answers the stop is waited for; one blocked in the kernel is left to itself.
   const bool done = run_->changed.wait_for(lock, kAbandonAfter, [this] { return run_->done; });
   lock.unlock();
@@ -95,7 +95,7 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   placed_.clear();
   stopSeen_ = {};
   auto run = std::make_shared<Run>();
-  run->stop = stopWord_.load();
+  run->stop.copyFrom(stop_);
   run->owner = async_ ? this : nullptr;
   WalkOptions o;
   o.threads = settings_.threads;
@@ -106,9 +106,9 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   o.filesLabel = TL(3514, "Dateien").toStdString();
   if (feedFactory_) run->feed = feedFactory_();
   o.feed = run->feed.get();
-  // A walk the owner waits for reads the program's stop word itself; one that runs beside the
+  // A walk the owner waits for reads the owner's stop itself; one that runs beside the
   // event loop reads its own, which the driver sets, so that it can be left behind.
-  const std::atomic<int>* stop = async_ ? &run->stop : &stopWord_;
+  const Stop* stop = async_ ? &run->stop : &stop_;
   if (job != Job::FilesRescan) run->walk = std::make_unique<FolderWalk>(o, *stop);
   run_ = run;
   const bool yieldToOwner = async_;
@@ -243,7 +243,7 @@ WalkOutcome ScanDriver::waitForWalk() {
     });
     const bool done = run_->done;
     lock.unlock();
-    if (stopped()) run_->stop = FolderWalk::kStop;
+    if (stopped()) run_->stop.request();
     drain();
     if (done) break;
   }
@@ -293,15 +293,15 @@ void ScanDriver::readNextAsync() {
 }
 
 void ScanDriver::stop() {
-  stopWord_ = FolderWalk::kStop;
-  if (run_) run_->stop = FolderWalk::kStop;
+  stop_.request();
+  if (run_) run_->stop.request();
 }
 
 void ScanDriver::onTick() {
   const std::string folder = currentFolder();
   if (!folder.empty()) Q_EMIT progress(decode(folder));
   if (!run_ || !stopped()) return;
-  run_->stop = FolderWalk::kStop;
+  run_->stop.request();
   const auto now = std::chrono::steady_clock::now();
   if (stopSeen_ == std::chrono::steady_clock::time_point{})
     stopSeen_ = now;
@@ -363,7 +363,7 @@ void ScanDriver::finishAll() {
   // for the next walk.
   ::malloc_trim(0);
   tree_.sortAll();
-  stopWord_ = 0;
+  stop_.reset();
   busy_ = false;
   Q_EMIT finished();
 }
@@ -374,14 +374,14 @@ void ScanDriver::resetAfterFailure() {
     {
       std::lock_guard lock(run_->mutex);
       run_->owner = nullptr;
-      run_->stop = FolderWalk::kStop;
+      run_->stop.request();
     }
     if (thread_.joinable()) thread_.detach();
     run_.reset();
   }
   node_ = kNoNode;
   ticker_.stop();
-  stopWord_ = 0;
+  stop_.reset();
   busy_ = false;
 }
 
@@ -444,7 +444,7 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
   ticker_.stop();
   tree_.sortAll();
   busy_ = false;
-  stopWord_ = 0;
+  stop_.reset();
   Q_EMIT rescanFinished(r.node);
   // Sources handed over meanwhile are read now.
   if (!queue_.empty()) {

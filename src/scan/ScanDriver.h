@@ -37,8 +37,8 @@ class ScanDriver : public QObject {
     int threads = 0;  // 0: the walk's default
   };
 
-  // `stopWord` is the program's stop word: the value FolderWalk::kStop ends the reading.
-  ScanDriver(ReportTree& tree, std::atomic<int>& stopWord, QObject* parent = nullptr);
+  // `stop` is the owner's: once requested the reading ends; the driver resets it when done.
+  ScanDriver(ReportTree& tree, Stop& stop, QObject* parent = nullptr);
   ~ScanDriver() override;
 
   void setSettings(const Settings& settings) { settings_ = settings; }
@@ -63,7 +63,7 @@ class ScanDriver : public QObject {
   // Returns false when there is nothing to do; otherwise rescanFinished() follows (at once when
   // `wait`). Sources queued meanwhile are read afterwards.
   bool rescan(uint32_t node, bool full, bool wait = false);
-  // Ends the reading at the next entry: the program's stop word, and the running walk's own.
+  // Ends the reading at the next entry: the owner's stop, and the running walk's own.
   void stop();
   // Takes the whole source of a node out of the report.
   void removeSource(uint32_t node);
@@ -107,7 +107,7 @@ class ScanDriver : public QObject {
   void finishRescan(const WalkOutcome& outcome);
   void resetAfterFailure();
   void endThread();
-  bool stopped() const { return stopWord_.load() == FolderWalk::kStop; }
+  bool stopped() const { return stop_.requested(); }
 
   struct Rescan {
     bool full = false;
@@ -116,7 +116,7 @@ class ScanDriver : public QObject {
   };
 
   ReportTree& tree_;
-  std::atomic<int>& stopWord_;
+  Stop& stop_;
   Settings settings_;
   std::function<std::shared_ptr<FileFeed>()> feedFactory_;
   std::deque<std::string> queue_;

@@ -24,7 +24,4 @@ struct Globals {
 
 Globals& globals();
 
-// 0 nothing, 1 Escape pressed (ends a file-list read), 3 stop (ends walks and long commands).
-inline std::atomic<int> StopWord{0};
-
 }  // namespace ql

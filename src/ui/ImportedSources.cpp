@@ -18,7 +18,7 @@
 namespace ql {
 
 struct ImportedSources::Job {
-  std::atomic<int> stop{0};
+  Stop stop;
   std::mutex mutex;
   ImportedSources* owner = nullptr;  // cleared when the result is no longer wanted
   std::string file;
@@ -80,7 +80,7 @@ bool ImportedSources::start(const std::string& file, std::shared_ptr<FileFeed> f
 
 void ImportedSources::stop() {
   if (!job_) return;
-  job_->stop = FolderWalk::kStop;
+  job_->stop.request();
   std::lock_guard lock(job_->mutex);
   job_->owner = nullptr;
   job_.reset();

@@ -16,7 +16,7 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
   AddControl(T::Button, New, 3529, "Neu", "folder-new", false, 3530, "Neue Quelle auswählen");
   AddControl(T::Button, Start, 3531, "Start", "media-playback-start", false, 3532,
              "Quelle einlesen");
-  AddControl(T::Button, Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false,
+  AddControl(T::Button, cmd::main::Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false,
              false, false);
   AddControl(T::Button, Import, 4054, "Importieren", "document-open", false, 4055,
              "Eine gespeicherte Messung (JSON-Export) öffnen");
@@ -63,7 +63,7 @@ bool MainBar::toggleList(int id) {
 
 void MainBar::setBusy(bool busy) {
   setAllEnabled(!busy);
-  control(Stop)->setEnabled(busy);
+  control(cmd::main::Stop)->setEnabled(busy);
 }
 
 void MainBar::storeOptions(MainOptions& o) const {

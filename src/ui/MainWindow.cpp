@@ -68,7 +68,7 @@ MainWindow::MainWindow(QWidget* parent)
         guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
   applyToolbarLook();
   session_->setBusy(true);  // until the window has come up, with Stop off too
-  cbrMain_->control(Stop)->setEnabled(false);
+  cbrMain_->control(cmd::main::Stop)->setEnabled(false);
 }
 
 // The panes go first: they show the tree and call back into the frame, both of which are gone
@@ -217,7 +217,7 @@ void MainWindow::cbrMain_Execute(int id) {
                  case Start:
                    startFromSourcesBox();
                    break;
-                 case Stop:
+                 case cmd::main::Stop:
                    session_->stop();
                    break;
                  case Import: {

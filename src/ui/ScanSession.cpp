@@ -2,6 +2,7 @@
 
 #include <QFile>
 
+#include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "support/Globals.h"
@@ -22,7 +23,8 @@ std::string sourceOf(const ReportTree& tree, uint32_t node) {
 }  // namespace
 
 ScanSession::ScanSession(const Guard& guard, QObject* parent)
-    : QObject(parent), guard_(guard), driver_(std::make_unique<ScanDriver>(tree_, StopWord)) {
+    : QObject(parent), guard_(guard), driver_(std::make_unique<ScanDriver>(tree_, stop_)) {
+  setFailureStop(&stop_);
   imports_ = new ImportedSources(tree_, this);
   connect(imports_, &ImportedSources::progress, this,
           guard_.wrap("Import", [this](qint64 done, qint64 total) {
@@ -37,8 +39,9 @@ ScanSession::ScanSession(const Guard& guard, QObject* parent)
   wireDriver();
 }
 
-// The driver goes before the tree it reads into.
+// The driver goes before the tree it reads into and the stop it looks at.
 ScanSession::~ScanSession() {
+  setFailureStop(nullptr);
   driver_.reset();
 }
 
@@ -122,7 +125,7 @@ void ScanSession::readSources(const std::vector<std::string>& sources) {
 }
 
 void ScanSession::readOnly(const std::vector<std::string>& sources) {
-  StopWord = 0;
+  stop_.reset();
   driver_->sourceQueue().clear();
   readSources(sources);
 }

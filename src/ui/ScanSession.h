@@ -45,6 +45,7 @@ class ScanSession : public QObject {
   ReportTree& tree() { return tree_; }
   ScanDriver& driver() { return *driver_; }
   ImportedSources& imports() { return *imports_; }
+  const Stop& stopFlag() const { return stop_; }
   void setLargestFiles(LargestFiles list);
   void applyOptions(const MainOptions& options);
 
@@ -104,6 +105,7 @@ class ScanSession : public QObject {
   void importNext();
 
   const Guard& guard_;
+  Stop stop_;  // before the driver, which holds it
   ReportTree tree_;
   std::unique_ptr<ScanDriver> driver_;
   ImportedSources* imports_ = nullptr;

@@ -40,7 +40,9 @@ TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
   QTemporaryDir dir;
   globals().DataFolder = dir.path();
   globals().Errcount = 0;
-  StopWord = 3;
+  Stop stop;
+  stop.request();
+  setFailureStop(&stop);
   globals().SilentMode = false;
   QStringList reports;
   setFailureDialogHandler([&reports](const QString& r) { reports << r; });
@@ -51,7 +53,7 @@ TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {
                 FailureError{53, QStringLiteral("x")});
   setFailureDialogHandler({});
   setFailureCommandLine(QString());
-  StopWord = 0;
+  setFailureStop(nullptr);
   globals().DataFolder.clear();
   ASSERT_EQ(reports.size(), 2);
 

@@ -145,7 +145,7 @@ TEST(TopFiles, TheSameTreeGivesTheSameListForAnyNumberOfThreads) {
       SCOPED_TRACE(testing::Message() << limit << " " << threads);
       auto top = std::make_shared<TopFiles>(limit);
       Walked w;
-      ScanDriver driver(w.tree, StopWord);
+      ScanDriver driver(w.tree, test::testStop);
       ScanDriver::Settings s;
       s.threads = threads;
       driver.setSettings(s);

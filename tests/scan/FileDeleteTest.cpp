@@ -104,8 +104,9 @@ TEST(FolderDelete, TreeWithLinksOddNamesAndProtectedFolder) {
   EXPECT_TRUE(exists(root + "/a"));
 
   // A stop word that already holds its value ends the delete before it takes anything.
-  const std::atomic<int> stop{3};
-  EXPECT_FALSE(deleteFolderTree(root, true, &stop, 3).ok);
+  Stop stop;
+  stop.request();
+  EXPECT_FALSE(deleteFolderTree(root, true, &stop).ok);
   EXPECT_TRUE(exists(root + "/a"));
 
   const std::string out = asUser(tmp.path(), [&]() -> std::string {

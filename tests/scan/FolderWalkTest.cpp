@@ -157,7 +157,7 @@ class StopAfter : public FileFeed {
   explicit StopAfter(int files) : left_(files) {}
   int64_t minimumSize() const override { return 0; }
   void offer(const FoundFile&) override {
-    if (--left_ == 0) StopWord = FolderWalk::kStop;
+    if (--left_ == 0) test::testStop.request();
   }
 
  private:
@@ -187,14 +187,14 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     ensureApp();
     StopAfter feed(300);
     Walked w;
-    ScanDriver driver(w.tree, StopWord);
+    ScanDriver driver(w.tree, test::testStop);
     ScanDriver::Settings s;
     s.threads = threads;
     driver.setSettings(s);
     driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();
-    EXPECT_EQ(StopWord.load(), 0);           // the driver is at rest again
+    EXPECT_FALSE(test::testStop.requested());           // the driver is at rest again
     ASSERT_EQ(w.tree.roots().size(), 1u);    // the second source is forgotten
     const uint32_t root = w.tree.roots()[0];
     EXPECT_GT(w.tree.node(root).files, 0);
@@ -226,11 +226,11 @@ TEST(FolderWalk, FilesOnlyCountsTheFolderItselfAndPassesSubfoldersOver) {
   makeFile(d / "a", 3);
   makeFile(d / "b", 4);
   ASSERT_EQ(::symlink("sub", (d / "dirlink").c_str()), 0);
-  const WalkOutcome o = FolderWalk::scanFilesOnly(d.path(), StopWord);
+  const WalkOutcome o = FolderWalk::scanFilesOnly(d.path(), test::testStop);
   EXPECT_EQ(o.ownBytes, 7);
   EXPECT_EQ(o.ownFiles, 2);
   EXPECT_EQ(o.total.folders, 0);
-  EXPECT_FALSE(FolderWalk::scanFilesOnly(d / "missing", StopWord).readable);
+  EXPECT_FALSE(FolderWalk::scanFilesOnly(d / "missing", test::testStop).readable);
 }
 
 }  // namespace

@@ -23,10 +23,10 @@ namespace ql::test {
 namespace {
 
 using Kind = WalkFailure::Kind;
-const std::atomic<int> kNoStop{0};
+const Stop kNoStop;
 
 WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int threads = 4) {
-  std::atomic<int> stop{0};
+  Stop stop;
   WalkOptions o;
   o.threads = threads;
   FolderWalk walk(o, stop);
@@ -118,14 +118,14 @@ TEST(HostileWalk, StopDoesNotWaitForAWalkBlockedInTheKernel) {
   makeDir(d / "dead");
   const std::string out = withDeadMount(d / "dead", [&] {
     ReportTree tree;
-    ScanDriver driver(tree, StopWord);
+    ScanDriver driver(tree, test::testStop);
     QSignalSpy finished(&driver, &ScanDriver::finished);
     driver.sourceQueue().push_back(d / "dead");
     driver.start();
-    StopWord = FolderWalk::kStop;
+    test::testStop.request();
     const bool ended = finished.wait(10000);
     return std::string(ended ? "finished" : "still busy") + (driver.busy() ? " busy" : " idle") + " roots=" +
-           std::to_string(tree.roots().size()) + " stop=" + std::to_string(StopWord.load());
+           std::to_string(tree.roots().size()) + " stop=" + std::to_string(static_cast<int>(test::testStop.state()));
   });
   if (out.rfind("skip", 0) == 0) GTEST_SKIP() << out;
   EXPECT_EQ(out, "finished idle roots=1 stop=0");

@@ -32,7 +32,7 @@ struct Fixture {
     makeFile(d / "b/z", 5);
     makeFile(d / "own", 1);
     ensureApp();
-    driver = new ScanDriver(w.tree, StopWord);
+    driver = new ScanDriver(w.tree, test::testStop);
     driver->sourceQueue().push_back(d.path());
     driver->runToEnd();
     w.root = driver->lastRoot();
@@ -56,7 +56,7 @@ TEST(Rescan, FullRescanMovesEverySumAboveByTheDifference) {
   // Percentages are new on the way up, and the order follows the new sizes.
   EXPECT_EQ(f.w.tree.children(a)[0], child(f.w.tree, a, "deep"));
   EXPECT_NEAR(f.node(a).percent, 1110 * 100.0 / 1116, 1e-9);
-  EXPECT_EQ(StopWord.load(), 0);
+  EXPECT_FALSE(test::testStop.requested());
   EXPECT_FALSE(f.driver->busy());
 
   // Now the whole source, from its files row: the row stands for its folder.
@@ -132,7 +132,7 @@ TEST(Rescan, ALinkOrMountRowIsNeverEntered) {
   makeFile(d / "target/big", 1000);
   ASSERT_EQ(::symlink((d / "target").c_str(), (d / "link").c_str()), 0);
   Walked w;
-  ScanDriver driver(w.tree, StopWord);
+  ScanDriver driver(w.tree, test::testStop);
   driver.sourceQueue().push_back(d.path());
   driver.runToEnd();
   const uint32_t root = driver.lastRoot();
@@ -164,7 +164,7 @@ TEST(Rescan, AFolderDeeperThanAnyPathIsMeasuredAgain) {
   };
   put("a", 100);
   Walked w;
-  ScanDriver driver(w.tree, StopWord);
+  ScanDriver driver(w.tree, test::testStop);
   driver.sourceQueue().push_back(d.path());
   driver.runToEnd();
   const uint32_t root = driver.lastRoot();
