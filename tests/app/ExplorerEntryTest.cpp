@@ -6,6 +6,7 @@
 #include <QStandardPaths>
 #include <gtest/gtest.h>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "app/ExplorerEntry.h"
 #include "support/Globals.h"
@@ -47,10 +48,7 @@ QStringList execArguments(QString value) {
   return args;
 }
 
-QString readAll(const QString& path) {
-  QFile f(path);
-  return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
+QString readAll(const QString& path) { return QString::fromUtf8(readFile(path)); }
 
 QString execValue(const QString& entry) {
   for (const QString& line : entry.split(QLatin1Char('\n')))

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "app/SingleInstance.h"
 
@@ -44,8 +45,7 @@ class Instances : public ::testing::Test {
   static bool stays(QProcess* p) { return !p->waitForFinished(1500); }
   static bool endsWithZero(QProcess* p) { return p->waitForFinished(15000) && p->exitCode() == 0; }
   Received received() {
-    QFile f(log());
-    QByteArray bytes = f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    QByteArray bytes = readFile(log());
     Received all;
     for (std::vector<std::string> one; takeHandOver(bytes, one) == FrameState::Complete;) all.push_back(one);
     return all;
@@ -93,14 +93,11 @@ TEST_F(Instances, OfTwoStartsAtOnceOneBecomesTheWindow) {
 }
 
 TEST_F(Instances, InstanzZeroOrASocketOfAnotherUserGivesAWindowOfItsOwn) {
-  QDir().mkpath(config.filePath("Quorlane"));
-  QFile ini(config.filePath("Quorlane/Quorlane.ini"));
-  ASSERT_TRUE(ini.open(QIODevice::WriteOnly) && ini.write("[Optionen]\nInstanz=0\n") > 0);
-  ini.close();
+  writeFile(config.filePath("Quorlane/Quorlane.ini"), "[Optionen]\nInstanz=0\n");
   start({});
   ASSERT_TRUE(ready());
   EXPECT_TRUE(stays(start({"/b"})));
-  ASSERT_TRUE(ini.remove());
+  ASSERT_TRUE(QFile::remove(config.filePath("Quorlane/Quorlane.ini")));
   if (::getuid() != 0) GTEST_SKIP() << "needs root to give the socket away";
   ASSERT_EQ(::lchown(socket().constData(), 65534, 65534), 0);
   QProcess* refused = start({"/c"});

@@ -5,6 +5,7 @@
 #include <QUrl>
 
 #include "TestApp.h"
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "support/Logs.h"
@@ -16,10 +17,7 @@ namespace {
 
 class LogsTest : public ::testing::Test {
  protected:
-  QString log(const char* name) {
-    QFile f(QString::fromStdString(dir / name));
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QStringLiteral("<none>");
-  }
+  QString log(const char* name) { return QString::fromUtf8(test::readFile(dir / name)); }
   test::TempDir dir;
 };
 
@@ -50,12 +48,10 @@ TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
   test::UrlCatcher catcher;
   QDesktopServices::setUrlHandler("file", &catcher, "open");
   EXPECT_FALSE(Show_Log());
-  QFile f(QString::fromStdString(dir / "Quorlane.log"));
-  ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-  f.close();
+  test::writeFile(dir / "Quorlane.log", "");
   EXPECT_TRUE(Show_Log());
   QDesktopServices::unsetUrlHandler("file");
-  EXPECT_EQ(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(f.fileName())});
+  EXPECT_EQ(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(QString::fromStdString(dir / "Quorlane.log"))});
 }
 
 }  // namespace

@@ -3,23 +3,15 @@
 #include <QDir>
 #include <QFile>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Profile.h"
 
 namespace ql {
 namespace {
 
-QByteArray readAll(const std::string& path) {
-  QFile f(QString::fromStdString(path));
-  return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
-void writeAll(const std::string& path, const QByteArray& bytes) {
-  QDir().mkpath(QString::fromStdString(path.substr(0, path.rfind('/'))));
-  QFile f(QString::fromStdString(path));
-  ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-  f.write(bytes);
-}
+using test::readFile;
+using test::writeFile;
 
 class ProfileTest : public ::testing::Test {
  protected:
@@ -34,14 +26,14 @@ TEST_F(ProfileTest, FirstWriteMakesTheFolderAndNamesMeetWhateverTheirCase) {
   // An empty value is a value, not a missing key.
   EXPECT_EQ(ProfileGetItem("Optionen", "ComboText", "!(nix].-.", ini), "");
   ASSERT_TRUE(ProfileSetItem("optionen", "comboTEXT", "1", ini));  // replaces the line
-  EXPECT_EQ(readAll(file), "[Optionen]\nComboText=1\n");
+  EXPECT_EQ(readFile(file), "[Optionen]\nComboText=1\n");
   ASSERT_TRUE(ProfileSetItem("Größen", "Ärger", "ja", ini));  // umlauts fold as well
   EXPECT_EQ(ProfileGetItem("GRÖßEN", "ärger", "-", ini), "ja");
 }
 
 // Comments, unknown keys and bytes that are not UTF-8 stay; every copy of a deleted section goes.
 TEST_F(ProfileTest, WritingKeepsEverythingItDoesNotTouch) {
-  writeAll(file,
+  writeFile(file,
            "; by hand\r\n[Allgemein]\r\nUnbekannt = something else \r\n\r\n"
            "[Optionen]\n# comment\nFontSize=9\nlatin1=\xe4\xf6\n\n"
            "[ComboOrdner]\nO0=/a\n[Fremd]\nx=1\n[comboordner]\nO5=stale\n");
@@ -49,7 +41,7 @@ TEST_F(ProfileTest, WritingKeepsEverythingItDoesNotTouch) {
   ASSERT_TRUE(ProfileSetItem("Optionen", "BigIcons", "1", ini));
   ASSERT_TRUE(ProfileDeleteSection("COMBOordner", ini));
   ASSERT_TRUE(ProfileSetItem("ComboOrdner", "O0", "/c", ini));
-  EXPECT_EQ(readAll(file),
+  EXPECT_EQ(readFile(file),
             "; by hand\n[Allgemein]\nUnbekannt = something else \n\n"
             "[Optionen]\n# comment\nFontSize=11\nlatin1=\xe4\xf6\nBigIcons=1\n\n"
             "[Fremd]\nx=1\n\n[ComboOrdner]\nO0=/c\n");
@@ -83,7 +75,7 @@ ino_t inode(const QString& path) {
 // A document writes once, and only when something changed. Bytes that are not UTF-8 (a folder
 // name) are neither decoded nor cut, and lookups stay right while lines come and go.
 TEST_F(ProfileTest, ADocumentKeepsBytesAndWritesOnlyWhenSomethingChanged) {
-  writeAll(file, "[A]\nx=1\n[B]\nlatin1 = \xe4\xf6 \n[b]\nlatin1=second\n");
+  writeFile(file, "[A]\nx=1\n[B]\nlatin1 = \xe4\xf6 \n[b]\nlatin1=second\n");
   const ino_t before = inode(ini);  // every real write replaces the file
   ProfileDocument doc(ini);
   doc.set("a", "X", "1");
@@ -110,8 +102,8 @@ TEST_F(ProfileTest, AFailedWriteLeavesTheOldFileWhole) {
   const std::string folder = dir / "sticky", sticky = folder + "/Quorlane.ini";
   const std::string secret = dir / "secret.ini";
   const QByteArray old = "[Optionen]\nFontSize=9\n; comment\n";
-  writeAll(sticky, old);
-  writeAll(secret, "[A]\nk=1\n");
+  writeFile(sticky, old);
+  writeFile(secret, "[A]\nk=1\n");
   ASSERT_EQ(::chmod(folder.c_str(), 01777) | ::chmod(sticky.c_str(), 0666), 0);
   ASSERT_EQ(::chmod(secret.c_str(), 0622) | ::chmod(dir.path().c_str(), 0777), 0);
 
@@ -124,10 +116,10 @@ TEST_F(ProfileTest, AFailedWriteLeavesTheOldFileWhole) {
     return std::string(set(sticky)) + set(secret);
   });
   ASSERT_EQ(out, "00");
-  EXPECT_EQ(readAll(sticky), old);
+  EXPECT_EQ(readFile(sticky), old);
   EXPECT_EQ(QDir(QString::fromStdString(folder)).entryList(QDir::Files | QDir::Hidden),
             QStringList{"Quorlane.ini"});
-  EXPECT_EQ(readAll(secret), "[A]\nk=1\n");
+  EXPECT_EQ(readFile(secret), "[A]\nk=1\n");
 }
 
 }  // namespace

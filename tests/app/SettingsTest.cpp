@@ -4,6 +4,7 @@
 #include <QFile>
 #include <functional>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "app/Settings.h"
@@ -26,15 +27,8 @@ class SettingsTest : public ::testing::Test {
     globals().DataFolder = QString::fromStdString(dir.path());  // failure reports land here
     globals().IniFile = ini;
   }
-  void write(const QByteArray& bytes) {
-    QFile f(ini);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-  }
-  QByteArray content() {
-    QFile f(ini);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-  }
+  void write(const QByteArray& bytes) { test::writeFile(ini, bytes); }
+  QByteArray content() { return test::readFile(ini); }
 
   test::TempDir dir;
   QString ini = QString::fromStdString(dir / "Quorlane.ini");
@@ -75,9 +69,16 @@ TEST_F(SettingsTest, ADamagedFileReadsAsDefaultsAndIsNeverWrittenOver) {
   }
 }
 
-// A value that does not convert stops the load there: what came before stands, the rest stays
-// 0 instead of taking its default, and the failure is reported.
-TEST_F(SettingsTest, ABadValueEndsTheLoad) {
+// Numbers read the way they were written by hand; a value that does not convert stops the load
+// there: what came before stands, the rest stays 0 instead of taking its default, and the failure
+// is reported.
+TEST_F(SettingsTest, NumbersAsWrittenByHandAndABadValueEndsTheLoad) {
+  write("[Optionen]\nFileSizeFormat= 3 \nNoHardlinks=2\nFontSize=10,5\n");
+  MainOptions hand;
+  ASSERT_TRUE(OptionenLadenMain(hand));
+  // NoHardlinks may be any byte; the scan tests it against 0.
+  EXPECT_EQ(std::tuple(hand.FileSizeFormat, hand.NoHardlinks, hand.FontSize), std::tuple(3, 2, 10.5));
+
   for (const char* bad : {"abc", "", "300", "-1", "1x"}) {
     SCOPED_TRACE(bad);
     write(QByteArray("[Optionen]\nFileSizeFormat=2\nToplistVisible=") + bad + "\nColPercentVisible=1\n");
@@ -89,14 +90,6 @@ TEST_F(SettingsTest, ABadValueEndsTheLoad) {
     EXPECT_EQ(o.ColPercentVisible, 0);    // in the file, but behind the bad key
     EXPECT_EQ(o.FontSize, 0.0);           // default 9, behind the bad key
   }
-}
-
-TEST_F(SettingsTest, NumbersReadTheWayTheyWereWrittenByHand) {
-  write("[Optionen]\nFileSizeFormat= 3 \nNoHardlinks=2\nFontSize=10,5\n");
-  MainOptions o;
-  ASSERT_TRUE(OptionenLadenMain(o));
-  // NoHardlinks may be any byte; the scan tests it against 0.
-  EXPECT_EQ(std::tuple(o.FileSizeFormat, o.NoHardlinks, o.FontSize), std::tuple(3, 2, 10.5));
 }
 
 // Every key the exit writes goes to a line of its own and comes back into its own field; the
@@ -193,14 +186,6 @@ TEST_F(SettingsTest, WindowPositionReadsCentredByDefaultAndRoundTrips) {
   EXPECT_EQ(failureCount(), failures + 1);
   EXPECT_EQ(p.Width, 18000);
   EXPECT_EQ(p.Height, 6000);
-}
-
-TEST_F(SettingsTest, StoreSettingsWritesFlagsAsNumbersIntoTheFileGiven) {
-  const QString other = QString::fromStdString(dir / "other.ini");
-  ASSERT_TRUE(StoreSettings("Optionen", "Kontextmenu", true));
-  ASSERT_TRUE(StoreSettings("Optionen", "Kontextmenu", false, other));
-  EXPECT_EQ(GetSettings("optionen", "kontextmenu", "99"), "1");
-  EXPECT_EQ(GetSettings("Optionen", "Kontextmenu", "99", other), "0");
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 
 #include <cmath>
 #include <cstdio>
-#include <random>
 #include <thread>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "drives/FakeStat.h"
 #include "drives/DriveSizes.h"
@@ -68,27 +68,16 @@ TEST(MountTable, LongestMountByWholeComponents) {
   EXPECT_EQ(mountOf({"/a"}, "/b"), "");
 }
 
+// Every share of small totals against the floating-point rule, which is exact there and rounds
+// halves to even; and sizes near the top of 64 bits, which must not overflow on the way.
 TEST(DriveSizes, PercentRoundsHalvesToEvenAndAddsUpTo100) {
-  EXPECT_EQ(freePercent(1, 3), 33);
-  EXPECT_EQ(freePercent(1, 8), 12);   // 12.5
-  EXPECT_EQ(freePercent(3, 8), 38);   // 37.5
-  EXPECT_EQ(freePercent(1, 200), 0);  // 0.5
-  EXPECT_EQ(freePercent(3, 200), 2);  // 1.5
+  for (int64_t total = 1; total <= 400; ++total)
+    for (int64_t free = 0; free <= total; ++free)
+      ASSERT_EQ(freePercent(free, total), static_cast<int>(std::nearbyint(100.0 * free / total))) << free << "/" << total;
+  EXPECT_EQ(freePercent(INT64_MAX / 2, INT64_MAX), 50);
   const SizeFigures f = figuresOf({8, 1, 4096});
-  EXPECT_EQ(f.usedPercent, 88);
-  EXPECT_EQ(f.freePercent, 12);
-  EXPECT_EQ(f.used, 7);
+  EXPECT_EQ(std::tuple(f.usedPercent, f.freePercent, f.used), std::tuple(88, 12, 7));
   EXPECT_FALSE(figuresOf({0, 0, 4096}).known);
-  // Sizes near the top of 64 bits must not overflow on the way.
-  const int64_t big = INT64_MAX / 2;
-  EXPECT_EQ(freePercent(big, INT64_MAX), 50);
-  // Against the floating-point rule where it is exact.
-  std::mt19937 rng(7);
-  for (int i = 0; i < 2000; ++i) {
-    const int64_t total = 1 + static_cast<int64_t>(rng() % 4000);
-    const int64_t free = static_cast<int64_t>(rng() % (total + 1));
-    ASSERT_EQ(freePercent(free, total), static_cast<int>(std::nearbyint(100.0 * free / total))) << free << "/" << total;
-  }
 }
 
 TEST(SizeReader, AHungMountNeverHoldsUpTheOthers) {
@@ -138,14 +127,7 @@ TEST(MountTable, RealTmpfsAgreesWithDf) {
   makeDir(bind);
   if (::mount("tmpfs", point.c_str(), "tmpfs", 0, "size=8m") != 0) GTEST_SKIP() << "mount refused here";
   const bool bound = ::mount(point.c_str(), bind.c_str(), nullptr, MS_BIND, nullptr) == 0;
-  makeFile(point + "/f", 0);
-  {
-    FILE* f = std::fopen((point + "/f").c_str(), "w");
-    ASSERT_TRUE(f);
-    std::vector<char> block(1 << 20, 'x');
-    std::fwrite(block.data(), 1, block.size(), f);
-    std::fclose(f);
-  }
+  writeFile(point + "/f", QByteArray(1 << 20, 'x'));  // written, so that the blocks are used
   const std::vector<MountEntry> listed = readMountTable();
   int seen = 0;
   for (const MountEntry& m : listed)

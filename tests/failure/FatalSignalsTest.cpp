@@ -10,6 +10,7 @@
 
 #include "support/Globals.h"
 #include "failure/FailureReport.h"
+#include "TestFiles.h"
 
 using namespace ql;
 
@@ -32,10 +33,7 @@ void throwIt() { throw std::runtime_error("disk gone"); }
 // The exception cannot leave: the run time calls std::terminate with it still current.
 void throwThroughNoexcept() noexcept { throwIt(); }
 
-QString readLog(const QTemporaryDir& dir) {
-  QFile f(dir.filePath(QStringLiteral("error.log")));
-  return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
+QString readLog(const QTemporaryDir& dir) { return QString::fromUtf8(test::readFile(dir.filePath("error.log"))); }
 
 }  // namespace
 

@@ -4,7 +4,8 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-#include <cerrno>
+
+#include "TestFiles.h"
 
 using namespace ql;
 
@@ -13,11 +14,8 @@ namespace {
 // A file of that content in a folder that lasts the run.
 QString writeFile(const char* name, const QByteArray& content) {
   static const QTemporaryDir dir;
-  const QString path = dir.filePath(QLatin1String(name));
-  QFile f(path);
-  EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-  f.write(content);
-  return path;
+  test::writeFile(dir.filePath(QLatin1String(name)), content);
+  return dir.filePath(QLatin1String(name));
 }
 
 constexpr int64_t kDay = 86400;
@@ -40,23 +38,6 @@ TEST(SystemInfo, UpTimeAndDateDiff) {
   const QDateTime start(QDate(2024, 1, 1), QTime(0, 0, 0));
   EXPECT_EQ(GetDateFromDiff(start, start.addSecs(400 * kDay)),
             QStringLiteral("1 Jahr(e) 35 Tag(e) 0:00:00"));
-}
-
-TEST(SystemInfo, ErrorTextAndEnvironmentVariables) {
-  EXPECT_EQ(GetErrorText(ENOENT), QStringLiteral("#2 - No such file or directory"));
-  ::setenv("QL_TEST_DIR", "/tmp/ql", 1);
-  ::unsetenv("QL_TEST_NONE");
-  const struct {
-    const char *in, *out;
-  } cases[] = {
-      {"%QL_TEST_DIR%:%QL_TEST_DIR%", "/tmp/ql:/tmp/ql"},
-      {"%QL_TEST_NONE%/%QL_TEST_DIR%", "%QL_TEST_NONE%//tmp/ql"},
-      // The search goes on behind the second "%", so a lone "%" hides the name after it.
-      {"50% of %QL_TEST_DIR%", "50% of %QL_TEST_DIR%"},
-      {"%%", "%%"},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(ReplaceSystemvariablen(QLatin1String(c.in)), QLatin1String(c.out)) << c.in;
 }
 
 TEST(SystemInfo, OsNamesFromOsRelease) {

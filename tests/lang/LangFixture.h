@@ -37,9 +37,6 @@ class LangFixture {
     for (const auto& [name, value] : vars) qputenv(name, value);
   }
 
-  void storeLang(const QString& value) {
-    ProfileSetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), value, globals().IniFile);
-  }
   QString storedLang() const {
     return ProfileGetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), QStringLiteral("-"),
                           globals().IniFile);
@@ -52,7 +49,7 @@ class LangFixture {
 
   // The start-up call of the program, with our folder as the program's folder.
   void init(const QString& lang, const QString& commandLine = QString(), bool save = false) {
-    storeLang(lang);
+    ProfileSetItem(QStringLiteral("Allgemein"), QStringLiteral("Lang"), lang, globals().IniFile);
     FailureReport(
         Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), save, commandLine, dir_.path()));
   }

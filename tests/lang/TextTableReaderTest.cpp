@@ -38,40 +38,22 @@ TEST(TextTableReader, ReadsRecordsOfThreeFields) {
       {"empty text", "", {}},
       {"an open quote runs to the end", "10,\"x\",\"y, z\n", {{10, "y, z\n"}}},
       {"a stray quote pairs with the next", "1,\"x\",\"y\n2,\"z\",\"w\"\n", {{1, "y\n2,"}}},
+      {"a record cut off by the end", "1,\"a\",\"b\"\n2,\"c\"", {{1, "b"}}},
+      {"a record of one field", "1,\"a\",\"b\"\n2\n", {{1, "b"}}},
+      {"a quoted comment is one field", "\"# note, with\"\n3,\"S\",\"Save\"\n", {{3, "Save"}}},
+      {"a plain comment", "#plain note\n3,\"S\",\"Save\"\n", {{3, "Save"}}},
+      // The unquoted comma makes " with" the next record's id (0), which eats the record below.
+      {"a comma in a plain comment", "# note, with\n3,\"S\",\"Save\"\n", {{0, "S"}}},
+      // Ids are the leading number, rounded half to even.
+      {"id 3.5", "3.5,x,y\n", {{4, "y"}}},
+      {"id 2.5", "2.5,x,y\n", {{2, "y"}}},
+      {"id 12abc", "12abc,x,y\n", {{12, "y"}}},
+      {"id abc", "abc,x,y\n", {{0, "y"}}},
+      {"id 1 2", "1 2,x,y\n", {{12, "y"}}},
   };
   for (const auto& c : cases) EXPECT_EQ(read(c.input), c.expected) << c.name;
-}
-
-TEST(TextTableReader, CommentsTakeOneFieldOnly) {
-  // A comment whose comma is inside quotes is one field.
-  EXPECT_EQ(read("\"# note, with comma\"\n3612,\"Speichern\",\"Save\"\n"), Texts({{3612, "Save"}}));
-  EXPECT_EQ(read("#plain note\n3612,\"Speichern\",\"Save\"\n"), Texts({{3612, "Save"}}));
-  // An unquoted comma leaves " with comma" as the next first field (id 0), which eats the id
-  // and the reference of the record below; the rest is cut off by the end.
-  EXPECT_EQ(read("# note, with comma\n3612,\"Speichern\",\"Save\"\n"), Texts({{0, "Speichern"}}));
-}
-
-TEST(TextTableReader, DropsARecordCutOffByTheEnd) {
-  EXPECT_EQ(read("1,\"a\",\"b\"\n2,\"c\""), Texts({{1, "b"}}));
-  EXPECT_EQ(read("1,\"a\",\"b\"\n2\n"), Texts({{1, "b"}}));
-}
-
-TEST(TextTableReader, IdsAreTheLeadingNumberRoundedHalfToEven) {
-  EXPECT_EQ(read("3.5,x,y\n"), Texts({{4, "y"}}));
-  EXPECT_EQ(read("2.5,x,y\n"), Texts({{2, "y"}}));
-  EXPECT_EQ(read("12abc,x,y\n"), Texts({{12, "y"}}));
-  EXPECT_EQ(read("abc,x,y\n"), Texts({{0, "y"}}));
-  EXPECT_EQ(read("1 2,x,y\n"), Texts({{12, "y"}}));
   EXPECT_EQ(leadingNumber(QStringLiteral("1e3x")), 1000.0);
   EXPECT_EQ(leadingNumber(QStringLiteral("-7")), -7.0);
-  EXPECT_EQ(leadingNumber(QStringLiteral(".")), 0.0);
-}
-
-TEST(TextTableReader, AnIdBeyond32BitsEndsTheReading) {
-  const TextTable t = readTextTable("1,\"a\",\"b\"\n99999999999,\"c\",\"d\"\n3,\"e\",\"f\"\n");
-  EXPECT_FALSE(t.error.isEmpty());
-  EXPECT_EQ(t.texts.size(), 1);
-  EXPECT_EQ(t.texts.value(1), QStringLiteral("b"));
 }
 
 }  // namespace

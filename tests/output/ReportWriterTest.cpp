@@ -18,6 +18,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "TestFiles.h"
 #include "output/ReportWriter.h"
 
 namespace ql {
@@ -102,14 +103,14 @@ TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
 TEST(ReportWriter, NamesAreWrittenAsTheirBytesWithQuotesDoubled) {
   ReportTree t;
   const uint32_t root = t.addRoot("/d \"x\"");
-  const uint32_t odd = t.addChild(root, " a\"\"b;c,\n\t\xff\xfe ", ReportTree::IsFolder);
+  const uint32_t odd = t.addChild(root, " a\"\"b;c,\n\r\t\xff\xfe ", ReportTree::IsFolder);
   t.addChild(odd, "f\"", 0);
   EXPECT_EQ(csv(t, {}), kHead + "\"/d \"\"x\"\"\";\"0\";0;0\r\n" +
-                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\t\xff\xfe \";\"0\";0;0\r\n" +
-                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\t\xff\xfe /[f\"\"]\";\"0\";0;0\r\n");
+                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\r\t\xff\xfe \";\"0\";0;0\r\n" +
+                        "\"/d \"\"x\"\"/ a\"\"\"\"b;c,\n\r\t\xff\xfe /[f\"\"]\";\"0\";0;0\r\n");
   // The column text has no quoting: the names as they are.
   const std::string txt = ReportWriter::render(t, {}, true, en);
-  EXPECT_NE(txt.find("\t/d \"x\"/ a\"\"b;c,\n\t\xff\xfe /[f\"]\r\n"), std::string::npos) << txt;
+  EXPECT_NE(txt.find("\t/d \"x\"/ a\"\"b;c,\n\r\t\xff\xfe /[f\"]\r\n"), std::string::npos) << txt;
 }
 
 TEST(ReportWriter, LevelsHaveNoDepthLimit) {
@@ -123,10 +124,7 @@ TEST(ReportWriter, LevelsHaveNoDepthLimit) {
   }
 }
 
-std::string readAll(const std::string& file) {
-  QFile f(QString::fromStdString(file));
-  return f.open(QIODevice::ReadOnly) ? f.readAll().toStdString() : "";
-}
+std::string readAll(const std::string& file) { return test::readFile(file).toStdString(); }
 
 QStringList entries(const QTemporaryDir& dir) {
   return QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System);

@@ -12,6 +12,7 @@
 #include <QSignalSpy>
 
 #include "TestApp.h"
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "support/Profile.h"
@@ -37,10 +38,7 @@ class OptionsTest : public ::testing::Test {
   void set(const char* key, const char* value) {
     ProfileSetItem(QStringLiteral("Optionen"), QLatin1String(key), QLatin1String(value), ini);
   }
-  QByteArray iniBytes() {
-    QFile f(ini);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-  }
+  QByteArray iniBytes() { return readFile(ini); }
   bool entry() const { return QFile::exists(QString::fromStdString(data / "applications/quorlane-folder.desktop")); }
 
   TempDir data;
@@ -151,9 +149,7 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
 TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
   frmInfo f;
   EXPECT_TRUE(f.lblVersion->text().contains(globals().AppVersion));
-  EXPECT_TRUE(f.lblQt->text().contains(QString::fromLatin1(qVersion())));
   EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("href=\"") + webHost()));
-  EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("mailto:")));
   EXPECT_FALSE(programIcon().pixmap(32, 32).isNull());  // built in, and the SVG reader is there
 
   MainWindow w;

