@@ -246,28 +246,6 @@ QString xGetComputerName() {
   return QString::fromLocal8Bit(buf);
 }
 
-QString xGetEnvironmentVariable(const QString& name) {
-  if (name.isEmpty()) return {};
-  return qEnvironmentVariable(name.toLocal8Bit().constData());
-}
-
-QString ReplaceSystemvariablen(const QString& text) {
-  QString result = text;
-  qsizetype pos = 0;
-  for (;;) {
-    const qsizetype open = text.indexOf(QLatin1Char('%'), pos);
-    if (open < 0) break;
-    const qsizetype close = text.indexOf(QLatin1Char('%'), open + 1);
-    if (close < 0) break;
-    const QString name = text.mid(open + 1, close - open - 1);
-    const QString value = xGetEnvironmentVariable(name);
-    if (!value.isEmpty()) result.replace(QLatin1Char('%') + name + QLatin1Char('%'), value);
-    // Goes on behind the closing "%" of the text as it came in.
-    pos = close + 1;
-  }
-  return result;
-}
-
 size_t formatUpTime(int64_t seconds, char* buf, size_t size) {
   if (!buf || size == 0) return 0;
   buf[0] = '\0';
@@ -321,20 +299,6 @@ QString GetDateFromDiff(const QDateTime& from, const QDateTime& to) {
     text = TL(3477, QStringLiteral("%1 Jahr(e) %2 Tag(e)"),
               {QString::number(days / 365), QString::number(days % 365)});
   return text + QLatin1Char(' ') + clockText(seconds % 86400);
-}
-
-QString GetErrorText(int number) {
-  if (number == 0) return QStringLiteral("#0 - No information available");
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 32))
-  // The untranslated description; null for a number the system doesn't know.
-  const char* desc = strerrordesc_np(number);
-#else
-  const char* desc = std::strerror(number);
-#endif
-  if (!desc) return QStringLiteral("Formatmessage Error %1 (%2)").arg(EINVAL).arg(number);
-  QString text = QString::fromLocal8Bit(desc);
-  text.remove(QLatin1Char('\r')).remove(QLatin1Char('\n')).remove(QChar(0));
-  return QStringLiteral("#%1 - %2").arg(number).arg(text.trimmed());
 }
 
 }  // namespace ql

@@ -52,10 +52,6 @@ bool AdminRightsAvailable();  // the effective user is root
 QString GetCurrentUserName();
 QString xGetComputerName();  // "" on failure
 
-QString xGetEnvironmentVariable(const QString& name);
-// Expands "%NAME%" from the environment; an unknown name and a lone "%" stay as they are.
-QString ReplaceSystemvariablen(const QString& text);
-
 // The machine's uptime in English: "1:02:05", "1 day 1:01:01", "1year(s) 35 day(s) 0:00:00".
 QString formatUpTime(int64_t seconds);
 // The same into a caller's buffer, without allocating: usable from a signal handler.
@@ -64,8 +60,5 @@ int64_t systemUpSeconds(const QString& uptimePath = QStringLiteral("/proc/uptime
 QString GetSystemUpTime(const QString& uptimePath = QStringLiteral("/proc/uptime"));
 // The time between two dates in the user's language (days and years through the text table).
 QString GetDateFromDiff(const QDateTime& from, const QDateTime& to);
-
-// "#n - text" for a system error number; "#0 - No information available" for 0.
-QString GetErrorText(int number);
 
 }  // namespace ql
