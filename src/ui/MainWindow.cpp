@@ -23,12 +23,7 @@
 
 namespace ql {
 
-namespace {
 using namespace cmd::main;
-std::string encode(const QString& text) {
-  return QFile::encodeName(text).toStdString();
-}
-}  // namespace
 
 MainWindow::MainWindow(QWidget* parent)
     : QMainWindow(parent), guard_([this] {
@@ -69,12 +64,6 @@ MainWindow::MainWindow(QWidget* parent)
   applyToolbarLook();
   session_->setBusy(true);  // until the window has come up, with Stop off too
   cbrMain_->control(cmd::main::Stop)->setEnabled(false);
-}
-
-// The panes go first: they show the tree and call back into the frame, both of which are gone
-// by the time the base class takes its children down.
-MainWindow::~MainWindow() {
-  delete takeCentralWidget();
 }
 
 void MainWindow::buildPanes(const MainOptions& o) {
@@ -170,8 +159,7 @@ void MainWindow::wireSession() {
             report_->fitColumns();
             // The source read last is the one the user looks at next.
             if (node != kNoNode) report_->selectNode(node);
-            if (node != kNoNode && walked)
-              drives_->selectDrive(session_->tree().fullPath(node));
+            if (node != kNoNode && walked) drives_->selectDrive(session_->tree().fullPath(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
           }));
@@ -205,79 +193,46 @@ void MainWindow::applyToolbarLook() {
 }
 
 void MainWindow::cbrMain_Execute(int id) {
-  guard_.run("cbrMain_Execute",
-             [&] {
-               switch (id) {
-                 case New: {
-                   const QString folder =
-                       QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
-                   if (!folder.isEmpty()) cboOrdner_->addSource(encode(folder));
-                   break;
-                 }
-                 case Start:
-                   startFromSourcesBox();
-                   break;
-                 case cmd::main::Stop:
-                   session_->stop();
-                   break;
-                 case Import: {
-                   const QString file =
-                       QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
-                                                    QStringLiteral("JSON (*.json);;* (*)"));
-                   if (!file.isEmpty()) session_->importFile(encode(file));
-                   break;
-                 }
-                 case Options:
-                   showOptions();
-                   break;
-                 case About:
-                   frmInfo(this).exec();
-                   break;
-                 case Homepage:
-                   QDesktopServices::openUrl(QUrl(webHost()));
-                   break;
-                 case Update: {
-                   frmInternetUpdate dlg(this);
-                   dlg.exec();
-                   if (pendingUpdate().UpdateMode != 0) {
-                     connect(qApp, &QCoreApplication::aboutToQuit, qApp, &StartPendingInstaller);
-                     close();
-                   }
-                   break;
-                 }
-                 case Exit:
-                   close();
-                   break;
-                 case ShowDrives:
-                 case ShowReport:
-                 case ShowFiles:
-                 case ShowLargest:
-                   if (cbrMain_->toggleList(id)) showPanes();
-                   break;
-                 case BigIcons:
-                 case IconText:
-                   applyToolbarLook();
-                   break;
-                 case FontSmaller:
-                   changeFontSize(false);
-                   break;
-                 case FontLarger:
-                   changeFontSize(true);
-                   break;
-                 case German:
-                   changeLanguage(kLangGerman);
-                   break;
-                 case English:
-                   changeLanguage(kLangEnglish);
-                   break;
-                 case Russian:
-                   changeLanguage(kLangRussian);
-                   break;
-                 default:
-                   break;
-               }
-             },
-             {QString::number(id)});
+  guard_.run("cbrMain_Execute", [&] { runCommand(id); }, {QString::number(id)});
+}
+
+void MainWindow::runCommand(int id) {
+  if (id == ShowReport || id == ShowDrives || id == ShowFiles || id == ShowLargest) {
+    if (cbrMain_->toggleList(id)) showPanes();
+    return;
+  }
+  if (id == New) {
+    const QString folder = QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
+    if (!folder.isEmpty()) cboOrdner_->addSource(QFile::encodeName(folder).toStdString());
+  } else if (id == Import) {
+    const QString file = QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
+                                                      QStringLiteral("JSON (*.json);;* (*)"));
+    if (!file.isEmpty()) session_->importFile(QFile::encodeName(file).toStdString());
+  } else if (id == Update) {
+    frmInternetUpdate(this).exec();
+    if (pendingUpdate().UpdateMode == 0) return;
+    connect(qApp, &QCoreApplication::aboutToQuit, qApp, &StartPendingInstaller);
+    close();
+  } else if (id == Start) {
+    startFromSourcesBox();
+  } else if (id == cmd::main::Stop) {
+    session_->stop();
+  } else if (id == Options) {
+    showOptions();
+  } else if (id == About) {
+    frmInfo(this).exec();
+  } else if (id == Homepage) {
+    QDesktopServices::openUrl(QUrl(webHost()));
+  } else if (id == Exit) {
+    close();
+  } else if (id == BigIcons || id == IconText) {
+    applyToolbarLook();
+  } else if (id == FontSmaller || id == FontLarger) {
+    changeFontSize(id == FontLarger);
+  } else if (id == German || id == English || id == Russian) {
+    const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
+    if (storeLanguage(this, language, askRestart_)) restartRequested_ = true;
+  }
 }
 
 void MainWindow::startFromSourcesBox() {
@@ -352,19 +307,6 @@ void MainWindow::fitDriveTable() {
   if (!splInfo_ || !splInfo_->Control1Visible()) return;
   if (drives_->rowCount() == 0) return;  // nothing measured yet: the pane keeps its place
   splInfo_->setPosition(drives_->preferredHeight() + 5);
-}
-
-void MainWindow::changeLanguage(int language) {
-  StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
-  const QString text =
-      language == kLangGerman
-          ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
-          : QStringLiteral("Quorlane must be restarted to change the GUI language.");
-  const bool ok = askRestart_ ? askRestart_(text)
-                              : QMessageBox::information(this, QStringLiteral("Quorlane"), text,
-                                                         QMessageBox::Ok | QMessageBox::Cancel) ==
-                                    QMessageBox::Ok;
-  if (ok) restartRequested_ = true;
 }
 
 void MainWindow::takeHandOver(const std::vector<std::string>& sources) {

@@ -12,9 +12,9 @@
 
 #include "app/Settings.h"
 #include "failure/Guard.h"
-#include "ui/MainBar.h"
 #include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
+#include "ui/MainBar.h"
 #include "ui/PreviewPane.h"
 #include "ui/ReportPane.h"
 #include "ui/ScanSession.h"
@@ -27,7 +27,9 @@ class MainWindow : public QMainWindow {
   Q_OBJECT
  public:
   explicit MainWindow(QWidget* parent = nullptr);
-  ~MainWindow() override;
+  // The panes go first: they show the tree and call back into the frame, both of which are
+  // gone by the time the base class takes its children down.
+  ~MainWindow() override { delete takeCentralWidget(); }
 
   // Sources and exports of the command line, read once the window has come up.
   void setStartSources(const std::vector<std::string>& sources) { session_->readSources(sources); }
@@ -53,7 +55,9 @@ class MainWindow : public QMainWindow {
 
   bool restartRequested() const { return restartRequested_; }
   // Whether the user agrees to restart after a language change; a message box unless replaced.
-  void setLanguageQuestion(std::function<bool(const QString&)> ask) { askRestart_ = std::move(ask); }
+  void setLanguageQuestion(std::function<bool(const QString&)> ask) {
+    askRestart_ = std::move(ask);
+  }
   // Where warnings go; a message box unless replaced (tests).
   void setWarningHandler(std::function<void(const QString&)> warn);
 
@@ -64,6 +68,7 @@ class MainWindow : public QMainWindow {
  private:
   void buildPanes(const MainOptions& o);
   void wireSession();
+  void runCommand(int id);
   void setControlsEnabled(bool on);
   void startFromSourcesBox();
   void showOptions();
@@ -71,7 +76,6 @@ class MainWindow : public QMainWindow {
   void setGridFont(const QFont& font);
   void changeFontSize(bool up);
   void fitDriveTable();
-  void changeLanguage(int language);
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
   void showFolderFiles(uint32_t node);

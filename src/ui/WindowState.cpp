@@ -1,13 +1,18 @@
 #include "ui/WindowState.h"
 
 #include <QGuiApplication>
+#include <QMessageBox>
 #include <QScreen>
 #include <QSettings>
+
+#include "lang/TL.h"
 
 namespace ql {
 
 namespace {
-QSettings barSettings() { return QSettings(QStringLiteral("Velmora Works"), QStringLiteral("Quorlane")); }
+QSettings barSettings() {
+  return QSettings(QStringLiteral("Velmora Works"), QStringLiteral("Quorlane"));
+}
 }  // namespace
 
 double screenDpi(const QWidget& window) {
@@ -20,7 +25,8 @@ RestoredPlace restoreWindowPlace(QMainWindow& window) {
   const double px = screenDpi(window);
   const FormPosition pos =
       FensterpositionLaden(pixelsToTwips(screen.width(), px), pixelsToTwips(screen.height(), px));
-  window.setGeometry(static_cast<int>(twipsToPixels(pos.Left, px)), static_cast<int>(twipsToPixels(pos.Top, px)),
+  window.setGeometry(static_cast<int>(twipsToPixels(pos.Left, px)),
+                     static_cast<int>(twipsToPixels(pos.Top, px)),
                      static_cast<int>(twipsToPixels(pos.Width, px)),
                      static_cast<int>(twipsToPixels(pos.Height, px)));
   return RestoredPlace{pos.WindowState, static_cast<int>(twipsToPixels(pos.TVW, px))};
@@ -28,7 +34,8 @@ RestoredPlace restoreWindowPlace(QMainWindow& window) {
 
 void saveWindowPlace(const QMainWindow& window, int reportWidth) {
   const double px = screenDpi(window);
-  const QRect normal = window.normalGeometry().isValid() ? window.normalGeometry() : window.geometry();
+  const QRect normal =
+      window.normalGeometry().isValid() ? window.normalGeometry() : window.geometry();
   FormPosition pos;
   pos.WindowState = window.isMinimized() ? 1 : window.isMaximized() ? 2 : 0;
   pos.Left = pixelsToTwips(normal.x(), px);
@@ -49,6 +56,17 @@ void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar) {
   QSettings layouts = barSettings();
   layouts.setValue(QStringLiteral("Toolbar1"), window.saveState());
   layouts.setValue(QStringLiteral("Toolbar2"), !reportBar.isHidden());
+}
+
+bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask) {
+  StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
+  const QString text =
+      language == kLangGerman
+          ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
+          : QStringLiteral("Quorlane must be restarted to change the GUI language.");
+  if (ask) return ask(text);
+  return QMessageBox::information(parent, QStringLiteral("Quorlane"), text,
+                                  QMessageBox::Ok | QMessageBox::Cancel) == QMessageBox::Ok;
 }
 
 }  // namespace ql

@@ -1,9 +1,11 @@
 #pragma once
 // What the window keeps between runs besides its options: the place on the screen (in twips,
-// so it survives a change of screen resolution) and the layouts of the command bars.
+// so it survives a change of screen resolution), the layouts of the command bars, and the
+// language of the next start.
 
 #include <QMainWindow>
 #include <QToolBar>
+#include <functional>
 
 #include "app/Settings.h"
 
@@ -25,5 +27,9 @@ void saveWindowPlace(const QMainWindow& window, int reportWidth);
 // Bar layouts, kept under the maker's name; the fifth layout is read but never written.
 void restoreBarLayouts(QMainWindow& window, QToolBar& reportBar);
 void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar);
+
+// Stores the language for the next start and asks whether to restart now (through `ask` when
+// given, else a message box); true when the user agrees.
+bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask);
 
 }  // namespace ql
