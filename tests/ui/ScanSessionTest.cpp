@@ -1,0 +1,52 @@
+#include <QFile>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include "TestFs.h"
+#include "ui/ScanSession.h"
+
+namespace ql {
+namespace {
+
+// Work asked for before the window is up waits for it; then the sources are read first and the
+// exports after them, one at a time, busy from the start of each to its end. An export that
+// cannot be read is told and adds nothing.
+TEST(ScanSession, WorkWaitsUntilReadyAndRunsOneAtATime) {
+  test::ensureApp();
+  test::TempDir d;
+  test::makeDir(d / "a");
+  test::makeFile(d / "a/f", 10);
+  const std::string json = d / "m.json";
+  QFile f(QString::fromStdString(json));
+  ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+  f.write(R"([1,2,{"progname":"x"},[{"name":"/r","asize":4096},{"name":"g","asize":7}]])");
+  f.close();
+
+  Guard guard;
+  ScanSession s(guard);
+  std::vector<std::string> log;
+  QObject::connect(&s, &ScanSession::busyChanged, [&](bool busy) { log.push_back(busy ? "busy" : "idle"); });
+  QObject::connect(&s, &ScanSession::readDone, [&](uint32_t node, bool walked) {
+    log.push_back((walked ? "walked " : "read ") + s.tree().fullPath(node));
+  });
+  QObject::connect(&s, &ScanSession::warning, [&](const QString&) { log.push_back("warning"); });
+
+  s.importFile(d / "missing.json");
+  s.importFile(json);
+  s.readSources({d / "a"});
+  QCoreApplication::processEvents();
+  EXPECT_TRUE(log.empty());
+  EXPECT_TRUE(s.tree().roots().empty());
+
+  s.ready();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return log.size() >= 9; }, 20000)) << testing::PrintToString(log);
+  const std::vector<std::string> expected{"busy", "idle", "walked " + (d / "a"), "busy", "idle", "warning",
+                                          "busy", "idle", "read /r"};
+  EXPECT_EQ(log, expected);
+  ASSERT_EQ(s.tree().roots().size(), 2u);
+  EXPECT_EQ(s.tree().node(s.tree().roots()[1]).size, 7);
+  EXPECT_FALSE(s.busy());
+}
+
+}  // namespace
+}  // namespace ql
