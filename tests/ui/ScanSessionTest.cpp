@@ -1,6 +1,6 @@
+#include <gtest/gtest.h>
 #include <QFile>
 #include <QTest>
-#include <gtest/gtest.h>
 
 #include "TestFs.h"
 #include "ui/ScanSession.h"
@@ -25,7 +25,8 @@ TEST(ScanSession, WorkWaitsUntilReadyAndRunsOneAtATime) {
   Guard guard;
   ScanSession s(guard);
   std::vector<std::string> log;
-  QObject::connect(&s, &ScanSession::busyChanged, [&](bool busy) { log.push_back(busy ? "busy" : "idle"); });
+  QObject::connect(&s, &ScanSession::busyChanged,
+                   [&](bool busy) { log.push_back(busy ? "busy" : "idle"); });
   QObject::connect(&s, &ScanSession::readDone, [&](uint32_t node, bool walked) {
     log.push_back((walked ? "walked " : "read ") + s.tree().fullPath(node));
   });
@@ -39,9 +40,10 @@ TEST(ScanSession, WorkWaitsUntilReadyAndRunsOneAtATime) {
   EXPECT_TRUE(s.tree().roots().empty());
 
   s.ready();
-  ASSERT_TRUE(QTest::qWaitFor([&] { return log.size() >= 9; }, 20000)) << testing::PrintToString(log);
-  const std::vector<std::string> expected{"busy", "idle", "walked " + (d / "a"), "busy", "idle", "warning",
-                                          "busy", "idle", "read /r"};
+  ASSERT_TRUE(QTest::qWaitFor([&] { return log.size() >= 9; }, 20000))
+      << testing::PrintToString(log);
+  const std::vector<std::string> expected{
+      "busy", "idle", "walked " + (d / "a"), "busy", "idle", "warning", "busy", "idle", "read /r"};
   EXPECT_EQ(log, expected);
   ASSERT_EQ(s.tree().roots().size(), 2u);
   EXPECT_EQ(s.tree().node(s.tree().roots()[1]).size, 7);
