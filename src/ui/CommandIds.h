@@ -41,7 +41,7 @@ enum : int {
   Language = 28,
   German = 35,
   English = 36,
-  Russian = 37,  // known to the handler, carried by no control
+  Russian = 37,
   About = 17,
   Homepage = 18,
   Update = 19,

@@ -1,5 +1,10 @@
 #include "ui/MainBar.h"
 
+#include <QActionGroup>
+#include <QMenu>
+#include <QToolButton>
+#include <tuple>
+
 #include "lang/TL.h"
 #include "ui/CommandIds.h"
 #include "ui/SourcesBox.h"
@@ -16,8 +21,8 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
   AddControl(T::Button, New, 3529, "Neu", "folder-new", false, 3530, "Neue Quelle auswählen");
   AddControl(T::Button, Start, 3531, "Start", "media-playback-start", false, 3532,
              "Quelle einlesen");
-  AddControl(T::Button, cmd::main::Stop, 3533, "Stop", "process-stop", false, 3534, "Einlesen beenden", false,
-             false, false);
+  AddControl(T::Button, cmd::main::Stop, 3533, "Stop", "process-stop", false, 3534,
+             "Einlesen beenden", false, false, false);
   AddControl(T::Button, Import, 4054, "Importieren", "document-open", false, 4055,
              "Eine gespeicherte Messung (JSON-Export) öffnen");
   AddControl(T::Button, ShowReport, 3641, "Ordnerliste", "view-list-tree", true, 3667,
@@ -39,8 +44,19 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
              "Schrift verkleinern");
   AddControl(T::SplitButton, Language, 3701, "Sprache", "preferences-desktop-locale", true, 3702,
              "Sprache der Benutzeroberfläche ändern");
-  AddPopupControl(Language, German, TL(3703, "Deutsch"));
-  AddPopupControl(Language, English, TL(3704, "Englisch"));
+  // Every language the program carries; the one of this run is marked.
+  auto* languages = new QActionGroup(this);
+  for (auto [id, lang, text] : {std::tuple{German, kLangGerman, TL(3703, "Deutsch")},
+                                {English, kLangEnglish, TL(3704, "Englisch")},
+                                {Russian, kLangRussian, TL(3705, "Russisch")}}) {
+    QAction* a = AddPopupControl(Language, id, text);
+    a->setCheckable(true);
+    a->setChecked(lang == language());
+    languages->addAction(a);
+  }
+  // The whole button opens the menu: the button itself has nothing else to do.
+  if (auto* button = qobject_cast<QToolButton*>(widgetForAction(control(Language))))
+    button->setPopupMode(QToolButton::InstantPopup);
   AddControl(T::Button, About, 3551, "Info", "help-about", true, 3552, "Info");
   AddControl(T::Button, Homepage, 3553, "Homepage", "go-home", false, 3554, "Homepage");
   AddControl(T::Button, Update, 3555, "Update", "system-software-update", false, 3556,
@@ -59,6 +75,13 @@ bool MainBar::toggleList(int id) {
   if (id == ShowFiles && isChecked(ShowFiles)) setChecked(ShowLargest, false);
   if (id == ShowLargest && isChecked(ShowLargest)) setChecked(ShowFiles, false);
   return true;
+}
+
+void MainBar::showLanguages() {
+  QMenu* menu = control(Language)->menu();
+  QWidget* button = widgetForAction(control(Language));
+  menu->popup(button && button->isVisible() ? button->mapToGlobal(QPoint(0, button->height()))
+                                            : mapToGlobal(QPoint(0, height())));
 }
 
 void MainBar::setBusy(bool busy) {

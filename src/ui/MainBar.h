@@ -18,6 +18,8 @@ class MainBar : public CommandBar {
   // shown cannot be switched off; the file list and the largest-files list take each other's
   // place. False when nothing changed.
   bool toggleList(int id);
+  // Opens the language menu below its button (the button's own click does the same).
+  void showLanguages();
   // Busy: only Stop is live.
   void setBusy(bool busy);
   // The check marks the settings keep.

@@ -229,9 +229,11 @@ void MainWindow::runCommand(int id) {
     applyToolbarLook();
   } else if (id == FontSmaller || id == FontLarger) {
     changeFontSize(id == FontLarger);
+  } else if (id == Language) {
+    cbrMain_->showLanguages();
   } else if (id == German || id == English || id == Russian) {
     const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
-    if (storeLanguage(this, language, askRestart_)) restartRequested_ = true;
+    restartRequested_ = storeLanguage(this, language, askRestart_);
   }
 }
 

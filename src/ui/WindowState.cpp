@@ -59,14 +59,24 @@ void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar) {
 }
 
 bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask) {
-  StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
+  const auto store = [language] {
+    StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
+  };
+  // The language of this run takes back a change agreed earlier, without a question.
+  if (language == ql::language()) {
+    store();
+    return false;
+  }
   const QString text =
       language == kLangGerman
           ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
           : QStringLiteral("Quorlane must be restarted to change the GUI language.");
-  if (ask) return ask(text);
-  return QMessageBox::information(parent, QStringLiteral("Quorlane"), text,
-                                  QMessageBox::Ok | QMessageBox::Cancel) == QMessageBox::Ok;
+  const bool agreed =
+      ask ? ask(text)
+          : QMessageBox::information(parent, QStringLiteral("Quorlane"), text,
+                                     QMessageBox::Ok | QMessageBox::Cancel) == QMessageBox::Ok;
+  if (agreed) store();
+  return agreed;
 }
 
 }  // namespace ql

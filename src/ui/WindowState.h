@@ -28,8 +28,9 @@ void saveWindowPlace(const QMainWindow& window, int reportWidth);
 void restoreBarLayouts(QMainWindow& window, QToolBar& reportBar);
 void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar);
 
-// Stores the language for the next start and asks whether to restart now (through `ask` when
-// given, else a message box); true when the user agrees.
+// Asks whether to restart in `language` now (through `ask` when given, else a message box) and
+// stores it for the next start only when the user agrees; true then. The language of this run
+// is stored without a question (it takes back an earlier choice) and needs no restart.
 bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask);
 
 }  // namespace ql

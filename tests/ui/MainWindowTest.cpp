@@ -15,6 +15,7 @@
 #include <QWidgetAction>
 #include <cmath>
 
+#include "lang/TL.h"
 #include "TestApp.h"
 #include "TestFs.h"
 #include "support/Globals.h"
@@ -159,17 +160,35 @@ TEST_F(MainWindowTest, MainCommands) {
   bar.control(cmd::main::ShowReport)->trigger();  // the report may go while another list shows
   EXPECT_FALSE(w.splMain().Control1Visible());
   EXPECT_TRUE(w.splInfo().Control1Visible());
+}
 
-  // A language change is stored at once and restarts only when agreed.
+// Every language is offered, the one of this run marked. A change is stored only when the
+// restart is agreed to; choosing this run's language again takes it back.
+TEST_F(MainWindowTest, LanguagesAreOfferedAndStoredOnlyWhenAgreed) {
+  StoreSettings("Allgemein", "Lang", kLangEnglish);
+  FailureReport(Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), false, QString()));
+  ASSERT_EQ(language(), kLangEnglish);
+  MainWindow w;
+  bringUp(w);
+  MainBar& bar = w.cbrMain();
+  EXPECT_EQ(bar.control(cmd::main::Language)->menu()->actions().size(), 3);
+  EXPECT_TRUE(bar.control(cmd::main::English)->isChecked());
+  EXPECT_FALSE(bar.control(cmd::main::Russian)->isChecked());
+  const QString stored = GetSettings("Allgemein", "Lang");
   QStringList asked;
   w.setLanguageQuestion([&](const QString& text) { asked << text; return false; });
-  bar.control(cmd::main::English)->trigger();
+  bar.control(cmd::main::Russian)->trigger();
   EXPECT_FALSE(w.restartRequested());
-  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), stored);
   w.setLanguageQuestion([&](const QString& text) { asked << text; return true; });
   bar.control(cmd::main::German)->trigger();
   EXPECT_TRUE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "7");
   EXPECT_EQ(asked.last(), "Quorlane muss jetzt neu gestartet werden.");
+  bar.control(cmd::main::English)->trigger();
+  EXPECT_FALSE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
+  EXPECT_EQ(asked.size(), 2);
 }
 
 TEST_F(MainWindowTest, ReportCommands) {
