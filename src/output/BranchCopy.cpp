@@ -3,10 +3,7 @@
 namespace ql {
 
 BranchCopy::BranchCopy(const ReportTree& source, uint32_t from, Depth depth, int levels)
-    : source_(source),
-      from_(from),
-      depth_(depth),
-      levels_(levels < 0 ? 0 : levels),
+    : source_(source), from_(from), depth_(depth), levels_(levels < 0 ? 0 : levels),
       generation_(source.generation()) {
   restart();
 }
@@ -32,12 +29,9 @@ void BranchCopy::restart() {
 bool BranchCopy::descends(uint32_t source, uint32_t level) const {
   if (source_.children(source).empty()) return false;
   switch (depth_) {
-    case Depth::All:
-      return true;
-    case Depth::Levels:
-      return level < static_cast<uint32_t>(levels_);
-    case Depth::Expanded:
-      return source_.hasFlag(source, ReportTree::Expanded);
+    case Depth::All: return true;
+    case Depth::Levels: return level < static_cast<uint32_t>(levels_);
+    case Depth::Expanded: return source_.hasFlag(source, ReportTree::Expanded);
   }
   return false;
 }
@@ -45,15 +39,14 @@ bool BranchCopy::descends(uint32_t source, uint32_t level) const {
 uint32_t BranchCopy::copyNode(uint32_t source, uint32_t targetParent) {
   const auto& n = source_.node(source);
   const uint16_t flags = n.flags & ~ReportTree::Dead;
-  const uint32_t t = targetParent == kSuperRoot
-                         ? copy_.addRoot(source_.text(source))
-                         : copy_.addChild(targetParent, source_.text(source), flags);
+  const uint32_t t = targetParent == kSuperRoot ? copy_.addRoot(source_.text(source))
+                                                : copy_.addChild(targetParent, source_.text(source), flags);
   copy_.setSizeAndFiles(t, n.size, n.files);
   copy_.setFolders(t, n.folders);
   // A top row is made as a root; it keeps the share of its parent and the flags of the row it
   // copies. Rows below have their parents with them and work their shares out alike.
-  for (const auto f : {ReportTree::IsFolder, ReportTree::Junction, ReportTree::Expanded,
-                       ReportTree::Faded, ReportTree::HasFolders})
+  for (const auto f : {ReportTree::IsFolder, ReportTree::Junction, ReportTree::Expanded, ReportTree::Faded,
+                       ReportTree::HasFolders})
     copy_.setFlag(t, f, (flags & f) != 0);
   if (targetParent == kSuperRoot) copy_.setRootPercent(t, source_.percent(source));
   return t;
