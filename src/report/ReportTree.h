@@ -212,9 +212,9 @@ class ReportTree {
   void renumber(uint32_t parent, size_t from);
   void markDead(uint32_t node);
 
-  ChunkedVector<Node> nodes_;
+  ChunkedVector<Node, 10> nodes_;
   std::vector<uint32_t> kids_;
-  ChunkedVector<char, 16> names_;
+  ChunkedVector<char, 12> names_;
   std::vector<std::string> longNames_;
   std::vector<std::pair<uint32_t, double>> rootPercents_;  // the roots whose share was set
   std::vector<SortDefinition> sorters_;
