@@ -162,7 +162,7 @@ inline std::string dump(const ReportTree& t) {
     out += std::string(node.level * 2, ' ') + std::string(t.text(n)) + " size=" +
            std::to_string(node.size) + " files=" + std::to_string(node.files) +
            " folders=" + std::to_string(node.folders) + " flags=" + std::to_string(node.flags) +
-           " pct=" + std::to_string(node.percent) + "\n";
+           " pct=" + std::to_string(t.percent(n)) + "\n";
   }
   return out;
 }

@@ -43,11 +43,12 @@ uint32_t BranchCopy::copyNode(uint32_t source, uint32_t targetParent) {
                                                 : copy_.addChild(targetParent, source_.text(source), flags);
   copy_.setSizeAndFiles(t, n.size, n.files);
   copy_.setFolders(t, n.folders);
-  copy_.setPercent(t, n.percent);
-  // A top row is made as a root; it takes the flags of the row it copies.
+  // A top row is made as a root; it keeps the share of its parent and the flags of the row it
+  // copies. Rows below have their parents with them and work their shares out alike.
   for (const auto f : {ReportTree::IsFolder, ReportTree::Junction, ReportTree::Expanded, ReportTree::Faded,
                        ReportTree::HasFolders})
     copy_.setFlag(t, f, (flags & f) != 0);
+  if (targetParent == kSuperRoot) copy_.setRootPercent(t, source_.percent(source));
   return t;
 }
 

@@ -15,16 +15,29 @@ uint32_t ChildList::at(size_t i) const {
   return first_[i];
 }
 
-ReportTree::ReportTree() { clear(); }
+static_assert(sizeof(ReportTree::Node) == 40, "a node record is read for every row: keep it small");
+
+// Out of line: inlined next to children(), GCC 12 takes the run's count for a wild offset and
+// warns of a free of a pointer that is not a block's start.
+std::vector<uint32_t> ChildList::toVector() const {
+  return {begin(), end()};
+}
+
+ReportTree::ReportTree() {
+  clear();
+}
 
 void ReportTree::clear() {
   if (observer_) observer_->beginReset();
   nodes_.clear();
   kids_.clear();
   kids_.shrink_to_fit();
+  kids_.push_back(0);  // the empty run every node without children points at
   names_.clear();
   longNames_.clear();
+  rootPercents_.clear();
   nodes_.push_back(Node{});
+  storeName(nodes_[0], {});
   nodes_[0].flags = IsFolder | Expanded;
   live_ = 0;
   deepestLevel_ = 0;
@@ -33,25 +46,30 @@ void ReportTree::clear() {
 }
 
 void ReportTree::storeName(Node& n, std::string_view text) {
-  if (text.size() >= kLongName) {
+  if (text.size() >= kLongLength) {
     n.nameOffset = static_cast<uint32_t>(longNames_.size());
-    n.nameLength = kLongName;
+    n.flags |= kLongName;
     longNames_.emplace_back(text);
     return;
   }
-  n.nameOffset = static_cast<uint32_t>(names_.appendRun(text.data(), text.size(), '\0'));
-  n.nameLength = static_cast<uint8_t>(text.size());
+  char run[kLongLength];
+  run[0] = static_cast<char>(text.size());
+  std::copy(text.begin(), text.end(), run + 1);
+  n.nameOffset = static_cast<uint32_t>(names_.appendRun(run, text.size() + 1, '\0'));
+  n.flags &= ~kLongName;
 }
 
-uint32_t ReportTree::newNode(uint32_t parent, std::string_view text, uint16_t flags, uint32_t level) {
-  if (nodes_.size() >= kNoNode - 1 || names_.size() + text.size() + decltype(names_)::kBlock > UINT32_MAX ||
-      kids_.size() >= kFree - 1)
+uint32_t ReportTree::newNode(uint32_t parent, std::string_view text, uint16_t flags,
+                             uint32_t level) {
+  if (nodes_.size() >= kNoNode - 1 ||
+      names_.size() + text.size() + decltype(names_)::kBlock > UINT32_MAX ||
+      kids_.size() >= kFree - 1 || level > kMaxLevel)
     throw std::length_error("report tree is full");
   const auto index = static_cast<uint32_t>(nodes_.size());
   Node n;
   n.parent = parent;
   n.level = level;
-  n.flags = flags;
+  n.flags = flags & kFlagBits;
   storeName(n, text);
   nodes_.push_back(n);
   ++live_;
@@ -64,57 +82,59 @@ uint32_t ReportTree::newNode(uint32_t parent, std::string_view text, uint16_t fl
 // child at a time costs a constant per child.
 void ReportTree::insertKid(uint32_t parent, size_t position, uint32_t kid) {
   Node& p = nodes_[parent];
-  const uint32_t count = p.kidsCount;
+  const uint32_t count = kids_[p.kidsOffset];
   if (count == 0) {
     p.kidsOffset = static_cast<uint32_t>(kids_.size());
+    kids_.push_back(0);
     kids_.push_back(kFree);
-  } else if (p.kidsOffset + count == kids_.size()) {
+  } else if (p.kidsOffset + 1 + count == kids_.size()) {
     kids_.push_back(kFree);
-  } else if (kids_[p.kidsOffset + count] != kFree) {
+  } else if (kids_[p.kidsOffset + 1 + count] != kFree) {
     const auto moved = static_cast<uint32_t>(kids_.size());
-    kids_.resize(kids_.size() + 2 * size_t{count}, kFree);
-    std::copy_n(kids_.begin() + p.kidsOffset, count, kids_.begin() + moved);
-    std::fill_n(kids_.begin() + p.kidsOffset, count, kFree);
+    kids_.resize(kids_.size() + 1 + 2 * size_t{count}, kFree);
+    std::copy_n(kids_.begin() + p.kidsOffset, count + 1, kids_.begin() + moved);
+    std::fill_n(kids_.begin() + p.kidsOffset, count + 1, kFree);
     p.kidsOffset = moved;
   }
-  auto first = kids_.begin() + p.kidsOffset;
-  std::copy_backward(first + static_cast<std::ptrdiff_t>(position), first + count, first + count + 1);
+  auto first = kids_.begin() + p.kidsOffset + 1;
+  std::copy_backward(first + static_cast<std::ptrdiff_t>(position), first + count,
+                     first + count + 1);
   first[static_cast<std::ptrdiff_t>(position)] = kid;
-  p.kidsCount = count + 1;
+  kids_[p.kidsOffset] = count + 1;
 }
 
 void ReportTree::eraseKid(uint32_t parent, size_t position) {
-  Node& p = nodes_[parent];
-  auto first = kids_.begin() + p.kidsOffset;
-  std::copy(first + static_cast<std::ptrdiff_t>(position) + 1, first + p.kidsCount,
+  const uint32_t count = kidCount(parent);
+  if (count == 1) return freeKids(parent);
+  auto first = kids_.begin() + nodes_[parent].kidsOffset + 1;
+  std::copy(first + static_cast<std::ptrdiff_t>(position) + 1, first + count,
             first + static_cast<std::ptrdiff_t>(position));
-  first[p.kidsCount - 1] = kFree;
-  --p.kidsCount;
+  first[count - 1] = kFree;
+  kids_[nodes_[parent].kidsOffset] = count - 1;
 }
 
 void ReportTree::freeKids(uint32_t node) {
   Node& n = nodes_[node];
-  std::fill_n(kids_.begin() + n.kidsOffset, n.kidsCount, kFree);
-  n.kidsCount = 0;
+  if (n.kidsOffset == 0) return;
+  std::fill_n(kids_.begin() + n.kidsOffset, kids_[n.kidsOffset] + 1, kFree);
   n.kidsOffset = 0;
 }
 
-uint32_t ReportTree::addRoot(std::string_view text, int image) {
+uint32_t ReportTree::addRoot(std::string_view text) {
   const int row = static_cast<int>(roots().size());
   if (observer_) observer_->beginInsert(kSuperRoot, row, row);
   const uint32_t i = newNode(kSuperRoot, text, IsFolder | Expanded | HasFolders, 0);
   nodes_[i].row = static_cast<uint32_t>(row);
-  nodes_[i].percent = 100;
-  if (image >= 0 && image < 9) nodes_[i].image = static_cast<int8_t>(image);
   insertKid(kSuperRoot, static_cast<size_t>(row), i);
   if (observer_) observer_->endInsert();
   return i;
 }
 
 uint32_t ReportTree::addChild(uint32_t parent, std::string_view text, uint16_t flags) {
-  const int row = static_cast<int>(nodes_[parent].kidsCount);
+  const int row = static_cast<int>(kidCount(parent));
   if (observer_) observer_->beginInsert(parent, row, row);
-  const uint32_t i = newNode(parent, text, flags, parent == kSuperRoot ? 0 : nodes_[parent].level + 1);
+  const uint32_t i =
+      newNode(parent, text, flags, parent == kSuperRoot ? 0 : nodes_[parent].level + 1);
   nodes_[i].row = static_cast<uint32_t>(row);
   insertKid(parent, static_cast<size_t>(row), i);
   if (observer_) observer_->endInsert();
@@ -128,11 +148,11 @@ uint32_t ReportTree::addDetached(std::string_view text, uint16_t flags, uint32_t
 }
 
 void ReportTree::setChildren(uint32_t node, const uint32_t* kids, size_t count) {
-  if (nodes_[node].kidsCount != 0) throw std::logic_error("the node has children");
+  if (kidCount(node) != 0) throw std::logic_error("the node has children");
   if (count == 0) return;
   if (kids_.size() + count >= kFree - 1) throw std::length_error("report tree is full");
   nodes_[node].kidsOffset = static_cast<uint32_t>(kids_.size());
-  nodes_[node].kidsCount = static_cast<uint32_t>(count);
+  kids_.push_back(static_cast<uint32_t>(count));
   kids_.insert(kids_.end(), kids, kids + count);
   for (size_t r = 0; r < count; ++r) {
     nodes_[kids[r]].parent = node;
@@ -143,14 +163,16 @@ void ReportTree::setChildren(uint32_t node, const uint32_t* kids, size_t count) 
 uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&& branch) {
   if (branch.roots().size() != 1) throw std::logic_error("a branch has exactly one root");
   const size_t count = branch.nodes_.size() - 1;
-  if (nodes_.size() + count >= kNoNode - 1 || names_.size() + branch.names_.size() + 2 * decltype(names_)::kBlock > UINT32_MAX ||
+  if (nodes_.size() + count >= kNoNode - 1 ||
+      names_.size() + branch.names_.size() + 2 * decltype(names_)::kBlock > UINT32_MAX ||
       kids_.size() + branch.kids_.size() >= kFree - 1)
     throw std::length_error("report tree is full");
-  position = std::min<size_t>(position, nodes_[parent].kidsCount);
+  const uint32_t levelBase = parent == kSuperRoot ? 0 : nodes_[parent].level + 1;
+  if (levelBase + branch.deepestLevel_ > kMaxLevel) throw std::length_error("report tree is full");
+  position = std::min<size_t>(position, kidCount(parent));
   if (observer_)
     observer_->beginInsert(parent, static_cast<int>(position), static_cast<int>(position));
 
-  const uint32_t levelBase = parent == kSuperRoot ? 0 : nodes_[parent].level + 1;
   // A large branch keeps the memory it was built in: its blocks are taken over whole and its
   // numbers shifted where they stand. Fresh memory costs a page fault per page on first touch,
   // and for a branch of 200,000 folders those faults alone held the window up for 80 ms.
@@ -169,27 +191,32 @@ uint32_t ReportTree::attachBranch(uint32_t parent, size_t position, ReportTree&&
   // Branch index i lands at base + i; a copied branch leaves its super root behind.
   const auto base = static_cast<uint32_t>(nodes_.size()) - (adopt ? 0 : 1);
   const uint32_t top = branch.roots()[0] + base;
+  // The branch's super root leaves its run and its empty run behind as free slots.
   const Node& bs = branch.nodes_[kSuperRoot];
-  std::fill_n(kids_.begin() + kidBase + bs.kidsOffset, bs.kidsCount, kFree);
-  for (size_t i = kidBase; i < kids_.size(); ++i)
-    if (kids_[i] != kFree) kids_[i] += base;
+  std::fill_n(kids_.begin() + kidBase + bs.kidsOffset, branch.kids_[bs.kidsOffset] + 1, kFree);
+  kids_[kidBase] = kFree;
   for (size_t i = 1; i <= count; ++i) {
     Node& n = branch.nodes_[i];
     n.parent = n.parent == kSuperRoot ? parent : n.parent == kNoNode ? kNoNode : n.parent + base;
-    if (n.nameLength == kLongName)
+    if (n.flags & kLongName)
       n.nameOffset += longBase;
     else if (adopt)
       n.nameOffset += nameBase;
-    n.kidsOffset = n.kidsCount ? n.kidsOffset + kidBase : 0;
+    if (n.kidsOffset != 0) {
+      n.kidsOffset += kidBase;
+      auto run = kids_.begin() + n.kidsOffset;
+      for (auto k = run + 1, end = run + 1 + *run; k != end; ++k) *k += base;
+    }
     n.level += levelBase;
     if (!(n.flags & Dead)) {
       ++live_;
       deepestLevel_ = std::max(deepestLevel_, n.level);
     }
     if (!adopt) {
-      if (n.nameLength != kLongName && n.nameLength != 0) {
-        const std::string_view name(branch.names_.data(n.nameOffset), n.nameLength);
-        n.nameOffset = static_cast<uint32_t>(names_.appendRun(name.data(), name.size(), '\0'));
+      if (!(n.flags & kLongName)) {
+        const char* name = branch.names_.data(n.nameOffset);
+        n.nameOffset = static_cast<uint32_t>(
+            names_.appendRun(name, static_cast<unsigned char>(*name) + 1u, '\0'));
       }
       nodes_.push_back(n);
     }
@@ -213,11 +240,14 @@ void ReportTree::renumber(uint32_t parent, size_t from) {
 }
 
 void ReportTree::markDead(uint32_t top) {
-  forEachPreorder(top, [this](uint32_t n) {
-    nodes_[n].flags |= Dead;
-    --live_;
-    return true;
-  }, [this](uint32_t n) { freeKids(n); });
+  forEachPreorder(
+      top,
+      [this](uint32_t n) {
+        nodes_[n].flags |= Dead;
+        --live_;
+        return true;
+      },
+      [this](uint32_t n) { freeKids(n); });
 }
 
 void ReportTree::removeSubtree(uint32_t node) {
@@ -233,7 +263,7 @@ void ReportTree::removeSubtree(uint32_t node) {
 }
 
 void ReportTree::clearChildren(uint32_t node) {
-  const uint32_t count = nodes_[node].kidsCount;
+  const uint32_t count = kidCount(node);
   if (count == 0) return;
   if (observer_) observer_->beginRemove(node, 0, static_cast<int>(count) - 1);
   for (uint32_t c : children(node).toVector()) markDead(c);
@@ -269,21 +299,24 @@ std::string ReportTree::fullPath(uint32_t node, bool withSlash, bool parentOnly)
 
 void ReportTree::setText(uint32_t i, std::string_view text) {
   Node& n = nodes_[i];
-  if (n.nameLength == kLongName && text.size() >= kLongName) {
+  if ((n.flags & kLongName) && text.size() >= kLongLength) {
     longNames_[n.nameOffset] = text;
-  } else if (n.nameLength != kLongName && text.size() <= n.nameLength) {
-    std::copy(text.begin(), text.end(), names_.data(n.nameOffset));
-    n.nameLength = static_cast<uint8_t>(text.size());
+  } else if (!(n.flags & kLongName) &&
+             text.size() <= static_cast<unsigned char>(*names_.data(n.nameOffset))) {
+    char* at = names_.data(n.nameOffset);
+    *at = static_cast<char>(text.size());
+    std::copy(text.begin(), text.end(), at + 1);
   } else {
     storeName(n, text);
   }
-  if (observer_) observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
+  if (observer_)
+    observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
 }
 
 void ReportTree::setFlag(uint32_t i, Flag f, bool on) {
   Node& n = nodes_[i];
-  const uint16_t before = n.flags;
-  n.flags = on ? (n.flags | f) : (n.flags & ~f);
+  const uint32_t before = n.flags;
+  n.flags = on ? (n.flags | f) : (n.flags & ~uint32_t{f});
   if (observer_ && before != n.flags && f != Expanded)
     observer_->valuesChanged(n.parent, static_cast<int>(n.row), static_cast<int>(n.row));
 }
@@ -304,21 +337,30 @@ void ReportTree::setFolders(uint32_t i, int32_t folders) {
                              static_cast<int>(nodes_[i].row));
 }
 
-void ReportTree::setPercent(uint32_t i, double percent) {
-  nodes_[i].percent = percent;
+double ReportTree::percent(uint32_t i) const {
+  const uint32_t p = nodes_[i].parent;
+  if (p == kSuperRoot) {
+    for (const auto& [root, share] : rootPercents_)
+      if (root == i) return share;
+    return 100;
+  }
+  if (p == kNoNode) return 0;
+  const int64_t total = nodes_[p].size, s = nodes_[i].size;
+  return (total == 0 || s == 0) ? 0.0 : static_cast<double>(s) * 100.0 / static_cast<double>(total);
+}
+
+void ReportTree::setRootPercent(uint32_t root, double percent) {
+  for (auto& [node, share] : rootPercents_)
+    if (node == root) return void(share = percent);
+  rootPercents_.emplace_back(root, percent);
   if (observer_)
-    observer_->valuesChanged(nodes_[i].parent, static_cast<int>(nodes_[i].row),
-                             static_cast<int>(nodes_[i].row));
+    observer_->valuesChanged(kSuperRoot, static_cast<int>(nodes_[root].row),
+                             static_cast<int>(nodes_[root].row));
 }
 
 void ReportTree::updatePercent(uint32_t node) {
   const ChildList kids = children(node);
   if (kids.empty()) return;
-  const int64_t total = nodes_[node].size;
-  for (uint32_t c : kids) {
-    const int64_t s = nodes_[c].size;
-    nodes_[c].percent = (total == 0 || s == 0) ? 0.0 : static_cast<double>(s) * 100.0 / total;
-  }
   if (observer_) observer_->valuesChanged(node, 0, static_cast<int>(kids.size()) - 1);
 }
 
@@ -331,16 +373,20 @@ void ReportTree::sortAll() {
   if (observer_) observer_->beginReorder();
   for (uint32_t p = 0; p < nodes_.size(); ++p) {
     const Node& parent = nodes_[p];
-    if (parent.kidsCount < 2) continue;
-    const std::span<uint32_t> kids(kids_.data() + parent.kidsOffset, parent.kidsCount);
+    if (kids_[parent.kidsOffset] < 2) continue;
+    const std::span<uint32_t> kids(kids_.data() + parent.kidsOffset + 1, kids_[parent.kidsOffset]);
     const SortDefinition def = sorter(nodes_[kids[0]].level);
     const bool desc = def.direction == 1;
     auto numeric = [&](uint32_t n) -> int64_t {
       switch (def.field) {
-        case SortField::Size: return nodes_[n].size;
-        case SortField::Files: return nodes_[n].files;
-        case SortField::Folders: return nodes_[n].folders;
-        case SortField::Text: break;
+        case SortField::Size:
+          return nodes_[n].size;
+        case SortField::Files:
+          return nodes_[n].files;
+        case SortField::Folders:
+          return nodes_[n].folders;
+        case SortField::Text:
+          break;
       }
       return 0;
     };
@@ -350,7 +396,8 @@ void ReportTree::sortAll() {
       decorated.reserve(kids.size());
       for (uint32_t k : kids) {
         const auto t = text(k);
-        decorated.emplace_back(QFile::decodeName(QByteArray(t.data(), static_cast<int>(t.size()))), k);
+        decorated.emplace_back(QFile::decodeName(QByteArray(t.data(), static_cast<int>(t.size()))),
+                               k);
       }
       std::stable_sort(decorated.begin(), decorated.end(), [desc](const auto& a, const auto& b) {
         const int c = QString::compare(a.first, b.first, Qt::CaseInsensitive);
@@ -372,7 +419,8 @@ void ReportTree::sortAll() {
 }
 
 size_t ReportTree::memoryBytes() const {
-  size_t bytes = nodes_.capacityBytes() + names_.capacityBytes() + kids_.capacity() * sizeof(uint32_t);
+  size_t bytes =
+      nodes_.capacityBytes() + names_.capacityBytes() + kids_.capacity() * sizeof(uint32_t);
   for (const auto& name : longNames_) bytes += sizeof name + name.capacity();
   return bytes;
 }

@@ -3,9 +3,10 @@
 // for a folder's own files where a folder also has subfolders. Files themselves are not stored.
 //
 // Nodes live in one array and refer to each other by 32-bit index. A node's children are a run
-// of indices in one shared pool (a run that must grow moves to the pool's end with room to
-// spare); names are bytes in blocks, a long name in a list of its own. So a node costs its record,
-// one pool slot and its name, with no allocation of its own.
+// in one shared pool, their count first (a run that must grow moves to the pool's end with room
+// to spare); names are bytes in blocks behind a length byte, a long name in a list of its own.
+// So a node costs its 40-byte record, one pool slot and its name, with no allocation of its own.
+// A row's share of its parent is worked out when it is asked for, not kept.
 // Node 0 is an invisible super root whose children are the roots, so roots and children are
 // handled alike. Indices stay valid until clear(); removed nodes are marked dead, not reused.
 //
@@ -46,7 +47,7 @@ class TreeObserver {
   virtual void endReorder() = 0;
   virtual void beginReset() = 0;
   virtual void endReset() = 0;
-  // Values (sums, percent, text, flags) of these nodes changed; they are siblings.
+  // Values (sums, shares, text, flags) of these nodes changed; they are siblings.
   virtual void valuesChanged(uint32_t parent, int firstRow, int lastRow) = 0;
 };
 
@@ -62,7 +63,7 @@ class ChildList {
   uint32_t front() const { return first_[0]; }
   uint32_t back() const { return first_[count_ - 1]; }
   uint32_t at(size_t i) const;
-  std::vector<uint32_t> toVector() const { return {begin(), end()}; }
+  std::vector<uint32_t> toVector() const;
 
  private:
   const uint32_t* first_;
@@ -72,28 +73,27 @@ class ChildList {
 class ReportTree {
  public:
   enum Flag : uint16_t {
-    IsFolder = 1,   // a folder, a junction or a root; 0 for the pseudo node
-    Junction = 2,   // a link to a folder or a mount point, shown and never entered
+    IsFolder = 1,  // a folder, a junction or a root; 0 for the pseudo node
+    Junction = 2,  // a link to a folder or a mount point, shown and never entered
     Expanded = 4,
-    Faded = 8,      // row drawn in a grey that darkens with the level
+    Faded = 8,  // row drawn in a grey that darkens with the level
     Dead = 16,
-    HasFolders = 32 // the folders count is set (the pseudo node has none)
+    HasFolders = 32  // the folders count is set (the pseudo node has none)
   };
+
+  // Levels go to 2^24 - 1 (sixteen million); a deeper tree is full.
+  static constexpr uint32_t kMaxLevel = (1u << 24) - 1;
 
   struct Node {
     int64_t size = 0;
     int64_t files = 0;
-    double percent = 0;
     int32_t folders = 0;
     uint32_t parent = kNoNode;
-    uint32_t row = 0;  // position among the parent's children
-    uint32_t level = 0;
-    uint32_t nameOffset = 0;  // in the name blocks, or the index of a long name
-    uint32_t kidsOffset = 0;  // the children's run in the pool
-    uint32_t kidsCount = 0;
-    uint16_t flags = 0;
-    int8_t image = -1;       // image of the source for a root, -1 otherwise
-    uint8_t nameLength = 0;  // kLongName: the name is in the list of long names
+    uint32_t row = 0;         // position among the parent's children
+    uint32_t nameOffset = 0;  // of the length byte in the name blocks, or the index of a long name
+    uint32_t kidsOffset = 0;  // the children's run in the pool; 0 for none
+    uint32_t level : 24 = 0;
+    uint32_t flags : 8 = 0;  // Flag bits, and kLongName
   };
 
   ReportTree();
@@ -102,7 +102,7 @@ class ReportTree {
   bool observed() const { return observer_ != nullptr; }
 
   // --- structure ---
-  uint32_t addRoot(std::string_view text, int image = -1);
+  uint32_t addRoot(std::string_view text);
   uint32_t addChild(uint32_t parent, std::string_view text, uint16_t flags);
   // Moves the single root of `branch` (and all below it) in as a child of `parent` at `position`
   // among its children. Returns the new index of the branch's root.
@@ -120,12 +120,13 @@ class ReportTree {
   const Node& node(uint32_t i) const { return nodes_[i]; }
   std::string_view text(uint32_t i) const {
     const Node& n = nodes_[i];
-    if (n.nameLength == kLongName) return longNames_[n.nameOffset];
-    return n.nameLength ? std::string_view(names_.data(n.nameOffset), n.nameLength) : std::string_view();
+    if (n.flags & kLongName) return longNames_[n.nameOffset];
+    const char* at = names_.data(n.nameOffset);
+    return {at + 1, static_cast<unsigned char>(*at)};
   }
   ChildList children(uint32_t i) const {
-    const Node& n = nodes_[i];
-    return {n.kidsCount ? kids_.data() + n.kidsOffset : nullptr, n.kidsCount};
+    const uint32_t* run = kids_.data() + nodes_[i].kidsOffset;
+    return {run + 1, *run};
   }
   ChildList roots() const { return children(kSuperRoot); }
   uint32_t parent(uint32_t i) const { return nodes_[i].parent; }
@@ -139,7 +140,9 @@ class ReportTree {
   // Goes up with every clear(): a node index kept from before belongs to a tree that is gone.
   uint64_t generation() const { return generation_; }
   // True when the index names a node of this tree that has not been removed.
-  bool isLive(uint32_t i) const { return i != kSuperRoot && i < nodes_.size() && !(nodes_[i].flags & Dead); }
+  bool isLive(uint32_t i) const {
+    return i != kSuperRoot && i < nodes_.size() && !(nodes_[i].flags & Dead);
+  }
 
   // All live nodes in pre-order: the grid's row numbering.
   std::vector<uint32_t> preorder() const;
@@ -147,21 +150,22 @@ class ReportTree {
   // Visits `top` and everything below it depth first, each node before its children, children
   // in order, without recursion. visit(node) returns false to pass over the node's children;
   // leave(node) follows everything below each node for which visit returned true. The visitor
-  // may change values and flags, never add or remove nodes. kSuperRoot as top visits it too, then every root.
+  // may change values and flags, never add or remove nodes. kSuperRoot as top visits it too, then
+  // every root.
   template <class Visit, class Leave>
   void forEachPreorder(uint32_t top, Visit&& visit, Leave&& leave) const {
     if (!visit(top)) return;
     std::vector<std::pair<uint32_t, uint32_t>> stack{{top, 0}};  // node, next child
     while (!stack.empty()) {
       auto& [node, next] = stack.back();
-      const Node& n = nodes_[node];
-      if (next == n.kidsCount) {
+      const uint32_t* run = kids_.data() + nodes_[node].kidsOffset;
+      if (next == *run) {
         const uint32_t done = node;
         stack.pop_back();
         leave(done);
         continue;
       }
-      const uint32_t child = kids_[n.kidsOffset + next++];
+      const uint32_t child = run[1 + next++];
       if (visit(child)) stack.emplace_back(child, 0);
     }
   }
@@ -178,8 +182,11 @@ class ReportTree {
   void setFlag(uint32_t i, Flag f, bool on);
   void setSizeAndFiles(uint32_t i, int64_t size, int64_t files);
   void setFolders(uint32_t i, int32_t folders);
-  void setPercent(uint32_t i, double percent);
-  // Gives each direct child of `node` its share of `node`'s size.
+  // A row's share of its parent's size in percent; a root's is 100 unless set.
+  double percent(uint32_t i) const;
+  // For a copy whose top rows stand for rows with a parent elsewhere: the share a root shows.
+  void setRootPercent(uint32_t root, double percent);
+  // Tells an observer that the shares of `node`'s children changed with its size.
   void updatePercent(uint32_t node);
 
   // --- sorting ---
@@ -191,21 +198,25 @@ class ReportTree {
   size_t memoryBytes() const;
 
  private:
-  static constexpr uint8_t kLongName = 255;
-  static constexpr uint32_t kFree = kNoNode;  // a pool slot no run holds
+  static constexpr uint32_t kLongName = 64;     // flag: the name is in the list of long names
+  static constexpr uint32_t kLongLength = 255;  // names this long and longer are long names
+  static constexpr uint32_t kFree = kNoNode;    // a pool slot no run holds
+  static constexpr uint32_t kFlagBits = IsFolder | Junction | Expanded | Faded | Dead | HasFolders;
 
   uint32_t newNode(uint32_t parent, std::string_view text, uint16_t flags, uint32_t level);
   void storeName(Node& n, std::string_view text);
+  uint32_t kidCount(uint32_t i) const { return kids_[nodes_[i].kidsOffset]; }
   void insertKid(uint32_t parent, size_t position, uint32_t kid);
   void eraseKid(uint32_t parent, size_t position);
   void freeKids(uint32_t node);
   void renumber(uint32_t parent, size_t from);
   void markDead(uint32_t node);
 
-  ChunkedVector<Node> nodes_;
+  ChunkedVector<Node, 10> nodes_;
   std::vector<uint32_t> kids_;
-  ChunkedVector<char, 16> names_;
+  ChunkedVector<char, 12> names_;
   std::vector<std::string> longNames_;
+  std::vector<std::pair<uint32_t, double>> rootPercents_;  // the roots whose share was set
   std::vector<SortDefinition> sorters_;
   size_t live_ = 0;
   uint32_t deepestLevel_ = 0;

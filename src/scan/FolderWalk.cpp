@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -133,11 +134,14 @@ struct FolderWalk::Dir {
 };
 
 // The rows of one top-level folder, made bottom-up as its folders complete, on whichever worker
-// completes them; handed over whole when the top-level folder completes.
+// completes them; handed over whole when the top-level folder completes. The tree is made with
+// the first row: a tree starts with a block of rows, and every top-level folder has its branch
+// from the start.
 struct FolderWalk::Branch {
   std::mutex mutex;
-  ReportTree tree;
+  std::optional<ReportTree> rows;
   std::vector<uint32_t> kids;
+  ReportTree& tree() { return rows ? *rows : rows.emplace(); }
 };
 
 struct FolderWalk::Worker {
@@ -569,7 +573,7 @@ void FolderWalk::settle(Dir* d) {
   if (!d->omitted) {
     Branch& b = *d->branch;
     std::lock_guard lock(b.mutex);
-    ReportTree& t = b.tree;
+    ReportTree& t = b.tree();
     b.kids.clear();
     for (uint32_t i = 0; i < d->childCount; ++i) {
       const Dir* c = d->children[i];
@@ -608,11 +612,11 @@ void FolderWalk::handOver(Dir* top) {
   if (!branch) {  // a junction right below the walked folder
     branch = std::make_unique<Branch>();
     const uint16_t fade = options_.folderColorFade ? ReportTree::Faded : 0;
-    top->node = branch->tree.addDetached(top->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, 0);
-    branch->tree.setFolders(top->node, 0);
+    top->node = branch->tree().addDetached(top->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, 0);
+    branch->tree().setFolders(top->node, 0);
   }
-  branch->tree.setChildren(kSuperRoot, &top->node, 1);
-  sink_->branchDone(top->position, std::move(branch->tree));
+  branch->tree().setChildren(kSuperRoot, &top->node, 1);
+  sink_->branchDone(top->position, std::move(branch->tree()));
 }
 
 WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& stop,

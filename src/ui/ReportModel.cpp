@@ -100,7 +100,7 @@ QVariant ReportModel::data(const QModelIndex& index, int role) const {
           return QFile::decodeName(QByteArray(t.data(), static_cast<qsizetype>(t.size())));
         }
         case ColSize: return sizeText(node.size);
-        case ColPercent: return groupedFixed(node.percent, decimals_ ? 2 : 0) + QLatin1String(" %");
+        case ColPercent: return groupedFixed(tree_.percent(n), decimals_ ? 2 : 0) + QLatin1String(" %");
         case ColFiles: return groupedInteger(node.files);
         case ColFolders:
           return (node.flags & ReportTree::HasFolders) ? QVariant(groupedInteger(node.folders)) : QVariant();

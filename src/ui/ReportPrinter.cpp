@@ -26,7 +26,7 @@ QString ReportPrinter::cellText(uint32_t n, int column) const {
     case ReportModel::ColSize:
       if (look_.unit == 0) return groupedInteger(node.size);
       return groupedFixed(static_cast<double>(node.size) / unitDivisor(look_.unit), look_.decimals ? 2 : 0);
-    case ReportModel::ColPercent: return groupedFixed(node.percent, look_.decimals ? 2 : 0) + QLatin1String(" %");
+    case ReportModel::ColPercent: return groupedFixed(tree_.percent(n), look_.decimals ? 2 : 0) + QLatin1String(" %");
     case ReportModel::ColFiles: return groupedInteger(node.files);
     case ReportModel::ColFolders:
       return (node.flags & ReportTree::HasFolders) ? groupedInteger(node.folders) : QString();

@@ -39,7 +39,7 @@ TEST(FolderWalk, FilesRowsSumsAndOrder) {
   EXPECT_EQ(t.node(top["zeros"]).files, 2);
   EXPECT_EQ(rows(t, top["zeros"]).size(), 1u);
   EXPECT_TRUE(t.children(top["leaf"]).empty());
-  EXPECT_NEAR(t.node(top["leaf"]).percent, 5 * 100.0 / 22, 1e-9);
+  EXPECT_NEAR(t.percent(top["leaf"]), 5 * 100.0 / 22, 1e-9);
   expectConsistent(t, true);
 }
 

@@ -55,14 +55,14 @@ TEST(Rescan, FullRescanMovesEverySumAboveByTheDifference) {
   EXPECT_EQ(f.node(a).folders, 1);  // "more" is not seen: only "deep" was measured again
   // Percentages are new on the way up, and the order follows the new sizes.
   EXPECT_EQ(f.w.tree.children(a)[0], child(f.w.tree, a, "deep"));
-  EXPECT_NEAR(f.node(a).percent, 1110 * 100.0 / 1116, 1e-9);
+  EXPECT_NEAR(f.w.tree.percent(a), 1110 * 100.0 / 1116, 1e-9);
   EXPECT_FALSE(test::testStop.requested());
   EXPECT_FALSE(f.driver->busy());
 
   // Now the whole source, from its files row: the row stands for its folder.
   f.driver->rescan(child(f.w.tree, f.w.root, "Dateien"), true, true);
   EXPECT_EQ(f.node(f.w.root).folders, 4);
-  EXPECT_EQ(f.node(f.w.root).percent, 100);
+  EXPECT_EQ(f.w.tree.percent(f.w.root), 100);
 }
 
 TEST(Rescan, FilesOnlyKeepsSubfolderRowsAndCorrectsUpward) {
