@@ -99,7 +99,8 @@ int main(int argc, char** argv) {
     std::fputs("quorlane: OS not supported\n", stderr);
     return 1;
   }
-  if (command.restart) restartWait();
+  // A restart (after a change of language) is the window's: it waits for the old window itself.
+  // The silent run needs no local socket, and so never loads the network library.
   // The joined text is for the failure report alone.
   setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
   QCoreApplication app(argc, argv);

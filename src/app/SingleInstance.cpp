@@ -304,3 +304,6 @@ void SingleInstance::onFrame(QLocalSocket* peer, QByteArray& buffer) {
 }
 
 }  // namespace ql
+
+// Its meta-object code goes with it, so that programs that never use it do not link it.
+#include "moc_SingleInstance.cpp"

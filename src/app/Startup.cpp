@@ -16,7 +16,6 @@
 #include "app/ExplorerEntry.h"
 #include "support/Globals.h"
 #include "app/Settings.h"
-#include "app/SingleInstance.h"
 #include "failure/FailureReport.h"
 #include "failure/FatalSignals.h"
 #include "lang/TL.h"
@@ -26,56 +25,6 @@ namespace ql {
 bool osSupported() {
   struct statx sx;
   return statx(AT_FDCWD, "/", AT_STATX_DONT_SYNC, STATX_SIZE, &sx) == 0 || errno != ENOSYS;
-}
-
-void restartWait(int limitMs, int pauseMs) {
-  const SingleInstance instance;
-  const auto start = std::chrono::steady_clock::now();
-  while (instance.running()) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
-    if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(limitMs)) _exit(0);
-  }
-}
-
-int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) {
-  auto say = [](const QString& text) {
-    std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
-  };
-  switch (instance.claim()) {
-    case SingleInstance::Claim::First:
-      // For the tests that start the program more than once: what arrives is kept in a file.
-      if (const QString log = qEnvironmentVariable("QUORLANE_HANDOVER_LOG"); !log.isEmpty()) {
-        QObject::connect(&instance, &SingleInstance::received, &instance, [log](const std::vector<std::string>& s) {
-          QFile file(log);
-          if (file.open(QIODevice::WriteOnly | QIODevice::Append)) file.write(encodeHandOver(s));
-        });
-      }
-      return -1;
-    case SingleInstance::Claim::Refused:
-      say(TL(4140, "%1 gehört einem anderen Benutzer und wird nicht benutzt.", {instance.socketPath()}));
-      return -1;
-    case SingleInstance::Claim::Unavailable:
-      return -1;  // a window without the socket
-    case SingleInstance::Claim::Running:
-      break;
-  }
-  bool ok = false;
-  const int instanz = GetSettings(QStringLiteral("Optionen"), QStringLiteral("Instanz")).toInt(&ok);
-  if ((ok && instanz == 0) || command.restart) {
-    instance.closePeer();  // a window of its own beside the running one
-    return -1;
-  }
-  switch (instance.handOver(command.sources)) {
-    case SingleInstance::Sent::Taken:
-      return 0;
-    case SingleInstance::Sent::Busy:
-      say(TL(4141, "Das laufende Quorlane ist beschäftigt und hat die Ordner nicht übernommen."));
-      return 1;
-    case SingleInstance::Sent::NoAnswer:
-      break;
-  }
-  say(TL(4142, "Das laufende Quorlane hat nicht geantwortet; die Ordner wurden nicht übergeben."));
-  return 1;
 }
 
 void InitMain(const QString& programFolder) {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <QFile>
 #include <QLocale>
-#include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
 #include <cerrno>
@@ -134,14 +133,26 @@ OSInfo osInfoFrom(const QString& osReleaseContent, const QString& kernelRelease)
 
   OSInfo os;
   os.platformId = id.isEmpty() ? QStringLiteral("linux") : id;
-  static const QRegularExpression numbers(
-      QStringLiteral("^(\\d+)(?:\\.(\\d+))?(?:\\.(\\d+))?(.*)$"));
-  const QRegularExpressionMatch m = numbers.match(kernelRelease);
-  if (m.hasMatch()) {
-    os.major = m.captured(1).toInt();
-    os.minor = m.captured(2).toInt();
-    os.build = m.captured(3).toInt();
-    os.servicePack = m.captured(4);
+  // "6.1.0-13-amd64": up to three numbers split by dots, and the rest. Read by hand: a pattern
+  // here would load the expression library into every run for one line of a report.
+  qsizetype at = 0;
+  const auto digit = [&](qsizetype i) {
+    return i < kernelRelease.size() && kernelRelease[i] >= QLatin1Char('0') &&
+           kernelRelease[i] <= QLatin1Char('9');
+  };
+  const auto number = [&](int& into) {
+    const qsizetype from = at;
+    while (digit(at)) ++at;
+    if (at > from) into = kernelRelease.mid(from, at - from).toInt();
+    return at > from;
+  };
+  if (number(os.major)) {
+    for (int* part : {&os.minor, &os.build}) {
+      if (at >= kernelRelease.size() || kernelRelease[at] != QLatin1Char('.') || !digit(at + 1)) break;
+      ++at;
+      number(*part);
+    }
+    os.servicePack = kernelRelease.mid(at);
   }
   os.versionText = QStringLiteral("%1.%2").arg(os.major).arg(os.minor);
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -51,7 +53,11 @@ TEST(SystemInfo, OsNamesFromOsRelease) {
                   QStringLiteral("6.7.4-arch1-1"));
   EXPECT_EQ(os.longName, QStringLiteral("Arch Linux rolling \"x\" (Kernel 6.7.4-arch1-1)"));
   EXPECT_EQ(os.shortName, QStringLiteral("arch K6.7.4-arch1-1"));
-  EXPECT_EQ(os.build, 4);
+  EXPECT_EQ(std::tie(os.major, os.minor, os.build, os.servicePack),
+            std::make_tuple(6, 7, 4, QStringLiteral("-arch1-1")));
+  os = osInfoFrom(QString(), QStringLiteral("5.15.rc"));
+  EXPECT_EQ(std::tie(os.major, os.minor, os.build, os.servicePack),
+            std::make_tuple(5, 15, 0, QStringLiteral(".rc")));
   EXPECT_EQ(osInfoFrom(QString(), QString()).longName, QStringLiteral("Linux"));
 }
 
