@@ -5,11 +5,11 @@
 
 #include <map>
 
+#include <grp.h>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QStringList>
-#include <grp.h>
 
 #include <rapidjson/document.h>
 
@@ -37,7 +37,8 @@ Outcome run(const QString& program, const QStringList& args, const std::string& 
   p.setProcessEnvironment(env);
   if (::geteuid() == 0)
     p.setChildProcessModifier([] {
-      if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0) ::_exit(126);
+      if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0)
+        ::_exit(126);
     });
   p.start(program, args);
   EXPECT_TRUE(p.waitForFinished(60000)) << program.toStdString();
@@ -108,7 +109,6 @@ Flat flatExport(const std::string& file, std::string* rootName = nullptr) {
   return flat;
 }
 
-
 // The top-level names of an export, in its order.
 std::vector<std::string> topNames(const std::string& file) {
   const QByteArray text = readFile(file);
@@ -144,6 +144,61 @@ std::map<std::string, int64_t> gduList(const QByteArray& out) {
   return list;
 }
 
+// A report's rows as "path size files folders", header left out.
+using Rows = std::vector<std::string>;
+
+std::string unquote(const QByteArray& field) {
+  QByteArray f = field;
+  if (f.startsWith('"') && f.endsWith('"')) f = f.mid(1, f.size() - 2);
+  return f.replace("\"\"", "\"").toStdString();
+}
+
+Rows reportRows(const QByteArray& csv) {
+  Rows rows;
+  const QList<QByteArray> lines = csv.split('\n');
+  for (qsizetype i = 1; i < lines.size(); ++i) {
+    QByteArray line = lines[i];
+    if (line.endsWith('\r')) line.chop(1);
+    if (line.isEmpty()) continue;
+    const qsizetype c3 = line.lastIndexOf(';'), c2 = line.lastIndexOf(';', c3 - 1),
+                    c1 = line.lastIndexOf(';', c2 - 1);
+    rows.push_back(unquote(line.left(c1)) + " " + unquote(line.mid(c1 + 1, c2 - c1 - 1)) + " " +
+                   line.mid(c2 + 1, c3 - c2 - 1).toStdString() + " " +
+                   line.mid(c3 + 1).toStdString());
+  }
+  return rows;
+}
+
+// The other tools' exports mark a link as not a regular file and never say whether it leads to a
+// folder, so it comes in as a file of the link's own length, where our walk shows an empty
+// folder row: this turns the walk's report into what an import of such an export must give.
+void linkAsFile(Rows& rows, const std::string& root, const std::string& link, int64_t length) {
+  auto numbers = [](const std::string& row) {
+    std::vector<std::string> parts;
+    size_t end = row.size();
+    for (int i = 0; i < 3; ++i) {
+      const size_t space = row.rfind(' ', end - 1);
+      parts.insert(parts.begin(), row.substr(space + 1, end - space - 1));
+      end = space;
+    }
+    return std::make_pair(row.substr(0, end), parts);
+  };
+  for (auto it = rows.begin(); it != rows.end();) {
+    auto [path, n] = numbers(*it);
+    if (path == root + "/" + link) {
+      it = rows.erase(it);
+      continue;
+    }
+    const bool isRoot = path == root,
+               isFiles = path.starts_with(root + "/[") &&
+                         path.find('/', root.size() + 1) == std::string::npos;
+    if (isRoot || isFiles)
+      *it = path + " " + std::to_string(std::stoll(n[0]) + length) + " " +
+            std::to_string(std::stoll(n[1]) + 1) + " " + std::to_string(std::stoll(n[2]) - isRoot);
+    ++it;
+  }
+}
+
 QString need(const char* program) {
   return QStandardPaths::findExecutable(program);
 }
@@ -156,14 +211,16 @@ class Interop : public ::testing::Test {
     ASSERT_EQ(::chown((d / "home").c_str(), kUser, kUser), 0);
   }
   Outcome quorlane(const QStringList& args) { return run(QUORLANE_BIN_PATH, args, d / "home"); }
-  Outcome tool(const QString& program, const QStringList& args) { return run(program, args, d / "home"); }
+  Outcome tool(const QString& program, const QStringList& args) {
+    return run(program, args, d / "home");
+  }
   QString at(const std::string& name) { return qpath(d / ("home/" + name)); }
   QString tree() { return qpath(d / "tree"); }
   TempDir d;
 };
 
-#define NEED(program)                                                                   \
-  const QString program = need(#program);                                               \
+#define NEED(program)                     \
+  const QString program = need(#program); \
   if (program.isEmpty()) GTEST_SKIP() << #program " is not installed (scripts/setup installs it)"
 
 // ncdu reads our export and writes back every name, size and hard-link count as we wrote them.
@@ -188,7 +245,6 @@ TEST_F(Interop, NcduReadsOurExport) {
   EXPECT_EQ(ours.at("./dirlink"), "asize=3 dsize=0 notreg");
 }
 
-
 // gdu reads our export and lists each top-level entry with the size du gives it, apparent and on
 // disk. gdu counts a file with several names once, at its first name in the file, and so does du
 // at its first name in the order of its arguments; gdu shows names that are not UTF-8 with U+FFFD.
@@ -210,7 +266,8 @@ TEST_F(Interop, GduReadsOurExport) {
       const qsizetype tab = row.indexOf('\t');
       if (tab < 0) continue;
       const QByteArray path = row.mid(tab + 1);
-      expected[QString::fromUtf8(path.mid(path.lastIndexOf('/') + 1)).toStdString()] = row.left(tab).toLongLong();
+      expected[QString::fromUtf8(path.mid(path.lastIndexOf('/') + 1)).toStdString()] =
+          row.left(tab).toLongLong();
     }
     ASSERT_EQ(expected.size(), names.size()) << o.err.toStdString();
     QStringList gduArgs{"-n", "-p", "-c", "--no-prefix", "-f", at("ours.json")};
@@ -218,6 +275,77 @@ TEST_F(Interop, GduReadsOurExport) {
     o = tool(gdu, gduArgs);
     ASSERT_EQ(o.status, 0) << o.err.toStdString();
     EXPECT_EQ(gduList(o.out), expected) << o.out.toStdString();
+  }
+}
+
+// ncdu's and gdu's exports of the tree, read by us, give the report our walk of it gives. Both
+// name the root by its absolute path, as our walk of an absolute path does. gdu writes names that
+// are not UTF-8 with U+FFFD in place of each such byte, so our report is read the same way.
+TEST_F(Interop, OurImportOfTheirExportsGivesTheReportOfOurWalk) {
+  const std::string root = d / "tree";
+  Outcome o = quorlane({"-s0", at("walk.csv"), tree()});
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  Rows walk = reportRows(readFile(d / "home/walk.csv"));
+  ASSERT_EQ(walk.size(), 8u);
+  char target[64];
+  linkAsFile(walk, root, "dirlink", ::readlink((root + "/dirlink").c_str(), target, sizeof target));
+  Rows lossy;
+  for (const std::string& row : walk) lossy.push_back(QString::fromUtf8(row).toStdString());
+
+  struct Tool {
+    const char* name;
+    QStringList exportArgs;
+    const Rows& expected;
+  };
+  bool ran = false;
+  for (const Tool& t : {Tool{"ncdu", {"-0", "-e", "-o", at("out.json"), tree()}, walk},
+                        Tool{"gdu", {"-n", "-p", "-o", at("out.json"), tree()}, lossy}}) {
+    SCOPED_TRACE(t.name);
+    const QString program = need(t.name);
+    if (program.isEmpty()) {
+      ADD_FAILURE() << t.name << " is not installed (scripts/setup installs it)";
+      continue;
+    }
+    o = tool(program, t.exportArgs);
+    ASSERT_EQ(o.status, 0) << o.err.toStdString();
+    o = quorlane({"-s0", at("import.csv"), "--import", at("out.json")});
+    ASSERT_EQ(o.status, 0) << o.err.toStdString();
+    EXPECT_EQ(reportRows(readFile(d / "home/import.csv")), t.expected);
+    ran = true;
+  }
+  EXPECT_TRUE(ran);
+}
+
+// A damaged or foreign file is a failure that names the byte where reading stopped, and the
+// report already there stays as it was.
+TEST_F(Interop, DamagedOrForeignFilesLeaveTheOldReport) {
+  NEED(ncdu);
+  NEED(gdu);
+  Outcome o = tool(ncdu, {"-0", "-o", at("whole.json"), tree()});
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  const QByteArray whole = readFile(d / "home/whole.json");
+  writeFile(d / "home/cut.json", whole.left(whole.size() * 2 / 3));
+  o = tool(gdu, {"-n", "-p", "-c", tree()});  // its listing, not JSON
+  ASSERT_EQ(o.status, 0);
+  writeFile(d / "home/listing.json", o.out);
+  // JSON, but no export: gdu's own report of its disks, or the mounts as findmnt gives them.
+  const QString findmnt = need("findmnt");
+  if (!findmnt.isEmpty()) writeFile(d / "home/mounts.json", tool(findmnt, {"-J"}).out);
+  static const QRegularExpression byte("[Bb]yte (\\d+)");
+  for (const char* name : {"cut.json", "listing.json", "mounts.json"}) {
+    SCOPED_TRACE(name);
+    const QByteArray text = readFile(d / ("home/" + std::string(name)));
+    if (text.isEmpty()) continue;
+    writeFile(d / "home/report.csv", "old report\n");
+    o = quorlane({"-s0", at("report.csv"), "--import", at(name)});
+    EXPECT_EQ(o.status, 1);
+    const auto m = byte.match(QString::fromUtf8(o.err));
+    ASSERT_TRUE(m.hasMatch()) << o.err.toStdString();
+    EXPECT_LE(m.captured(1).toLongLong(), text.size());
+    if (name == std::string("cut.json")) {
+      EXPECT_EQ(m.captured(1).toLongLong(), text.size());
+    }
+    EXPECT_EQ(readFile(d / "home/report.csv"), "old report\n");
   }
 }
 
