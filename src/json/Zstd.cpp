@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <zstd.h>
 #include <zstd_errors.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
