@@ -17,6 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "json/Zstd.h"
 #include "output/OutputFile.h"
 #include "scan/DirReader.h"
 #include "scan/FileOps.h"
@@ -79,16 +80,26 @@ void appendInfo(std::string& out, std::string_view name, const struct statx& sx)
   appendNumber(out, ",\"nlink\":", sx.stx_nlink);
 }
 
-// Buffered writing to a descriptor; the first failure is kept and later writes are dropped.
+// Buffered writing to a descriptor, compressed or not; the first failure is kept and later writes
+// are dropped.
 class Output {
  public:
-  explicit Output(int fd) : fd_(fd) { buffer_.reserve(kSize + 4096); }
+  Output(int fd, bool compress) : fd_(fd) {
+    buffer_.reserve(kSize + 4096);
+    if (compress) zstd_ = std::make_unique<ZstdWriter>();
+  }
   void put(std::string_view s) {
     if (error_) return;
     buffer_.append(s);
     if (buffer_.size() >= kSize) flush();
   }
-  void flush() {
+  // `end` closes the compressed frame; the plain text needs no end.
+  void flush(bool end = false) {
+    if (zstd_) {
+      if (!error_) error_ = zstd_->write(fd_, buffer_, end);
+      buffer_.clear();
+      return;
+    }
     size_t done = 0;
     while (!error_ && done < buffer_.size()) {
       const ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
@@ -105,6 +116,7 @@ class Output {
   int fd_;
   int error_ = 0;
   std::string buffer_;
+  std::unique_ptr<ZstdWriter> zstd_;
 };
 
 // A folder kept open for its subfolders, which open themselves relative to it: no path is
@@ -140,7 +152,7 @@ class ExportWalk {
  public:
   ExportWalk(int threads, const Stop* stop) : threads_(threads), stop_(stop) {}
 
-  ExportResult run(const std::string& source, int fd);
+  ExportResult run(const std::string& source, int fd, bool compress);
 
  private:
   void readFolder(Folder& f, DirReader& reader);
@@ -286,7 +298,7 @@ void ExportWalk::workerLoop() {
   }
 }
 
-ExportResult ExportWalk::run(const std::string& source, int fd) {
+ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   ExportResult result;
   auto root = std::make_shared<Folder>();
   root->path = rootText(addSlash(source));
@@ -314,7 +326,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
     root->mountId = mountIdFrom(sx);
   }
 
-  Output out(fd);
+  Output out(fd, compress);
   {
     std::string head = "[1,2,{\"progname\":\"quorlane\",\"progver\":\"" QUORLANE_VERSION "\"";
     appendNumber(head, ",\"timestamp\":", static_cast<uint64_t>(std::time(nullptr)));
@@ -396,7 +408,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
     return result;
   }
   out.put("]\n");
-  out.flush();
+  out.flush(true);
   if (out.error()) {
     result.error = systemErrorText(out.error());
     result.writeFailed = true;
@@ -408,9 +420,10 @@ ExportResult ExportWalk::run(const std::string& source, int fd) {
 
 }  // namespace
 
-ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop) {
+ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop,
+                        bool compress) {
   ExportWalk walk(threads, stop);
-  return walk.run(source, fd);
+  return walk.run(source, fd, compress);
 }
 
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
@@ -421,7 +434,7 @@ ExportResult exportJsonToFile(const std::string& source, const std::string& file
     r.error = out.error();
     return r;
   }
-  ExportResult r = exportJson(source, out.fd(), threads, stop);
+  ExportResult r = exportJson(source, out.fd(), threads, stop, file != "-" && isZstdName(file));
   if (r.ok && !out.commit()) {
     r.ok = false;
     r.writeFailed = true;

@@ -12,6 +12,7 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
 
+#include "json/Zstd.h"
 #include "lang/TL.h"
 #include "scan/FolderWalk.h"
 #include "support/Path.h"
@@ -93,12 +94,13 @@ class CappedAllocator {
   static void Free(void* p) { std::free(p); }
 };
 
-// A buffered stream over a descriptor for the reader; a zero byte marks the end, as the reader
-// expects. Checks the stop word and tells the progress once per buffer.
+// A buffered stream over a descriptor (its text decompressed where it is compressed) for the
+// reader; a zero byte marks the end, as the reader expects. Checks the stop word and tells the
+// progress once per buffer.
 class FdStream {
  public:
   using Ch = char;
-  FdStream(int fd, const ImportOptions& o) : fd_(fd), options_(o), buffer_(new char[kSize]) {
+  FdStream(int fd, const ImportOptions& o) : bytes_(fd), options_(o), buffer_(new char[kSize]) {
     current_ = last_ = buffer_.get();
     fill();
   }
@@ -121,6 +123,7 @@ class FdStream {
   bool atEnd() const { return ended_; }
   int error() const { return error_; }
   bool stopped() const { return stopped_; }
+  const ExportBytes& bytes() const { return bytes_; }
 
  private:
   void fill() {
@@ -135,9 +138,8 @@ class FdStream {
     if (options_.stop && options_.stop->requested()) {
       stopped_ = true;
     } else {
-      do n = ::read(fd_, buffer_.get(), kSize);
-      while (n < 0 && errno == EINTR);
-      if (n < 0) error_ = errno;
+      n = bytes_.read(buffer_.get(), kSize);
+      if (n < 0) error_ = bytes_.error();
     }
     if (n <= 0) {
       ended_ = true;
@@ -146,11 +148,11 @@ class FdStream {
     }
     size_ = static_cast<size_t>(n);
     last_ = buffer_.get() + n - 1;
-    if (options_.progress) options_.progress(consumed_ + size_);
+    if (options_.progress) options_.progress(bytes_.fileBytesRead());
   }
 
   static constexpr size_t kSize = 256 * 1024;
-  int fd_;
+  ExportBytes bytes_;
   const ImportOptions& options_;
   std::unique_ptr<char[]> buffer_;
   char* current_;
@@ -506,6 +508,10 @@ ImportResult importJson(int fd, ReportTree& tree, const ImportOptions& options) 
   } else if (in.stopped()) {
     result.errorOffset = in.Tell();
     result.error = TL(4288, "Das Einlesen wurde abgebrochen.");
+  } else if (!in.bytes().damage().isEmpty()) {
+    result.errorOffset = in.bytes().damageOffset();
+    result.error = TL(4330, "Fehler bei Byte %1 der komprimierten Datei: %2",
+                      {QString::number(result.errorOffset), in.bytes().damage()});
   } else if (in.error()) {
     result.errorOffset = in.Tell();
     result.error = atByte(result.errorOffset, QString::fromStdString(systemErrorText(in.error())));
@@ -513,7 +519,8 @@ ImportResult importJson(int fd, ReportTree& tree, const ImportOptions& options) 
     result.errorOffset = builder.failOffset();
     result.error = atByte(result.errorOffset, builder.message());
   } else if (parsed.IsError() && in.atEnd() && in.Peek() == 0 &&
-             (parsed.Offset() >= in.Tell() || parsed.Code() == rapidjson::kParseErrorDocumentEmpty)) {
+             (parsed.Offset() >= in.Tell() ||
+              parsed.Code() == rapidjson::kParseErrorDocumentEmpty)) {
     result.errorOffset = in.Tell();
     result.error = TL(4282, "Die Datei endet vorzeitig (bei Byte %1).", {QString::number(result.errorOffset)});
   } else if (parsed.IsError()) {
@@ -527,6 +534,8 @@ ImportResult importJson(int fd, ReportTree& tree, const ImportOptions& options) 
     result.ok = true;
   }
   if (!result.ok) {
+    if (in.bytes().compressed() && in.bytes().damage().isEmpty() && !in.stopped())
+      result.error += ' ' + TL(4334, "(gezählt im entpackten Text)");
     // No trace of a bad export: neither rows nor files.
     if (builder.root() != kNoNode && tree.isLive(builder.root())) tree.removeSubtree(builder.root());
     if (options.files) options.files->rollback(mark);

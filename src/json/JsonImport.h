@@ -90,7 +90,8 @@ struct ImportOptions {
 };
 
 // Reads the export from the descriptor (not closed) and adds its root to `tree`; sorts the tree
-// as the end of a walk does.
+// as the end of a walk does. A zstd-compressed export (known by its first bytes, whatever its
+// name) is read as its decompressed text; damage in it names the byte of the compressed file.
 ImportResult importJson(int fd, ReportTree& tree, const ImportOptions& options = {});
 // The same from a file; "-" reads standard input.
 ImportResult importJsonFile(const std::string& file, ReportTree& tree, const ImportOptions& options = {});

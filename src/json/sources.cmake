@@ -1,4 +1,5 @@
 list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/JsonExport.cpp
   ${CMAKE_CURRENT_LIST_DIR}/JsonImport.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Zstd.cpp
 )

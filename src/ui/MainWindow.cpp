@@ -206,7 +206,7 @@ void MainWindow::runCommand(int id) {
     if (!folder.isEmpty()) cboOrdner_->addSource(QFile::encodeName(folder).toStdString());
   } else if (id == Import) {
     const QString file = QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
-                                                      QStringLiteral("JSON (*.json);;* (*)"));
+                                                      QStringLiteral("JSON (*.json *.zst);;* (*)"));
     if (!file.isEmpty()) session_->importFile(QFile::encodeName(file).toStdString());
   } else if (id == Update) {
     frmInternetUpdate(this).exec();

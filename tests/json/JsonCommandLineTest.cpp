@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iostream>
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -105,6 +106,89 @@ TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
   o = quorlane({"-s", q(d / "cut.csv"), q(d / "tree"), "--import", q(d / "cut.json")}, q(d / "config"));
   EXPECT_EQ(o.status, 1);
   EXPECT_FALSE(QFile::exists(q(d / "cut.csv")));
+}
+
+// An export to a ".zst" name is zstd-compressed; an import knows a compressed file by its first
+// bytes, whatever its name, also when it is what ncdu and zstd wrote or several frames in a row.
+TEST_F(JsonCommandLine, CompressedExportsAreWrittenAndRead) {
+  ASSERT_EQ(quorlane({"--export", q(d / "x.json"), q(d / "tree")}).status, 0);
+  Outcome o = quorlane({"--export", q(d / "X.ZST"), q(d / "tree")});
+  ASSERT_EQ(o.status, 0) << o.err.toStdString();
+  const QByteArray plain = read(q(d / "x.json")), packed = read(q(d / "X.ZST"));
+  EXPECT_TRUE(packed.startsWith("\x28\xb5\x2f\xfd"));
+  o = run("zstd", {"-dc", q(d / "X.ZST")});
+  ASSERT_EQ(o.status, 0) << "zstd: " << o.err.toStdString();
+  EXPECT_EQ(o.out.mid(o.out.indexOf('\n')), plain.mid(plain.indexOf('\n')));  // all but the time
+
+  // Concatenated frames: the plain export cut in two, each half compressed on its own.
+  const QString half = QString::number(plain.size() / 2),
+                rest = QString::number(plain.size() / 2 + 1);
+  ASSERT_EQ(run("sh",
+                {"-c", "head -c " + half + " x.json | zstd -q > two.zst && tail -c +" + rest +
+                           " x.json | zstd -q >> two.zst"},
+                {}, q(d.path()))
+                .status,
+            0);
+  ASSERT_TRUE(QFile::copy(q(d / "X.ZST"), q(d / "packed.json")));
+  ASSERT_TRUE(QFile::copy(q(d / "x.json"), q(d / "plain.zst")));
+  auto report = [&](const QString& file) {
+    const QString csv = q(d / "r.csv");
+    QFile::remove(csv);
+    const Outcome r = quorlane({"-s2", csv, "--import", file}, q(d / "config"));
+    EXPECT_EQ(r.status, 0) << file.toStdString() << ": " << r.err.toStdString();
+    return read(csv);
+  };
+  const QByteArray expected = report(q(d / "x.json"));
+  ASSERT_TRUE(expected.contains("tree/a/b"));
+  for (const char* file : {"X.ZST", "packed.json", "plain.zst", "two.zst"})
+    EXPECT_EQ(report(q(d / file)), expected) << file;
+
+  if (QStandardPaths::findExecutable("ncdu").isEmpty()) {
+    std::cout << "[  SKIPPED ] ncdu is not installed: its compressed export is not tried\n";
+  } else {
+    ASSERT_EQ(
+        run("sh", {"-c", "ncdu -o- tree | zstd -q > y.zst && ncdu -o y.json tree"}, {}, q(d.path()))
+            .status,
+        0);
+    EXPECT_EQ(report(q(d / "y.zst")), report(q(d / "y.json")));
+  }
+}
+
+// A compressed export cut short, or one whose frame asks for a window of a gigabyte, fails,
+// says where in the compressed file (a refused frame: where it begins), and leaves the old report
+// as it was.
+TEST_F(JsonCommandLine, DamagedCompressedExportsFail) {
+  ASSERT_EQ(quorlane({"--export", q(d / "x.zst"), q(d / "tree")}).status, 0);
+  const QByteArray packed = read(q(d / "x.zst"));
+  QByteArray huge("\x28\xb5\x2f\xfd\x00\xa0", 6);  // no content size; window 2^(10 + 20)
+  const QByteArray text = R"([1,2,{},[{"name":"/r"},{"name":"f","asize":1}]])";
+  const int raw = 1 | (static_cast<int>(text.size()) << 3);  // the last block, stored as it is
+  huge += char(raw & 0xff);
+  huge += char((raw >> 8) & 0xff);
+  huge += char(raw >> 16);
+  huge += text;
+  const struct {
+    const char* name;
+    QByteArray bytes, said;
+  } cases[] = {
+      {"cut.zst", packed.left(packed.size() / 2),
+       "byte " + QByteArray::number(packed.size() / 2) +
+           " of the compressed file: The compressed file ends"},
+      {"huge.json", huge,
+       "byte 0 of the compressed file: The compressed frame needs a window of more than 128 MiB"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    QFile f(q(d / c.name)), old(q(d / "r.csv"));
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.write(c.bytes) == c.bytes.size());
+    f.close();
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    old.close();
+    const Outcome o = quorlane({"-s", q(d / "r.csv"), "--import", q(d / c.name)}, q(d / "config"));
+    EXPECT_EQ(o.status, 1);
+    EXPECT_TRUE(o.err.contains(c.said)) << o.err.toStdString();
+    EXPECT_EQ(read(q(d / "r.csv")), "old");
+  }
 }
 
 // Out of descriptors the export fails and says why, the file there stays as it was, and no

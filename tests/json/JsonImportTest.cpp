@@ -5,14 +5,18 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
+#include <chrono>
+#include <thread>
 
 #include "TestFs.h"
 #include "json/JsonExport.h"
 #include "json/JsonImport.h"
+#include "json/Zstd.h"
 
 namespace ql::test {
 namespace {
@@ -306,6 +310,51 @@ TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
   EXPECT_EQ(tree.node(top.at("other")).size, 50);
   EXPECT_FALSE(rows(tree, top.at("other")).count("Dateien"));  // own files only beside subfolders
   EXPECT_EQ(files.count(top.at("other")), 1u);
+}
+
+// A compressed export through a pipe, a few bytes at a time: its first bytes come in pieces, its
+// text spans several buffers of the reader and two frames.
+TEST(JsonImport, CompressedFromAPipeInPieces) {
+  std::string text = R"([1,2,{},[{"name":"/r"},[{"name":"sub"})";
+  for (int i = 0; i < 20000; ++i)
+    text += R"(,{"name":"f)" + std::to_string(i) + R"(","asize":)" + std::to_string(i) + "}";
+  text += "]]]";
+  ReportTree plain;
+  ASSERT_TRUE(importText(text, plain).ok);
+
+  TempDir d;
+  const int file = ::open((d / "x.zst").c_str(), O_CREAT | O_WRONLY, 0600);
+  const size_t half = text.size() / 2;
+  ASSERT_EQ(ZstdWriter().write(file, std::string_view(text).substr(0, half), true), 0);
+  ASSERT_EQ(ZstdWriter().write(file, std::string_view(text).substr(half), true), 0);
+  ::close(file);
+  const std::string packed = readAll(d / "x.zst");
+  ASSERT_LT(packed.size(), text.size() / 4);
+
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  ::signal(SIGPIPE, SIG_IGN);
+  std::thread writer([&packed, fd = fds[1]] {
+    for (size_t at = 0, piece = 1; at < packed.size(); at += piece, piece = at < 8 ? 1 : 997) {
+      if (::write(fd, packed.data() + at, std::min(piece, packed.size() - at)) < 0) break;
+      // Each of the first bytes is read on its own: the next comes once the pipe is empty.
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+      for (int queued = 1; at < 8 && queued > 0 && std::chrono::steady_clock::now() < deadline;) {
+        pollfd gone{fd, 0, 0};
+        if (::ioctl(fd, FIONREAD, &queued) != 0 ||
+            (::poll(&gone, 1, 0) == 1 && (gone.revents & POLLERR)))
+          break;
+      }
+    }
+    ::close(fd);
+  });
+  ReportTree tree;
+  const ImportResult r = importJson(fds[0], tree);
+  ::close(fds[0]);
+  writer.join();
+  ASSERT_TRUE(r.ok) << r.error.toStdString();
+  EXPECT_EQ(r.files, 20000);
+  EXPECT_EQ(dump(tree), dump(plain));
 }
 
 TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
