@@ -69,13 +69,16 @@ void appendNumber(std::string& out, std::string_view key, uint64_t value) {
   out.append(buf, static_cast<size_t>(end - buf));
 }
 
-// `{"name":"..","asize":..,"dsize":..,"ino":..,"nlink":..` without the closing brace.
+// `{"name":"..","asize":..,"dsize":..,"ino":..,"nlink":..` without the closing brace. A folder
+// carries no inode and link count: its links are its subfolders' "..", and readers would take
+// them for hard links.
 void appendInfo(std::string& out, std::string_view name, const struct statx& sx) {
   out += "{\"name\":\"";
   appendJsonEscaped(out, name);
   out.push_back('"');
   appendNumber(out, ",\"asize\":", sx.stx_size);
   appendNumber(out, ",\"dsize\":", sx.stx_blocks * 512);
+  if (S_ISDIR(sx.stx_mode)) return;
   appendNumber(out, ",\"ino\":", sx.stx_ino);
   appendNumber(out, ",\"nlink\":", sx.stx_nlink);
 }

@@ -75,8 +75,8 @@ void makeOddTree(const std::string& t) {
 }
 
 // What an export says about each entry, one line per path; folders end in "/". ncdu keeps a
-// file's link count only where it is a hard link, and takes any folder with a count above one
-// for a hard link, so the count is compared for files only.
+// link count only where it is a hard link (and would take a folder that carried one for a hard
+// link: ours carry none).
 using Flat = std::map<std::string, std::string>;
 
 void flatten(const rapidjson::Value& v, const std::string& parent, Flat& into) {
@@ -89,7 +89,7 @@ void flatten(const rapidjson::Value& v, const std::string& parent, Flat& into) {
   };
   std::string& e = into[folder ? path + "/" : path];
   e = "asize=" + number("asize") + " dsize=" + number("dsize");
-  if (!folder && info.HasMember("hlnkc")) e += " links=" + number("nlink");
+  if (info.HasMember("hlnkc")) e += " links=" + number("nlink");
   if (info.HasMember("notreg")) e += " notreg";
   if (info.HasMember("read_error")) e += " read_error";
   if (info.HasMember("excluded")) e += " excluded";
