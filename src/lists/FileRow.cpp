@@ -120,7 +120,20 @@ const QString& FileRow::folderText() const {
   return where ? where->text : none;
 }
 
-QString FileRow::extension() const { return QString::fromStdString(extensionOf(name)).toUpper(); }
+namespace {
+// Rows of one ending share one text (for the first few thousand endings met).
+QString sharedExtension(const std::string& extension) {
+  static std::mutex mutex;
+  static std::unordered_map<std::string, QString> texts;
+  std::lock_guard lock(mutex);
+  if (auto it = texts.find(extension); it != texts.end()) return it->second;
+  QString text = QString::fromStdString(extension).toUpper();
+  if (texts.size() < 4096) texts.emplace(extension, text);  // odd endings by the thousand: no
+  return text;
+}
+}  // namespace
+
+QString FileRow::extension() const { return sharedExtension(extensionOf(name)); }
 
 const QString& FileRow::attributes() const { return attributeText(attributeBits); }
 

@@ -84,6 +84,19 @@ TEST(FolderFiles, AStoppedReadKeepsItsRowsAndAMissingFolderIsEmpty) {
   EXPECT_TRUE(stopped.stopped);
   EXPECT_LT(stopped.rows.size(), 50u);
 
+  // More files than one block of the read: each of them once.
+  TempDir many;
+  constexpr int kMany = 20000;
+  for (int i = 0; i < kMany; ++i) makeFile(many / ("f" + std::to_string(i)), 1);
+  stop = false;
+  const FolderListing all = readFolderFiles(many.path(), stop);
+  std::vector<std::string> names;
+  for (const FileRow& r : all.rows) names.push_back(r.name);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(std::unique(names.begin(), names.end()), names.end());
+  EXPECT_EQ(names.size(), static_cast<size_t>(kMany));
+  EXPECT_EQ(all.total, kMany);
+
   stop = false;
   const FolderListing gone = readFolderFiles(d / "missing", stop);
   EXPECT_EQ(gone.error, ENOENT);
