@@ -54,6 +54,18 @@ struct StallClock {
   }
 };
 
+// The resident high-water mark so far, in MB, to tell which stage sets the peak.
+long peakMb() {
+  FILE* f = std::fopen("/proc/self/status", "r");
+  if (!f) return -1;
+  char line[256];
+  long kb = -1;
+  while (std::fgets(line, sizeof line, f))
+    if (std::sscanf(line, "VmHWM: %ld kB", &kb) == 1) break;
+  std::fclose(f);
+  return kb / 1024;
+}
+
 int importBench(const std::string& file) {
   MainWindow w;
   w.show();
@@ -128,6 +140,7 @@ int main(int argc, char** argv) {
   w.reportPane().cbrReport_Execute(25);  // expand all
   QCoreApplication::processEvents();
   const double expandMs = t.nsecsElapsed() / 1e6;
+  const long reportPeak = peakMb();
 
   // The file list: a folder of 100,000 files read, then sorted by each column in turn.
   const std::string flat = argc > 3 ? argv[3] : "/tmp/quorlane-flat100k";
@@ -155,6 +168,7 @@ int main(int argc, char** argv) {
   const double listMs = t.nsecsElapsed() / 1e6;
   stalls.tick.stop();
   const qint64 listWorst = stalls.worst;
+  const long listPeak = peakMb();
   double sortWorst = 0;
   for (int c = 0; c < files.model().columnCount(); ++c) {
     t.restart();
@@ -171,5 +185,7 @@ int main(int argc, char** argv) {
   std::printf("window read per source: %.0f ms\n", scanMs / copies);
   std::printf("file list of %d files: shown after %.0f ms, longest stall %.1f ms; slowest column sort: %.0f ms\n",
               files.model().rowCount(), listMs, listWorst / 1e6, sortWorst);
+  std::printf("peak memory: %ld MB after the report, %ld MB with the file list shown, %ld MB after its sorts\n",
+              reportPeak, listPeak, peakMb());
   return 0;
 }

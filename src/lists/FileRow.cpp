@@ -79,17 +79,20 @@ const FileType* fileTypeOf(std::string_view name) {
   return it->second.get();
 }
 
-QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
-                         uint64_t attributes) {
-  // Eight letters make 256 texts, made once and shared by every row, which then holds no text
-  // of its own for them.
+const QString& attributeText(uint8_t bits) {
+  // Eight letters make 256 texts, made once and shared by every row.
   static const std::array<QString, 256> texts = [] {
     std::array<QString, 256> all;
-    for (unsigned bits = 0; bits < all.size(); ++bits)
+    for (unsigned b = 0; b < all.size(); ++b)
       for (int i = 0; i < 8; ++i)
-        if (bits & (1u << i)) all[bits] += QLatin1Char("SHRELCIP"[i]);
+        if (b & (1u << i)) all[b] += QLatin1Char("SHRELCIP"[i]);
     return all;
   }();
+  return texts[bits];
+}
+
+uint8_t attributeBitsOf(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
+                        uint64_t attributes) {
   unsigned bits = 0;
   if (!S_ISREG(mode) && !S_ISLNK(mode)) bits |= 1;
   if (!name.empty() && name.front() == '.') bits |= 2;
@@ -99,7 +102,22 @@ QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uin
   if (attributes & STATX_ATTR_COMPRESSED) bits |= 32;
   if (attributes & STATX_ATTR_NODUMP) bits |= 64;
   if (S_ISREG(mode) && size > 0 && static_cast<int64_t>(blocks) * 512 < size) bits |= 128;
-  return texts[bits];
+  return static_cast<uint8_t>(bits);
+}
+
+QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
+                         uint64_t attributes) {
+  return attributeText(attributeBitsOf(name, mode, size, blocks, attributes));
+}
+
+const std::string& FileRow::folder() const {
+  static const std::string none;
+  return where ? where->bytes : none;
+}
+
+const QString& FileRow::folderText() const {
+  static const QString none;
+  return where ? where->text : none;
 }
 
 namespace {
@@ -115,12 +133,13 @@ QString sharedExtension(const std::string& extension) {
 }
 }  // namespace
 
+QString FileRow::extension() const { return sharedExtension(extensionOf(name)); }
+
+const QString& FileRow::attributes() const { return attributeText(attributeBits); }
+
 void completeRow(FileRow& row, uint32_t mode, uint64_t blocks, uint64_t attributes) {
   row.text = QFile::decodeName(QByteArray(row.name.data(), static_cast<qsizetype>(row.name.size())));
-  if (!row.folder.empty())
-    row.folderText = QFile::decodeName(QByteArray(row.folder.data(), static_cast<qsizetype>(row.folder.size())));
-  row.extension = sharedExtension(extensionOf(row.name));
-  row.attributes = attributeLetters(row.name, mode, row.size, blocks, attributes);
+  row.attributeBits = attributeBitsOf(row.name, mode, row.size, blocks, attributes);
   row.type = fileTypeOf(row.name);
 }
 

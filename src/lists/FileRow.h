@@ -8,6 +8,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -24,19 +25,30 @@ struct FileType {
 // The type of a file by its name. Thread-safe.
 const FileType* fileTypeOf(std::string_view name);
 
+// The folder of rows in the largest-files list, held once for all of its rows.
+struct RowFolder {
+  std::string bytes;  // with a trailing "/"
+  QString text;       // for display
+};
+
+// A folder listing holds a hundred thousand of these at once: texts every row of a folder would
+// repeat are shared, and what can be worked out from the name is, when shown.
 struct FileRow {
-  std::string name;    // as the file system gave it
-  std::string folder;  // with a trailing "/"; the largest-files list only
-  QString text;        // the name for display
-  QString folderText;  // the folder for display (largest-files list)
-  QString extension;   // what follows the last ".", upper-cased
-  QString attributes;
+  std::string name;  // as the file system gave it
+  QString text;      // the name for display
+  std::shared_ptr<const RowFolder> where;  // the largest-files list only
   const FileType* type = nullptr;
   int64_t size = 0;
   int64_t modified = 0;  // seconds since the epoch
   int64_t created = -1;  // -1: the file system keeps no birth time
   int64_t accessed = 0;
-  uint64_t inode = 0;  // from the folder read, checked before a change; 0 when not known
+  uint64_t inode = 0;       // from the folder read, checked before a change; 0 when not known
+  uint8_t attributeBits = 0;  // see attributeLetters()
+
+  const std::string& folder() const;  // "" in a folder's own list
+  const QString& folderText() const;
+  QString extension() const;  // what follows the last ".", upper-cased
+  const QString& attributes() const;
 };
 
 // Attribute letters: "S" not a regular file, "H" hidden (a name beginning with "."), "R" the
@@ -44,8 +56,12 @@ struct FileRow {
 // "P" sparse. `attributes` are statx's attribute bits.
 QString attributeLetters(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
                          uint64_t attributes);
+// The same as one bit per letter, in that order; attributeText() makes the letters of them.
+uint8_t attributeBitsOf(std::string_view name, uint32_t mode, int64_t size, uint64_t blocks,
+                        uint64_t attributes);
+const QString& attributeText(uint8_t bits);
 
-// Fills the derived fields (text, extension, attributes, type) of a row whose bytes are set.
+// Fills the derived fields (text, attributes, type) of a row whose bytes are set.
 void completeRow(FileRow& row, uint32_t mode, uint64_t blocks, uint64_t attributes);
 
 // "dd/mm/yyyy hh:mm:ss" in local time, whatever the regional settings; "" for -1.

@@ -1,6 +1,7 @@
 #include "lists/FolderFiles.h"
 
 #include <QMetaObject>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <unistd.h>
@@ -19,6 +20,13 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     out.error = -fd;
     return out;
   }
+  // The rows are gathered in blocks and moved into one vector of the exact size at the end: a
+  // vector grown row by row would, at its last doubling, hold the list twice over. A block is
+  // above the allocator's mapping threshold (1 MB, support/Allocator.cpp), so each one goes
+  // back to the system as soon as it is moved, and its pages not yet filled are never touched.
+  constexpr size_t kBlock = (2u << 20) / sizeof(FileRow);
+  std::vector<std::vector<FileRow>> blocks;
+  size_t count = 0;
   DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS |
                    STATX_INO);
   const DirReader::Result r = reader.read(fd, [&](DirEntry& e) {
@@ -35,10 +43,20 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     row.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
     completeRow(row, sx->stx_mode, sx->stx_blocks, sx->stx_attributes & sx->stx_attributes_mask);
     out.total += row.size;
-    out.rows.push_back(std::move(row));
+    if (blocks.empty() || blocks.back().size() == kBlock) {
+      blocks.emplace_back();
+      blocks.back().reserve(kBlock);
+    }
+    blocks.back().push_back(std::move(row));
+    ++count;
     return true;
   });
   ::close(fd);
+  out.rows.reserve(count);
+  for (std::vector<FileRow>& block : blocks) {
+    std::move(block.begin(), block.end(), std::back_inserter(out.rows));
+    std::vector<FileRow>().swap(block);  // freed as it is moved
+  }
   out.stopped = r.end == DirReader::End::Cut;
   if (r.end == DirReader::End::Failed) out.error = r.error;
   return out;

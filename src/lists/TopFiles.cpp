@@ -1,6 +1,9 @@
 #include "lists/TopFiles.h"
 
+#include <QFile>
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 namespace ql {
 
@@ -66,10 +69,18 @@ std::vector<FileRow> TopFiles::result() const {
   const size_t n = std::min(all.size(), static_cast<size_t>(limit_));
   std::partial_sort(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(n), all.end(), before);
   std::vector<FileRow> rows(n);
+  std::unordered_map<std::string_view, std::shared_ptr<const RowFolder>> folders;  // one per folder
   for (size_t i = 0; i < n; ++i) {
     const Candidate& c = all[i];
     FileRow& r = rows[i];
-    r.folder = c.path.substr(0, c.nameAt);
+    std::shared_ptr<const RowFolder>& where = folders[std::string_view(c.path).substr(0, c.nameAt)];
+    if (!where) {
+      auto f = std::make_shared<RowFolder>();
+      f->bytes = c.path.substr(0, c.nameAt);
+      f->text = QFile::decodeName(QByteArray(f->bytes.data(), static_cast<qsizetype>(f->bytes.size())));
+      where = std::move(f);
+    }
+    r.where = where;
     r.name = c.path.substr(c.nameAt);
     r.size = c.size;
     r.modified = c.modified;

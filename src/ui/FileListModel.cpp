@@ -55,10 +55,10 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
       switch (key) {
         case RowKey::Name: return r.text;
         case RowKey::Size: return sizeText(r.size);
-        case RowKey::Folder: return r.folderText;
-        case RowKey::Extension: return r.extension;
+        case RowKey::Folder: return r.folderText();
+        case RowKey::Extension: return r.extension();
         case RowKey::Type: return r.type ? r.type->name : QString();
-        case RowKey::Attributes: return r.attributes;
+        case RowKey::Attributes: return r.attributes();
         case RowKey::Modified: return listDate(r.modified);
         case RowKey::Created: return listDate(r.created);
         case RowKey::Accessed: return listDate(r.accessed);
@@ -69,7 +69,7 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
       return {};
     case Qt::ToolTipRole:
       // The largest-files list tells over any cell which folder the file lies in.
-      if (!r.folderText.isEmpty()) return QStringLiteral(" %1 ").arg(r.folderText);
+      if (r.where) return QStringLiteral(" %1 ").arg(r.where->text);
       return {};
     case Qt::TextAlignmentRole:
       if (key == RowKey::Size) return QVariant(Qt::AlignRight | Qt::AlignVCenter);
@@ -148,7 +148,6 @@ void FileListModel::renameRow(int i, std::string name) {
   FileRow& r = rows_[shown_[static_cast<size_t>(i)]];
   r.name = std::move(name);
   r.text = QFile::decodeName(QByteArray(r.name.data(), static_cast<qsizetype>(r.name.size())));
-  r.extension = QString::fromStdString(extensionOf(r.name)).toUpper();
   r.type = fileTypeOf(r.name);
   Q_EMIT dataChanged(index(i, 0), index(i, columnCount() - 1));
 }

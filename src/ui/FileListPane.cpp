@@ -406,7 +406,7 @@ void FileListPane::showSelectionSize() {
 
 std::string FileListPane::pathOf(int row) const {
   const FileRow& r = model_->row(row);
-  return (kind_ == Kind::Files ? folder_ : r.folder) + r.name;
+  return (kind_ == Kind::Files ? folder_ : r.folder()) + r.name;
 }
 
 FoundPath FileListPane::foundOf(int row) const {
@@ -458,7 +458,7 @@ int FileListPane::deleteFiles(bool toTrash) {
     } else if (const std::string error = deleteFile(path, true, inode); !error.empty()) {
       failures << QString::fromStdString(error);
     }
-    const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(row).folder;
+    const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(row).folder();
     if (std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
   }
   // Every selected row goes, done or not: the list shows what was asked, the next read corrects it.
@@ -488,7 +488,7 @@ QMenu* FileListPane::popupMenu() {
     add(OpenFolder, TL(3717, "Dateipfad öffnen"), "mnuOpenFolder", [this] {
       const auto sel = selectedRowsDescending();
       if (sel.empty()) return;
-      const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(sel.back()).folder;
+      const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(sel.back()).folder();
       openFolder(folder);
     });
     menu->addSeparator();

@@ -205,7 +205,7 @@ TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
   FileListPane& top = w.topPane();
   ASSERT_EQ(top.model().rowCount(), 5);
   EXPECT_EQ(top.model().row(0).name, "big.iso");
-  EXPECT_EQ(top.model().row(0).folder, d / "other/");
+  EXPECT_EQ(top.model().row(0).folder(), d / "other/");
   EXPECT_EQ(top.model().index(0, 3).data(Qt::ToolTipRole).toString(),
             QString::fromStdString(" " + d / "other/ "));
   EXPECT_TRUE(top.title().text().contains(QString::fromStdString(d.path())));

@@ -53,15 +53,15 @@ TEST(FolderFiles, ReadsFilesOnlyWithTheirBytesLettersAndEndings) {
   const FileRow* r = rowNamed(l.rows, odd);
   ASSERT_NE(r, nullptr);  // the name keeps its bytes
   EXPECT_EQ(r->size, 11);
-  EXPECT_EQ(r->extension, "TXT");
-  EXPECT_EQ(rowNamed(l.rows, "archive.tar.gz")->extension, "GZ");
-  EXPECT_EQ(rowNamed(l.rows, ".bashrc")->extension, "BASHRC");
-  EXPECT_EQ(rowNamed(l.rows, "README")->extension, "");
-  EXPECT_EQ(rowNamed(l.rows, ".bashrc")->attributes, "HP");
-  EXPECT_EQ(rowNamed(l.rows, "pipe")->attributes, "S");
-  EXPECT_EQ(rowNamed(l.rows, "to-file")->attributes, "L");
-  EXPECT_EQ(rowNamed(l.rows, "sparse.img")->attributes, "P");
-  EXPECT_EQ(rowNamed(l.rows, "locked")->attributes, "RP");  // made by truncation: nothing allocated
+  EXPECT_EQ(r->extension(), "TXT");
+  EXPECT_EQ(rowNamed(l.rows, "archive.tar.gz")->extension(), "GZ");
+  EXPECT_EQ(rowNamed(l.rows, ".bashrc")->extension(), "BASHRC");
+  EXPECT_EQ(rowNamed(l.rows, "README")->extension(), "");
+  EXPECT_EQ(rowNamed(l.rows, ".bashrc")->attributes(), "HP");
+  EXPECT_EQ(rowNamed(l.rows, "pipe")->attributes(), "S");
+  EXPECT_EQ(rowNamed(l.rows, "to-file")->attributes(), "L");
+  EXPECT_EQ(rowNamed(l.rows, "sparse.img")->attributes(), "P");
+  EXPECT_EQ(rowNamed(l.rows, "locked")->attributes(), "RP");  // made by truncation: nothing allocated
   // The type comes from the name alone: the compressed tar is not taken for a plain gzip.
   EXPECT_FALSE(rowNamed(l.rows, "plain.TXT")->type->name.isEmpty());
   EXPECT_NE(rowNamed(l.rows, "archive.tar.gz")->type->name, fileTypeOf("x.gz")->name);
@@ -83,6 +83,19 @@ TEST(FolderFiles, AStoppedReadKeepsItsRowsAndAMissingFolderIsEmpty) {
   const FolderListing stopped = readFolderFiles(d.path(), stop);
   EXPECT_TRUE(stopped.stopped);
   EXPECT_LT(stopped.rows.size(), 50u);
+
+  // More files than one block of the read: each of them once.
+  TempDir many;
+  constexpr int kMany = 20000;
+  for (int i = 0; i < kMany; ++i) makeFile(many / ("f" + std::to_string(i)), 1);
+  stop = false;
+  const FolderListing all = readFolderFiles(many.path(), stop);
+  std::vector<std::string> names;
+  for (const FileRow& r : all.rows) names.push_back(r.name);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(std::unique(names.begin(), names.end()), names.end());
+  EXPECT_EQ(names.size(), static_cast<size_t>(kMany));
+  EXPECT_EQ(all.total, kMany);
 
   stop = false;
   const FolderListing gone = readFolderFiles(d / "missing", stop);
@@ -155,7 +168,7 @@ TEST(TopFiles, TheSameTreeGivesTheSameListForAnyNumberOfThreads) {
       const std::vector<FileRow> rows = top->result();
       ASSERT_EQ(rows.size(), std::min<size_t>(static_cast<size_t>(limit), all.size()));
       for (size_t i = 0; i < rows.size(); ++i) {
-        ASSERT_EQ(rows[i].folder + rows[i].name, all[i].second) << i;
+        ASSERT_EQ(rows[i].folder() + rows[i].name, all[i].second) << i;
         ASSERT_EQ(rows[i].size, all[i].first);
       }
     }
