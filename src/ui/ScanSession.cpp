@@ -39,9 +39,10 @@ ScanSession::ScanSession(const Guard& guard, QObject* parent)
   wireDriver();
 }
 
-// The driver goes before the tree it reads into and the stop it looks at.
+// The driver and the imports go before the tree they read into and the stop they look at.
 ScanSession::~ScanSession() {
   setFailureStop(nullptr);
+  delete imports_;
   driver_.reset();
 }
 
