@@ -237,11 +237,9 @@ void MainWindow::runCommand(int id) {
   }
 }
 
+// The entry joins the box once its folder is found (ScanSession::sourceAccepted).
 void MainWindow::startFromSourcesBox() {
-  const std::string path = cboOrdner_->shownSource();
-  if (path.empty()) return;
-  cboOrdner_->addSource(path);
-  session_->readOnly({path});
+  if (const std::string path = cboOrdner_->shownSource(); !path.empty()) session_->readOnly({path});
 }
 
 // The dialog writes what it changes. Afterwards the whole section comes back from the file, and

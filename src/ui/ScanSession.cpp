@@ -1,6 +1,8 @@
 #include "ui/ScanSession.h"
 
 #include <QFile>
+#include <algorithm>
+#include <cstring>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
@@ -86,8 +88,7 @@ void ScanSession::wireDriver() {
 
 void ScanSession::endLargestFiles(uint32_t node) {
   if (largest_.end)
-    largest_.end(tree_.isLive(node) ? tree_.fullPath(node) : std::string(),
-                 sourceOf(tree_, node));
+    largest_.end(tree_.isLive(node) ? tree_.fullPath(node) : std::string(), sourceOf(tree_, node));
 }
 
 bool ScanSession::folderFiles(uint32_t node, FolderFiles& f) const {
@@ -121,14 +122,39 @@ void ScanSession::readSources(const std::vector<std::string>& sources) {
     waiting_.insert(waiting_.end(), sources.begin(), sources.end());
     return;
   }
-  for (const std::string& s : sources) driver_->sourceQueue().push_back(s);
+  // One copy of each source: one asked for twice is read once, and reading one that is shown
+  // replaces it; during a walk the one shown stays and is not read again. An imported source is
+  // never replaced: it was measured elsewhere.
+  std::deque<std::string>& queue = driver_->sourceQueue();
+  for (const std::string& s : sources) {
+    const auto same = [&](const std::string& other) { return addSlash(other) == addSlash(s); };
+    if (std::any_of(queue.begin(), queue.end(), same)) continue;
+    uint32_t shown = kNoNode;
+    for (uint32_t root : tree_.roots())
+      if (!imports_->isImported(root) && same(tree_.fullPath(root))) shown = root;
+    if (shown != kNoNode && driver_->busy()) continue;
+    if (shown != kNoNode) driver_->removeSource(shown);
+    queue.push_back(s);
+  }
   start();
 }
 
 void ScanSession::readOnly(const std::vector<std::string>& sources) {
   stop_.reset();
   driver_->sourceQueue().clear();
-  readSources(sources);
+  // A folder asked for by hand that is not there is said, as the silent run says it.
+  std::vector<std::string> found;
+  for (const std::string& s : sources) {
+    if (const int error = probePath(s); error == 0) {
+      found.push_back(s);
+    } else {
+      const QString text = TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2",
+                              {decode(s), QString::fromLocal8Bit(std::strerror(error))});
+      Q_EMIT statusText(text);
+      Q_EMIT warning(text);
+    }
+  }
+  readSources(found);
 }
 
 void ScanSession::start() {

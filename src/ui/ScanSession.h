@@ -49,10 +49,12 @@ class ScanSession : public QObject {
   void setLargestFiles(LargestFiles list);
   void applyOptions(const MainOptions& options);
 
-  // Reads the sources, exactly as given; during a scan they join its queue.
+  // Reads the sources, exactly as given; during a scan they join its queue. A source already
+  // queued is not queued again, and one already shown is read anew in its place (during a walk
+  // it is left as it is).
   void readSources(const std::vector<std::string>& sources);
-  // Reads these sources alone: a stop asked for earlier is forgotten, and whatever was still
-  // queued is dropped.
+  // Reads these sources alone (asked for by hand): a stop asked for earlier is forgotten,
+  // whatever was still queued is dropped, and a source that is not there is told.
   void readOnly(const std::vector<std::string>& sources);
   // Reads a measurement saved as a JSON export into the report; queued while anything runs.
   void importFile(const std::string& file);

@@ -50,5 +50,40 @@ TEST(ScanSession, WorkWaitsUntilReadyAndRunsOneAtATime) {
   EXPECT_FALSE(s.busy());
 }
 
+// One copy of each source: asked for twice it is read once, and read again it replaces the one
+// shown, with what is there now. A folder asked for by hand that is not there is told, and never
+// offered to the sources box.
+TEST(ScanSession, ASourceIsShownOnceAndAMissingOneIsTold) {
+  test::ensureApp();
+  test::TempDir d;
+  test::makeDir(d / "a");
+  test::makeFile(d / "a/f", 10);
+  Guard guard;
+  ScanSession s(guard);
+  std::vector<std::string> accepted, warnings;
+  QObject::connect(&s, &ScanSession::sourceAccepted,
+                   [&](const std::string& p) { accepted.push_back(p); });
+  QObject::connect(&s, &ScanSession::warning,
+                   [&](const QString& t) { warnings.push_back(t.toStdString()); });
+  s.ready();
+  const auto readAndWait = [&](const std::vector<std::string>& paths) {
+    s.readSources(paths);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !s.busy(); }, 20000));
+  };
+  readAndWait({d / "a", d / "a/"});
+  ASSERT_EQ(s.tree().roots().size(), 1u);
+  test::makeFile(d / "a/g", 5);
+  readAndWait({d / "a"});
+  ASSERT_EQ(s.tree().roots().size(), 1u);
+  EXPECT_EQ(s.tree().node(s.tree().roots()[0]).size, 15);
+
+  s.readOnly({d / "gone"});
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !s.busy(); }, 20000));
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find(d / "gone"), std::string::npos);
+  EXPECT_EQ(accepted.size(), 2u);  // the two readings of a, not the missing one
+  EXPECT_EQ(s.tree().roots().size(), 1u);
+}
+
 }  // namespace
 }  // namespace ql
