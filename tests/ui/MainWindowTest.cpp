@@ -353,9 +353,16 @@ TEST_F(MainWindowTest, RemoveAllThenAMissingSourceThenRefreshLeavesTheWindowUsab
   ASSERT_TRUE(finished.wait(10000));
   w.reportPane().bar().control(cmd::report::RemoveAll)->trigger();  // remove all
   EXPECT_EQ(w.reportPane().model().rowCount(), 0);
+  QStringList warnings;
+  w.setWarningHandler([&](const QString& text) { warnings << text; });
+  const int entries = w.cboOrdner().count();
   w.cboOrdner().setEditText(QString::fromStdString(d / "not-there"));
-  w.cbrMain().control(cmd::main::Start)->trigger();  // Start: nothing is there to read
+  w.cbrMain().control(cmd::main::Start)->trigger();  // Start: nothing is there to read, and it says so
   EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy(); }, 10000));
+  ASSERT_EQ(warnings.size(), 1);
+  EXPECT_TRUE(warnings[0].contains("not-there"));
+  EXPECT_EQ(w.statusPanel1().text(), warnings[0]);
+  EXPECT_EQ(w.cboOrdner().count(), entries);  // and it is not kept in the box
   runAndWait(w, cmd::report::Rescan);  // nothing to read again
   EXPECT_EQ(failureCount(), failuresBefore);
   EXPECT_FALSE(w.session().busy());
@@ -383,13 +390,14 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), odd);
   EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[0]).size, 7);
   EXPECT_EQ(w.cboOrdner().currentIndex(), k + 2);
-  w.cbrMain().control(cmd::main::Start)->trigger();  // Start with the entry as shown
+  // Start with the entry as shown reads it again, in place of the one shown.
+  w.cbrMain().control(cmd::main::Start)->trigger();
   ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.session().tree().roots().size(), 2u);
-  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[1]), odd);
-  EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[1]).size, 7);
-  // The new source is the one selected.
-  EXPECT_EQ(w.reportPane().model().nodeOf(w.reportPane().view().currentIndex()), w.session().tree().roots()[1]);
+  ASSERT_EQ(w.session().tree().roots().size(), 1u);
+  const uint32_t again = w.session().tree().roots()[0];
+  EXPECT_EQ(w.session().tree().text(again), odd);
+  EXPECT_EQ(w.session().tree().node(again).size, 7);
+  EXPECT_EQ(w.reportPane().model().nodeOf(w.reportPane().view().currentIndex()), again);
 
   // Delete takes out the entry shown, never one the user has typed over.
   w.cboOrdner().setCurrentIndex(k);
