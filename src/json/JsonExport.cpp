@@ -1,7 +1,9 @@
 #include "json/JsonExport.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -60,6 +62,8 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr uint32_t kAhead = 1024;
 // Folders kept open for their subfolders, well below any descriptor limit.
 constexpr int kOpenFolders = 256;
+// Workers when the disk keeps them waiting.
+constexpr int kMaxWorkers = 16;
 
 // `key` comes with its quotes and colon: ",\"asize\":".
 void appendNumber(std::string& out, std::string_view key, uint64_t value) {
@@ -140,6 +144,9 @@ struct Folder {
   std::shared_ptr<OpenFolder> parent;  // open until this folder is
   std::string info;  // its info object without the closing brace
   uint64_t mountId = 0;
+  // Its place in the writer's order: the index of each folder on the way down from the root
+  // among its parent's subfolders. Compared as a whole, this is the order of the text.
+  std::vector<uint32_t> order;
   // Filled by the one thread that reads it:
   std::string text;  // its entries, each led by ",\n"; subfolders are cut in at `cuts`
   std::vector<std::pair<size_t, std::shared_ptr<Folder>>> cuts;
@@ -162,6 +169,17 @@ class ExportWalk {
   void readOrWait(const std::shared_ptr<Folder>& f);
   void finished(const std::shared_ptr<Folder>& f, bool byWorker);  // under the mutex
   void workerLoop();
+  void wakeWorkers(size_t folders);  // under the mutex
+  std::shared_ptr<Folder> takeFirst() {  // under the mutex
+    std::pop_heap(waiting_.begin(), waiting_.end(), later);
+    std::shared_ptr<Folder> f = std::move(waiting_.back());
+    waiting_.pop_back();
+    return f;
+  }
+  static bool later(const std::shared_ptr<Folder>& a, const std::shared_ptr<Folder>& b) {
+    return b->order < a->order;
+  }
+  void growIfWaiting(std::unique_lock<std::mutex>& lock);
   bool stopped_() const { return stop_ && stop_->requested(); }
 
   int threads_;
@@ -170,11 +188,19 @@ class ExportWalk {
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
   std::condition_variable ready_;  // the writer: a folder it waits for was read
-  std::vector<std::shared_ptr<Folder>> stack_;
+  // Folders found and not yet taken, as a heap: the first in the writer's order on top.
+  std::vector<std::shared_ptr<Folder>> waiting_;
   uint32_t ahead_ = 0;
-  size_t stale_ = 0;  // entries of the stack the writer has taken
+  size_t idle_ = 0;   // workers waiting for work_
+  size_t stale_ = 0;  // entries of waiting_ the writer took out of turn
   std::atomic<int> openFolders_{0};
   bool done_ = false;
+  // Only the writer touches these.
+  std::vector<std::thread> pool_;
+  bool canGrow_ = false;
+  double cores_ = std::max(1u, std::thread::hardware_concurrency());
+  std::chrono::steady_clock::time_point checkedAt_ = std::chrono::steady_clock::now();
+  double checkedCpu_ = 0;
 };
 
 void ExportWalk::readFolder(Folder& f, DirReader& reader) {
@@ -219,6 +245,11 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
       child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
       appendInfo(child->info, name, *sx);
       child->mountId = mount;
+      if (threads_ > 1) {
+        child->order.reserve(f.order.size() + 1);
+        child->order = f.order;
+        child->order.push_back(static_cast<uint32_t>(f.cuts.size()));
+      }
       f.cuts.emplace_back(text.size(), std::move(child));
       return true;
     }
@@ -248,27 +279,39 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
   if (result.end == DirReader::End::Stopped) f.readError = -1;
 }
 
+// One wake-up per folder that can be read now, and none for a worker that would find nothing:
+// with many workers, waking them all per folder costs more than the reading.
+void ExportWalk::wakeWorkers(size_t folders) {
+  if (ahead_ >= kAhead) return;
+  for (size_t n = std::min(folders, idle_); n > 0; --n) work_.notify_one();
+}
+
 void ExportWalk::finished(const std::shared_ptr<Folder>& f, bool byWorker) {
   f->state = 2;
   f->byWorker = byWorker;
   if (byWorker) ++ahead_;
   if (threads_ > 1 && !f->cuts.empty()) {
-    // Last subfolder on top: the writer reads its way down from the first subfolder, the
-    // workers from the last, so the two meet late and seldom wait for each other.
-    for (const auto& cut : f->cuts) stack_.push_back(cut.second);
-    work_.notify_all();
+    // Readers take the first folder in the writer's order that no one has taken: what they read
+    // is written soon, the folders held ahead stay few, and the writer seldom reads or waits.
+    for (const auto& cut : f->cuts) {
+      waiting_.push_back(cut.second);
+      std::push_heap(waiting_.begin(), waiting_.end(), later);
+    }
+    wakeWorkers(f->cuts.size());
   }
 }
 
 // The writer needs this folder now: it reads it itself unless a worker has it in hand.
 void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   std::unique_lock lock(mutex_);
+  if (canGrow_) growIfWaiting(lock);
   if (f->state == 0) {
     f->state = 1;
     // It still waits in the workers' stack: clear such entries out now and then, so that
     // written folders are not kept there.
-    if (threads_ > 1 && ++stale_ > 256 && stale_ > stack_.size() / 2) {
-      std::erase_if(stack_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+    if (threads_ > 1 && ++stale_ > 256 && stale_ > waiting_.size() / 2) {
+      std::erase_if(waiting_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+      std::make_heap(waiting_.begin(), waiting_.end(), later);
       stale_ = 0;
     }
     lock.unlock();
@@ -277,17 +320,66 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
     finished(f, false);
     return;
   }
-  ready_.wait(lock, [&] { return f->state == 2; });
+  // A worker has it in hand: rather than sleep, read what the workers would read next. A folder
+  // the writer reads ahead is held like one a worker read.
+  while (f->state != 2) {
+    if (!waiting_.empty() && ahead_ < kAhead) {
+      std::shared_ptr<Folder> next = takeFirst();
+      if (next->state != 0) {
+        if (stale_) --stale_;
+        continue;
+      }
+      next->state = 1;
+      lock.unlock();
+      readFolder(*next, writerReader_);
+      lock.lock();
+      finished(next, true);
+      continue;
+    }
+    ready_.wait_for(lock, std::chrono::milliseconds(20));
+    if (f->state != 2 && canGrow_) growIfWaiting(lock);
+  }
+}
+
+// The cores are mostly idle while folders wait to be read: the readers are waiting on the disk,
+// and more of them keep more reads in flight. Checked at most every 20 ms (a clock read per
+// folder otherwise).
+void ExportWalk::growIfWaiting(std::unique_lock<std::mutex>& lock) {
+  const auto now = std::chrono::steady_clock::now();
+  if (now - checkedAt_ < std::chrono::milliseconds(20)) return;
+  timespec ts;
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+  const double cpu = ts.tv_sec * 1e6 + ts.tv_nsec / 1e3;
+  const double wall = std::chrono::duration<double, std::micro>(now - checkedAt_).count();
+  const bool idle = cpu - checkedCpu_ < 0.5 * cores_ * wall;
+  checkedAt_ = now;
+  checkedCpu_ = cpu;
+  if (!idle || waiting_.size() - std::min(waiting_.size(), stale_) <= pool_.size()) return;
+  lock.unlock();
+  for (int k = 0; k < 2 && canGrow_; ++k) {
+    try {
+      pool_.emplace_back([this] { workerLoop(); });
+    } catch (const std::system_error&) {
+      canGrow_ = false;
+    } catch (const std::bad_alloc&) {
+      canGrow_ = false;
+    }
+    if (static_cast<int>(pool_.size()) >= kMaxWorkers) canGrow_ = false;
+  }
+  lock.lock();
 }
 
 void ExportWalk::workerLoop() {
   DirReader reader(kMask);
   std::unique_lock lock(mutex_);
   for (;;) {
-    work_.wait(lock, [this] { return done_ || (!stack_.empty() && ahead_ < kAhead); });
+    if (!done_ && (waiting_.empty() || ahead_ >= kAhead)) {
+      ++idle_;
+      work_.wait(lock, [this] { return done_ || (!waiting_.empty() && ahead_ < kAhead); });
+      --idle_;
+    }
     if (done_) return;
-    std::shared_ptr<Folder> f = std::move(stack_.back());
-    stack_.pop_back();
+    std::shared_ptr<Folder> f = takeFirst();
     if (f->state != 0) {  // the writer took it
       if (stale_) --stale_;
       continue;
@@ -336,12 +428,14 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     head += "},\n";
     out.put(head);
   }
-  std::vector<std::thread> pool;
+  canGrow_ = threads_ > 1;
   try {
-    for (int i = 1; i < threads_; ++i) pool.emplace_back([this] { workerLoop(); });
+    for (int i = 1; i < threads_; ++i) pool_.emplace_back([this] { workerLoop(); });
   } catch (const std::system_error&) {
     // Fewer workers than asked for: the writer reads what they do not, and the text is the same.
+    canGrow_ = false;
   } catch (const std::bad_alloc&) {
+    canGrow_ = false;
   }
 
   struct Frame {
@@ -353,7 +447,8 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   std::string piece;
   auto open = [&](const std::shared_ptr<Folder>& f) {
     readOrWait(f);
-    piece = "[";
+    piece.clear();
+    piece.push_back('[');
     piece += f->info;
     if (f->readError > 0) piece += ",\"read_error\":true";
     piece += "}";
@@ -391,17 +486,17 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     if (top.folder->byWorker) {
       std::lock_guard lock(mutex_);
       --ahead_;
-      work_.notify_one();
+      if (!waiting_.empty()) wakeWorkers(1);
     }
     frames.pop_back();
   }
   {
     std::lock_guard lock(mutex_);
     done_ = true;
-    stack_.clear();
+    waiting_.clear();
   }
   work_.notify_all();
-  for (auto& t : pool) t.join();
+  for (auto& t : pool_) t.join();
   if (!shortage.empty()) {
     result.error = shortage;
     return result;
