@@ -1,7 +1,7 @@
 #include "json/JsonExport.h"
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <climits>
@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
@@ -145,8 +146,9 @@ struct Folder {
   std::string info;  // its info object without the closing brace
   uint64_t mountId = 0;
   // Its place in the writer's order: the index of each folder on the way down from the root
-  // among its parent's subfolders. Compared as a whole, this is the order of the text.
-  std::vector<uint32_t> order;
+  // among its parent's subfolders, as big-endian bytes, so that comparing the bytes compares the
+  // places in the text (and a shallow one needs no allocation).
+  std::string order;
   // Filled by the one thread that reads it:
   std::string text;  // its entries, each led by ",\n"; subfolders are cut in at `cuts`
   std::vector<std::pair<size_t, std::shared_ptr<Folder>>> cuts;
@@ -198,9 +200,8 @@ class ExportWalk {
   // Only the writer touches these.
   std::vector<std::thread> pool_;
   bool canGrow_ = false;
-  double cores_ = std::max(1u, std::thread::hardware_concurrency());
   std::chrono::steady_clock::time_point checkedAt_ = std::chrono::steady_clock::now();
-  double checkedCpu_ = 0;
+  long blocksRead_ = 0;
 };
 
 void ExportWalk::readFolder(Folder& f, DirReader& reader) {
@@ -246,9 +247,11 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
       appendInfo(child->info, name, *sx);
       child->mountId = mount;
       if (threads_ > 1) {
-        child->order.reserve(f.order.size() + 1);
+        const auto index = static_cast<uint32_t>(f.cuts.size());
+        child->order.reserve(f.order.size() + 4);
         child->order = f.order;
-        child->order.push_back(static_cast<uint32_t>(f.cuts.size()));
+        for (int shift = 24; shift >= 0; shift -= 8)
+          child->order.push_back(static_cast<char>(index >> shift));
       }
       f.cuts.emplace_back(text.size(), std::move(child));
       return true;
@@ -307,7 +310,7 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   if (canGrow_) growIfWaiting(lock);
   if (f->state == 0) {
     f->state = 1;
-    // It still waits in the workers' stack: clear such entries out now and then, so that
+    // It still waits among the folders to take: clear such entries out now and then, so that
     // written folders are not kept there.
     if (threads_ > 1 && ++stale_ > 256 && stale_ > waiting_.size() / 2) {
       std::erase_if(waiting_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
@@ -341,22 +344,23 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   }
 }
 
-// The cores are mostly idle while folders wait to be read: the readers are waiting on the disk,
-// and more of them keep more reads in flight. Checked at most every 20 ms (a clock read per
-// folder otherwise).
+// The readers went to the disk since the last look while folders wait to be read: they wait on
+// it, and more of them keep more reads in flight. The count of blocks read tells a disk from a
+// busy machine, where more threads would only take turns on the cores. Looked at every 20 ms
+// at most (a getrusage); a clock read per folder otherwise.
 void ExportWalk::growIfWaiting(std::unique_lock<std::mutex>& lock) {
   const auto now = std::chrono::steady_clock::now();
   if (now - checkedAt_ < std::chrono::milliseconds(20)) return;
-  timespec ts;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-  const double cpu = ts.tv_sec * 1e6 + ts.tv_nsec / 1e3;
-  const double wall = std::chrono::duration<double, std::micro>(now - checkedAt_).count();
-  const bool idle = cpu - checkedCpu_ < 0.5 * cores_ * wall;
   checkedAt_ = now;
-  checkedCpu_ = cpu;
-  if (!idle || waiting_.size() - std::min(waiting_.size(), stale_) <= pool_.size()) return;
+  struct rusage usage;
+  if (::getrusage(RUSAGE_SELF, &usage) != 0) return;
+  const bool disk = usage.ru_inblock > blocksRead_;
+  blocksRead_ = usage.ru_inblock;
+  if (!disk || waiting_.size() - std::min(waiting_.size(), stale_) <= pool_.size()) return;
   lock.unlock();
-  for (int k = 0; k < 2 && canGrow_; ++k) {
+  // Doubled each time: a cold disk is seldom waited on for long, and the workers should be
+  // there while it is.
+  for (size_t k = std::max<size_t>(pool_.size(), 1); k > 0 && canGrow_; --k) {
     try {
       pool_.emplace_back([this] { workerLoop(); });
     } catch (const std::system_error&) {
@@ -428,7 +432,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     head += "},\n";
     out.put(head);
   }
-  canGrow_ = threads_ > 1;
+  canGrow_ = threads_ > 1 && threads_ - 1 < kMaxWorkers;
   try {
     for (int i = 1; i < threads_; ++i) pool_.emplace_back([this] { workerLoop(); });
   } catch (const std::system_error&) {
