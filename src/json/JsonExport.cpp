@@ -65,6 +65,8 @@ constexpr uint32_t kAhead = 1024;
 constexpr int kOpenFolders = 256;
 // Workers when the disk keeps them waiting.
 constexpr int kMaxWorkers = 16;
+// Blocks read from the disk in 20 ms that tell a cold walk (one reads thousands).
+constexpr long kColdBlocks = 64;
 
 // `key` comes with its quotes and colon: ",\"asize\":".
 void appendNumber(std::string& out, std::string_view key, uint64_t value) {
@@ -354,7 +356,8 @@ void ExportWalk::growIfWaiting(std::unique_lock<std::mutex>& lock) {
   checkedAt_ = now;
   struct rusage usage;
   if (::getrusage(RUSAGE_SELF, &usage) != 0) return;
-  const bool disk = usage.ru_inblock > blocksRead_;
+  // A few blocks are a folder here and there that fell out of the cache, not a cold disk.
+  const bool disk = usage.ru_inblock - blocksRead_ >= kColdBlocks;
   blocksRead_ = usage.ru_inblock;
   if (!disk || waiting_.size() - std::min(waiting_.size(), stale_) <= pool_.size()) return;
   lock.unlock();
