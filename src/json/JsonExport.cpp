@@ -1,7 +1,9 @@
 #include "json/JsonExport.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <climits>
 #include <condition_variable>
 #include <cstdio>
@@ -11,6 +13,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
@@ -60,6 +63,10 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr uint32_t kAhead = 1024;
 // Folders kept open for their subfolders, well below any descriptor limit.
 constexpr int kOpenFolders = 256;
+// Workers when the disk keeps them waiting.
+constexpr int kMaxWorkers = 16;
+// Blocks read from the disk in 20 ms that tell a cold walk (one reads thousands).
+constexpr long kColdBlocks = 64;
 
 // `key` comes with its quotes and colon: ",\"asize\":".
 void appendNumber(std::string& out, std::string_view key, uint64_t value) {
@@ -140,6 +147,10 @@ struct Folder {
   std::shared_ptr<OpenFolder> parent;  // open until this folder is
   std::string info;  // its info object without the closing brace
   uint64_t mountId = 0;
+  // Its place in the writer's order: the index of each folder on the way down from the root
+  // among its parent's subfolders, as big-endian bytes, so that comparing the bytes compares the
+  // places in the text (and a shallow one needs no allocation).
+  std::string order;
   // Filled by the one thread that reads it:
   std::string text;  // its entries, each led by ",\n"; subfolders are cut in at `cuts`
   std::vector<std::pair<size_t, std::shared_ptr<Folder>>> cuts;
@@ -162,6 +173,17 @@ class ExportWalk {
   void readOrWait(const std::shared_ptr<Folder>& f);
   void finished(const std::shared_ptr<Folder>& f, bool byWorker);  // under the mutex
   void workerLoop();
+  void wakeWorkers(size_t folders);  // under the mutex
+  std::shared_ptr<Folder> takeFirst() {  // under the mutex
+    std::pop_heap(waiting_.begin(), waiting_.end(), later);
+    std::shared_ptr<Folder> f = std::move(waiting_.back());
+    waiting_.pop_back();
+    return f;
+  }
+  static bool later(const std::shared_ptr<Folder>& a, const std::shared_ptr<Folder>& b) {
+    return b->order < a->order;
+  }
+  void growIfWaiting(std::unique_lock<std::mutex>& lock);
   bool stopped_() const { return stop_ && stop_->requested(); }
 
   int threads_;
@@ -170,11 +192,18 @@ class ExportWalk {
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
   std::condition_variable ready_;  // the writer: a folder it waits for was read
-  std::vector<std::shared_ptr<Folder>> stack_;
+  // Folders found and not yet taken, as a heap: the first in the writer's order on top.
+  std::vector<std::shared_ptr<Folder>> waiting_;
   uint32_t ahead_ = 0;
-  size_t stale_ = 0;  // entries of the stack the writer has taken
+  size_t idle_ = 0;   // workers waiting for work_
+  size_t stale_ = 0;  // entries of waiting_ the writer took out of turn
   std::atomic<int> openFolders_{0};
   bool done_ = false;
+  // Only the writer touches these.
+  std::vector<std::thread> pool_;
+  bool canGrow_ = false;
+  std::chrono::steady_clock::time_point checkedAt_ = std::chrono::steady_clock::now();
+  long blocksRead_ = 0;
 };
 
 void ExportWalk::readFolder(Folder& f, DirReader& reader) {
@@ -219,6 +248,13 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
       child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
       appendInfo(child->info, name, *sx);
       child->mountId = mount;
+      if (threads_ > 1) {
+        const auto index = static_cast<uint32_t>(f.cuts.size());
+        child->order.reserve(f.order.size() + 4);
+        child->order = f.order;
+        for (int shift = 24; shift >= 0; shift -= 8)
+          child->order.push_back(static_cast<char>(index >> shift));
+      }
       f.cuts.emplace_back(text.size(), std::move(child));
       return true;
     }
@@ -248,27 +284,39 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
   if (result.end == DirReader::End::Stopped) f.readError = -1;
 }
 
+// One wake-up per folder that can be read now, and none for a worker that would find nothing:
+// with many workers, waking them all per folder costs more than the reading.
+void ExportWalk::wakeWorkers(size_t folders) {
+  if (ahead_ >= kAhead) return;
+  for (size_t n = std::min(folders, idle_); n > 0; --n) work_.notify_one();
+}
+
 void ExportWalk::finished(const std::shared_ptr<Folder>& f, bool byWorker) {
   f->state = 2;
   f->byWorker = byWorker;
   if (byWorker) ++ahead_;
   if (threads_ > 1 && !f->cuts.empty()) {
-    // Last subfolder on top: the writer reads its way down from the first subfolder, the
-    // workers from the last, so the two meet late and seldom wait for each other.
-    for (const auto& cut : f->cuts) stack_.push_back(cut.second);
-    work_.notify_all();
+    // Readers take the first folder in the writer's order that no one has taken: what they read
+    // is written soon, the folders held ahead stay few, and the writer seldom reads or waits.
+    for (const auto& cut : f->cuts) {
+      waiting_.push_back(cut.second);
+      std::push_heap(waiting_.begin(), waiting_.end(), later);
+    }
+    wakeWorkers(f->cuts.size());
   }
 }
 
 // The writer needs this folder now: it reads it itself unless a worker has it in hand.
 void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   std::unique_lock lock(mutex_);
+  if (canGrow_) growIfWaiting(lock);
   if (f->state == 0) {
     f->state = 1;
-    // It still waits in the workers' stack: clear such entries out now and then, so that
+    // It still waits among the folders to take: clear such entries out now and then, so that
     // written folders are not kept there.
-    if (threads_ > 1 && ++stale_ > 256 && stale_ > stack_.size() / 2) {
-      std::erase_if(stack_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+    if (threads_ > 1 && ++stale_ > 256 && stale_ > waiting_.size() / 2) {
+      std::erase_if(waiting_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+      std::make_heap(waiting_.begin(), waiting_.end(), later);
       stale_ = 0;
     }
     lock.unlock();
@@ -277,17 +325,68 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
     finished(f, false);
     return;
   }
-  ready_.wait(lock, [&] { return f->state == 2; });
+  // A worker has it in hand: rather than sleep, read what the workers would read next. A folder
+  // the writer reads ahead is held like one a worker read.
+  while (f->state != 2) {
+    if (!waiting_.empty() && ahead_ < kAhead) {
+      std::shared_ptr<Folder> next = takeFirst();
+      if (next->state != 0) {
+        if (stale_) --stale_;
+        continue;
+      }
+      next->state = 1;
+      lock.unlock();
+      readFolder(*next, writerReader_);
+      lock.lock();
+      finished(next, true);
+      continue;
+    }
+    ready_.wait_for(lock, std::chrono::milliseconds(20));
+    if (f->state != 2 && canGrow_) growIfWaiting(lock);
+  }
+}
+
+// The readers went to the disk since the last look while folders wait to be read: they wait on
+// it, and more of them keep more reads in flight. The count of blocks read tells a disk from a
+// busy machine, where more threads would only take turns on the cores. Looked at every 20 ms
+// at most (a getrusage); a clock read per folder otherwise.
+void ExportWalk::growIfWaiting(std::unique_lock<std::mutex>& lock) {
+  const auto now = std::chrono::steady_clock::now();
+  if (now - checkedAt_ < std::chrono::milliseconds(20)) return;
+  checkedAt_ = now;
+  struct rusage usage;
+  if (::getrusage(RUSAGE_SELF, &usage) != 0) return;
+  // A few blocks are a folder here and there that fell out of the cache, not a cold disk.
+  const bool disk = usage.ru_inblock - blocksRead_ >= kColdBlocks;
+  blocksRead_ = usage.ru_inblock;
+  if (!disk || waiting_.size() - std::min(waiting_.size(), stale_) <= pool_.size()) return;
+  lock.unlock();
+  // Doubled each time: a cold disk is seldom waited on for long, and the workers should be
+  // there while it is.
+  for (size_t k = std::max<size_t>(pool_.size(), 1); k > 0 && canGrow_; --k) {
+    try {
+      pool_.emplace_back([this] { workerLoop(); });
+    } catch (const std::system_error&) {
+      canGrow_ = false;
+    } catch (const std::bad_alloc&) {
+      canGrow_ = false;
+    }
+    if (static_cast<int>(pool_.size()) >= kMaxWorkers) canGrow_ = false;
+  }
+  lock.lock();
 }
 
 void ExportWalk::workerLoop() {
   DirReader reader(kMask);
   std::unique_lock lock(mutex_);
   for (;;) {
-    work_.wait(lock, [this] { return done_ || (!stack_.empty() && ahead_ < kAhead); });
+    if (!done_ && (waiting_.empty() || ahead_ >= kAhead)) {
+      ++idle_;
+      work_.wait(lock, [this] { return done_ || (!waiting_.empty() && ahead_ < kAhead); });
+      --idle_;
+    }
     if (done_) return;
-    std::shared_ptr<Folder> f = std::move(stack_.back());
-    stack_.pop_back();
+    std::shared_ptr<Folder> f = takeFirst();
     if (f->state != 0) {  // the writer took it
       if (stale_) --stale_;
       continue;
@@ -336,12 +435,14 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     head += "},\n";
     out.put(head);
   }
-  std::vector<std::thread> pool;
+  canGrow_ = threads_ > 1 && threads_ - 1 < kMaxWorkers;
   try {
-    for (int i = 1; i < threads_; ++i) pool.emplace_back([this] { workerLoop(); });
+    for (int i = 1; i < threads_; ++i) pool_.emplace_back([this] { workerLoop(); });
   } catch (const std::system_error&) {
     // Fewer workers than asked for: the writer reads what they do not, and the text is the same.
+    canGrow_ = false;
   } catch (const std::bad_alloc&) {
+    canGrow_ = false;
   }
 
   struct Frame {
@@ -353,7 +454,8 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   std::string piece;
   auto open = [&](const std::shared_ptr<Folder>& f) {
     readOrWait(f);
-    piece = "[";
+    piece.clear();
+    piece.push_back('[');
     piece += f->info;
     if (f->readError > 0) piece += ",\"read_error\":true";
     piece += "}";
@@ -391,17 +493,17 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     if (top.folder->byWorker) {
       std::lock_guard lock(mutex_);
       --ahead_;
-      work_.notify_one();
+      if (!waiting_.empty()) wakeWorkers(1);
     }
     frames.pop_back();
   }
   {
     std::lock_guard lock(mutex_);
     done_ = true;
-    stack_.clear();
+    waiting_.clear();
   }
   work_.notify_all();
-  for (auto& t : pool) t.join();
+  for (auto& t : pool_) t.join();
   if (!shortage.empty()) {
     result.error = shortage;
     return result;

@@ -5,9 +5,12 @@
 //
 // The walk streams: each folder is listed once, its part of the text is written as soon as the
 // folders before it are out, and then it is forgotten; so memory follows the folders under way,
-// not the tree. Workers read folders ahead of the writer, but never more than a bounded number;
-// the writer reads a folder itself when no worker has taken it yet. Each folder's entries come in
-// the order of its listing, so the text is the same for any number of threads.
+// not the tree. Workers read folders ahead of the writer, always the first one in the writer's
+// order that no one has taken, and never more than a bounded number ahead; the writer reads a
+// folder itself when no worker has taken it yet, and reads ahead instead of waiting. When the
+// disk keeps the readers waiting, more workers are started (up to 16) to keep more reads in
+// flight. Each folder's entries come in the order of its listing, so the text is the same for
+// any number of threads.
 //
 // Per entry: name (bytes, JSON-escaped; bytes that are not UTF-8 are written as they are), asize
 // (st_size), dsize (st_blocks * 512), ino, nlink, and hlnkc for a non-folder with more than one
