@@ -131,6 +131,11 @@ class ReportTree {
   ChildList roots() const { return children(kSuperRoot); }
   uint32_t parent(uint32_t i) const { return nodes_[i].parent; }
   bool isRoot(uint32_t i) const { return nodes_[i].parent == kSuperRoot; }
+  // The root of the source a live node was found below (the node itself for a root).
+  uint32_t rootOf(uint32_t i) const {
+    while (!isRoot(i)) i = nodes_[i].parent;
+    return i;
+  }
   bool isFolder(uint32_t i) const { return nodes_[i].flags & IsFolder; }
   bool hasFlag(uint32_t i, Flag f) const { return nodes_[i].flags & f; }
   size_t liveCount() const { return live_; }

@@ -14,13 +14,12 @@
 #include "lang/TL.h"
 #include "report/ReportEdit.h"
 #include "scan/FileOps.h"
+#include "support/PathText.h"
 
 namespace ql {
 
 namespace {
 constexpr auto kAbandonAfter = std::chrono::milliseconds(1000);
-
-QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
 }  // namespace
 
 // What a walk and its driver share. It lives as long as either of them needs it, so a walk that
@@ -180,7 +179,7 @@ void ScanDriver::reportFailure(const WalkFailure& f) {
       break;
   }
   FailureReport(QStringLiteral("Report_ScanFolders"), QStringLiteral("frmMain"), 0, text,
-                {decode(f.path), decode(f.name)});
+                {pathText(f.path), pathText(f.name)});
 }
 
 void ScanDriver::place(uint32_t position, ReportTree&& branch) {
@@ -198,7 +197,7 @@ bool ScanDriver::takeNextSource(std::string& scanPath) {
     if (err != 0) {
       // A source that is not there is dropped without a word; any other reason is told.
       if (err != ENOENT)
-        Q_EMIT sourceRefused(decode(path), QString::fromStdString(systemErrorText(err)));
+        Q_EMIT sourceRefused(pathText(path), QString::fromStdString(systemErrorText(err)));
       queue_.pop_front();
       continue;
     }
@@ -217,7 +216,7 @@ void ScanDriver::finishWalk(const WalkOutcome& outcome) {
   drain();
   const uint32_t node = node_;
   if (job_ == Job::Source && !outcome.readable && outcome.openError != 0 && outcome.openError != ENOENT)
-    Q_EMIT sourceRefused(decode(tree_.fullPath(node)),
+    Q_EMIT sourceRefused(pathText(tree_.fullPath(node)),
                          QString::fromStdString(systemErrorText(outcome.openError)));
   // The folder's own files get a row of their own when it also has subfolder rows.
   if (!outcome.interrupted && outcome.ownBytes > 0 && !tree_.children(node).empty()) {
@@ -299,7 +298,7 @@ void ScanDriver::stop() {
 
 void ScanDriver::onTick() {
   const std::string folder = currentFolder();
-  if (!folder.empty()) Q_EMIT progress(decode(folder));
+  if (!folder.empty()) Q_EMIT progress(pathText(folder));
   if (!run_ || !stopped()) return;
   run_->stop.request();
   const auto now = std::chrono::steady_clock::now();
@@ -439,7 +438,7 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
   }
   if (!added)
     FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, TL(4040, "Überlauf der Summe"),
-                  {decode(tree_.fullPath(r.node))});
+                  {pathText(tree_.fullPath(r.node))});
   refreshPercentsUp(tree_, r.node);
   ticker_.stop();
   tree_.sortAll();
@@ -457,8 +456,7 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
 
 void ScanDriver::removeSource(uint32_t node) {
   if (busy_ || !tree_.isLive(node)) return;
-  while (!tree_.isRoot(node)) node = tree_.parent(node);
-  tree_.removeSubtree(node);
+  tree_.removeSubtree(tree_.rootOf(node));
 }
 
 void ScanDriver::clearAll() {

@@ -9,12 +9,11 @@
 
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
+#include "support/PathText.h"
 
 namespace ql {
 
 namespace {
-QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
-
 QIcon lookUpIcon(int type, bool location) {
   struct Look {
     const char* theme;
@@ -63,7 +62,7 @@ void DriveModel::setMounts(const std::vector<MountEntry>& mounts) {
     DriveRow r;
     r.path = m.mountPoint;
     const std::string label = volumeLabelOf(m);
-    r.label = decode(label);
+    r.label = pathText(label);
     r.fileSystem = QString::fromStdString(m.fsType);
     r.type = driveTypeOf(m);
     rows_.push_back(std::move(r));
@@ -168,7 +167,7 @@ QVariant DriveModel::data(const QModelIndex& index, int role) const {
   const int col = index.column();
   if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
     switch (col) {
-      case ColDrive: return decode(r.path);
+      case ColDrive: return pathText(r.path);
       case ColName: return r.label.isEmpty() && !r.location ? TL(4100, "(no label)") : r.label;
       case ColFileSystem: return r.fileSystem;
       case ColType: return r.location ? QStringLiteral("?") : typeText(r.type);

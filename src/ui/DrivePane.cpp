@@ -15,12 +15,11 @@
 #include <QVBoxLayout>
 
 #include "lang/TL.h"
+#include "support/PathText.h"
 
 namespace ql {
 
 namespace {
-QString decode(const std::string& bytes) { return QFile::decodeName(QByteArray::fromStdString(bytes)); }
-std::string encode(const QString& text) { return QFile::encodeName(text).toStdString(); }
 constexpr int kBarWidth = 72;  // the least width of a percent bar
 }  // namespace
 
@@ -174,7 +173,7 @@ void DrivePane::addLocation(std::string path) {
   if (path.empty()) {
     const QString answer = askFolder_ ? askFolder_() : QString();
     if (answer.isEmpty()) return;
-    path = encode(answer);
+    path = pathBytes(answer);
   }
   const int row = model_->addLocation(path);
   view_->setCurrentIndex(model_->index(row, 0));
@@ -211,7 +210,7 @@ std::vector<DrivePane::ComboDrive> DrivePane::comboDrives() const {
     if (row.location || row.type == DriveRam || row.type == DriveUnknown) continue;
     ComboDrive d;
     d.path = row.path;
-    d.text = decode(row.path);
+    d.text = pathText(row.path);
     if (!row.label.isEmpty()) d.text += QStringLiteral(" [") + row.label + QLatin1Char(']');
     switch (row.type) {
       case DriveRemovable: d.image = 6; break;
@@ -250,7 +249,7 @@ QMenu* DrivePane::drivePopup() {
   menu->addAction(TL(3731, "Im Dateimanager anzeigen"), this,
                   guard_.wrap("mnuShowInFileManager", [this, path] { openPath(path, true); }));
   menu->addAction(TL(3732, "Pfad kopieren"), this, guard_.wrap("mnuCopyPath", [path] {
-                    QGuiApplication::clipboard()->setText(decode(path));
+                    QGuiApplication::clipboard()->setText(pathText(path));
                   }));
   return menu;
 }
@@ -263,7 +262,7 @@ void DrivePane::openPath(const std::string& path, bool parent) {
     const size_t slash = target.rfind('/');
     target = slash == std::string::npos || slash == 0 ? std::string("/") : target.substr(0, slash);
   }
-  QDesktopServices::openUrl(QUrl::fromLocalFile(decode(target)));
+  QDesktopServices::openUrl(QUrl::fromLocalFile(pathText(target)));
 }
 
 int DrivePane::selectedRow() const {

@@ -123,8 +123,7 @@ void ImportedSources::deliver(const std::shared_ptr<Job>& job) {
 
 const ImportedSources::Source* ImportedSources::sourceOf(uint32_t node, uint32_t& local) const {
   if (!tree_.isLive(node)) return nullptr;
-  uint32_t root = node;
-  while (!tree_.isRoot(root)) root = tree_.parent(root);
+  const uint32_t root = tree_.rootOf(node);
   for (const auto& s : sources_) {
     if (s->root != root || s->generation != tree_.generation()) continue;
     // Nodes added later (a rescan from the disk) lie beyond the import's own.

@@ -20,6 +20,7 @@
 #include "ui/dialogs/frmInfo.h"
 #include "ui/dialogs/frmInternetUpdate.h"
 #include "ui/dialogs/frmOptionen.h"
+#include "support/PathText.h"
 
 namespace ql {
 
@@ -203,11 +204,11 @@ void MainWindow::runCommand(int id) {
   }
   if (id == New) {
     const QString folder = QFileDialog::getExistingDirectory(this, QString(), QStringLiteral("/"));
-    if (!folder.isEmpty()) cboOrdner_->addSource(QFile::encodeName(folder).toStdString());
+    if (!folder.isEmpty()) cboOrdner_->addSource(pathBytes(folder));
   } else if (id == Import) {
     const QString file = QFileDialog::getOpenFileName(this, TL(4054, "Importieren"), QString(),
                                                       QStringLiteral("JSON (*.json *.zst);;* (*)"));
-    if (!file.isEmpty()) session_->importFile(QFile::encodeName(file).toStdString());
+    if (!file.isEmpty()) session_->importFile(pathBytes(file));
   } else if (id == Update) {
     frmInternetUpdate(this).exec();
     if (pendingUpdate().UpdateMode == 0) return;

@@ -38,9 +38,7 @@ std::string encode(const QString& text) { return QFile::encodeName(text).toStdSt
 // A node's path split at its source: the source as the user named it, the rest as the scan found
 // it, so that a change reaches the folder without following a link below the source.
 FoundPath foundOf(const ReportTree& tree, uint32_t node) {
-  uint32_t root = node;
-  while (!tree.isRoot(root)) root = tree.parent(root);
-  return foundBelow(std::string(tree.text(root)), tree.fullPath(node));
+  return foundBelow(std::string(tree.text(tree.rootOf(node))), tree.fullPath(node));
 }
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "ui/ScanSession.h"
 
-#include <QFile>
 #include <algorithm>
 #include <cstring>
 
@@ -8,19 +7,15 @@
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "support/Globals.h"
+#include "support/PathText.h"
 #include "ui/ImportedSources.h"
 
 namespace ql {
 
 namespace {
-QString decode(const std::string& bytes) {
-  return QFile::decodeName(QByteArray::fromStdString(bytes));
-}
-
 // The path of the source a node was found below: the file lists reach their files from there.
 std::string sourceOf(const ReportTree& tree, uint32_t node) {
-  while (tree.isLive(node) && !tree.isRoot(node)) node = tree.parent(node);
-  return tree.isLive(node) ? std::string(tree.text(node)) : std::string();
+  return tree.isLive(node) ? std::string(tree.text(tree.rootOf(node))) : std::string();
 }
 }  // namespace
 
@@ -149,7 +144,7 @@ void ScanSession::readOnly(const std::vector<std::string>& sources) {
       found.push_back(s);
     } else {
       const QString text = TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2",
-                              {decode(s), QString::fromLocal8Bit(std::strerror(error))});
+                              {pathText(s), QString::fromLocal8Bit(std::strerror(error))});
       Q_EMIT statusText(text);
       Q_EMIT warning(text);
     }
@@ -228,7 +223,7 @@ void ScanSession::onImportFinished(uint32_t root, const QString& error) {
   if (root == kNoNode) {
     if (largest_.clear) largest_.clear();
     Q_EMIT warning(
-        TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {decode(importing_), error}));
+        TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {pathText(importing_), error}));
   } else {
     if (largest_.end) largest_.end(tree_.fullPath(root), std::string());
     Q_EMIT sourceStarted(root);

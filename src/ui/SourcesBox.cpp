@@ -1,12 +1,12 @@
 #include "ui/SourcesBox.h"
 
-#include <QFile>
 #include <QKeyEvent>
 #include <QLineEdit>
 
 #include "scan/FileOps.h"
 #include "support/Path.h"
 #include "ui/CommandBar.h"
+#include "support/PathText.h"
 
 namespace ql {
 
@@ -33,7 +33,7 @@ int SourcesBox::addSource(const std::string& path) {
       return i;
     }
   }
-  addItem(commandIcon(QStringLiteral("folder")), QFile::decodeName(QByteArray::fromStdString(path)),
+  addItem(commandIcon(QStringLiteral("folder")), pathText(path),
           key);
   setCurrentIndex(count() - 1);
   return count() - 1;
@@ -44,7 +44,7 @@ std::string SourcesBox::shownSource() const {
   if (text.isEmpty()) return {};
   const int i = currentIndex();
   if (i >= 0 && itemText(i) == text) return itemData(i).toByteArray().toStdString();
-  return QFile::encodeName(text).toStdString();
+  return pathBytes(text);
 }
 
 void SourcesBox::fill(const std::vector<DrivePane::ComboDrive>& drives,
