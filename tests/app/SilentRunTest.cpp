@@ -12,37 +12,30 @@
 
 #include "TestFiles.h"
 #include "TestFs.h"
+#include "TestProcess.h"
 
 namespace ql::test {
 namespace {
 
-struct Outcome {
+struct Ran {
   int status = -1;
   QString out, err;
 };
 
 // Runs the program with its own settings folder, in a German environment unless told otherwise;
 // with a descriptor limit, on 16 walk threads.
-Outcome quorlane(const QStringList& args, const QString& config, const QString& lang = "de_DE.UTF-8",
-                 int fdLimit = 0) {
-  ensureApp();
-  QProcess p;
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("XDG_CONFIG_HOME", config);
-  env.insert("LC_ALL", lang);
-  p.setProcessEnvironment(env);
+Ran quorlane(const QStringList& args, const QString& config, const QString& lang = "de_DE.UTF-8",
+             int fdLimit = 0) {
+  QList<std::pair<QString, QString>> env{{"XDG_CONFIG_HOME", config}, {"LC_ALL", lang}};
+  QString program = QStringLiteral(QUORLANE_BIN_PATH);
+  QStringList all = args;
   if (fdLimit > 0) {
-    env.insert("QUORLANE_THREADS", "16");
-    p.setProcessEnvironment(env);
-    p.start("sh", QStringList{"-c", QString("ulimit -n %1 && exec \"$0\" \"$@\"").arg(fdLimit),
-                              QStringLiteral(QUORLANE_BIN_PATH)} +
-                      args);
-  } else {
-    p.start(QStringLiteral(QUORLANE_BIN_PATH), args);
+    env.append({QStringLiteral("QUORLANE_THREADS"), QStringLiteral("16")});
+    all = QStringList{"-c", QString("ulimit -n %1 && exec \"$0\" \"$@\"").arg(fdLimit), program} + args;
+    program = "sh";
   }
-  EXPECT_TRUE(p.waitForFinished(60000));
-  return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-          QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
+  const Outcome o = runProgram(program, all, env);
+  return {o.status, QString::fromUtf8(o.out), QString::fromUtf8(o.err)};
 }
 
 QByteArray read(const QString& file) { return readFile(file); }
@@ -67,7 +60,7 @@ class SilentRun : public ::testing::Test {
 // Every source there is, taken exactly as given: "X " is not "X".
 TEST_F(SilentRun, WritesTheReportOfAllSourcesAndEndsWithZero) {
   const QString out = work.filePath("report.csv");
-  const Outcome r = quorlane({"-s1", out, "--", q(a.path()), q(b / "X "), q(a / "missing")}, work.path());
+  const Ran r = quorlane({"-s1", out, "--", q(a.path()), q(b / "X "), q(a / "missing")}, work.path());
   EXPECT_TRUE(r.status == 0 && r.err.isEmpty()) << r.status << " " << r.err.toStdString();
   const QByteArray csv = read(out);
   // The larger source first; a link is a row of its own with nothing in it.
@@ -102,7 +95,7 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
   const QString out = work.filePath("r.csv");
   for (const QStringList& args : {QStringList{"-s", out}, QStringList{"-s", out, "-x", "/tmp"},
                                   QStringList{"-x", q(a.path())}}) {
-    const Outcome r = quorlane(args, work.path());
+    const Ran r = quorlane(args, work.path());
     EXPECT_EQ(r.status, 2) << args.join(' ').toStdString();
     EXPECT_TRUE(r.err.split('\n', Qt::SkipEmptyParts).value(1).startsWith("Usage: quorlane"))
         << r.err.toStdString();
@@ -116,7 +109,7 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
       {{"-s", work.filePath("no/r.csv"), q(a.path())}, "no/r.csv"},
       {{"-s", out, q(a / "own")}, "kann nicht gelesen werden"}};  // there, but no folder
   for (const auto& [args, says] : failed) {
-    const Outcome r = quorlane(args, work.path());
+    const Ran r = quorlane(args, work.path());
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err.count('\n'), 1) << r.err.toStdString();
     EXPECT_TRUE(r.err.contains(says)) << r.err.toStdString();
@@ -135,7 +128,7 @@ TEST_F(SilentRun, ARunOutOfDescriptorsKeepsTheOldReport) {
   for (int limit = 5; limit <= 12; ++limit) {
     SCOPED_TRACE(limit);
     writeFile(out, "old");
-    const Outcome r = quorlane({"-s0", out, q(t.path())}, work.path(), "de_DE.UTF-8", limit);
+    const Ran r = quorlane({"-s0", out, q(t.path())}, work.path(), "de_DE.UTF-8", limit);
     if (r.status == 0) {
       EXPECT_EQ(read(out), read(full));
       continue;
@@ -165,7 +158,7 @@ TEST_F(SilentRun, ASourceOfAnyLengthIsRead) {
   ::close(f);
   ::close(fd);
   const QString out = work.filePath("r.csv");
-  const Outcome r = quorlane({"-s", out, q(deep)}, work.path());
+  const Ran r = quorlane({"-s", out, q(deep)}, work.path());
   ASSERT_EQ(r.status, 0) << r.err.toStdString();
   EXPECT_TRUE(read(out).split('\n').value(1).endsWith(";\"300\";1;0\r")) << read(out).left(200).toStdString();
 }

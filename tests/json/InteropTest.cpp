@@ -15,6 +15,7 @@
 
 #include "TestFiles.h"
 #include "TestFs.h"
+#include "TestProcess.h"
 
 namespace ql::test {
 namespace {
@@ -22,28 +23,14 @@ namespace {
 // The user the programs run as when we are root, so that the locked folder is locked for them.
 constexpr uid_t kUser = 65534;
 
-struct Outcome {
-  int status = -1;
-  QByteArray out, err;
-};
-
 Outcome run(const QString& program, const QStringList& args, const std::string& home) {
-  ensureApp();
-  QProcess p;
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  env.insert("HOME", qpath(home));
-  env.insert("XDG_CONFIG_HOME", qpath(home));
-  env.insert("LC_ALL", "C.UTF-8");
-  p.setProcessEnvironment(env);
+  std::function<void()> asUser;
   if (::geteuid() == 0)
-    p.setChildProcessModifier([] {
-      if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0)
-        ::_exit(126);
-    });
-  p.start(program, args);
-  EXPECT_TRUE(p.waitForFinished(60000)) << program.toStdString();
-  return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-          p.readAllStandardError()};
+    asUser = [] {
+      if (::setgroups(0, nullptr) != 0 || ::setgid(kUser) != 0 || ::setuid(kUser) != 0) ::_exit(126);
+    };
+  return runProgram(program, args, {{"HOME", qpath(home)}, {"XDG_CONFIG_HOME", qpath(home)}}, {},
+                    asUser);
 }
 
 void makeFileOf(const std::string& path, size_t bytes) {

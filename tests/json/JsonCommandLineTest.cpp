@@ -22,39 +22,23 @@
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 
+#include "TestFiles.h"
 #include "TestFs.h"
+#include "TestProcess.h"
 #include "json/JsonImport.h"
 
 namespace ql::test {
 namespace {
 
-struct Outcome {
-  int status = -1;
-  QByteArray out, err;
-};
-
 Outcome run(const QString& program, const QStringList& args, const QString& config = {},
             const QString& folder = {}) {
-  ensureApp();
-  QProcess p;
-  p.setWorkingDirectory(folder);
-  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-  if (!config.isEmpty()) env.insert("XDG_CONFIG_HOME", config);
-  env.insert("LC_ALL", "C.UTF-8");
-  p.setProcessEnvironment(env);
-  p.start(program, args);
-  EXPECT_TRUE(p.waitForFinished(60000));
-  return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-          p.readAllStandardError()};
+  QList<std::pair<QString, QString>> env;
+  if (!config.isEmpty()) env.append({"XDG_CONFIG_HOME", config});
+  return runProgram(program, args, env, folder);
 }
 
 Outcome quorlane(const QStringList& args, const QString& config = {}, const QString& folder = {}) {
   return run(QStringLiteral(QUORLANE_BIN_PATH), args, config, folder);
-}
-
-QByteArray read(const QString& file) {
-  QFile f(file);
-  return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
@@ -82,15 +66,15 @@ TEST_F(JsonCommandLine, ExportThenSilentImportGivesTheReportOfAWalk) {
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
   const Outcome toStdout = quorlane({"--export", "-", q(d / "tree")});
   EXPECT_EQ(toStdout.status, 0);
-  const QByteArray file = read(q(d / "x.json"));
+  const QByteArray file = readFile(q(d / "x.json"));
   EXPECT_EQ(toStdout.out.mid(toStdout.out.indexOf('\n')), file.mid(file.indexOf('\n')));
 
   o = quorlane({"-s2", q(d / "imported.csv"), "--import", q(d / "x.json")}, q(d / "config"));
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
   o = quorlane({"-s2", q(d / "walked.csv"), q(d / "tree")}, q(d / "config"));
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
-  EXPECT_EQ(read(q(d / "imported.csv")), read(q(d / "walked.csv")));
-  EXPECT_TRUE(read(q(d / "walked.csv")).contains("tree/a/b"));
+  EXPECT_EQ(readFile(q(d / "imported.csv")), readFile(q(d / "walked.csv")));
+  EXPECT_TRUE(readFile(q(d / "walked.csv")).contains("tree/a/b"));
 
   // A damaged export: exit status 1, the byte named, no report.
   QFile cut(q(d / "cut.json"));
@@ -114,7 +98,7 @@ TEST_F(JsonCommandLine, CompressedExportsAreWrittenAndRead) {
   ASSERT_EQ(quorlane({"--export", q(d / "x.json"), q(d / "tree")}).status, 0);
   Outcome o = quorlane({"--export", q(d / "X.ZST"), q(d / "tree")});
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
-  const QByteArray plain = read(q(d / "x.json")), packed = read(q(d / "X.ZST"));
+  const QByteArray plain = readFile(q(d / "x.json")), packed = readFile(q(d / "X.ZST"));
   EXPECT_TRUE(packed.startsWith("\x28\xb5\x2f\xfd"));
   o = run("zstd", {"-dc", q(d / "X.ZST")});
   ASSERT_EQ(o.status, 0) << "zstd: " << o.err.toStdString();
@@ -136,7 +120,7 @@ TEST_F(JsonCommandLine, CompressedExportsAreWrittenAndRead) {
     QFile::remove(csv);
     const Outcome r = quorlane({"-s2", csv, "--import", file}, q(d / "config"));
     EXPECT_EQ(r.status, 0) << file.toStdString() << ": " << r.err.toStdString();
-    return read(csv);
+    return readFile(csv);
   };
   const QByteArray expected = report(q(d / "x.json"));
   ASSERT_TRUE(expected.contains("tree/a/b"));
@@ -159,7 +143,7 @@ TEST_F(JsonCommandLine, CompressedExportsAreWrittenAndRead) {
 // as it was.
 TEST_F(JsonCommandLine, DamagedCompressedExportsFail) {
   ASSERT_EQ(quorlane({"--export", q(d / "x.zst"), q(d / "tree")}).status, 0);
-  const QByteArray packed = read(q(d / "x.zst"));
+  const QByteArray packed = readFile(q(d / "x.zst"));
   QByteArray huge("\x28\xb5\x2f\xfd\x00\xa0", 6);  // no content size; window 2^(10 + 20)
   const QByteArray text = R"([1,2,{},[{"name":"/r"},{"name":"f","asize":1}]])";
   const int raw = 1 | (static_cast<int>(text.size()) << 3);  // the last block, stored as it is
@@ -187,7 +171,7 @@ TEST_F(JsonCommandLine, DamagedCompressedExportsFail) {
     const Outcome o = quorlane({"-s", q(d / "r.csv"), "--import", q(d / c.name)}, q(d / "config"));
     EXPECT_EQ(o.status, 1);
     EXPECT_TRUE(o.err.contains(c.said)) << o.err.toStdString();
-    EXPECT_EQ(read(q(d / "r.csv")), "old");
+    EXPECT_EQ(readFile(q(d / "r.csv")), "old");
   }
 }
 
@@ -197,7 +181,7 @@ TEST_F(JsonCommandLine, AnExportOutOfDescriptorsKeepsTheOldFile) {
   makeDir(d / "big");
   growTree(d / "big", 3);
   ASSERT_EQ(quorlane({"--export", q(d / "full.json"), q(d / "big")}).status, 0);
-  const QByteArray full = read(q(d / "full.json"));
+  const QByteArray full = readFile(q(d / "full.json"));
   const QString x = q(d / "x.json");
   int shortages = 0;
   for (int limit = 5; limit <= 12; ++limit) {
@@ -209,13 +193,13 @@ TEST_F(JsonCommandLine, AnExportOutOfDescriptorsKeepsTheOldFile) {
                                  QStringLiteral(QUORLANE_BIN_PATH), "--export", x, q(d / "big")});
     EXPECT_TRUE(QDir(q(d.path())).entryList({".x.json.*"}, QDir::Files | QDir::Hidden).isEmpty());
     if (o.status == 0) {
-      const QByteArray got = read(x);
+      const QByteArray got = readFile(x);
       EXPECT_TRUE(got.mid(got.indexOf('\n')) == full.mid(full.indexOf('\n')))  // all but the time
           << "differs from the export with no limit";
       continue;
     }
     EXPECT_EQ(o.status, 1);
-    EXPECT_EQ(read(x), "old");
+    EXPECT_EQ(readFile(x), "old");
     shortages += o.err.contains("Too many open files");
   }
   EXPECT_GT(shortages, 0) << "no limit was low enough to test";
@@ -244,7 +228,7 @@ TEST_F(JsonCommandLine, ReportAndExportTargets) {
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
   ASSERT_EQ(quorlane({"-s1", q(d / "r.csv"), q(d / "tree")}, q(d / "config")).status, 0);
   EXPECT_TRUE(o.out.contains("tree/a\";"));  // the CSV layout
-  EXPECT_EQ(o.out, read(q(d / "r.csv")));
+  EXPECT_EQ(o.out, readFile(q(d / "r.csv")));
 
   if (::geteuid() != 0) GTEST_SKIP() << "needs root for a device node and another user's link";
   // A null device of our own: were the fault back, /dev/null of the machine would be replaced.
@@ -271,13 +255,13 @@ TEST_F(JsonCommandLine, ReportAndExportTargets) {
     o = quorlane({option, q(link), q(d / "tree")}, q(d / "config"));
     EXPECT_EQ(o.status, 1) << option;
     EXPECT_TRUE(o.err.contains(link.c_str())) << o.err.toStdString();
-    EXPECT_EQ(read(q(victim)), "precious\n") << option;
+    EXPECT_EQ(readFile(q(victim)), "precious\n") << option;
   }
   // Our own link there is followed by the export as by the report, and stays a link.
   ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
   o = quorlane({"--export", q(link), q(d / "tree")});
   EXPECT_EQ(o.status, 0) << o.err.toStdString();
-  EXPECT_TRUE(read(q(victim)).startsWith("[1,2,"));
+  EXPECT_TRUE(readFile(q(victim)).startsWith("[1,2,"));
   struct stat st {};
   ASSERT_EQ(::lstat(link.c_str(), &st), 0);
   EXPECT_TRUE(S_ISLNK(st.st_mode));
@@ -372,7 +356,7 @@ TEST_F(JsonCommandLine, AnInterruptEndsAnExportThatHangsOnADeadMount) {
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << "status " << status;
-    EXPECT_EQ(read(q(d / "e.json")), "old export\n");
+    EXPECT_EQ(readFile(q(d / "e.json")), "old export\n");
     EXPECT_EQ(names(d.path()), (QStringList{"config", "dead", "e.json", "tree"}));
   }
 }
