@@ -1,6 +1,10 @@
 #include "ui/TranslateControls.h"
 
 #include <QAbstractButton>
+#include <QCoreApplication>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QTranslator>
 #include <QAbstractItemView>
 #include <QAction>
 #include <QDateTimeEdit>
@@ -151,6 +155,21 @@ void TranslateControls(QWidget* form, int backColor, int frameColor) {
   for (QAction* a : form->actions())
     if (!actions.contains(a)) actions.append(a);
   for (QAction* a : actions) translateAction(a);
+}
+
+bool installQtTranslations(int lang) {
+  // One translator for the life of the process; loading again replaces its texts.
+  static QTranslator* qtTexts = nullptr;
+  if (!qtTexts) qtTexts = new QTranslator(QCoreApplication::instance());
+  QCoreApplication::removeTranslator(qtTexts);
+  if (lang != kLangGerman && lang != kLangRussian) return true;
+  const QLocale locale(lang == kLangGerman ? QLocale::German : QLocale::Russian);
+  // "qt_xx" is Qt's meta catalogue: it pulls in qtbase and the modules beside it.
+  if (!qtTexts->load(locale, QStringLiteral("qt"), QStringLiteral("_"),
+                     QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
+    return false;
+  QCoreApplication::installTranslator(qtTexts);
+  return true;
 }
 
 }  // namespace ql

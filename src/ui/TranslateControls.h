@@ -15,3 +15,12 @@ namespace ql {
 void TranslateControls(QWidget* form, int backColor = -1, int frameColor = -1);
 
 }  // namespace ql
+
+namespace ql {
+
+// Loads Qt's own texts (the file and print dialogs, standard buttons) in the program's language
+// `lang` (kLangGerman, kLangEnglish, kLangRussian) into the running application. English needs
+// none. Gives false when Qt's translations are not installed; the dialogs then stay English.
+bool installQtTranslations(int lang);
+
+}  // namespace ql

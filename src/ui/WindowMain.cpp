@@ -15,6 +15,8 @@
 #include "ui/MainWindow.h"
 #include "ui/PdfPage.h"
 #include "ui/PreviewPane.h"
+#include "ui/TranslateControls.h"
+#include "lang/TL.h"
 #include "ui/dialogs/frmInfo.h"
 
 extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int argc, char** argv) {
@@ -38,6 +40,8 @@ extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int a
   installFailureDialog();
   app.setWindowIcon(programIcon());
   initFrame(command.translationMode);
+  // Qt's own dialogs speak the program's language, not the system's.
+  installQtTranslations(language());
   // Declared before the window, so the socket goes only after the window: a restart waits for it.
   SingleInstance instance;
   if (const int status = claimOrHandOver(instance, command); status >= 0) return status;

@@ -20,6 +20,7 @@
 #include "lang/TL.h"
 #include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
+#include "ui/TranslateControls.h"
 #include "ui/dialogs/frmInfo.h"
 #include "ui/dialogs/frmOptionen.h"
 
@@ -154,6 +155,17 @@ TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
 
   MainWindow w;
   EXPECT_EQ(withDialog(w, cmd::main::About, [](QDialog* d) { d->accept(); }), "frmInfo");
+}
+
+// Qt's standard buttons and dialogs follow the program's language, not the system's.
+TEST_F(OptionsTest, QtsOwnTextsFollowTheProgramsLanguage) {
+  const auto cancel = [] { return QCoreApplication::translate("QPlatformTheme", "Cancel"); };
+  ASSERT_TRUE(installQtTranslations(kLangRussian));
+  EXPECT_EQ(cancel(), QString::fromUtf8("Отмена"));
+  ASSERT_TRUE(installQtTranslations(kLangGerman));
+  EXPECT_EQ(cancel(), QStringLiteral("Abbrechen"));
+  ASSERT_TRUE(installQtTranslations(kLangEnglish));
+  EXPECT_EQ(cancel(), QStringLiteral("Cancel"));
 }
 
 }  // namespace

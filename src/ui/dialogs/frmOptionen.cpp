@@ -44,7 +44,7 @@ frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
   chkKontextmenu = checkBox(this, "chkKontextmenu", 3596, "Quorlane im Kontextmenü des Dateimanagers anzeigen");
   chkInstanz = checkBox(this, "chkInstanz", 3592, "Nur eine Programminstanz von Quorlane starten");
   chkDontShowHardlinks =
-      checkBox(this, "chkDontShowHardlinks", 3590, "Keine Hardlinks in der Ordnerliste anzeigen");
+      checkBox(this, "chkDontShowHardlinks", 3590, "Keine symbolischen Links auf Ordner in der Ordnerliste anzeigen");
   chkFolderColorFade = checkBox(this, "chkFolderColorFade", 3621, "Ordnerebenen farblich voneinander abgrenzen");
   cmdOK = button(this, "cmdOK", 3593, "OK");
   cmdCancel = button(this, "cmdCancel", 3594, "Abbrechen");
