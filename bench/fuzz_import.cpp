@@ -33,10 +33,10 @@ void check(const ql::ReportTree& t) {
     for (uint32_t c : t.children(n)) {
       size += t.node(c).size;
       files += t.node(c).files;
-      if (t.isFolder(c)) folders += 1 + t.node(c).folders;
+      if (t.isFolder(c)) folders += 1 + t.folders(c);
     }
     if (!t.children(n).empty() && t.isFolder(n) && (size > t.node(n).size || files > t.node(n).files ||
-                                                     folders != t.node(n).folders))
+                                                     folders != t.folders(n)))
       std::abort();
   }
 }

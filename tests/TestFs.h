@@ -114,12 +114,12 @@ inline void expectConsistent(const ReportTree& t, bool complete) {
       size += t.node(c).size;
       files += t.node(c).files;
       if (t.isFolder(c))
-        folders += 1 + t.node(c).folders;
+        folders += 1 + t.folders(c);
       else
         pseudo = true;
     }
     // The path is made only for a message: deep trees would pay for it on every node.
-    EXPECT_EQ(t.node(n).folders, folders) << t.fullPath(n);
+    EXPECT_EQ(t.folders(n), folders) << t.fullPath(n);
     if (pseudo || complete)
       EXPECT_EQ(t.node(n).size, size) << t.fullPath(n);
     else
@@ -159,9 +159,9 @@ inline std::string dump(const ReportTree& t) {
   std::string out;
   for (uint32_t n : t.preorder()) {
     const auto& node = t.node(n);
-    out += std::string(node.level * 2, ' ') + std::string(t.text(n)) + " size=" +
+    out += std::string(t.level(n) * 2, ' ') + std::string(t.text(n)) + " size=" +
            std::to_string(node.size) + " files=" + std::to_string(node.files) +
-           " folders=" + std::to_string(node.folders) + " flags=" + std::to_string(node.flags) +
+           " folders=" + std::to_string(t.folders(n)) + " flags=" + std::to_string(node.flags) +
            " pct=" + std::to_string(t.percent(n)) + "\n";
   }
   return out;

@@ -42,7 +42,7 @@ uint32_t BranchCopy::copyNode(uint32_t source, uint32_t targetParent) {
   const uint32_t t = targetParent == kSuperRoot ? copy_.addRoot(source_.text(source))
                                                 : copy_.addChild(targetParent, source_.text(source), flags);
   copy_.setSizeAndFiles(t, n.size, n.files);
-  copy_.setFolders(t, n.folders);
+  copy_.setFolders(t, source_.folders(source));
   // A top row is made as a root; it keeps the share of its parent and the flags of the row it
   // copies. Rows below have their parents with them and work their shares out alike.
   for (const auto f : {ReportTree::IsFolder, ReportTree::Junction, ReportTree::Expanded, ReportTree::Faded,
@@ -78,7 +78,7 @@ bool BranchCopy::step(size_t budget) {
     const uint32_t target = f.target;
     const uint32_t t = copyNode(child, target);
     ++done;
-    const uint32_t level = copy_.node(t).level;
+    const auto level = static_cast<uint32_t>(stack_.size());  // the copy's level of `t`
     if (descends(child, level)) {
       stack_.push_back({child, t, 0});
       ++expanded_;

@@ -36,7 +36,6 @@ class Renderer {
     else
       tops = tree_.roots().toVector();
     if (tops.empty()) return;
-    topLevel_ = tree_.node(tops[0]).level;
 
     // No limit for all levels, n + 1 for a number, 0 for what is expanded on the screen.
     switch (o_.levels) {
@@ -51,7 +50,7 @@ class Renderer {
     const auto& first = tree_.node(tops[0]);
     widths_[0] = xFormatFileSizeWithSpacer(o_.unit, first.size, 1, false, o_.decimals, nf_).size();
     widths_[1] = xFormatFileSizeWithSpacer(o_.unit, first.files, 1, false, o_.decimals, nf_).size();
-    widths_[2] = xFormatFileSizeWithSpacer(o_.unit, first.folders, 1, false, o_.decimals, nf_).size();
+    widths_[2] = xFormatFileSizeWithSpacer(o_.unit, tree_.folders(tops[0]), 1, false, o_.decimals, nf_).size();
     if (text_) {
       for (int i = 0; i < 3; ++i) {
         if (headings[i].size() > widths_[i]) widths_[i] = static_cast<int>(headings[i].size());
@@ -75,8 +74,6 @@ class Renderer {
   }
 
  private:
-  uint32_t relLevel(uint32_t n) const { return tree_.node(n).level - topLevel_; }
-
   // The rows below a node, depth first. One path buffer serves every row: it is cut back to the
   // folder's own path whenever a folder is left.
   void TreeViewSpeichernR(uint32_t top, const std::string& topPath) {
@@ -86,7 +83,8 @@ class Renderer {
         top,
         [&](uint32_t item) {
           if (item == top) return lengths.push_back(path.size()), true;
-          if (limit_ != 0 && relLevel(item) >= limit_) return false;
+          // Each folder entered has pushed its path length: their count is the item's level.
+          if (limit_ != 0 && static_cast<int64_t>(lengths.size()) >= limit_) return false;
           path.resize(lengths.back());
           if (path.empty() || path.back() != '/') path.push_back('/');
           if (!tree_.isFolder(item)) {
@@ -113,7 +111,7 @@ class Renderer {
 
   void row(uint32_t n, const std::string& path, bool fileRow) {
     const auto& node = tree_.node(n);
-    const int64_t folders = fileRow ? 0 : node.folders;
+    const int64_t folders = fileRow ? 0 : tree_.folders(n);
     if (text_) {
       QString cols = xFormatFileSizeWithSpacer(o_.unit, node.size, widths_[0], false, o_.decimals, nf_);
       cols += '\t';
@@ -166,7 +164,6 @@ class Renderer {
   const ReportSaveOptions& o_;
   const bool text_;
   const NumberFormat& nf_;
-  uint32_t topLevel_ = 0;
   int64_t limit_ = 0;
   qsizetype widths_[3] = {0, 0, 0};
   const ReportWriter::Output& output_;

@@ -20,7 +20,7 @@ bool adjustUp(ReportTree& tree, uint32_t from, const SumChange& change) {
     const auto& node = tree.node(n);
     NewSums s{n, 0, 0, 0};
     if (!add(node.size, change.size, s.size) || !add(node.files, change.files, s.files) ||
-        !add(node.folders, change.folders, s.folders) || s.folders > INT32_MAX || s.folders < INT32_MIN)
+        !add(tree.folders(n), change.folders, s.folders) || s.folders > INT32_MAX || s.folders < INT32_MIN)
       return false;
     sums.push_back(s);
   }
@@ -38,7 +38,7 @@ bool removeWithSums(ReportTree& tree, uint32_t node) {
   const uint32_t parent = tree.parent(node);
   if (parent != kSuperRoot) {
     const auto& n = tree.node(node);
-    const int64_t folders = tree.isFolder(node) ? 1 + n.folders : 0;
+    const int64_t folders = tree.isFolder(node) ? 1 + int64_t{tree.folders(node)} : 0;
     if (!adjustUp(tree, parent, SumChange{-n.size, -n.files, -folders})) return false;
   }
   tree.removeSubtree(node);

@@ -3,10 +3,12 @@
 // for a folder's own files where a folder also has subfolders. Files themselves are not stored.
 //
 // Nodes live in one array and refer to each other by 32-bit index. A node's children are a run
-// in one shared pool, their count first (a run that must grow moves to the pool's end with room
-// to spare); names are bytes in blocks behind a length byte, a long name in a list of its own.
-// So a node costs its 40-byte record, one pool slot and its name, with no allocation of its own.
-// A row's share of its parent is worked out when it is asked for, not kept.
+// in one shared pool behind two words, their count and the node's folder count (a run that must
+// grow moves to the pool's end with room to spare); names are bytes in blocks behind a length
+// byte, a long name in a list of its own. So a node costs its 32-byte record, one pool slot and
+// its name, with no allocation of its own. What can be worked out is not kept: a row's share of
+// its parent, a node's level (its parents counted), the folder count of a node without children
+// (0).
 // Node 0 is an invisible super root whose children are the roots, so roots and children are
 // handled alike. Indices stay valid until clear(); removed nodes are marked dead, not reused.
 //
@@ -81,19 +83,17 @@ class ReportTree {
     HasFolders = 32  // the folders count is set (the pseudo node has none)
   };
 
-  // Levels go to 2^24 - 1 (sixteen million); a deeper tree is full.
-  static constexpr uint32_t kMaxLevel = (1u << 24) - 1;
+  // Files counted below one node go to 2^55 - 1.
+  static constexpr int64_t kMaxFiles = (int64_t{1} << 55) - 1;
 
   struct Node {
     int64_t size = 0;
-    int64_t files = 0;
-    int32_t folders = 0;
+    int64_t files : 56 = 0;
+    uint64_t flags : 8 = 0;  // Flag bits, and kLongName
     uint32_t parent = kNoNode;
     uint32_t row = 0;         // position among the parent's children
     uint32_t nameOffset = 0;  // of the length byte in the name blocks, or the index of a long name
     uint32_t kidsOffset = 0;  // the children's run in the pool; 0 for none
-    uint32_t level : 24 = 0;
-    uint32_t flags : 8 = 0;  // Flag bits, and kLongName
   };
 
   ReportTree();
@@ -107,10 +107,10 @@ class ReportTree {
   // Moves the single root of `branch` (and all below it) in as a child of `parent` at `position`
   // among its children. Returns the new index of the branch's root.
   uint32_t attachBranch(uint32_t parent, size_t position, ReportTree&& branch);
-  // For a builder that makes nodes bottom-up: a node without a parent yet, at `level` (0 for
-  // a root or a branch's top), and the adoption of finished nodes as a node's children, in
-  // order. setChildren is for a node that has no children.
-  uint32_t addDetached(std::string_view text, uint16_t flags, uint32_t level);
+  // For a builder that makes nodes bottom-up: a node without a parent yet, and the adoption of
+  // finished nodes as a node's children, in order. setChildren is for a node that has no
+  // children.
+  uint32_t addDetached(std::string_view text, uint16_t flags);
   void setChildren(uint32_t node, const uint32_t* kids, size_t count);
   void removeSubtree(uint32_t node);
   void clearChildren(uint32_t node);
@@ -121,12 +121,23 @@ class ReportTree {
   std::string_view text(uint32_t i) const {
     const Node& n = nodes_[i];
     if (n.flags & kLongName) return longNames_[n.nameOffset];
-    const char* at = names_.data(n.nameOffset);
-    return {at + 1, static_cast<unsigned char>(*at)};
+    return shortName(n.nameOffset);
   }
   ChildList children(uint32_t i) const {
     const uint32_t* run = kids_.data() + nodes_[i].kidsOffset;
-    return {run + 1, *run};
+    return {run + kRunHead, *run};
+  }
+  // The folders below a node, all levels down; 0 for a node without children.
+  int32_t folders(uint32_t i) const {
+    return static_cast<int32_t>(kids_[nodes_[i].kidsOffset + 1]);
+  }
+  // 0 for a root; the parents are counted, so it costs the depth (or `limit` at most).
+  uint32_t level(uint32_t i, uint32_t limit = UINT32_MAX) const {
+    uint32_t l = 0;
+    for (uint32_t p = nodes_[i].parent; l < limit && p != kSuperRoot && p != kNoNode;
+         p = nodes_[p].parent)
+      ++l;
+    return l;
   }
   ChildList roots() const { return children(kSuperRoot); }
   uint32_t parent(uint32_t i) const { return nodes_[i].parent; }
@@ -140,7 +151,8 @@ class ReportTree {
   bool hasFlag(uint32_t i, Flag f) const { return nodes_[i].flags & f; }
   size_t liveCount() const { return live_; }
   size_t capacity() const { return nodes_.size(); }
-  uint32_t deepestLevel() const { return deepestLevel_; }
+  // The level of the deepest live node; a walk over the whole tree.
+  uint32_t deepestLevel() const;
   bool empty() const { return roots().empty(); }
   // Goes up with every clear(): a node index kept from before belongs to a tree that is gone.
   uint64_t generation() const { return generation_; }
@@ -164,13 +176,13 @@ class ReportTree {
     while (!stack.empty()) {
       auto& [node, next] = stack.back();
       const uint32_t* run = kids_.data() + nodes_[node].kidsOffset;
-      if (next == *run) {
+      if (next == run[0]) {
         const uint32_t done = node;
         stack.pop_back();
         leave(done);
         continue;
       }
-      const uint32_t child = run[1 + next++];
+      const uint32_t child = run[kRunHead + next++];
       if (visit(child)) stack.emplace_back(child, 0);
     }
   }
@@ -186,7 +198,7 @@ class ReportTree {
   void setText(uint32_t i, std::string_view text);
   void setFlag(uint32_t i, Flag f, bool on);
   void setSizeAndFiles(uint32_t i, int64_t size, int64_t files);
-  void setFolders(uint32_t i, int32_t folders);
+  void setFolders(uint32_t i, int32_t folders);  // at least 0
   // A row's share of its parent's size in percent; a root's is 100 unless set.
   double percent(uint32_t i) const;
   // For a copy whose top rows stand for rows with a parent elsewhere: the share a root shows.
@@ -206,9 +218,16 @@ class ReportTree {
   static constexpr uint32_t kLongName = 64;     // flag: the name is in the list of long names
   static constexpr uint32_t kLongLength = 255;  // names this long and longer are long names
   static constexpr uint32_t kFree = kNoNode;    // a pool slot no run holds
+  static constexpr uint32_t kRunHead = 2;       // a run's count and folder count
   static constexpr uint32_t kFlagBits = IsFolder | Junction | Expanded | Faded | Dead | HasFolders;
 
-  uint32_t newNode(uint32_t parent, std::string_view text, uint16_t flags, uint32_t level);
+  uint32_t newNode(uint32_t parent, std::string_view text, uint16_t flags);
+  uint32_t newRun(uint32_t node, size_t room);
+  void sortKids(uint32_t parent, uint32_t level);
+  std::string_view shortName(uint32_t offset) const {
+    const char* at = names_.data(offset);
+    return {at + 1, static_cast<unsigned char>(*at)};
+  }
   void storeName(Node& n, std::string_view text);
   uint32_t kidCount(uint32_t i) const { return kids_[nodes_[i].kidsOffset]; }
   void insertKid(uint32_t parent, size_t position, uint32_t kid);
@@ -221,10 +240,10 @@ class ReportTree {
   std::vector<uint32_t> kids_;
   ChunkedVector<char, 12> names_;
   std::vector<std::string> longNames_;
+  uint32_t sharedName_ = kNoNode;  // the files rows' name, stored once
   std::vector<std::pair<uint32_t, double>> rootPercents_;  // the roots whose share was set
   std::vector<SortDefinition> sorters_;
   size_t live_ = 0;
-  uint32_t deepestLevel_ = 0;
   uint64_t generation_ = 0;
   TreeObserver* observer_ = nullptr;
 };

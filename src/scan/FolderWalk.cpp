@@ -580,17 +580,17 @@ void FolderWalk::settle(Dir* d) {
       if (c->omitted) continue;
       uint32_t row = c->node;
       if (c->junction) {
-        row = t.addDetached(c->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, d->level);
+        row = t.addDetached(c->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade);
         t.setFolders(row, 0);
       }
       b.kids.push_back(row);
     }
     if (!d->interrupted && d->ownBytes > 0 && !b.kids.empty()) {
-      const uint32_t files = t.addDetached(options_.filesLabel, 0, d->level);
+      const uint32_t files = t.addDetached(options_.filesLabel, 0);
       t.setSizeAndFiles(files, d->ownBytes, d->ownFiles);
       b.kids.push_back(files);
     }
-    d->node = t.addDetached(d->nameView(), ReportTree::IsFolder | fade, d->level - 1);
+    d->node = t.addDetached(d->nameView(), ReportTree::IsFolder | fade);
     t.setSizeAndFiles(d->node, d->size, d->files);
     t.setFolders(d->node, static_cast<int32_t>(d->folders));
     t.setChildren(d->node, b.kids.data(), b.kids.size());
@@ -612,7 +612,7 @@ void FolderWalk::handOver(Dir* top) {
   if (!branch) {  // a junction right below the walked folder
     branch = std::make_unique<Branch>();
     const uint16_t fade = options_.folderColorFade ? ReportTree::Faded : 0;
-    top->node = branch->tree().addDetached(top->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade, 0);
+    top->node = branch->tree().addDetached(top->nameView(), ReportTree::IsFolder | ReportTree::Junction | fade);
     branch->tree().setFolders(top->node, 0);
   }
   branch->tree().setChildren(kSuperRoot, &top->node, 1);

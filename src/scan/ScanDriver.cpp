@@ -325,7 +325,7 @@ void ScanDriver::abandon() {
     const auto& n = tree_.node(c);
     o.total.size += n.size;
     o.total.files += n.files;
-    if (tree_.isFolder(c)) o.total.folders += 1 + n.folders;
+    if (tree_.isFolder(c)) o.total.folders += 1 + tree_.folders(c);
   }
   afterWalk(o);
 }
@@ -389,7 +389,7 @@ bool ScanDriver::rescan(uint32_t node, bool full, bool wait) {
   if (!tree_.isFolder(node)) node = tree_.parent(node);
   if (tree_.hasFlag(node, ReportTree::Junction)) return false;  // a link or a mount is never entered
   const auto& n = tree_.node(node);
-  rescan_ = Rescan{full, node, n.size, n.files, n.folders};
+  rescan_ = Rescan{full, node, n.size, n.files, tree_.folders(node)};
   const std::string path = addSlash(tree_.fullPath(node));
   busy_ = true;
   async_ = !wait;
@@ -425,7 +425,7 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
     const auto& n = tree_.node(r.node);
     if (!tree_.isRoot(r.node))
       added = adjustUp(tree_, tree_.parent(r.node),
-                       SumChange{n.size - r.oldSize, n.files - r.oldFiles, n.folders - r.oldFolders});
+                       SumChange{n.size - r.oldSize, n.files - r.oldFiles, tree_.folders(r.node) - r.oldFolders});
   } else {
     drain();
     node_ = kNoNode;

@@ -103,7 +103,7 @@ QVariant ReportModel::data(const QModelIndex& index, int role) const {
         case ColPercent: return groupedFixed(tree_.percent(n), decimals_ ? 2 : 0) + QLatin1String(" %");
         case ColFiles: return groupedInteger(node.files);
         case ColFolders:
-          return (node.flags & ReportTree::HasFolders) ? QVariant(groupedInteger(node.folders)) : QVariant();
+          return (node.flags & ReportTree::HasFolders) ? QVariant(groupedInteger(tree_.folders(n))) : QVariant();
       }
       break;
     case Qt::TextAlignmentRole:
@@ -118,7 +118,7 @@ QVariant ReportModel::data(const QModelIndex& index, int role) const {
     case Qt::BackgroundRole:
       if (node.flags & ReportTree::Faded) {
         // The grey darkens by 6 a level; past level 42 it would go below black and stays there.
-        const int grey = std::clamp(255 - static_cast<int>(std::min<uint32_t>(node.level, 1000)) * 6, 0, 255);
+        const int grey = std::clamp(255 - static_cast<int>(tree_.level(n, 43)) * 6, 0, 255);
         return QColor(grey, grey, grey);
       }
       break;

@@ -218,7 +218,7 @@ void ReportPane::reportUnexpandable() {
 // A folder opened by hand below the deepest level the view can lay out closes again.
 void ReportPane::onExpanded(const QModelIndex& index) {
   const uint32_t node = model_->nodeOf(index);
-  if (static_cast<int>(tree_.node(node).level) >= expandableLevels()) {
+  if (static_cast<int>(tree_.level(node)) >= expandableLevels()) {
     view_->collapse(index);
     reportUnexpandable();
     return;
@@ -249,7 +249,7 @@ void ReportPane::expandSubfolders(bool expand) {
   const QModelIndex i = view_->currentIndex().siblingAtColumn(0);
   if (!i.isValid()) return;
   if (expand) {
-    const int level = static_cast<int>(tree_.node(model_->nodeOf(i)).level);
+    const int level = static_cast<int>(tree_.level(model_->nodeOf(i)));
     const int depth = expandableLevels() - 1 - level;
     if (depth >= 0) view_->expandRecursively(i, depth);
     if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) reportUnexpandable();

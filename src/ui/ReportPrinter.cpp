@@ -29,7 +29,7 @@ QString ReportPrinter::cellText(uint32_t n, int column) const {
     case ReportModel::ColPercent: return groupedFixed(tree_.percent(n), look_.decimals ? 2 : 0) + QLatin1String(" %");
     case ReportModel::ColFiles: return groupedInteger(node.files);
     case ReportModel::ColFolders:
-      return (node.flags & ReportTree::HasFolders) ? groupedInteger(node.folders) : QString();
+      return (node.flags & ReportTree::HasFolders) ? groupedInteger(tree_.folders(n)) : QString();
   }
   return {};
 }
@@ -61,7 +61,7 @@ bool ReportPrinter::print(QPagedPaintDevice& device, int zoom, const std::functi
     for (size_t i = 0; i < columns.size(); ++i) {
       if (columns[i] == ReportModel::ColName) {
         if (width[i] >= pageWidth) continue;
-        width[i] = std::max(width[i], tree_.node(n).level * indent + fm.horizontalAdvance(cellText(n, columns[i])));
+        width[i] = std::max(width[i], tree_.level(n) * indent + fm.horizontalAdvance(cellText(n, columns[i])));
       } else {
         const QString text = cellText(n, columns[i]);
         if (text.size() < longest[i]) continue;
@@ -105,7 +105,7 @@ bool ReportPrinter::print(QPagedPaintDevice& device, int zoom, const std::functi
     for (size_t r = first; r < last; ++r) {
       const uint32_t n = rows_[r];
       const double y = head + static_cast<double>(r - first) * line;
-      const double in = tree_.node(n).level * indent;
+      const double in = tree_.level(n) * indent;
       x = 0;
       for (size_t i = 0; i < columns.size(); ++i) {
         if (i == 0) {

@@ -372,7 +372,7 @@ TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
   uint32_t bottom = r.root;
   while (!tree.children(bottom).empty()) bottom = tree.children(bottom).front();
   EXPECT_EQ(tree.node(tree.children(r.root).at(0)).size, 3);
-  EXPECT_EQ(tree.node(bottom).level, static_cast<uint32_t>(kDepth));
+  EXPECT_EQ(tree.level(bottom), static_cast<uint32_t>(kDepth));
   std::string path = "/r";
   for (int i = 0; i < kDepth; ++i) path += i % 2 ? "/d" : "/e";
   EXPECT_TRUE(tree.fullPath(bottom) == path);  // not printed when it fails

@@ -246,7 +246,7 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   open(w);
   const QModelIndex root = w.reportPane().model().index(0, 0);
   const int64_t rootFiles = w.session().tree().node(w.reportPane().model().nodeOf(root)).files;
-  const int64_t rootFolders = w.session().tree().node(w.reportPane().model().nodeOf(root)).folders;
+  const int64_t rootFolders = w.session().tree().folders(w.reportPane().model().nodeOf(root));
   QModelIndex work;
   for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
     if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
@@ -257,15 +257,16 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
     if (w.reportPane().model().index(r, 0, work).data().toString() == "sub") sub = w.reportPane().model().index(r, 0, work);
   ASSERT_TRUE(sub.isValid());
   w.reportPane().view().setCurrentIndex(sub);
-  const auto& s = w.session().tree().node(w.reportPane().model().nodeOf(sub));
-  const int64_t subFiles = s.files, subFolders = s.folders;
+  const uint32_t subNode = w.reportPane().model().nodeOf(sub);
+  const int64_t subFiles = w.session().tree().node(subNode).files;
+  const int64_t subFolders = w.session().tree().folders(subNode);
   EXPECT_EQ(subFiles, 3);
   w.reportPane().deleteFolder(false);
   EXPECT_FALSE(exists(d / "work/sub"));
   EXPECT_TRUE(exists(d / "other/big.iso"));
-  const auto& r = w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0)));
-  EXPECT_EQ(r.files, rootFiles - subFiles);
-  EXPECT_EQ(r.folders, rootFolders - subFolders - 1);
+  const uint32_t r = w.reportPane().model().nodeOf(w.reportPane().model().index(0, 0));
+  EXPECT_EQ(w.session().tree().node(r).files, rootFiles - subFiles);
+  EXPECT_EQ(w.session().tree().folders(r), rootFolders - subFolders - 1);
   EXPECT_EQ(sizeOf(w, "work"), 70);  // its own files remain
   EXPECT_EQ(sizeOf(w, ""), 5070);
   EXPECT_FALSE(w.session().busy());

@@ -41,7 +41,7 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
   EXPECT_EQ(names(t, root), (std::vector<std::string>{"etc", "var", "usr"}));
   for (size_t i = 0; i < t.children(root).size(); ++i) EXPECT_EQ(t.node(t.children(root)[i]).row, i);
   const uint32_t log = t.children(var)[0];
-  EXPECT_EQ(t.node(log).level, 2u);
+  EXPECT_EQ(t.level(log), 2u);
   EXPECT_EQ(t.parent(log), var);
   EXPECT_EQ(t.deepestLevel(), 2u);
   // Children of "/" are "/var", not "//var".
@@ -56,7 +56,7 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPaths) {
   const uint32_t home = t.addRoot("/home/anna");
   const uint32_t docs = t.addChild(home, "docs", ReportTree::IsFolder);
   EXPECT_EQ(t.fullPath(docs), "/home/anna/docs");
-  EXPECT_EQ(t.node(docs).level, 1u);
+  EXPECT_EQ(t.level(docs), 1u);
 }
 
 TEST(ReportTree, ALargeBranchIsTakenOverWithTheSameShapeAsACopiedOne) {
@@ -73,13 +73,42 @@ TEST(ReportTree, ALargeBranchIsTakenOverWithTheSameShapeAsACopiedOne) {
   EXPECT_EQ(t.text(last), "d4999");
   EXPECT_EQ(t.node(last).size, 4999);
   EXPECT_EQ(t.parent(last), big);
-  EXPECT_EQ(t.node(last).level, 2u);
+  EXPECT_EQ(t.level(last), 2u);
   EXPECT_EQ(t.fullPath(t.children(t.children(root)[2])[0]), "/r/after/z");
   EXPECT_EQ(t.liveCount(), 1u + 2 + 5001 + 2);
   EXPECT_EQ(t.preorder().size(), t.liveCount());  // the blocks' filler is never a row
 }
 
-TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
+// A folder count lives with the children's run: it must survive the run being made, moved by
+// growth, emptied and cleared, and a node without children holds one too.
+TEST(ReportTree, FolderCountsSurviveEveryChangeOfTheRun) {
+  ReportTree t;
+  const uint32_t top = t.addDetached("top", ReportTree::IsFolder);
+  t.setFolders(top, 7);  // before its children, as the walk does
+  const uint32_t kid = t.addDetached("kid", ReportTree::IsFolder);
+  t.setFolders(kid, 3);  // no children of its own
+  t.setChildren(top, &kid, 1);
+  EXPECT_EQ(t.folders(top), 7);
+  EXPECT_EQ(t.folders(kid), 3);
+  const uint32_t root = t.addRoot("/r");
+  t.setFolders(root, 5);
+  const uint32_t other = t.addRoot("/o");
+  for (int i = 0; i < 40; ++i) t.addChild(other, "c" + std::to_string(i), ReportTree::IsFolder);
+  for (int i = 0; i < 40; ++i) t.addChild(root, "d" + std::to_string(i), ReportTree::IsFolder);
+  EXPECT_EQ(t.folders(root), 5);  // the runs grew past each other and moved
+  EXPECT_EQ(t.folders(other), 0);
+  for (uint32_t c : t.children(root).toVector()) t.removeSubtree(c);
+  EXPECT_EQ(t.folders(root), 5);  // kept until counted again
+  t.addChild(root, "again", ReportTree::IsFolder);
+  t.clearChildren(root);
+  EXPECT_EQ(t.folders(root), 5);
+  t.setFolders(root, 0);
+  EXPECT_EQ(t.folders(root), 0);
+  EXPECT_EQ(t.children(other).size(), 40u);
+  EXPECT_EQ(t.text(t.children(other).back()), "c39");
+}
+
+TEST(ReportTree, RemovalKeepsRowsAndTheDepthFollowsWhatIsLeft) {
   ReportTree t;
   const uint32_t a = t.addRoot("/a");
   const uint32_t b = t.addRoot("/b");
@@ -89,7 +118,7 @@ TEST(ReportTree, RemovalKeepsRowsAndForgetsTheDepthWhenEmpty) {
   EXPECT_EQ(t.roots().toVector(), std::vector<uint32_t>{b});
   EXPECT_EQ(t.node(b).row, 0u);
   EXPECT_EQ(t.liveCount(), 2u);
-  EXPECT_EQ(t.deepestLevel(), 2u);  // the depth ever made, until the tree is empty
+  EXPECT_EQ(t.deepestLevel(), 1u);  // b/z; a/x/y went with a
   t.clearChildren(b);
   EXPECT_TRUE(t.children(b).empty());
   t.removeSubtree(b);

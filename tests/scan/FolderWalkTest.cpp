@@ -31,7 +31,7 @@ TEST(FolderWalk, FilesRowsSumsAndOrder) {
   const ReportTree& t = w.tree;
   EXPECT_EQ(t.node(w.root).size, 22);
   EXPECT_EQ(t.node(w.root).files, 4);
-  EXPECT_EQ(t.node(w.root).folders, 4);
+  EXPECT_EQ(t.folders(w.root), 4);
   std::vector<std::string> order;
   for (uint32_t c : t.children(w.root)) order.emplace_back(t.text(c));
   EXPECT_EQ(order, (std::vector<std::string>{"zeros", "Dateien", "leaf", "empty"}));
@@ -72,7 +72,7 @@ TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
     auto top = rows(t, w.root);
     EXPECT_EQ(t.node(w.root).size, 100 + 6 + 7);  // the file and the two links' targets
     EXPECT_EQ(t.node(w.root).files, 3);
-    EXPECT_EQ(t.node(w.root).folders, noHardlinks ? 1 : 3);  // the links "up" and "real/loop" or none
+    EXPECT_EQ(t.folders(w.root), noHardlinks ? 1 : 3);  // the links "up" and "real/loop" or none
     EXPECT_TRUE(noHardlinks || (t.hasFlag(top["up"], ReportTree::Junction) && t.children(top["up"]).empty()));
     expectConsistent(t, true);
   }
@@ -95,7 +95,7 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
       walk(w, d.path(), 0, noHardlinks);
       auto top = rows(w.tree, w.root);
       result += std::to_string(w.tree.node(w.root).size) + " " + std::to_string(top.count("mnt")) +
-                " " + std::to_string(w.tree.node(w.root).folders) + " ";
+                " " + std::to_string(w.tree.folders(w.root)) + " ";
       if (top.count("mnt")) result += w.tree.hasFlag(top["mnt"], ReportTree::Junction) ? "J " : "F ";
     }
     return result;
@@ -115,7 +115,7 @@ TEST(FolderWalk, UnreadableFolderCountsAsAnEmptyFolder) {
     Walked w;
     walk(w, d.path());
     auto top = rows(w.tree, w.root);
-    return std::to_string(w.tree.node(w.root).size) + " " + std::to_string(w.tree.node(w.root).folders) +
+    return std::to_string(w.tree.node(w.root).size) + " " + std::to_string(w.tree.folders(w.root)) +
            " " + std::to_string(w.tree.children(top.at("closed")).size());
   };
   // Root reads everything: drop to nobody for the walk.
@@ -143,7 +143,7 @@ TEST(FolderWalk, TenThousandNestedFolders) {
   Walked w;
   walk(w, d.path(), 4);
   const ReportTree& t = w.tree;
-  EXPECT_EQ(t.node(w.root).folders, 10000);
+  EXPECT_EQ(t.folders(w.root), 10000);
   EXPECT_EQ(t.node(w.root).files, 10);
   expectConsistent(t, true);
   // The report of all levels has every row (heading, source, folders): no stack limit.

@@ -201,7 +201,7 @@ TEST(HostileWalk, DescriptorLimitIsRespectedAndShortageReported) {
   }
   Walked full;
   walk(full, d.path(), 4);
-  ASSERT_EQ(full.tree.node(full.root).folders, 4 + 16 + 64 + 256 + 40 * 7);
+  ASSERT_EQ(full.tree.folders(full.root), 4 + 16 + 64 + 256 + 40 * 7);
 
   // Room for the workers, the walked folder, the reserve and only a few folders kept open: the
   // walk reopens folders from the top instead, and the result is the same.
@@ -229,7 +229,7 @@ TEST(HostileWalk, DescriptorLimitIsRespectedAndShortageReported) {
   const WalkOutcome o = walkDirect(d.path(), sink);
   for (int fd : dummies) ::close(fd);
   EXPECT_TRUE(o.interrupted);
-  EXPECT_LT(o.total.folders, full.tree.node(full.root).folders);
+  EXPECT_LT(o.total.folders, full.tree.folders(full.root));
   ASSERT_EQ(sink.count(Kind::OutOfDescriptors), 1) << "told once per walk";
   EXPECT_EQ(sink.failures.at(0).error, EMFILE);
 }
@@ -320,12 +320,12 @@ int expectRowsAddUp(const ReportTree& t) {
     for (uint32_t c : t.children(n)) {
       size += t.node(c).size;
       files += t.node(c).files;
-      if (t.isFolder(c)) folders += 1 + t.node(c).folders;
+      if (t.isFolder(c)) folders += 1 + t.folders(c);
     }
     const auto& node = t.node(n);
-    if (node.size != size || node.files != files || node.folders != folders) {
+    if (node.size != size || node.files != files || t.folders(n) != folders) {
       ADD_FAILURE() << t.fullPath(n) << ": " << node.size << "/" << node.files
-                    << "/" << node.folders << " but its rows hold " << size << "/" << files << "/"
+                    << "/" << t.folders(n) << " but its rows hold " << size << "/" << files << "/"
                     << folders;
       ++wrong;
     }
