@@ -32,7 +32,9 @@ void restartWait(int limitMs, int pauseMs) {
 
 namespace {
 
-void say(const QString& text) { std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData()); }
+void say(const QString& text) {
+  std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
+}
 
 // The window runs in a folder of its own, so a relative source means this start's folder: it is
 // put in front as it is, the way the shell shows it ($PWD when that is this folder), never
@@ -50,14 +52,17 @@ std::vector<std::string> sourcesToHand(const std::vector<std::string>& given, bo
     const bool relative = source.empty() || source.front() != '/';
     std::string path = relative ? cwd + source : source;
     struct stat st;
-    if (source.empty() || (relative && cwd.empty())) errno = ENOENT;  // or this start's folder is gone
-    else if (::stat(path.c_str(), &st) == 0) {
+    // An empty name is no folder; without a folder of its own (deleted) no relative one is.
+    if (source.empty() || (relative && cwd.empty())) {
+      errno = ENOENT;
+    } else if (::stat(path.c_str(), &st) == 0) {
       out.push_back(std::move(path));
       continue;
     }
     allThere = false;
     say(TL(4360, "%1 wurde nicht übergeben: %2",
-           {QFile::decodeName(QByteArray::fromStdString(path)), QString::fromLocal8Bit(std::strerror(errno))}));
+           {QFile::decodeName(QByteArray::fromStdString(path)),
+            QString::fromLocal8Bit(std::strerror(errno))}));
   }
   return out;
 }

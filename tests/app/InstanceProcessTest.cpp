@@ -64,10 +64,12 @@ class Instances : public ::testing::Test {
 TEST_F(Instances, ALaterStartHandsItsFoldersOverFromItsOwnFolderAndEnds) {
   QTemporaryDir caller;
   const QString here = caller.path();
-  for (const char* d : {"a b", "say \"hi\"", "-dash", "work/big"}) ASSERT_TRUE(QDir(here).mkpath(d));
+  for (const char* d : {"a b", "say \"hi\"", "-dash", "work/big"})
+    ASSERT_TRUE(QDir(here).mkpath(d));
   QProcess* first = start({});
   ASSERT_TRUE(ready());
-  EXPECT_TRUE(endsWithZero(start({"--", here + "/a b", "say \"hi\"", "-dash", "work/./big"}, here)));
+  EXPECT_TRUE(
+      endsWithZero(start({"--", here + "/a b", "say \"hi\"", "-dash", "work/./big"}, here)));
   QProcess* missing = start({"big", "gone"}, here + "/work");
   ASSERT_TRUE(missing->waitForFinished(15000));
   EXPECT_EQ(missing->exitCode(), 1);
