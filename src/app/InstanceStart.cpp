@@ -3,8 +3,12 @@
 // never loads the local-socket library this needs.
 #include <QCoreApplication>
 #include <QFile>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -26,10 +30,46 @@ void restartWait(int limitMs, int pauseMs) {
   }
 }
 
+namespace {
+
+void say(const QString& text) {
+  std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
+}
+
+// The window runs in a folder of its own, so a relative source means this start's folder: it is
+// put in front as it is, the way the shell shows it ($PWD when that is this folder), never
+// resolved through links. A source that is not there is named and left out.
+std::vector<std::string> sourcesToHand(const std::vector<std::string>& given, bool& allThere) {
+  allThere = true;
+  std::string cwd;
+  if (char* here = get_current_dir_name()) {
+    cwd = here;
+    std::free(here);
+    if (!cwd.empty() && cwd.back() != '/') cwd += '/';
+  }
+  std::vector<std::string> out;
+  for (const std::string& source : given) {
+    const bool relative = source.empty() || source.front() != '/';
+    std::string path = relative ? cwd + source : source;
+    struct stat st;
+    // An empty name is no folder; without a folder of its own (deleted) no relative one is.
+    if (source.empty() || (relative && cwd.empty())) {
+      errno = ENOENT;
+    } else if (::stat(path.c_str(), &st) == 0) {
+      out.push_back(std::move(path));
+      continue;
+    }
+    allThere = false;
+    say(TL(4360, "%1 wurde nicht übergeben: %2",
+           {QFile::decodeName(QByteArray::fromStdString(path)),
+            QString::fromLocal8Bit(std::strerror(errno))}));
+  }
+  return out;
+}
+
+}  // namespace
+
 int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) {
-  auto say = [](const QString& text) {
-    std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
-  };
   switch (instance.claim()) {
     case SingleInstance::Claim::First:
       // For the tests that start the program more than once: what arrives is kept in a file.
@@ -54,9 +94,11 @@ int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) 
     instance.closePeer();  // a window of its own beside the running one
     return -1;
   }
-  switch (instance.handOver(command.sources)) {
+  bool allThere = true;
+  const std::vector<std::string> sources = sourcesToHand(command.sources, allThere);
+  switch (instance.handOver(sources)) {
     case SingleInstance::Sent::Taken:
-      return 0;
+      return allThere ? 0 : 1;
     case SingleInstance::Sent::Busy:
       say(TL(4141, "Das laufende Quorlane ist beschäftigt und hat die Ordner nicht übernommen."));
       return 1;

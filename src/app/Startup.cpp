@@ -15,6 +15,7 @@
 #include "app/CommandLine.h"
 #include "app/ExplorerEntry.h"
 #include "support/Globals.h"
+#include "support/Version.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
 #include "failure/FatalSignals.h"
@@ -30,7 +31,8 @@ bool osSupported() {
 void InitMain(const QString& programFolder) {
   Globals& g = globals();
   g.Errcount = 0;
-  g.DataFolder = programFolder;
+  // Three numbers, as the window, the about box and the update dialog show it.
+  g.AppVersion = threePartVersion(g.AppVersion);
   g.DataFolder = programFolder;
   g.UpdateFolder = programFolder;
 
@@ -46,7 +48,6 @@ void InitMain(const QString& programFolder) {
     if (!QDir().mkpath(folder)) folder.clear();
   }
   if (folder.isEmpty()) folder = programFolder;
-  g.DataFolder = folder;
   g.DataFolder = folder;
   g.UpdateFolder = folder;
   g.IniFile = folder + QStringLiteral("/Quorlane.ini");

@@ -17,8 +17,9 @@ bool osSupported();
 void restartWait(int limitMs = 20000, int pauseMs = 500);
 
 // A window start: becomes this user's first instance when none runs, or hands the sources to the
-// running one (unless Instanz is 0 or this is a restart). Returns the exit status when this
-// process is done, -1 when its own window is to come up.
+// running one (unless Instanz is 0 or this is a restart), relative ones put behind this process's
+// working folder. Returns the exit status when this process is done (1 when a source is not
+// there: it is named on standard error, the others still go), -1 when its own window is to come up.
 int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command);
 
 // Fills the process-wide values: version, data folder, settings file; creates the data folder.

@@ -1,6 +1,7 @@
 #include "update/HttpClient.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCryptographicHash>
@@ -249,22 +250,71 @@ QString HttpClient::DLandFilesize(const QString& url, const QString& path,
     error = QStringLiteral("WriteFile ") + systemError(errno);
 
   if (error.isEmpty()) {
-    // A published checksum must match; a host that publishes none answers 404.
-    QUrl sumUrl = o.finalUrl;
-    sumUrl.setPath(sumUrl.path() + QStringLiteral(".sha256"));
-    sumUrl.setQuery(QString());
-    const FetchResult sum = HttpClient(proxy_, limits_).DownloadFileToDiskOrString(sumUrl.toString());
-    const bool published = !(sum.failed && (sum.text.endsWith(QLatin1String(": 404")) ||
-                                            sum.text.endsWith(QLatin1String(": 410"))));
-    if (published) {
-      if (sum.failed)
-        error = QStringLiteral("SHA-256 ") + sum.text;
-      else if (publishedHash(sum.text) != QString::fromLatin1(sha.result().toHex()))
-        error = QStringLiteral("SHA-256 The file does not match its published checksum");
-    }
+    const Published sum = publishedSum(o.finalUrl);
+    if (!sum.error.isEmpty())
+      error = sum.error;
+    else if (sum.published && sum.hash != QString::fromLatin1(sha.result().toHex()))
+      error = QStringLiteral("SHA-256 The file does not match its published checksum");
   }
   if (!error.isEmpty() && fd >= 0) ::unlink(file.constData());
   return error;
+}
+
+HttpClient::Published HttpClient::publishedSum(const QUrl& download) const {
+  // "<file>.sha256" beside the download's final address; a host that publishes none answers 404.
+  QUrl sumUrl = download;
+  sumUrl.setPath(sumUrl.path() + QStringLiteral(".sha256"));
+  sumUrl.setQuery(QString());
+  const FetchResult sum = DownloadFileToDiskOrString(sumUrl.toString());
+  if (sum.failed &&
+      (sum.text.endsWith(QLatin1String(": 404")) || sum.text.endsWith(QLatin1String(": 410"))))
+    return {};
+  if (sum.failed) return {true, {}, QStringLiteral("SHA-256 ") + sum.text};
+  return {true, publishedHash(sum.text), {}};
+}
+
+QString HttpClient::matchesOffered(const QString& url, const QString& path) const {
+  // Only the answer's head: its length and where the download really is.
+  qint64 announced = -1;
+  Handlers h;
+  const QString enough = QStringLiteral("head only");
+  h.onHeaders = [&](qint64 length) { return announced = length, enough; };
+  const Outcome o = transfer(url, proxy_, limits_, true, h);
+  if (o.step != Step::Own || o.detail != enough) return errorText(o, QStringLiteral(" "));
+  if (announced <= 0) return QStringLiteral("Filesize Zero");
+
+  // Read from the descriptor that was checked: a file somebody else could still change is no
+  // file to hand on, whatever it holds now.
+  const int fd =
+      ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return QStringLiteral("OpenFile ") + systemError(errno);
+  struct stat st;
+  QString why;
+  if (::fstat(fd, &st) != 0)
+    why = QStringLiteral("OpenFile ") + systemError(errno);
+  else if (!S_ISREG(st.st_mode) || st.st_uid != ::geteuid() || (st.st_mode & 022) != 0 ||
+           st.st_nlink != 1)
+    why = QStringLiteral("not a file of this user's that only this user may change");
+  else if (st.st_size != announced)
+    why = QStringLiteral("%1 bytes, the server announces %2").arg(st.st_size).arg(announced);
+  QCryptographicHash sha(QCryptographicHash::Sha256);
+  char buffer[1 << 16];
+  for (ssize_t n = 0; why.isEmpty() && (n = ::read(fd, buffer, sizeof buffer)) != 0;) {
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0)
+      why = QStringLiteral("ReadFile ") + systemError(errno);
+    else
+      sha.addData(QByteArrayView(buffer, n));
+  }
+  ::close(fd);
+  if (!why.isEmpty()) return why;
+
+  const Published sum = publishedSum(o.finalUrl);
+  if (!sum.error.isEmpty()) return sum.error;
+  if (!sum.published) return QStringLiteral("SHA-256 The server publishes no checksum");
+  if (sum.hash != QString::fromLatin1(sha.result().toHex()))
+    return QStringLiteral("SHA-256 The file does not match its published checksum");
+  return {};
 }
 
 }  // namespace ql

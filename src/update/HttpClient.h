@@ -54,10 +54,22 @@ class HttpClient {
                         const std::function<void(qint64 done, qint64 total)>& progress = {},
                         const std::function<bool()>& cancelRequested = {}) const;
 
+  // Whether the file at `path` is the one `url` offers: a regular file of this user's that
+  // nobody else may write, of the length the server announces and with the checksum it
+  // publishes. Asks for the download's head only. "" when it is, else why not.
+  QString matchesOffered(const QString& url, const QString& path) const;
+
   // The error text of a cancelled download; the dialog recognises it by its first six letters.
   static QString cancelText() { return QStringLiteral("Cancel (P206)"); }
 
  private:
+  // The checksum published beside a download (lower-case hexadecimal); none is no error.
+  struct Published {
+    bool published = false;
+    QString hash, error;
+  };
+  Published publishedSum(const QUrl& download) const;
+
   ProxySettings proxy_;
   HttpLimits limits_;
 };

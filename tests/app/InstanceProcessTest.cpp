@@ -23,8 +23,10 @@ class Instances : public ::testing::Test {
   void TearDown() override {
     for (auto& p : started) p->kill(), p->waitForFinished(5000);
   }
-  QProcess* start(const QStringList& args) {
+  // In `folder`, or in the runtime folder: never where a later start runs.
+  QProcess* start(const QStringList& args, const QString& folder = {}) {
     auto& p = started.emplace_back(std::make_unique<QProcess>());
+    p->setWorkingDirectory(folder.isEmpty() ? runtime.path() : folder);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     for (auto [k, v] : {std::pair{"XDG_CONFIG_HOME", config.path()}, {"XDG_RUNTIME_DIR", runtime.path()},
                         {"QT_QPA_PLATFORM", QString("offscreen")}, {"QUORLANE_HANDOVER_LOG", log()}})
@@ -57,12 +59,27 @@ class Instances : public ::testing::Test {
   std::vector<std::unique_ptr<QProcess>> started;
 };
 
-TEST_F(Instances, ALaterStartHandsItsArgumentsOverAndEnds) {
+// Relative folders are put behind the later start's own folder, byte for byte; one that is not
+// there is named, the others still go, and the start ends with 1.
+TEST_F(Instances, ALaterStartHandsItsFoldersOverFromItsOwnFolderAndEnds) {
+  QTemporaryDir caller;
+  const QString here = caller.path();
+  for (const char* d : {"a b", "say \"hi\"", "-dash", "work/big"})
+    ASSERT_TRUE(QDir(here).mkpath(d));
   QProcess* first = start({});
   ASSERT_TRUE(ready());
-  EXPECT_TRUE(endsWithZero(start({"--", "/nowhere/a b", "say \"hi\"", "-dash"})));  // each as it is
+  EXPECT_TRUE(
+      endsWithZero(start({"--", here + "/a b", "say \"hi\"", "-dash", "work/./big"}, here)));
+  QProcess* missing = start({"big", "gone"}, here + "/work");
+  ASSERT_TRUE(missing->waitForFinished(15000));
+  EXPECT_EQ(missing->exitCode(), 1);
+  EXPECT_TRUE(missing->readAllStandardError().contains(QFile::encodeName(here + "/work/gone")));
   EXPECT_TRUE(endsWithZero(start({})));  // only brings the window forward
-  EXPECT_EQ(received(), (Received{{}, {"/nowhere/a b", "say \"hi\"", "-dash"}, {}}));
+  const std::string h = QFile::encodeName(here).toStdString();
+  EXPECT_EQ(received(), (Received{{},
+                                  {h + "/a b", h + "/say \"hi\"", h + "/-dash", h + "/work/./big"},
+                                  {h + "/work/big"},
+                                  {}}));
   EXPECT_EQ(first->state(), QProcess::Running);
 }
 
@@ -77,19 +94,19 @@ TEST_F(Instances, ARestartTakesOverOnceTheOldWindowHasGone) {
   ASSERT_TRUE(old->waitForFinished(5000));
   ASSERT_TRUE(QFile::exists(QFile::decodeName(socket())));
   ASSERT_TRUE(ready());
-  EXPECT_TRUE(endsWithZero(start({"/late"})));
+  EXPECT_TRUE(endsWithZero(start({config.path()})));
   EXPECT_EQ(restart->state(), QProcess::Running);
-  EXPECT_EQ(received(), (Received{{}, {}, {"/late"}}));
+  EXPECT_EQ(received(), (Received{{}, {}, {QFile::encodeName(config.path()).toStdString()}}));
 }
 
 TEST_F(Instances, OfTwoStartsAtOnceOneBecomesTheWindow) {
-  QProcess* a = start({"/a"});
-  QProcess* b = start({"/b"});
+  QProcess* a = start({"/"});
+  QProcess* b = start({"/tmp"});
   QProcess* ended = nullptr;
   for (int i = 0; i < 300 && !ended; ++i) ended = a->waitForFinished(50) ? a : b->waitForFinished(50) ? b : nullptr;
   ASSERT_TRUE(ended && ended->exitCode() == 0);
   EXPECT_TRUE(stays(ended == a ? b : a));
-  EXPECT_EQ(received(), (Received{{ended == a ? "/a" : "/b"}}));
+  EXPECT_EQ(received(), (Received{{ended == a ? "/" : "/tmp"}}));
 }
 
 TEST_F(Instances, InstanzZeroOrASocketOfAnotherUserGivesAWindowOfItsOwn) {

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
+#include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -38,8 +40,10 @@ class UpdateDialog : public ::testing::Test {
     qputenv(kUpdateUrlVariable, server.base().toUtf8());
     StoreSettings(QStringLiteral("InternetUpdate"), QStringLiteral("Dpath"), dir.path());
     setFailureDialogHandler([this](const QString& r) { reports << r; });
+    desktop("test-installer");
   }
   void TearDown() override {
+    qputenv("PATH", path);
     setFailureDialogHandler({});
     qunsetenv(kUpdateUrlVariable);
     globals().IniFile.clear();
@@ -56,10 +60,26 @@ class UpdateDialog : public ::testing::Test {
     return d;
   }
   void serveVersion(const char* v) { server.text("/version/Version_Quorlane.txt", v); }
+  // What the dialog finds to open the package with: xdg-open and the program xdg-mime names for
+  // the type, or (nullptr) neither.
+  void desktop(const char* handler) {
+    const QString bin = dir.filePath(handler ? "desktop" : "bare");
+    QDir().mkpath(bin);
+    if (handler) {
+      writeFile(bin + "/xdg-open", "#!/bin/sh\n");
+      writeFile(bin + "/xdg-mime", QByteArray("#!/bin/sh\n[ \"$*\" = 'query default "
+                                              "application/vnd.debian.binary-package' ] && echo ") +
+                                       handler + ".desktop\n");
+      for (const char* tool : {"/xdg-open", "/xdg-mime"})
+        QFile::setPermissions(bin + tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    qputenv("PATH", bin.toUtf8());
+  }
 
   struct App {
     App() { guiApp(); }
   } app;  // before the server, whose sockets need the application's event dispatcher
+  const QByteArray path = qgetenv("PATH");
   QTemporaryDir dir;
   TestHttpServer server;
   QStringList reports;
@@ -83,10 +103,15 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
   EXPECT_FALSE(d->busy());
 
   QString asked;
-  d->setInstallQuestion([&](const QString& q) { return asked = q, true; });
+  bool cancelWhenAsked = true;
+  d->setInstallQuestion([&](const QString& q) {
+    return asked = q, cancelWhenAsked = d->cmdAbbrechen->isEnabled(), true;
+  });
   d->cmdDownload->click();
   const QString file = dir.filePath(QStringLiteral("Quorlane_Update_2.4.0.deb"));
-  EXPECT_TRUE(asked.contains(QStringLiteral("Quorlane"))) << asked.toStdString();
+  for (const char* said : {"Quorlane", "xdg-open mit test-installer"})
+    EXPECT_TRUE(asked.contains(QString::fromUtf8(said))) << asked.toStdString();
+  EXPECT_FALSE(cancelWhenAsked);
   EXPECT_EQ(d->result(), QDialog::Accepted);
   EXPECT_EQ(readFile(file), installer);
   EXPECT_EQ(pendingUpdate().UpdateMode, 2);
@@ -102,7 +127,8 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
 
   const QString logged = QString::fromUtf8(readFile(dir.filePath("internetupdate.log")));
   for (const char* line : {" - Versionsüberprüfung gestartet.\n", " - Download gestartet.\n",
-                           " - Download beendet: "})
+                           " - Download beendet: ", "geöffnet von: xdg-open mit test-installer.\n",
+                           "Quorlane_Update_2.4.0.deb an xdg-open übergeben.\n"})
     EXPECT_TRUE(logged.contains(QString::fromUtf8(line))) << line;
 }
 
@@ -189,9 +215,64 @@ TEST_F(UpdateDialog, CancelHalfWayRemovesTheFileAndCloseWaitsForIt) {
   d->cmdDownload->click();
   EXPECT_FALSE(closedWhileBusy);
   EXPECT_EQ(d->lblFortschrittWert->text(), QStringLiteral("-"));
+  EXPECT_EQ(d->barFortschritt->value(), 0);
   EXPECT_TRUE(d->logText().contains(QStringLiteral("Download vom Anwender abgebrochen.")));
   EXPECT_FALSE(d->logText().contains(QStringLiteral("ERROR: ")));
   EXPECT_FALSE(QFile::exists(d->downloadPathShown()));
+  EXPECT_EQ(pendingUpdate().UpdateMode, 0);
+  EXPECT_TRUE(d->cmdDownload->isEnabled());
+}
+
+// A file left by an earlier download ("No" to installing, say): the one the server offers is
+// taken as it is, another one goes only on the user's word. With nothing to open the file the
+// dialog says so and the program stays.
+TEST_F(UpdateDialog, AFileLeftFromBeforeAndADesktopWithoutAnOpener) {
+  serveVersion("v2.4.0");
+  const QByteArray installer(300000, 'i'), other(300000, 'x');
+  server.set("/asp/fdl.asp?P=30", Route::ok(installer).pieces(30000));
+  server.text("/asp/fdl.asp.sha256",
+              QCryptographicHash::hash(installer, QCryptographicHash::Sha256).toHex());
+  const QString file = dir.filePath(QStringLiteral("Quorlane_Update_2.4.0.deb"));
+  auto d = open();
+  d->cmdUPDATE->click();
+  QStringList asked;
+  QList<bool> answers;
+  d->setInstallQuestion(
+      [&](const QString& q) { return asked << q, !answers.isEmpty() && answers.takeFirst(); });
+  const auto start = [&](QList<bool> say) {
+    asked.clear(), answers = say;
+    d->cmdDownload->click();
+  };
+
+  start({false});  // not now
+  start({false});  // and again: the same file, offered as it is
+  EXPECT_EQ(readFile(file), installer);
+  EXPECT_TRUE(d->logText().contains(
+      QStringLiteral("mit der Länge und der Prüfsumme, die der Server nennt")))
+      << d->logText().toStdString();
+  ASSERT_EQ(asked.size(), 1);
+  EXPECT_TRUE(asked[0].contains(QStringLiteral("installiert werden?")));
+
+  writeFile(file, other);
+  start({false});  // kept
+  EXPECT_EQ(readFile(file), other);
+  ASSERT_EQ(asked.size(), 1);
+  EXPECT_TRUE(asked[0].contains(QStringLiteral("ersetzt werden?"))) << asked[0].toStdString();
+  start({true, true});  // replaced, then installed
+  EXPECT_EQ(readFile(file), installer);
+  EXPECT_EQ(asked.size(), 2);
+  EXPECT_EQ(d->result(), QDialog::Accepted);
+  EXPECT_NE(pendingUpdate().UpdateMode, 0);
+
+  desktop(nullptr);
+  d = open();
+  d->cmdUPDATE->click();
+  d->setInstallQuestion([&](const QString& q) { return asked << q, true; });
+  start({});
+  EXPECT_TRUE(asked.isEmpty());
+  EXPECT_TRUE(d->logText().contains(QStringLiteral("sudo apt install ") + file))
+      << d->logText().toStdString();
+  EXPECT_TRUE(d->isVisible());
   EXPECT_EQ(pendingUpdate().UpdateMode, 0);
   EXPECT_TRUE(d->cmdDownload->isEnabled());
 }

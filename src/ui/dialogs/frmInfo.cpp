@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include "support/Globals.h"
+#include "support/Version.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 
@@ -46,7 +47,7 @@ frmInfo::frmInfo(QWidget* parent) : QDialog(parent) {
   QFont big = name->font();
   big.setPointSizeF(big.pointSizeF() * 1.6);
   name->setFont(big);
-  lblVersion = new QLabel(TL(4240, "Version %1", {globals().AppVersion}), this);
+  lblVersion = new QLabel(TL(4240, "Version %1", {threePartVersion(globals().AppVersion)}), this);
   lblVersion->setObjectName(QStringLiteral("lblVersion"));
   auto* what = new QLabel(TL(3991, "Zeigt, wo der Platz auf einem Datenträger geblieben ist."), this);
   what->setWordWrap(true);

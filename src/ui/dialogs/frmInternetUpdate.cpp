@@ -14,16 +14,23 @@
 #include <QIntValidator>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeDatabase>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QScrollBar>
+#include <QStandardPaths>
 #include <QStyle>
 #include <QTabWidget>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/Globals.h"
 #include "support/Logs.h"
@@ -40,9 +47,13 @@ namespace {
 constexpr char kNew[] = "newVersion";
 constexpr int kLogLimit = 60000;
 
+constexpr char kOpener[] = "xdg-open";
+
+// The one the dialog named: xdg-open, which hands the file to the program the desktop chose.
 std::function<bool(const QUrl&)>& installerOpener() {
   static std::function<bool(const QUrl&)> opener = [](const QUrl& url) {
-    return QDesktopServices::openUrl(url);
+    const QString program = QStandardPaths::findExecutable(QLatin1String(kOpener));
+    return !program.isEmpty() && QProcess::startDetached(program, {url.toLocalFile()});
   };
   return opener;
 }
@@ -90,13 +101,37 @@ void setInstallerOpener(std::function<bool(const QUrl&)> opener) {
   installerOpener() = std::move(opener);
 }
 
+InstallerOpener installerOpenerFor(const QString& path) {
+  InstallerOpener o;
+  o.type = QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchExtension).name();
+  const QString opener = QStandardPaths::findExecutable(QLatin1String(kOpener));
+  const QString query = QStandardPaths::findExecutable(QStringLiteral("xdg-mime"));
+  if (opener.isEmpty() || query.isEmpty()) return o;
+  o.program = QLatin1String(kOpener);
+  QProcess p;
+  p.start(query, {QStringLiteral("query"), QStringLiteral("default"), o.type});
+  if (!p.waitForFinished(5000)) {
+    p.kill();
+    p.waitForFinished(1000);
+    return o;
+  }
+  o.handler =
+      QString::fromLocal8Bit(p.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0).trimmed();
+  if (o.handler.endsWith(QLatin1String(".desktop"))) o.handler.chop(8);
+  return o;
+}
+
 void StartPendingInstaller() {
   PendingUpdate& p = pendingUpdate();
   if (p.UpdateMode == 0 || p.InstallerPath.isEmpty()) return;
   const QString path = p.InstallerPath;
   p = PendingUpdate{};
   // Never run here: the desktop decides what opening the file means.
-  installerOpener()(QUrl::fromLocalFile(path));
+  const bool handed = installerOpener()(QUrl::fromLocalFile(path));
+  WriteUpdateLog(
+      handed ? TL(4369, QStringLiteral("%1 an %2 übergeben."), {path, QLatin1String(kOpener)})
+             : TL(4370, QStringLiteral("%1 konnte nicht an %2 übergeben werden."),
+                  {path, QLatin1String(kOpener)}));
 }
 
 frmInternetUpdate::frmInternetUpdate(QWidget* parent)
@@ -471,6 +506,7 @@ void frmInternetUpdate::cmdDownload_Click() {
   LogHinweise(TL(1839, QStringLiteral("Download gestartet.")));
   const bool update = optUpdate[0]->isChecked();
   const QString version = update ? lblVersionInternet->text() : lblVersionBeta->text();
+  const QString url = update ? DownloadURL : BetaDownloadURL;
   // The file is named by the version's numbers alone, never by the server's text.
   const std::optional<VersionNumbers> numbers = offeredVersion(version);
   downloadPath_ =
@@ -482,12 +518,48 @@ void frmInternetUpdate::cmdDownload_Click() {
   }
   QDir().mkpath(QFileInfo(downloadPath_).absolutePath());
 
+  barFortschritt->setValue(0);
+  lblFortschrittWert->clear();
+  // A file of that name stays from an earlier download (the user said "No" then, say): the one
+  // the server offers is used as it is, anything else only goes when the user agrees.
+  const QByteArray file = QFile::encodeName(downloadPath_);
+  struct stat st;
+  if (::lstat(file.constData(), &st) == 0) {
+    setBusy(true);
+    const QString differs = HttpClient(proxyFromForm(), limits_).matchesOffered(url, downloadPath_);
+    setBusy(false);
+    if (differs.isEmpty()) {
+      LogHinweise(
+          TL(4361,
+             QStringLiteral("%1 ist schon da, mit der Länge und der Prüfsumme, die der Server "
+                            "nennt; die Datei wird nicht noch einmal geladen."),
+             {downloadPath_}));
+      barFortschritt->setValue(barFortschritt->maximum());
+      offerInstall();
+      return;
+    }
+    LogHinweise(TL(4362, QStringLiteral("%1 ist schon da, ist aber nicht die angebotene Datei: %2"),
+                   {downloadPath_, differs}));
+    if (!ask(TL(4363,
+                QStringLiteral(
+                    "%1 ist schon da. Soll die Datei durch den neuen Download ersetzt werden?"),
+                {downloadPath_}))) {
+      LogHinweise(TL(4364, QStringLiteral("%1 bleibt, wie sie ist; es wurde nichts geladen."),
+                     {downloadPath_}));
+      return;
+    }
+    if (::unlink(file.constData()) != 0) {
+      LogHinweise(QStringLiteral("ERROR: DeleteFile ") +
+                  QString::fromLocal8Bit(std::strerror(errno)));
+      LogHinweise(TL(1840, QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
+      return;
+    }
+  }
+
   setBusy(true);
   cmdDownload->setEnabled(false);
   cmdAbbrechen->setEnabled(true);
   cancel_ = false;
-  barFortschritt->setValue(0);
-  lblFortschrittWert->clear();
   const auto progress = [this](qint64 done, qint64 total) {
     lblFortschrittWert->setText(groupedInteger(done) + QStringLiteral(" / ") + groupedInteger(total) +
                                 QStringLiteral(" Bytes"));
@@ -499,33 +571,56 @@ void frmInternetUpdate::cmdDownload_Click() {
     lblFortschrittWert->setText(QStringLiteral("-"));
     return true;
   };
-  QString error = HttpClient(proxyFromForm(), limits_)
-                      .DLandFilesize(update ? DownloadURL : BetaDownloadURL, downloadPath_, progress, cancelled);
+  QString error =
+      HttpClient(proxyFromForm(), limits_).DLandFilesize(url, downloadPath_, progress, cancelled);
   if (lblFortschrittWert->text() == QLatin1String("-") && error.isEmpty())
     error = TL(2677, QStringLiteral("Ein unbekannter Fehler ist aufgetreten."));
+  cmdAbbrechen->setEnabled(false);  // nothing runs any more that it could stop
+  setBusy(false);
+  cmdDownload->setEnabled(true);
 
   if (error.isEmpty()) {
     LogHinweise(TL(1842, QStringLiteral("Download beendet: %1"), {downloadPath_}));
-    const QString question =
-        TL(1151, QStringLiteral("Soll %1 jetzt beendet und die neue Version installiert werden?"), {ProgramName});
-    const bool yes = ask_ ? ask_(question)
-                          : QMessageBox::question(this, ProgramName, question, QMessageBox::Yes | QMessageBox::No) ==
-                                QMessageBox::Yes;
-    if (yes) {
-      pendingUpdate() = {chkUpdateOberflaeche->isChecked() ? 2 : 1, downloadPath_};
-      setBusy(false);
-      accept();  // through Form_QueryUnload, which keeps the options
-      return;
-    }
-  } else if (error.left(6) == QLatin1String("Cancel")) {
+    offerInstall();
+    return;
+  }
+  barFortschritt->setValue(0);  // no file stays behind, so no share of it stands either
+  if (error.left(6) == QLatin1String("Cancel")) {
     LogHinweise(TL(1841, QStringLiteral("Download vom Anwender abgebrochen.")));
   } else {
     LogHinweise(QStringLiteral("ERROR: ") + error);
     LogHinweise(TL(1840, QStringLiteral("Der Download konnte nicht durchgeführt werden.")));
   }
-  setBusy(false);
-  cmdDownload->setEnabled(true);
-  cmdAbbrechen->setEnabled(false);
+}
+
+bool frmInternetUpdate::ask(const QString& question) {
+  return ask_ ? ask_(question)
+              : QMessageBox::question(this, ProgramName, question,
+                                      QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes;
+}
+
+void frmInternetUpdate::offerInstall() {
+  const InstallerOpener opener = installerOpenerFor(downloadPath_);
+  if (opener.handler.isEmpty()) {
+    // Closing would leave the user with nothing happening at all.
+    LogHinweise(TL(
+        4365,
+        QStringLiteral("Auf diesem Desktop öffnet nichts die Datei (gebraucht werden xdg-open und "
+                       "ein Programm für %1). Installieren Sie sie von Hand, etwa mit: sudo apt "
+                       "install %2"),
+        {opener.type, downloadPath_}));
+    return;
+  }
+  const QString by = TL(4366, QStringLiteral("%1 mit %2"), {opener.program, opener.handler});
+  const QString question =
+      TL(1151, QStringLiteral("Soll %1 jetzt beendet und die neue Version installiert werden?"),
+         {ProgramName}) +
+      QStringLiteral("\n\n") + TL(4367, QStringLiteral("Die Datei wird geöffnet von: %1."), {by});
+  if (!ask(question)) return;
+  LogHinweise(
+      TL(4368, QStringLiteral("Beim Beenden wird %1 geöffnet von: %2."), {downloadPath_, by}));
+  pendingUpdate() = {chkUpdateOberflaeche->isChecked() ? 2 : 1, downloadPath_};
+  accept();  // through Form_QueryUnload, which keeps the options
 }
 
 bool frmInternetUpdate::Form_QueryUnload() {

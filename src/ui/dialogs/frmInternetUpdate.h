@@ -1,7 +1,8 @@
 #pragma once
 // The internet update dialog: asks the update server for the latest version, shows its history,
 // downloads it with progress and Cancel, and on the user's word hands the file to the desktop
-// when the program ends. The program never runs what it downloaded itself.
+// (xdg-open) when the program ends; without anything to open it the program stays. The program
+// never runs what it downloaded itself.
 //
 // Opened modally by the main window's Update command; "check at program start" only means that
 // the check runs each time this dialog opens. While a check or a download runs the dialog is
@@ -35,10 +36,19 @@ struct PendingUpdate {
   QString InstallerPath;
 };
 PendingUpdate& pendingUpdate();
-// Hands the pending file to the desktop's handler for it (once) and clears the mode.
+// Hands the pending file to xdg-open (once), clears the mode and writes the hand-over to the
+// update log.
 void StartPendingInstaller();
-// The hand-over; QDesktopServices::openUrl unless replaced (tests).
+// The hand-over; xdg-open started beside the program unless replaced (tests).
 void setInstallerOpener(std::function<bool(const QUrl&)> opener);
+
+// What would open a downloaded file: xdg-open, and the program the desktop set for the file's
+// type (`xdg-mime query default`, its desktop entry's name without ".desktop"). `handler` is
+// empty when either is missing: nothing visible would happen.
+struct InstallerOpener {
+  QString type, program, handler;
+};
+InstallerOpener installerOpenerFor(const QString& path);
 
 class frmInternetUpdate : public QDialog {
   Q_OBJECT
@@ -51,7 +61,7 @@ class frmInternetUpdate : public QDialog {
   QString BetaVersionURL, BetaHistoryURL, BetaDownloadURL;  // empty: no beta channel
   bool Silent = false;  // check on opening and close by itself when nothing is new
 
-  // Test seams: limits of the client, and the answer to "install now?".
+  // Test seams: limits of the client, and the user's answers ("install now?", "replace the file?").
   void setHttpLimits(const HttpLimits& limits) { limits_ = limits; }
   void setInstallQuestion(std::function<bool(const QString&)> ask) { ask_ = std::move(ask); }
 
@@ -108,6 +118,10 @@ class frmInternetUpdate : public QDialog {
   bool compareLabel(QLabel* label);
   void setBusy(bool busy);
   void showDownloadControls(bool show);
+  // The user's answer: the test seam's when set, else a message box.
+  bool ask(const QString& question);
+  // After the file is there: asks to end and hand it over, or says that nothing could open it.
+  void offerInstall();
   ProxySettings proxyFromForm() const;
 
   Guard guard_;
