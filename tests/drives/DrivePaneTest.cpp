@@ -122,11 +122,16 @@ TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
 
 TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
   // Saved by an earlier run, with a gap after F1: F3 is never read.
-  for (auto [key, value] : {std::pair{"F0", "/srv/a/"}, {"F1", "/srv/b/"}, {"F3", "/srv/never/"}})
+  for (auto [key, value] : {std::pair{"F0", "/hung/a/"}, {"F1", "/srv/b/"}, {"F3", "/srv/never/"}})
     StoreSettings("DriveFolders", key, value, ini);
   pane->reloadDrives();
   ASSERT_EQ(pane->rowCount(), 6);
-  EXPECT_EQ(pane->model().locations(), (std::vector<std::string>{"/srv/a/", "/srv/b/"}));
+  EXPECT_EQ(pane->model().locations(), (std::vector<std::string>{"/hung/a/", "/srv/b/"}));
+  // A location is called what its mount is; a drive without a label says so, in German.
+  EXPECT_EQ(cell(4, DriveModel::ColType), TL(4341, "Netzwerk"));
+  EXPECT_EQ(cell(4, DriveModel::ColFileSystem), "nfs");
+  EXPECT_EQ(cell(5, DriveModel::ColType), TL(4340, "Ordner"));
+  EXPECT_EQ(cell(0, DriveModel::ColName), "(ohne Bezeichnung)");
 
   // Command 208 asks for a folder; a cancelled question adds nothing.
   pane->setFolderQuestion([] { return QString(); });
@@ -136,7 +141,6 @@ TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
   pane->bar().control(cmd::drives::AddLocation)->trigger();
   ASSERT_EQ(pane->rowCount(), 7);
   EXPECT_EQ(pane->model().driveRow(6).path, "/mnt/\xc3\xa4 share/");
-  EXPECT_EQ(cell(6, DriveModel::ColType), "?");
   EXPECT_TRUE(cell(6, DriveModel::ColName).isEmpty());
 
   // Delete takes out a location, never a drive.
