@@ -1,20 +1,19 @@
 #include "drives/DriveSizes.h"
 
+#include <algorithm>
 #include <limits>
 #include <thread>
 
 namespace ql {
 
-int freePercent(int64_t free, int64_t total) {
-  if (total <= 0) return 0;
-  if (free <= 0) return 0;
-  if (free >= total) return 100;
-  // Exact: 100 * free never overflows in 128 bits, and a half is a remainder of total / 2.
-  const __int128 scaled = static_cast<__int128>(free) * 100;
-  int64_t q = static_cast<int64_t>(scaled / total);
-  const __int128 twice = (scaled % total) * 2;
-  if (twice > total || (twice == total && (q % 2) != 0)) ++q;
-  return static_cast<int>(q);
+int usedPercent(int64_t used, int64_t available) {
+  used = std::max<int64_t>(used, 0);
+  available = std::max<int64_t>(available, 0);
+  if (used == 0 && available == 0) return 100;
+  // 128 bits: 100 * used and used + available never overflow.
+  const __int128 scaled = static_cast<__int128>(used) * 100;
+  const __int128 base = static_cast<__int128>(used) + available;
+  return static_cast<int>(scaled / base + (scaled % base != 0 ? 1 : 0));
 }
 
 SizeFigures figuresOf(const DriveSizes& s) {
@@ -22,10 +21,11 @@ SizeFigures figuresOf(const DriveSizes& s) {
   if (s.total <= 0) return f;
   f.known = true;
   f.total = s.total;
-  f.free = std::min(std::max<int64_t>(s.free, 0), s.total);
-  f.used = f.total - f.free;
+  const int64_t free = std::clamp<int64_t>(s.free, 0, s.total);
+  f.free = std::clamp<int64_t>(s.available, 0, free);
+  f.used = f.total - free;
   f.cluster = s.cluster;
-  f.usedPercent = 100 - freePercent(f.free, f.total);
+  f.usedPercent = usedPercent(f.used, f.free);
   f.freePercent = 100 - f.usedPercent;
   return f;
 }
@@ -39,9 +39,11 @@ DriveSizes readSizes(const std::string& path, const StatvfsFn& stat) {
   constexpr auto kMax = static_cast<unsigned __int128>(std::numeric_limits<int64_t>::max());
   const unsigned __int128 total = static_cast<unsigned __int128>(st.f_blocks) * fragment;
   const unsigned __int128 free = static_cast<unsigned __int128>(st.f_bfree) * fragment;
+  const unsigned __int128 available = static_cast<unsigned __int128>(st.f_bavail) * fragment;
   if (total == 0 || total > kMax) return s;
   s.total = static_cast<int64_t>(total);
   s.free = static_cast<int64_t>(std::min(free, total));
+  s.available = static_cast<int64_t>(std::min(available, total));
   s.cluster = static_cast<int64_t>(fragment);
   return s;
 }

@@ -27,15 +27,19 @@ namespace ql {
 // it did not answer in time, or it really has no blocks (an empty drive).
 struct DriveSizes {
   int64_t total = 0;
-  int64_t free = 0;     // all free bytes, not only those free for the user
-  int64_t cluster = 0;  // the fragment size
+  int64_t free = 0;       // all free bytes, the blocks kept for root among them
+  int64_t available = 0;  // the free bytes a user may write
+  int64_t cluster = 0;    // the fragment size
 };
 
-// Free percent of a total, whole numbers, an exact half rounded to the even neighbour
-// (1 of 8 is 12.5 and gives 12). Used percent is 100 minus this, so the two add up to 100.
-int freePercent(int64_t free, int64_t total);
+// Used percent as df tells it: of what is used plus what the user may still write, so the blocks
+// kept for root count neither way; rounded up, as df does. Nothing used and nothing available
+// (all of it kept for root) is 100%: the user has no room.
+int usedPercent(int64_t used, int64_t available);
 
 // The figures a row shows; `known` is false when the total is 0, and then every cell is empty.
+// Free is what the user may write; used is the total less every free block, as df has them, so
+// used and free need not add up to the total. Free percent is 100 less the used one.
 struct SizeFigures {
   bool known = false;
   int64_t used = 0, free = 0, total = 0, cluster = 0;

@@ -169,12 +169,17 @@ std::vector<MountEntry> readMountTable() {
   return listedMounts(parseMountTable(text));
 }
 
-int driveTypeOf(const MountEntry& m) {
+bool isNetworkFileSystem(std::string_view fsType) {
   static const std::set<std::string, std::less<>> network = {
-      "nfs", "nfs4", "cifs", "smb3", "smbfs", "sshfs", "fuse.sshfs", "9p", "ceph", "glusterfs",
-      "fuse.glusterfs", "davfs", "fuse.davfs", "afs"};
+      "nfs", "nfs4",  "cifs",      "smb3",        "smbfs",          "sshfs",         "fuse.sshfs",
+      "9p",  "ceph",  "fuse.ceph", "glusterfs",   "fuse.glusterfs", "davfs",         "fuse.davfs",
+      "afs", "ncpfs", "lustre",    "fuse.rclone", "fuse.s3fs",      "fuse.curlftpfs"};
+  return network.count(fsType) != 0;
+}
+
+int driveTypeOf(const MountEntry& m) {
   if (m.fsType == "tmpfs" || m.fsType == "ramfs") return DriveRam;
-  if (network.count(m.fsType)) return DriveNetwork;
+  if (isNetworkFileSystem(m.fsType)) return DriveNetwork;
   if (m.fsType == "iso9660" || m.fsType == "udf") return DriveOptical;
   if (m.hasDevice && m.major != 0) {
     const std::string link = "/sys/dev/block/" + std::to_string(m.major) + ":" + std::to_string(m.minor);

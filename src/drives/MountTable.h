@@ -50,6 +50,9 @@ std::vector<MountEntry> listedMounts(const std::vector<MountEntry>& all);
 // The system's mount table, as listed; empty when it cannot be read.
 std::vector<MountEntry> readMountTable();
 
+// Whether a file system type is one whose data lies on another machine (nfs, cifs, sshfs, 9p...).
+bool isNetworkFileSystem(std::string_view fsType);
+
 // The type code of a mount. Whether a block device is removable is asked of /sys.
 int driveTypeOf(const MountEntry& m);
 

@@ -20,7 +20,9 @@ QIcon lookUpIcon(int type, bool location) {
     QStyle::StandardPixmap fallback;
   };
   Look look{"drive-harddisk", QStyle::SP_DriveHDIcon};
-  if (location) look = {"folder-remote", QStyle::SP_DriveNetIcon};
+  if (location)
+    look = type == DriveNetwork ? Look{"folder-remote", QStyle::SP_DriveNetIcon}
+                                : Look{"folder", QStyle::SP_DirIcon};
   else if (type == DriveRemovable) look = {"drive-removable-media", QStyle::SP_DriveFDIcon};
   else if (type == DriveNetwork) look = {"network-server", QStyle::SP_DriveNetIcon};
   else if (type == DriveOptical) look = {"drive-optical", QStyle::SP_DriveCDIcon};
@@ -38,7 +40,7 @@ DriveModel::DriveModel(StatvfsFn stat, QObject* parent) : QAbstractTableModel(pa
 
 // The theme is asked once a kind: a view asks for the icon of every row it paints.
 const QIcon& DriveModel::driveIcon(int type, bool location) const {
-  const int key = location ? -1 : type;
+  const int key = location ? (type == DriveNetwork ? -1 : -2) : type;
   auto it = icons_.find(key);
   if (it == icons_.end()) it = icons_.emplace(key, lookUpIcon(type, location)).first;
   return it->second;
@@ -57,6 +59,7 @@ QString DriveModel::typeText(int type) {
 
 void DriveModel::setMounts(const std::vector<MountEntry>& mounts) {
   beginResetModel();
+  mounts_ = mounts;
   rows_.clear();
   for (const MountEntry& m : mounts) {
     DriveRow r;
@@ -75,6 +78,15 @@ int DriveModel::addLocation(const std::string& path) {
   DriveRow r;
   r.path = path.empty() || path.back() != '/' ? path + '/' : path;
   r.location = true;
+  // Told by the mount table alone: asking the folder itself could wait on a dead share.
+  std::vector<std::string> points;
+  for (const MountEntry& m : mounts_) points.push_back(m.mountPoint);
+  const std::string holder = mountOf(points, r.path);
+  for (const MountEntry& m : mounts_)
+    if (!holder.empty() && m.mountPoint == holder) {
+      r.fileSystem = QString::fromStdString(m.fsType);
+      r.type = isNetworkFileSystem(m.fsType) ? DriveNetwork : DriveLocal;
+    }
   const int at = rowCount();
   beginInsertRows({}, at, at);
   rows_.push_back(std::move(r));
@@ -168,9 +180,12 @@ QVariant DriveModel::data(const QModelIndex& index, int role) const {
   if (role == Qt::DisplayRole || role == Qt::ToolTipRole) {
     switch (col) {
       case ColDrive: return pathText(r.path);
-      case ColName: return r.label.isEmpty() && !r.location ? TL(4100, "(no label)") : r.label;
+      case ColName:
+        return r.label.isEmpty() && !r.location ? TL(4100, "(ohne Bezeichnung)") : r.label;
       case ColFileSystem: return r.fileSystem;
-      case ColType: return r.location ? QStringLiteral("?") : typeText(r.type);
+      case ColType:
+        if (!r.location) return typeText(r.type);
+        return r.type == DriveNetwork ? TL(4341, "Netzwerk") : TL(4340, "Ordner");
       case ColUsedPercent: return s.known ? QString::number(s.usedPercent) + QLatin1Char('%') : QString();
       case ColFreePercent: return s.known ? QString::number(s.freePercent) + QLatin1Char('%') : QString();
       case ColUsed: return s.known ? sizeText(s.used) : QString();

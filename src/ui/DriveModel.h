@@ -22,8 +22,8 @@ struct DriveRow {
   std::string path;  // mount point or location, bytes; a location ends in "/"
   QString label;  // the volume label; empty when there is none
   QString fileSystem;
-  int type = DriveUnknown;
-  bool location = false;  // added by the user: removed by Delete and saved at exit
+  int type = DriveUnknown;  // of a location: DriveNetwork when its mount is a network one
+  bool location = false;    // added by the user: removed by Delete and saved at exit
   uint64_t request = 0;   // the size read whose answer this row waits for
   SizeFigures sizes;
 };
@@ -40,7 +40,8 @@ class DriveModel : public QAbstractTableModel {
 
   // The table anew from these mounts; the locations are the caller's to add again.
   void setMounts(const std::vector<MountEntry>& mounts);
-  // Appends a location row; its sizes are read like a mount's. Returns its row.
+  // Appends a location row; its sizes are read like a mount's, its file system is that of the
+  // listed mount that holds it. Returns its row.
   int addLocation(const std::string& path);
   // Removes a location row; a drive row stays. True when a row went.
   bool removeLocation(int row);
@@ -77,6 +78,7 @@ class DriveModel : public QAbstractTableModel {
   const QIcon& driveIcon(int type, bool location) const;
 
   SizeReader reader_;
+  std::vector<MountEntry> mounts_;  // as last set: the locations' file systems are found in it
   std::vector<DriveRow> rows_;
   int unit_ = 0;
   bool decimals_ = false;

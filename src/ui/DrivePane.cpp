@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
+#include <QResizeEvent>
 #include <QScrollBar>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -74,7 +75,8 @@ DrivePane::DrivePane(const Guard& guard, const MainOptions& options, StatvfsFn s
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  layout->addWidget(paneTitle(TL(3642, "Laufwerke").toUpper(), QStringLiteral("lblDrivesTitle"), this));
+  title_ = paneTitle(TL(3642, "Laufwerke").toUpper(), QStringLiteral("lblDrivesTitle"), this);
+  layout->addWidget(title_);
   buildBar(options);
   layout->addWidget(bar_);
 
@@ -108,8 +110,10 @@ DrivePane::DrivePane(const Guard& guard, const MainOptions& options, StatvfsFn s
             view_->setFocus();
             drivePopup()->popup(view_->viewport()->mapToGlobal(at));
           }));
+  // Wider columns may bring the horizontal scroll bar, which would cover the last row.
   connect(model_, &DriveModel::sizesArrived, this, guard_.wrap("Drives_GetDriveFreeSpace", [this] {
             fitColumns();
+            Q_EMIT heightChanged();
           }));
 }
 
@@ -201,6 +205,7 @@ void DrivePane::setSizeFormat(int unit) {
   bar_->checkUnit(unit);
   model_->setSizeFormat(unit, bar_->isChecked(Decimals));
   for (int c = DriveModel::ColUsedPercent; c <= DriveModel::ColTotal; ++c) view_->resizeColumnToContents(c);
+  Q_EMIT heightChanged();
 }
 
 std::vector<DrivePane::ComboDrive> DrivePane::comboDrives() const {
@@ -223,13 +228,30 @@ std::vector<DrivePane::ComboDrive> DrivePane::comboDrives() const {
   return out;
 }
 
+// Measured from size hints, not from where the layout last put things: a bar whose icons or
+// captions just changed, or a pane that was hidden meanwhile, is laid out only later.
 int DrivePane::preferredHeight() const {
-  int height = view_->mapTo(this, QPoint(0, 0)).y() + 2 * view_->frameWidth();
-  height += view_->header()->isHidden() ? 0 : view_->header()->sizeHint().height();
+  int height = 2 * view_->frameWidth();
+  for (const QWidget* w : {title_, static_cast<QWidget*>(bar_)})
+    if (!w->isHidden()) height += w->sizeHint().height();
+  if (!view_->header()->isHidden()) height += view_->header()->sizeHint().height();
   const int rows = model_->rowCount();
   if (rows > 0) height += rows * view_->sizeHintForRow(0);
-  if (view_->horizontalScrollBar()->isVisible()) height += view_->horizontalScrollBar()->height();
+  if (needsHorizontalBar()) height += view_->horizontalScrollBar()->sizeHint().height();
   return height;
+}
+
+// Whether the columns are wider than the table, with no vertical scroll bar beside them.
+bool DrivePane::needsHorizontalBar() const {
+  return view_->horizontalScrollBarPolicy() != Qt::ScrollBarAlwaysOff &&
+         view_->header()->length() > width() - 2 * view_->frameWidth();
+}
+
+// A narrower or wider pane may bring or take the horizontal scroll bar.
+void DrivePane::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  const int columns = view_->header()->length() + 2 * view_->frameWidth();
+  if ((event->oldSize().width() < columns) != (width() < columns)) Q_EMIT heightChanged();
 }
 
 void DrivePane::storeOptions(MainOptions& o) const {
@@ -277,6 +299,13 @@ std::string DrivePane::selectedPath() const {
 }
 
 bool DrivePane::eventFilter(QObject* watched, QEvent* event) {
+  // A new font (from the options too) gives the rows a new height.
+  if (watched == view_ && event->type() == QEvent::FontChange) {
+    guard_.run("lvwDiskinfo_FontChanged", [&] {
+      fitColumns();
+      Q_EMIT heightChanged();
+    });
+  }
   if (watched == view_ && event->type() == QEvent::KeyPress) {
     const int key = static_cast<QKeyEvent*>(event)->key();
     bool handled = false;

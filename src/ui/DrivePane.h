@@ -77,7 +77,7 @@ class DrivePane : public QWidget {
   std::vector<ComboDrive> comboDrives() const;
 
   int rowCount() const { return model_->rowCount(); }
-  // The height that shows the title, the bar and every row.
+  // The height that shows the title, the bar and every row, at the pane's present width.
   int preferredHeight() const;
   void storeOptions(MainOptions& o) const;
   QMenu* drivePopup();
@@ -93,11 +93,13 @@ class DrivePane : public QWidget {
 
  Q_SIGNALS:
   void scanRequested(std::vector<std::string> paths);
-  // The rows changed in number: the frame sizes the pane again.
+  // The rows changed in number or height, or the horizontal scroll bar came or went: the frame
+  // sizes the pane again.
   void heightChanged();
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   void buildBar(const MainOptions& o);
@@ -105,9 +107,11 @@ class DrivePane : public QWidget {
   int selectedRow() const;
   std::string selectedPath() const;
   void openPath(const std::string& path, bool parent);
+  bool needsHorizontalBar() const;
 
   const Guard& guard_;
   DriveModel* model_ = nullptr;
+  QWidget* title_ = nullptr;
   PaneBar* bar_ = nullptr;
   QTreeView* view_ = nullptr;
   std::function<QString()> askFolder_;

@@ -1,7 +1,8 @@
 #pragma once
 // A statvfs stand-in for the drive tests: "/hung" blocks until the gate opens, "/gone" fails as a
 // mount that went away does, every other path answers at once with 1000 + its length blocks of
-// 4 KiB, 250 of them free. The gate is shared with the workers, so it outlives any of them.
+// 4 KiB, 250 of them free and 200 of those free for the user. The gate is shared with the
+// workers, so it outlives any of them.
 
 #include <atomic>
 #include <cerrno>
@@ -42,6 +43,7 @@ inline StatvfsFn fakeStat(std::shared_ptr<Gate> gate) {
     st->f_frsize = 4096;
     st->f_blocks = 1000 + p.size();
     st->f_bfree = 250;
+    st->f_bavail = 200;
     return 0;
   };
 }
