@@ -1,6 +1,7 @@
 // The window as a user meets it: sources from the command line, the tree growing, a title
 // click, and a close during a scan.
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
@@ -408,6 +409,41 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
   ASSERT_EQ(w.cboOrdner().count(), k + 2);
   EXPECT_EQ(w.cboOrdner().itemData(k + 1).toByteArray().toStdString(), odd + "/");
+}
+
+// Typing offers the known folders below the text in a list, but Enter reads what was typed;
+// Delete in the list takes the entry picked there out of the box.
+TEST_F(MainWindowTest, TheSourcesBoxReadsWhatWasTyped) {
+  MainWindow w;
+  bringUp(w);
+  SourcesBox& box = w.cboOrdner();
+  box.addSource(d / "large");
+  const auto type = [&](const std::string& text) {
+    box.setEditText(QString());
+    QTest::keyClicks(box.lineEdit(), QString::fromStdString(text));
+  };
+  const auto press = [&](int key) {
+    QWidget* popup = QApplication::activePopupWidget();
+    QTest::keyClick(popup ? popup : box.lineEdit(), Qt::Key(key));
+  };
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  type(d.path());
+  press(Qt::Key_Return);
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_EQ(w.session().tree().roots().size(), 1u);
+  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), d.path());
+
+  const int entries = box.count();
+  type(d.path());
+  auto* list = qobject_cast<QAbstractItemView*>(QApplication::activePopupWidget());
+  ASSERT_NE(list, nullptr);
+  press(Qt::Key_Down);
+  const QString picked = list->currentIndex().data().toString();
+  ASSERT_TRUE(picked.startsWith(QString::fromStdString(d.path())));
+  press(Qt::Key_Delete);
+  EXPECT_EQ(box.count(), entries - 1);
+  EXPECT_EQ(box.findText(picked), -1);
+  EXPECT_EQ(box.currentText(), QString::fromStdString(d.path()));
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
