@@ -190,6 +190,9 @@ void MainWindow::applyToolbarLook() {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }
+  // Bigger buttons need a wider report to show them all.
+  if (splMain_->Control1Visible() && splMain_->Position() < report_->barWidth())
+    splMain_->setPosition(report_->barWidth());
   fitDriveTable();
 }
 
