@@ -17,14 +17,15 @@
 #include <QWidgetAction>
 #include <cmath>
 
-#include "lang/TL.h"
 #include "TestApp.h"
 #include "TestFs.h"
-#include "support/Globals.h"
-#include "support/Profile.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
+#include "lang/TL.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "ui/CommandIds.h"
+#include "ui/Desktop.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -127,6 +128,16 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_EQ(w.reportPane().model().rowCount(), 1);
   EXPECT_TRUE(bar.control(cmd::main::Options)->isEnabled());
   EXPECT_TRUE(bar.control(cmd::main::Update)->isEnabled());
+  // A page the desktop cannot open says so where the user looks.
+  QList<QUrl> opened;
+  setUrlOpener([&](const QUrl& url) {
+    opened << url;
+    return false;
+  });
+  bar.control(cmd::main::Homepage)->trigger();
+  setUrlOpener(nullptr);
+  ASSERT_EQ(opened.size(), 1);
+  EXPECT_TRUE(w.statusPanel1().text().contains(opened[0].toDisplayString()));
   // Save and Print open their dialogs over the report.
   for (auto [id, form] : {std::pair{int(cmd::report::Save), "frmSave"}, {int(cmd::report::Print), "frmPrint"}}) {
     QString shown;
@@ -155,9 +166,19 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_FALSE(bar.isChecked(cmd::main::ShowFiles));
   EXPECT_TRUE(w.topPane().isVisible());
   EXPECT_FALSE(w.filesPane().isVisible());
-  w.reportPane().bar().control(cmd::report::FullView)->trigger();  // full view: the report alone
+  // Full view shows the pane alone, and a second click brings the other lists back.
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
   EXPECT_FALSE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_FALSE(w.splMain().Control2Visible());
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
+  EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
+  EXPECT_TRUE(w.topPane().isVisible());
+  w.topPane().bar().control(cmd::files::FullView)->trigger();
+  EXPECT_FALSE(w.splMain().Control1Visible());
+  w.topPane().bar().control(cmd::files::FullView)->trigger();
+  EXPECT_TRUE(w.splMain().Control1Visible());
+  EXPECT_TRUE(w.topPane().isVisible());
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
   bar.control(cmd::main::ShowDrives)->trigger();
   bar.control(cmd::main::ShowReport)->trigger();  // the report may go while another list shows
   EXPECT_FALSE(w.splMain().Control1Visible());
