@@ -124,7 +124,7 @@ QAction* CommandBar::AddControl(Type type, int id, int captionId, const QString&
                                 const QString& icon, bool beginGroup, int tooltipId,
                                 const QString& tooltip, bool checkable, bool checked,
                                 bool enabled) {
-  if (beginGroup && !actions().isEmpty()) addSeparator();
+  if (beginGroup && !target_->actions().isEmpty()) target_->addSeparator();
   const QString text = captionId > 0 ? TL(captionId, caption) : caption;
   auto* action = new QAction(commandIcon(icon), text, this);
   const QString tip = tooltip.isEmpty() ? text : (tooltipId > 0 ? TL(tooltipId, tooltip) : tooltip);
@@ -140,9 +140,9 @@ QAction* CommandBar::AddControl(Type type, int id, int captionId, const QString&
     action->setMenu(menu);
     connect(menu, &QMenu::triggered, this, [this](QAction* a) { Q_EMIT execute(a->data().toInt()); });
   }
-  addAction(action);
+  target_->addAction(action);
   if (type == SplitButton)
-    if (auto* button = qobject_cast<QToolButton*>(widgetForAction(action)))
+    if (auto* button = qobject_cast<QToolButton*>(target_->widgetForAction(action)))
       button->setPopupMode(QToolButton::MenuButtonPopup);
   connect(action, &QAction::triggered, this, [this, id] { Q_EMIT execute(id); });
   controls_.insert(id, action);
@@ -161,12 +161,29 @@ QAction* CommandBar::AddPopupControl(int parentId, int id, const QString& captio
 }
 
 QAction* CommandBar::AddWidget(int id, QWidget* widget, bool beginGroup) {
-  if (beginGroup && !actions().isEmpty()) addSeparator();
-  QAction* a = addWidget(widget);
+  if (beginGroup && !target_->actions().isEmpty()) target_->addSeparator();
+  QAction* a = target_->addWidget(widget);
   a->setData(id);
   controls_.insert(id, a);
   order_.push_back(id);
   return a;
+}
+
+QToolBar* CommandBar::addRow() {
+  auto* row = new QToolBar(windowTitle(), parentWidget());
+  row->setObjectName(objectName() + QStringLiteral("Row%1").arg(rows_.size() + 2));
+  row->setIconSize(iconSize());
+  row->setToolButtonStyle(toolButtonStyle());
+  connect(this, &QToolBar::iconSizeChanged, row, &QToolBar::setIconSize);
+  connect(this, &QToolBar::toolButtonStyleChanged, row, &QToolBar::setToolButtonStyle);
+  rows_.push_back(row);
+  target_ = row;
+  return row;
+}
+
+void CommandBar::setVisible(bool visible) {
+  QToolBar::setVisible(visible);
+  for (QToolBar* row : rows_) row->setVisible(visible);
 }
 
 bool CommandBar::isChecked(int id) const {

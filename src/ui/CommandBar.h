@@ -39,6 +39,12 @@ class CommandBar : public QToolBar {
   // A command whose feature is not there yet: shown, but never enabled.
   void setUnavailable(int id);
   QList<int> ids() const { return order_; }
+  // Controls added from now on go to a row of their own below the bar, so that a narrow pane
+  // shows every command instead of hiding the last ones behind the overflow arrow. The caller
+  // lays the row out below the bar; it follows the bar's icon size, button style and visibility.
+  QToolBar* addRow();
+  const QList<QToolBar*>& rows() const { return rows_; }
+  void setVisible(bool visible) override;
 
  Q_SIGNALS:
   void execute(int id);
@@ -47,6 +53,8 @@ class CommandBar : public QToolBar {
   QHash<int, QAction*> controls_;
   QList<int> order_;
   QSet<int> unavailable_;
+  QList<QToolBar*> rows_;
+  QToolBar* target_ = this;  // where controls are added
 };
 
 // The desktop theme's icon of a freedesktop name, or our own drawing of it (resources/icons/) where

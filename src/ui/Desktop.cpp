@@ -5,19 +5,25 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QMimeData>
+#include <QStandardPaths>
 #ifdef QUORLANE_HAVE_DBUS
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #endif
 
+#include "lang/TL.h"
 #include "support/Path.h"
 
 namespace ql {
 
 namespace {
+bool desktopOpen(const QUrl& url) {
+  return QDesktopServices::openUrl(url);
+}
+
 std::function<bool(const QUrl&)>& opener() {
-  static std::function<bool(const QUrl&)> o = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+  static std::function<bool(const QUrl&)> o = desktopOpen;
   return o;
 }
 }  // namespace
@@ -27,7 +33,20 @@ QUrl fileUrl(const std::string& path) {
   return QUrl::fromEncoded("file://" + bytes.toPercentEncoding("/"), QUrl::StrictMode);
 }
 
-void setUrlOpener(std::function<bool(const QUrl&)> o) { opener() = std::move(o); }
+void setUrlOpener(std::function<bool(const QUrl&)> o) {
+  opener() = o ? std::move(o) : desktopOpen;
+}
+
+bool openUrl(const QUrl& url, QString& why) {
+  why.clear();
+  if (opener()(url)) return true;
+  // Qt hands the URL to xdg-open (or a browser it finds) and writes only to standard error
+  // when there is none: that is by far the common case, so it is named.
+  why = QStandardPaths::findExecutable(QStringLiteral("xdg-open")).isEmpty()
+            ? TL(4381, "kein Programm zum Öffnen gefunden (xdg-open fehlt)")
+            : TL(4382, "der Desktop hat es abgelehnt");
+  return false;
+}
 
 bool openWithDefault(const std::string& path) { return opener()(fileUrl(path)); }
 

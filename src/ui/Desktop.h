@@ -13,8 +13,13 @@ namespace ql {
 // file:// URL of a path, byte for byte.
 QUrl fileUrl(const std::string& path);
 
-// Where URLs go; QDesktopServices::openUrl unless replaced (tests).
+// Where URLs go; QDesktopServices::openUrl unless replaced (tests). An empty opener puts that
+// one back.
 void setUrlOpener(std::function<bool(const QUrl&)> opener);
+
+// Opens a URL with the desktop (a web page in the browser, a file with its application). The
+// desktop tells only yes or no; on no, `why` says what is most likely missing.
+bool openUrl(const QUrl& url, QString& why);
 
 // Opens a file with the desktop's default application; false when nothing could open it.
 bool openWithDefault(const std::string& path);

@@ -2,25 +2,26 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDesktopServices>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QProcess>
 #include <QStatusBar>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/SingleInstance.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
 #include "support/Globals.h"
+#include "support/PathText.h"
 #include "ui/CommandIds.h"
+#include "ui/Desktop.h"
 #include "ui/ImportedSources.h"
 #include "ui/WindowState.h"
 #include "ui/dialogs/frmInfo.h"
 #include "ui/dialogs/frmInternetUpdate.h"
 #include "ui/dialogs/frmOptionen.h"
-#include "support/PathText.h"
 
 namespace ql {
 
@@ -72,10 +73,8 @@ void MainWindow::buildPanes(const MainOptions& o) {
   connect(report_, &ReportPane::statusText, status_, &QLabel::setText);
   connect(report_, &ReportPane::rescanRequested, this,
           guard_.wrap("Report_Rescan", [this](uint32_t node) { session_->rescan(node, true); }));
-  connect(report_, &ReportPane::fullViewRequested, this, guard_.wrap("cbrReport_Execute", [this] {
-    for (int other : {ShowDrives, ShowFiles, ShowLargest}) cbrMain_->setChecked(other, false);
-    showPanes();
-  }));
+  connect(report_, &ReportPane::fullViewRequested, this,
+          guard_.wrap("cbrReport_Execute", [this] { toggleFullView(ShowReport); }));
   connect(report_, &ReportPane::preferredWidth, this,
           [this](int width) { splMain_->setPosition(width); });
   connect(report_, &ReportPane::busyChanged, this,
@@ -108,10 +107,10 @@ void MainWindow::buildPanes(const MainOptions& o) {
   top_->setPreview(preview_, files_);
   for (FileListPane* pane : {files_, top_}) {
     connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
-    connect(pane, &FileListPane::fullViewRequested, this, guard_.wrap("cbrFiles_Execute", [this] {
-      for (int other : {ShowDrives, ShowReport}) cbrMain_->setChecked(other, false);
-      showPanes();
-    }));
+    connect(pane, &FileListPane::fullViewRequested, this,
+            guard_.wrap("cbrFiles_Execute", [this, pane] {
+              toggleFullView(pane == files_ ? ShowFiles : ShowLargest);
+            }));
     // The free space of the drives that held the files has moved; a delete from the file list
     // also counts its folder's own files again.
     connect(
@@ -125,6 +124,10 @@ void MainWindow::buildPanes(const MainOptions& o) {
       {[this] { return top_->beginRead(); },
        [this](const std::string& source, const std::string& root) { top_->endRead(source, root); },
        [this] { top_->clearList(); }});
+
+  report_->bar().control(cmd::report::FullView)->setCheckable(true);
+  for (FileListPane* pane : {files_, top_})
+    pane->bar().control(cmd::files::FullView)->setCheckable(true);
 
   auto* filesArea = new QWidget(this);
   auto* filesLayout = new QVBoxLayout(filesArea);
@@ -190,6 +193,9 @@ void MainWindow::applyToolbarLook() {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }
+  // Bigger buttons need a wider report to show them all.
+  if (splMain_->Control1Visible() && splMain_->Position() < report_->barWidth())
+    splMain_->setPosition(report_->barWidth());
   fitDriveTable();
 }
 
@@ -223,7 +229,7 @@ void MainWindow::runCommand(int id) {
   } else if (id == About) {
     frmInfo(this).exec();
   } else if (id == Homepage) {
-    QDesktopServices::openUrl(QUrl(webHost()));
+    openOnDesktop(QUrl(webHost()));
   } else if (id == Exit) {
     close();
   } else if (id == BigIcons || id == IconText) {
@@ -279,8 +285,32 @@ void MainWindow::showPanes() {
     splMain_->setControl1Visible(true);
     splMain_->setControl2Visible(false);
   }
+  // "Vollansicht" is checked on the bar of the pane that stands alone, and a click takes it back.
+  report_->bar().setChecked(cmd::report::FullView, r && !d && !f && !t);
+  files_->bar().setChecked(cmd::files::FullView, f && !r && !d);
+  top_->bar().setChecked(cmd::files::FullView, !f && t && !r && !d);
   // A closed file list holds nothing and reads nothing.
   if (!f || !splInfo_->Control2Visible()) files_->clearList();
+}
+
+// The pane of `list` alone, or, when it stands alone already, the lists shown before.
+void MainWindow::toggleFullView(int list) {
+  const int lists[] = {ShowReport, ShowDrives, ShowFiles, ShowLargest};
+  bool alone = true;
+  for (int id : lists) alone = alone && cbrMain_->isChecked(id) == (id == list);
+  if (!alone) {
+    beforeFullView_.clear();
+    for (int id : lists)
+      if (cbrMain_->isChecked(id)) beforeFullView_.push_back(id);
+  } else if (beforeFullView_.empty() || beforeFullView_ == std::vector<int>{list}) {
+    // Alone since the start or by hand: back comes the usual view with that pane in it.
+    beforeFullView_ = {ShowReport, ShowDrives, list == ShowLargest ? ShowLargest : ShowFiles};
+  }
+  for (int id : lists)
+    cbrMain_->setChecked(id, alone ? std::find(beforeFullView_.begin(), beforeFullView_.end(),
+                                               id) != beforeFullView_.end()
+                                   : id == list);
+  showPanes();
 }
 
 // One font for the four grids.
@@ -322,6 +352,12 @@ void MainWindow::setControlsEnabled(bool on) {
   cbrMain_->setBusy(!on);
   report_->setControlsEnabled(on);
   for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(on);
+}
+
+void MainWindow::openOnDesktop(const QUrl& url) {
+  QString why;
+  if (!openUrl(url, why))
+    status_->setText(TL(4380, "%1 konnte nicht geöffnet werden: %2", {url.toDisplayString(), why}));
 }
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {

@@ -79,9 +79,13 @@ class MainWindow : public QMainWindow {
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
   void showFolderFiles(uint32_t node);
+  // "Vollansicht" of a pane's bar: `list` is the main bar's switch of that pane.
+  void toggleFullView(int list);
   void activate();
   void saveAtExit();
   void warn(const QString& text);
+  // Opens a URL with the desktop; a failure says why in the status bar.
+  void openOnDesktop(const QUrl& url);
 
   Guard guard_;
   ScanSession* session_ = nullptr;
@@ -100,6 +104,7 @@ class MainWindow : public QMainWindow {
   bool activated_ = false;
   int startState_ = 0;
   int reportWidth_ = 0;
+  std::vector<int> beforeFullView_;  // the lists shown when a pane went to full view
   MainOptions options_;
   std::function<bool(const QString&)> askRestart_;
   std::function<void(const QString&)> warn_;

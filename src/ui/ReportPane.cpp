@@ -57,6 +57,7 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   layout->addWidget(paneTitle(TL(3640, "Ordner").toUpper(), QStringLiteral("lblReportTitle"), this));
   buildBar(options);
   layout->addWidget(bar_);
+  for (QToolBar* row : bar_->rows()) layout->addWidget(row);
 
   view_ = new QTreeView(this);
   view_->setObjectName(QStringLiteral("tvwPL"));
@@ -132,6 +133,9 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "quorlane-column-folders", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
                o.ColFolderVisible);
   b.AddControl(T::Button, FitColumns, 3675, "Optimieren", "zoom-fit-best", false, 3564, "Spaltenbreite optimieren");
+  // The units and the search stand on a second row: in one row a pane fitted to its columns
+  // hid them behind the overflow arrow.
+  b.addRow();
   b.AddSizeUnits(Decimals, o.SizeFormatNachkommastellenFolders);
   search_ = new QLineEdit(bar_);
   search_->setObjectName(QStringLiteral("txtSearch"));
@@ -191,7 +195,16 @@ void ReportPane::cbrReport_Execute(int id) {
         return;
       case FitColumns: fitColumns(); break;
       case SearchBox:
-      case Search: startSearch(); break;
+        startSearch();
+        break;
+      case Search:
+        // In a bar too narrow for the search box the box waits in the overflow, where it
+        // cannot be typed into: a field of its own comes up instead.
+        if (search_->isHidden())
+          popSearchField();
+        else
+          startSearch();
+        break;
       case FullView: Q_EMIT fullViewRequested(); break;
       default: break;
     }
@@ -407,6 +420,24 @@ void ReportPane::startSearch() {
   search_->setFocus();
 }
 
+void ReportPane::popSearchField() {
+  auto* field = new QLineEdit(search_->text(), this);
+  field->setObjectName(QStringLiteral("txtSearchPopup"));
+  field->setWindowFlags(Qt::Popup);
+  field->setAttribute(Qt::WA_DeleteOnClose);
+  field->setPlaceholderText(TL(3678, "Suchen"));
+  field->setMinimumWidth(search_->maximumWidth());
+  connect(field, &QLineEdit::returnPressed, this, guard_.wrap("txtSearch_KeyUp", [this, field] {
+    search_->setText(field->text());
+    field->close();
+    startSearch();
+  }));
+  const QWidget* row = bar_->rows().isEmpty() ? static_cast<QWidget*>(bar_) : bar_->rows().last();
+  field->move(row->mapToGlobal(QPoint(0, row->height())));
+  field->show();
+  field->setFocus();
+}
+
 ReportLook ReportPane::look() const {
   ReportLook look;
   look.unit = model_->unit();
@@ -490,7 +521,14 @@ void ReportPane::fitColumns() {
   if (tree_.empty()) return;  // an empty tree moves nothing
   width += view_->verticalScrollBar()->isVisible() ? view_->verticalScrollBar()->width()
                                                    : style()->pixelMetric(QStyle::PM_ScrollBarExtent);
-  Q_EMIT preferredWidth(width + 2 * view_->frameWidth());
+  // Never narrower than the bar, or a fitted pane hides commands behind the overflow arrow.
+  Q_EMIT preferredWidth(std::max(width + 2 * view_->frameWidth(), barWidth()));
+}
+
+int ReportPane::barWidth() const {
+  int width = bar_->sizeHint().width();
+  for (const QToolBar* row : bar_->rows()) width = std::max(width, row->sizeHint().width());
+  return width;
 }
 
 void ReportPane::warn(const QString& text) {

@@ -42,12 +42,16 @@ class ReportPane : public QWidget {
   uint32_t selectedNode() const;
   void selectNode(uint32_t node);
   void startSearch();
+  // A search field below the bar, for when the search box is in the bar's overflow.
+  void popSearchField();
   // The selected row and everything below it opened or closed in one go.
   void expandSubfolders(bool expand);
   // Opens the levels up to `level` (0: the sources) and closes everything deeper.
   void expandToLevel(int level);
   // Every column fitted to its content; preferredWidth() tells how wide the pane wants to be.
   void fitColumns();
+  // The width at which the bar shows every command.
+  int barWidth() const;
   QMenu* reportPopup();
   // Deletes the selected folder below a source, or moves it to the trash, and corrects the sums.
   void deleteFolder(bool toTrash);

@@ -1,5 +1,8 @@
 #include "ui/SourcesBox.h"
 
+#include <QAbstractItemView>
+#include <QAbstractProxyModel>
+#include <QCompleter>
 #include <QKeyEvent>
 #include <QLineEdit>
 
@@ -23,6 +26,15 @@ SourcesBox::SourcesBox(QWidget* parent) : QComboBox(parent) {
   setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   installEventFilter(this);
   lineEdit()->installEventFilter(this);
+  // Known entries that begin with the text typed are offered in a list below the box, never
+  // written into it: Enter reads exactly what was typed (a folder above a hung mount must not
+  // become the mount), and an entry is taken only when picked from the list.
+  auto* completer = new QCompleter(model(), this);
+  completer->setCompletionMode(QCompleter::PopupCompletion);
+  completer->setCaseSensitivity(Qt::CaseSensitive);
+  setCompleter(completer);
+  // After the completer's own filter, so that this one sees the keys first.
+  completer->popup()->installEventFilter(this);
 }
 
 int SourcesBox::addSource(const std::string& path) {
@@ -79,17 +91,55 @@ QList<ComboItem> SourcesBox::items() const {
   return items;
 }
 
-// A root as short as "/" is never taken out this way, nor an entry the user has typed over.
+// A root as short as "/" is never taken out this way.
+bool SourcesBox::removeEntry(int i) {
+  if (i < 0 || i >= count() || itemData(i).toByteArray().size() < 4) return false;
+  removeItem(i);
+  return true;
+}
+
+// Never an entry the user has typed over.
 bool SourcesBox::removeShown() {
   const int i = currentIndex();
-  if (i < 0 || itemText(i) != currentText()) return false;
-  if (itemData(i).toByteArray().size() < 4) return false;
-  removeItem(i);
+  if (i < 0 || itemText(i) != currentText() || !removeEntry(i)) return false;
   setCurrentIndex(std::min(i, count() - 1));
   return true;
 }
 
+// The row of the box behind the entry picked in the completion list; -1 when none is picked.
+int SourcesBox::pickedRow() const {
+  const QModelIndex picked = completer()->popup()->currentIndex();
+  const auto* proxy = qobject_cast<const QAbstractProxyModel*>(completer()->completionModel());
+  return picked.isValid() && proxy ? proxy->mapToSource(picked).row() : -1;
+}
+
+bool SourcesBox::completionKey(int key) {
+  QAbstractItemView* popup = completer()->popup();
+  if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+    const int row = pickedRow();
+    popup->hide();
+    if (row >= 0) setCurrentIndex(row);  // picked: the entry with its bytes
+    Q_EMIT startRequested();
+    return true;
+  }
+  if (key == Qt::Key_Delete && removeEntry(pickedRow())) {
+    // The list showed the picked entry in the box: the box gets the typed text back.
+    const QString typed = completer()->completionPrefix();
+    lineEdit()->setText(typed);
+    completer()->setCompletionPrefix(typed);
+    if (completer()->completionCount() > 0)
+      completer()->complete();
+    else
+      popup->hide();
+    return true;
+  }
+  return false;
+}
+
 bool SourcesBox::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::KeyPress && watched == completer()->popup())
+    return completionKey(static_cast<QKeyEvent*>(event)->key()) ||
+           QComboBox::eventFilter(watched, event);
   if (event->type() == QEvent::KeyPress && (watched == this || watched == lineEdit())) {
     const int key = static_cast<QKeyEvent*>(event)->key();
     if (key == Qt::Key_Return || key == Qt::Key_Enter) {

@@ -2,7 +2,9 @@
 // The sources box of the main bar: the drives first, then the folders read or kept from the
 // last run. An entry keeps its path as bytes, so a folder whose name is not UTF-8 is read as it
 // was found; a text typed over an entry is taken as typed. Return reads what the box shows,
-// Delete takes the entry shown out of the box.
+// Delete takes the entry shown out of the box. Typing offers the known entries that begin with
+// the text in a list; Return there reads the entry picked, or the text typed when none is
+// picked, and Delete takes the picked entry out of the box.
 
 #include <QComboBox>
 #include <string>
@@ -36,7 +38,11 @@ class SourcesBox : public QComboBox {
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
+  bool removeEntry(int row);
   bool removeShown();
+  int pickedRow() const;
+  // A key pressed while the completion list shows; true when it was handled here.
+  bool completionKey(int key);
 };
 
 }  // namespace ql

@@ -1,6 +1,7 @@
 // The window as a user meets it: sources from the command line, the tree growing, a title
 // click, and a close during a scan.
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
@@ -12,17 +13,19 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <QToolBar>
 #include <QWidgetAction>
 #include <cmath>
 
-#include "lang/TL.h"
 #include "TestApp.h"
 #include "TestFs.h"
-#include "support/Globals.h"
-#include "support/Profile.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
+#include "lang/TL.h"
+#include "support/Globals.h"
+#include "support/Profile.h"
 #include "ui/CommandIds.h"
+#include "ui/Desktop.h"
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -125,6 +128,16 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_EQ(w.reportPane().model().rowCount(), 1);
   EXPECT_TRUE(bar.control(cmd::main::Options)->isEnabled());
   EXPECT_TRUE(bar.control(cmd::main::Update)->isEnabled());
+  // A page the desktop cannot open says so where the user looks.
+  QList<QUrl> opened;
+  setUrlOpener([&](const QUrl& url) {
+    opened << url;
+    return false;
+  });
+  bar.control(cmd::main::Homepage)->trigger();
+  setUrlOpener(nullptr);
+  ASSERT_EQ(opened.size(), 1);
+  EXPECT_TRUE(w.statusPanel1().text().contains(opened[0].toDisplayString()));
   // Save and Print open their dialogs over the report.
   for (auto [id, form] : {std::pair{int(cmd::report::Save), "frmSave"}, {int(cmd::report::Print), "frmPrint"}}) {
     QString shown;
@@ -153,9 +166,19 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_FALSE(bar.isChecked(cmd::main::ShowFiles));
   EXPECT_TRUE(w.topPane().isVisible());
   EXPECT_FALSE(w.filesPane().isVisible());
-  w.reportPane().bar().control(cmd::report::FullView)->trigger();  // full view: the report alone
+  // Full view shows the pane alone, and a second click brings the other lists back.
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
   EXPECT_FALSE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_FALSE(w.splMain().Control2Visible());
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
+  EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
+  EXPECT_TRUE(w.topPane().isVisible());
+  w.topPane().bar().control(cmd::files::FullView)->trigger();
+  EXPECT_FALSE(w.splMain().Control1Visible());
+  w.topPane().bar().control(cmd::files::FullView)->trigger();
+  EXPECT_TRUE(w.splMain().Control1Visible());
+  EXPECT_TRUE(w.topPane().isVisible());
+  w.reportPane().bar().control(cmd::report::FullView)->trigger();
   bar.control(cmd::main::ShowDrives)->trigger();
   bar.control(cmd::main::ShowReport)->trigger();  // the report may go while another list shows
   EXPECT_FALSE(w.splMain().Control1Visible());
@@ -408,6 +431,76 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
   QTest::keyClick(w.cboOrdner().lineEdit(), Qt::Key_Delete);
   ASSERT_EQ(w.cboOrdner().count(), k + 2);
   EXPECT_EQ(w.cboOrdner().itemData(k + 1).toByteArray().toStdString(), odd + "/");
+}
+
+// Typing offers the known folders below the text in a list, but Enter reads what was typed;
+// Delete in the list takes the entry picked there out of the box.
+TEST_F(MainWindowTest, TheSourcesBoxReadsWhatWasTyped) {
+  MainWindow w;
+  bringUp(w);
+  SourcesBox& box = w.cboOrdner();
+  box.addSource(d / "large");
+  const auto type = [&](const std::string& text) {
+    box.setEditText(QString());
+    QTest::keyClicks(box.lineEdit(), QString::fromStdString(text));
+  };
+  const auto press = [&](int key) {
+    QWidget* popup = QApplication::activePopupWidget();
+    QTest::keyClick(popup ? popup : box.lineEdit(), Qt::Key(key));
+  };
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  type(d.path());
+  press(Qt::Key_Return);
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_EQ(w.session().tree().roots().size(), 1u);
+  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), d.path());
+
+  const int entries = box.count();
+  type(d.path());
+  auto* list = qobject_cast<QAbstractItemView*>(QApplication::activePopupWidget());
+  ASSERT_NE(list, nullptr);
+  press(Qt::Key_Down);
+  const QString picked = list->currentIndex().data().toString();
+  ASSERT_TRUE(picked.startsWith(QString::fromStdString(d.path())));
+  press(Qt::Key_Delete);
+  EXPECT_EQ(box.count(), entries - 1);
+  EXPECT_EQ(box.findText(picked), -1);
+  EXPECT_EQ(box.currentText(), QString::fromStdString(d.path()));
+}
+
+// At the window's first size, with the report fitted to its columns after a read, every command
+// of the report's bar stands in view, with small and with big icons; where the pane is made too
+// narrow for the search box, the search still works.
+TEST_F(MainWindowTest, TheReportBarShowsEveryCommandAtTheFirstSize) {
+  MainWindow w;
+  bringUp(w);
+  ASSERT_EQ(w.size(), QSize(1200, 760));
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  CommandBar& bar = w.reportPane().bar();
+  for (bool big : {false, true}) {
+    if (big) w.cbrMain().control(cmd::main::BigIcons)->trigger();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    for (int id : bar.ids()) {
+      SCOPED_TRACE(std::to_string(id) + (big ? " big" : " small"));
+      QWidget* control = nullptr;  // on whichever row of the bar it stands
+      for (QToolBar* row : w.reportPane().findChildren<QToolBar*>())
+        if (!control) control = row->widgetForAction(bar.control(id));
+      ASSERT_NE(control, nullptr);
+      EXPECT_TRUE(control->isVisible());
+    }
+  }
+
+  w.splMain().setPosition(200);
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+  ASSERT_FALSE(w.reportPane().searchBox().isVisible());
+  bar.control(cmd::report::Search)->trigger();
+  auto* field = qobject_cast<QLineEdit*>(QApplication::activePopupWidget());
+  ASSERT_NE(field, nullptr);
+  QTest::keyClicks(field, "ediu");
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
