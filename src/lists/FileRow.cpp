@@ -2,15 +2,18 @@
 
 #include <array>
 
+#include <linux/stat.h>
 #include <QFile>
 #include <QMimeDatabase>
 #include <QMimeType>
+#include <QStandardPaths>
+#include <QXmlStreamReader>
 #include <ctime>
-#include <linux/stat.h>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
 
+#include "lang/TL.h"
 #include "support/Path.h"
 
 namespace ql {
@@ -51,6 +54,41 @@ std::string typeKey(std::string_view name) {
   return key;
 }
 
+// The name of a type in the window's language. QMimeType::comment() follows the locale of the
+// process, which is the system's and may be another: the comments are read from the type's own
+// description in the shared MIME database (the comment without a language is the English one).
+QString commentInLanguage(const QMimeType& mime) {
+  const int lang = language();
+  const QString want = lang == kLangEnglish   ? QString()
+                       : lang == kLangRussian ? QStringLiteral("ru")
+                                              : QStringLiteral("de");
+  QFile file(
+      QStandardPaths::locate(QStandardPaths::GenericDataLocation,
+                             QStringLiteral("mime/") + mime.name() + QStringLiteral(".xml")));
+  if (file.fileName().isEmpty() || !file.open(QIODevice::ReadOnly)) return mime.comment();
+  QXmlStreamReader xml(&file);
+  QString exact, regional, english;  // "de", "de_AT" or the like, and the one without a language
+  while (xml.readNextStartElement()) {
+    if (xml.name() == QLatin1String("mime-type")) continue;  // into the type's own elements
+    if (xml.name() != QLatin1String("comment")) {
+      xml.skipCurrentElement();
+      continue;
+    }
+    const QString tag = xml.attributes().value(QLatin1String("xml:lang")).toString();
+    const QString text = xml.readElementText();
+    if (tag.isEmpty()) english = text;
+    if (tag == want)
+      exact = text;
+    else if (!want.isEmpty() && regional.isEmpty() && tag.startsWith(want) &&
+             tag.size() > want.size() &&
+             (tag[want.size()] == QLatin1Char('_') || tag[want.size()] == QLatin1Char('-')))
+      regional = text;
+  }
+  if (!exact.isEmpty()) return exact;
+  if (!regional.isEmpty()) return regional;
+  return english.isEmpty() ? mime.comment() : english;
+}
+
 }  // namespace
 
 const FileType* fileTypeOf(std::string_view name) {
@@ -70,7 +108,7 @@ const FileType* fileTypeOf(std::string_view name) {
                                             QMimeDatabase::MatchExtension);
   auto type = std::make_unique<FileType>();
   if (mime.isValid() && !mime.isDefault()) {
-    type->name = mime.comment();
+    type->name = commentInLanguage(mime);
     type->iconName = mime.iconName();
     type->genericIconName = mime.genericIconName();
   }

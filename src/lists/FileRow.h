@@ -64,6 +64,12 @@ const QString& attributeText(uint8_t bits);
 // Fills the derived fields (text, attributes, type) of a row whose bytes are set.
 void completeRow(FileRow& row, uint32_t mode, uint64_t blocks, uint64_t attributes);
 
+// The birth time of a statx answer, or -1 where there is none to show: not given, or given as
+// zero (file systems and disk images that keep no birth time may fill the field with nothing).
+inline int64_t birthTimeOf(const struct statx& sx) {
+  return (sx.stx_mask & STATX_BTIME) && sx.stx_btime.tv_sec > 0 ? sx.stx_btime.tv_sec : -1;
+}
+
 // "dd/mm/yyyy hh:mm:ss" in local time, whatever the regional settings; "" for -1.
 QString listDate(int64_t secondsSinceEpoch);
 

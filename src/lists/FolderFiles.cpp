@@ -40,7 +40,7 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     row.inode = sx->stx_ino;
     row.modified = sx->stx_mtime.tv_sec;
     row.accessed = sx->stx_atime.tv_sec;
-    row.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
+    row.created = birthTimeOf(*sx);
     completeRow(row, sx->stx_mode, sx->stx_blocks, sx->stx_attributes & sx->stx_attributes_mask);
     out.total += row.size;
     if (blocks.empty() || blocks.back().size() == kBlock) {

@@ -39,7 +39,7 @@ void TopFiles::offer(const FoundFile& file) {
   c.nameAt = static_cast<uint32_t>(file.folder.size());
   c.size = file.size;
   c.modified = file.modified;
-  c.created = file.created;
+  c.created = file.created > 0 ? file.created : -1;  // zero is no birth time either
   c.accessed = file.accessed;
   c.mode = file.mode;
   c.blocks = file.blocks;

@@ -88,6 +88,7 @@ bool OutputFile::open(const std::string& path) {
   discard();
   path_ = path;
   error_.clear();
+  errorCode_ = 0;
   stream_ = false;
   if (path == "-") {
     fd_ = STDOUT_FILENO;
@@ -248,7 +249,10 @@ void OutputFile::fail(int err) {
 }
 
 bool OutputFile::failWith(int err) {
-  if (error_.empty()) error_ = path_ + ": " + systemErrorText(err);
+  if (error_.empty()) {
+    error_ = path_ + ": " + systemErrorText(err);
+    errorCode_ = err;
+  }
   discard();
   return false;
 }

@@ -43,6 +43,8 @@ class OutputFile {
 
   // "<path>: <system text>", or why a link is not followed.
   const std::string& error() const { return error_; }
+  // The errno value of that failure; 0 for a link that is not followed.
+  int errorCode() const { return errorCode_; }
   bool isStream() const { return stream_; }
 
   // SIGTERM, SIGINT and SIGHUP remove the temporary file of an output being written, then end the
@@ -60,6 +62,7 @@ class OutputFile {
 
   std::string path_;
   std::string error_;
+  int errorCode_ = 0;
   int fd_ = -1;
   bool ownsFd_ = false;
   bool stream_ = false;

@@ -2,11 +2,13 @@
 
 #include <QFile>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <limits>
 
 #include "lang/TL.h"
 #include "output/OutputFile.h"
+#include "support/Path.h"
 
 namespace ql {
 
@@ -194,7 +196,7 @@ std::string ReportWriter::render(const ReportTree& tree, const ReportSaveOptions
 
 bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName,
                              const ReportSaveOptions& options, QString& errorText,
-                             const NumberFormat& nf) {
+                             const NumberFormat& nf, int* errorCode) {
   OutputFile file;
   if (file.open(fileName)) {
     render(tree, options, isTextLayout(fileName),
@@ -202,7 +204,31 @@ bool ReportWriter::SPEICHERN(const ReportTree& tree, const std::string& fileName
     if (file.commit()) return true;
   }
   errorText = QFile::decodeName(QByteArray::fromStdString(file.error()));
+  if (errorCode) *errorCode = file.errorCode();
   return false;
+}
+
+QString ReportWriter::failureReason(int err) {
+  switch (err) {
+    case EACCES:
+    case EPERM:
+      return TL(4404, "Keine Berechtigung");
+    case EROFS:
+      return TL(4405, "Das Dateisystem ist schreibgeschützt");
+    case ENOSPC:
+    case EDQUOT:
+      return TL(4406, "Kein Platz mehr auf dem Datenträger");
+    case ENOENT:
+      return TL(4407, "Der Ordner existiert nicht");
+    case ENOTDIR:
+      return TL(4408, "Ein Teil des Pfades ist kein Ordner");
+    case ENAMETOOLONG:
+      return TL(4409, "Der Name ist zu lang");
+    case EISDIR:
+      return TL(4410, "Das Ziel ist ein Ordner");
+    default:
+      return QString::fromStdString(systemErrorText(err));
+  }
 }
 
 void ReportWriter::removeTemporaryOnInterrupt() { OutputFile::removeTemporaryOnInterrupt(); }

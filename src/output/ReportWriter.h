@@ -40,10 +40,15 @@ class ReportWriter {
   // Writes the report to `fileName` by the rules of OutputFile: "-" is standard output (in the
   // CSV layout), a pipe or a device is written into, a file is replaced only once the new one is
   // complete (a failure leaves the old one untouched), and a link is followed only where it is
-  // safe. false with errorText on failure, ready to be shown.
+  // safe. false with errorText on failure, ready to be shown, and in `errorCode` (when given)
+  // its errno value, 0 when there is none.
   static bool SPEICHERN(const ReportTree& tree, const std::string& fileName,
                         const ReportSaveOptions& options, QString& errorText,
-                        const NumberFormat& nf = NumberFormat::system());
+                        const NumberFormat& nf = NumberFormat::system(), int* errorCode = nullptr);
+  // Why a file could not be written, in the language of the run: what a user can mend
+  // (permissions, a full or read-only disk, a folder that is not there) in words of our own,
+  // anything else in the system's.
+  static QString failureReason(int err);
   // SIGTERM, SIGINT and SIGHUP remove the temporary file of a report being written, then end
   // the process as they would have.
   static void removeTemporaryOnInterrupt();

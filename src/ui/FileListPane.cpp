@@ -6,16 +6,18 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QShortcut>
+#include <QShowEvent>
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "lang/Plural.h"
 #include "lang/TL.h"
-#include "ui/Desktop.h"
 #include "report/SizeFormat.h"
 #include "scan/FileOps.h"
 #include "scan/Trash.h"
 #include "support/Path.h"
 #include "support/PathText.h"
+#include "ui/Desktop.h"
 #include "ui/PreviewPane.h"
 #include "ui/Splitter.h"
 
@@ -31,6 +33,20 @@ std::vector<RowKey> columnsOf(FileListPane::Kind kind) {
             RowKey::Modified, RowKey::Created, RowKey::Accessed};
   return {RowKey::Name,       RowKey::Size,     RowKey::Folder,  RowKey::Extension, RowKey::Type,
           RowKey::Attributes, RowKey::Modified, RowKey::Created, RowKey::Accessed};
+}
+
+// "12 Dateien mit insgesamt 3,5 MB", in the form the count takes.
+QString filesInTotal(int64_t count, const QString& total) {
+  const QStringList args{QString::number(count), total};
+  return plural(count, TL(4400, "%1 Datei mit insgesamt %2", args),
+                TL(4401, "%1 Dateien mit insgesamt %2", args),
+                TL(3527, "%1 Dateien mit insgesamt %2", args));
+}
+
+// Qt draws an ascending order as an arrow pointing down; here the arrow points the way the
+// values go down the list, so largest first is an arrow pointing down.
+Qt::SortOrder arrowOf(bool descending) {
+  return descending ? Qt::AscendingOrder : Qt::DescendingOrder;
 }
 
 }  // namespace
@@ -151,7 +167,7 @@ void FileListPane::buildView(const MainOptions& o) {
   view_->header()->setSortIndicatorShown(true);
   // Fitting a column looks at the rows around the view, not at a hundred thousand of them.
   view_->header()->setResizeContentsPrecision(100);
-  view_->header()->setSortIndicator(1, Qt::DescendingOrder);
+  view_->header()->setSortIndicator(1, arrowOf(model_->order().descending));
   model_->setSizeFormat(files ? o.FileSizeFormatFiles : o.FileSizeFormatTop,
                         files ? o.SizeFormatNachkommastellenFiles : o.SizeFormatNachkommastellenTop);
   bar_->checkUnit(model_->unit());
@@ -182,7 +198,7 @@ void FileListPane::buildView(const MainOptions& o) {
             const QModelIndex i = view_->indexAt(at);
             if (!i.isValid()) {
               view_->clearSelection();
-              Q_EMIT statusText(QString());
+              say(QString());
               return;
             }
             if (!view_->selectionModel()->isRowSelected(i.row(), {})) {
@@ -261,7 +277,7 @@ void FileListPane::readFolder(const std::string& folder, bool force,
   readOnly_ = false;
   model_->clear();
   if (holdsPreview()) preview_->clear();
-  Q_EMIT statusText(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
+  say(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
   reader_->start(path, model_->order(), root_);
 }
@@ -273,9 +289,8 @@ void FileListPane::onReadFinished() {
   model_->setRows(std::move(listing.rows), std::move(listing.order));
   view_->scrollToTop();
   fitColumns();
-  Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
-                       {QString::number(model_->rowCount()),
-                        FormatSize(model_->unit(), total, true, false, true).trimmed()}));
+  say(filesInTotal(model_->rowCount(),
+                   FormatSize(model_->unit(), total, true, false, true).trimmed()));
 }
 
 void FileListPane::showRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
@@ -291,9 +306,8 @@ void FileListPane::showRows(const std::string& folder, std::vector<FileRow> rows
   model_->setRows(std::move(rows), std::move(order));
   view_->scrollToTop();
   fitColumns();
-  Q_EMIT statusText(TL(3527, "%1 Dateien mit insgesamt %2",
-                       {QString::number(model_->rowCount()),
-                        FormatSize(model_->unit(), total, true, false, true).trimmed()}));
+  say(filesInTotal(model_->rowCount(),
+                   FormatSize(model_->unit(), total, true, false, true).trimmed()));
 }
 
 void FileListPane::stopReading() {
@@ -313,6 +327,7 @@ void FileListPane::clearList() {
   readOnly_ = false;
   collector_.reset();
   model_->clear();
+  status_.clear();
   if (holdsPreview()) preview_->clear();
 }
 
@@ -322,6 +337,7 @@ int FileListPane::limit() const { return limit_ ? std::clamp(limit_->value(), To
 
 std::shared_ptr<TopFiles> FileListPane::beginRead() {
   model_->clear();
+  say(QString());
   collector_ = std::make_shared<TopFiles>(limit());
   return collector_;
 }
@@ -334,7 +350,10 @@ void FileListPane::endRead(const std::string& source, const std::string& root) {
   std::vector<uint32_t> order = freshOrder(rows, model_->order());
   model_->setRows(std::move(rows), std::move(order));
   fitColumns();
-  title_->setText(TL(3723, "%1 größten Dateien von '%2'", {QString::number(model_->rowCount()), pathText(source)}));
+  const QStringList args{QString::number(model_->rowCount()), pathText(source)};
+  title_->setText(plural(model_->rowCount(), TL(4402, "%1 größte Datei von '%2'", args),
+                         TL(3723, "%1 größten Dateien von '%2'", args),
+                         TL(3723, "%1 größten Dateien von '%2'", args)));
   title_->setToolTip(pathText(source));
 }
 
@@ -384,7 +403,7 @@ void FileListPane::onTitleClick(int section) {
   QApplication::setOverrideCursor(Qt::WaitCursor);
   model_->sort(order);
   QApplication::restoreOverrideCursor();
-  view_->header()->setSortIndicator(section, order.descending ? Qt::DescendingOrder : Qt::AscendingOrder);
+  view_->header()->setSortIndicator(section, arrowOf(order.descending));
   view_->scrollToTop();
   fitColumns();
 }
@@ -400,8 +419,8 @@ void FileListPane::showSelectionSize() {
   const auto rows = view_->selectionModel()->selectedRows();
   int64_t sum = 0;
   for (const QModelIndex& i : rows) sum += model_->row(i.row()).size;
-  Q_EMIT statusText(TL(3665, "%1 ausgewählte Datei(en) mit %2",
-                       {QString::number(rows.size()), xFormatFileSize(model_->unit(), sum, true)}));
+  say(TL(3665, "%1 ausgewählte Datei(en) mit %2",
+         {QString::number(rows.size()), xFormatFileSize(model_->unit(), sum, true)}));
 }
 
 std::string FileListPane::pathOf(int row) const {
@@ -466,7 +485,7 @@ int FileListPane::deleteFiles(bool toTrash) {
   if (holdsPreview()) preview_->clear();  // the file shown may be gone
   QApplication::restoreOverrideCursor();
   for (const QString& f : failures) warn(f);
-  Q_EMIT statusText(QString());
+  say(QString());
   Q_EMIT filesDeleted(folders);
   return static_cast<int>(rows.size());
 }
@@ -544,7 +563,7 @@ bool FileListPane::eventFilter(QObject* watched, QEvent* event) {
       if (mouse->button() == Qt::RightButton) return;  // the popup handles it
       if (!view_->indexAt(mouse->position().toPoint()).isValid()) {
         view_->clearSelection();
-        Q_EMIT statusText(QString());
+        say(QString());
         previewSelection(false);
       } else {
         showSelectionSize();
@@ -629,6 +648,18 @@ void FileListPane::onPreviewCommand(int id) {
       pane->splitPreview_->setOrientation(on ? Splitter::PanesSideBySide : Splitter::PanesAbove);
   }
   if (id == Preview) previewSelection(false);
+}
+
+// The status bar's list panel speaks for the list in view: a list out of sight keeps its text
+// for when it is shown again.
+void FileListPane::say(const QString& text) {
+  status_ = text;
+  if (isVisibleTo(window())) Q_EMIT statusText(text);
+}
+
+void FileListPane::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (!event->spontaneous()) Q_EMIT statusText(status_);
 }
 
 void FileListPane::warn(const QString& text) {

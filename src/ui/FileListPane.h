@@ -113,6 +113,7 @@ class FileListPane : public QWidget {
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
  private:
   void buildBar(const MainOptions& o);
@@ -125,6 +126,7 @@ class FileListPane : public QWidget {
   bool renameRow(int row, const QString& name);
   void onLimitEdited();
   void warn(const QString& text);
+  void say(const QString& text);
   RowKey keyOfColumn(int column) const;
 
   const Kind kind_;
@@ -143,6 +145,7 @@ class FileListPane : public QWidget {
   bool fixingLimit_ = false;
   bool readOnly_ = false;  // the rows name files that are not on this machine
   std::function<void(const QString&)> warn_;
+  QString status_;  // this list's text in the status bar
   Splitter* splitPreview_ = nullptr;
   QWidget* previewHost_ = nullptr;
   PreviewPane* preview_ = nullptr;

@@ -73,38 +73,56 @@ bool ReportPrinter::print(QPagedPaintDevice& device, int zoom, const std::functi
   double numbers = 0;
   for (size_t i = 1; i < columns.size(); ++i) numbers += (width[i] += air);
   width[0] += air;
-  // The names give way to the numbers, but keep at least as much room as the numbers take
-  // together; when that does not fit, everything is drawn smaller until it does.
+  // The names take what the numbers leave of the page, but keep at least as much room as the
+  // numbers take together; when that does not fit, everything is drawn smaller until it does.
   double scale = 1;
-  if (width[0] + numbers > pageWidth) {
-    width[0] = std::max(pageWidth - numbers, std::min(width[0], numbers));
-    if (width[0] + numbers > pageWidth) scale = pageWidth / (width[0] + numbers);
-  }
+  width[0] = std::max(pageWidth - numbers, std::min(width[0], numbers));
+  if (width[0] + numbers > pageWidth) scale = pageWidth / (width[0] + numbers);
   const double pageHeight = device.height() / scale;
   const double head = line * 1.5, foot = line * 1.5;
+  // The heading takes the room of three rows on the first page.
+  const bool heading = !title_.isEmpty() || !subtitle_.isEmpty();
+  const double headingHeight = heading ? line * 3 : 0;
   const int perPage = std::max(1, static_cast<int>(std::floor((pageHeight - head - foot) / line)));
-  pages_ = std::max<int>(1, static_cast<int>((rows_.size() + perPage - 1) / perPage));
+  const int onFirst =
+      std::max(1, static_cast<int>(std::floor((pageHeight - headingHeight - head - foot) / line)));
+  const size_t later = rows_.size() > static_cast<size_t>(onFirst) ? rows_.size() - onFirst : 0;
+  pages_ = 1 + static_cast<int>((later + perPage - 1) / perPage);
   const double tableWidth = width[0] + numbers;
+  QFont big = bold;
+  big.setPointSizeF(bold.pointSizeF() * 1.3);
+  const QFontMetricsF fmBig(big, &device);
 
   p.scale(scale, scale);
   for (int page = 0; page < pages_; ++page) {
     if (page > 0 && !device.newPage()) return false;
+    double top = 0;
+    if (page == 0 && heading) {
+      p.setFont(big);
+      p.drawText(QRectF(0, 0, tableWidth, line * 1.6), Qt::AlignLeft | Qt::AlignVCenter,
+                 fmBig.elidedText(title_, Qt::ElideMiddle, tableWidth));
+      p.setFont(font);
+      p.drawText(QRectF(0, line * 1.6, tableWidth, line), Qt::AlignLeft | Qt::AlignVCenter,
+                 subtitle_);
+      top = headingHeight;
+    }
     // Column titles on every page, then a rule.
     p.setFont(bold);
     double x = 0;
     for (size_t i = 0; i < columns.size(); ++i) {
-      const QRectF cell(x, 0, width[i] - (i == 0 ? air : 0), line);
+      const QRectF cell(x, top, width[i] - (i == 0 ? air : 0), line);
       p.drawText(cell, (i == 0 ? Qt::AlignLeft : Qt::AlignRight) | Qt::AlignVCenter, look_.titles[columns[i]]);
       x += width[i];
     }
-    p.drawLine(QPointF(0, line * 1.2), QPointF(tableWidth, line * 1.2));
+    p.drawLine(QPointF(0, top + line * 1.2), QPointF(tableWidth, top + line * 1.2));
 
     p.setFont(font);
-    const size_t first = static_cast<size_t>(page) * perPage;
-    const size_t last = std::min(rows_.size(), first + perPage);
+    const size_t first =
+        page == 0 ? 0 : static_cast<size_t>(onFirst) + static_cast<size_t>(page - 1) * perPage;
+    const size_t last = std::min(rows_.size(), first + (page == 0 ? onFirst : perPage));
     for (size_t r = first; r < last; ++r) {
       const uint32_t n = rows_[r];
-      const double y = head + static_cast<double>(r - first) * line;
+      const double y = top + head + static_cast<double>(r - first) * line;
       const double in = tree_.level(n) * indent;
       x = 0;
       for (size_t i = 0; i < columns.size(); ++i) {

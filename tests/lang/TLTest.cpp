@@ -7,9 +7,10 @@
 #include <fstream>
 
 #include "LangFixture.h"
-#include "support/Globals.h"
 #include "failure/FailureReport.h"
+#include "lang/Plural.h"
 #include "lang/TL.h"
+#include "support/Globals.h"
 
 namespace ql {
 namespace {
@@ -152,6 +153,23 @@ TEST(TranslationMode, AFileBeyondTheLimitLeavesTheBuiltInTable) {
   EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), QStringLiteral("Save"));
   EXPECT_EQ(TranslateControlText(3609), QStringLiteral("Cancel"));
   EXPECT_EQ(failureCount(), before + 1);
+}
+
+// Russian counts in three forms, where the teens always take the third.
+TEST(Plural, EachLanguageCountsInItsForms) {
+  using F = PluralForm;
+  const struct {
+    int64_t n;
+    F russian, other;
+  } cases[] = {{0, F::Many, F::Many},  {1, F::One, F::One},     {2, F::Few, F::Many},
+               {4, F::Few, F::Many},   {5, F::Many, F::Many},   {11, F::Many, F::Many},
+               {12, F::Many, F::Many}, {14, F::Many, F::Many},  {21, F::One, F::Many},
+               {22, F::Few, F::Many},  {111, F::Many, F::Many}, {1001, F::One, F::Many}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(pluralForm(c.n, kLangRussian), c.russian) << c.n;
+    EXPECT_EQ(pluralForm(c.n, kLangGerman), c.other) << c.n;
+    EXPECT_EQ(pluralForm(c.n, kLangEnglish), c.other) << c.n;
+  }
 }
 
 }  // namespace

@@ -5,11 +5,15 @@
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHeaderView>
 #include <QLineEdit>
 #include <QMenu>
+#include <QProxyStyle>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSpinBox>
+#include <QStyleFactory>
+#include <QStyleOptionHeader>
 #include <QTest>
 
 #include "TestApp.h"
@@ -399,6 +403,81 @@ TEST_F(FileListsTest, EveryPaneBarSwitchesItsSizeUnit) {
   EXPECT_EQ(c.data().toString(), "40");  // c.txt in bytes, the unit clicked last
   files.bar().control(cmd::files::UnitBytes + 1)->trigger();
   EXPECT_NE(c.data().toString(), "40");
+}
+
+// Notes which way the header's sort arrow is drawn.
+class ArrowStyle : public QProxyStyle {
+ public:
+  ArrowStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+  void drawPrimitive(PrimitiveElement e, const QStyleOption* o, QPainter* p,
+                     const QWidget* w) const override {
+    if (auto* h = qstyleoption_cast<const QStyleOptionHeader*>(o);
+        h && e == PE_IndicatorHeaderArrow)
+      arrow = h->sortIndicator;
+    QProxyStyle::drawPrimitive(e, o, p, w);
+  }
+  mutable QStyleOptionHeader::SortIndicator arrow = QStyleOptionHeader::None;
+};
+
+// The list panel of the status bar speaks for the list in view, counts in the number's form, and
+// the size title's arrow points the way the sizes go.
+TEST_F(FileListsTest, TheListInViewTellsItsOwnCountsAndOrder) {
+  MainWindow w;
+  open(w);
+  QString status;  // what the list panel of the status bar shows
+  for (FileListPane* pane : {&w.filesPane(), &w.topPane()})
+    QObject::connect(pane, &FileListPane::statusText, [&](const QString& t) { status = t; });
+  auto show = [&](bool files) {
+    w.cbrMain().setChecked(cmd::main::ShowFiles, files);
+    w.cbrMain().setChecked(cmd::main::ShowLargest, !files);
+    w.showPanes();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
+  };
+  FileListPane& files = w.filesPane();
+  FileListPane& top = w.topPane();
+  clickFolder(w, "other");
+  EXPECT_TRUE(status.startsWith("1 Datei mit insgesamt")) << status.toStdString();
+  clickFolder(w, "work");
+  EXPECT_TRUE(status.startsWith("3 Dateien mit insgesamt")) << status.toStdString();
+  select(files, {"a.txt"});
+  files.showSelectionSize();
+  const QString filesSelection = status;
+
+  show(false);
+  EXPECT_EQ(status, "");  // nothing chosen in this list
+  select(top, {"big.iso", "inner"});
+  top.showSelectionSize();
+  const QString topSelection = status;
+  EXPECT_NE(topSelection, filesSelection);
+  show(true);
+  EXPECT_TRUE(status.startsWith("3 Dateien mit insgesamt")) << status.toStdString();
+  show(false);
+  EXPECT_EQ(status, topSelection);
+
+  // Largest first: the arrow points down; a click on the title turns both over.
+  ArrowStyle style;
+  QHeaderView* header = top.view().header();
+  header->setStyle(&style);
+  header->grab();
+  EXPECT_EQ(style.arrow, QStyleOptionHeader::SortDown);
+  const int sizeColumn = top.model().columnOf(RowKey::Size);
+  QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                    QPoint(header->sectionViewportPosition(sizeColumn) + 5, header->height() / 2));
+  EXPECT_LT(top.model().row(0).size, top.model().row(1).size);
+  header->grab();
+  EXPECT_EQ(style.arrow, QStyleOptionHeader::SortUp);
+  header->setStyle(nullptr);
+
+  // One file read: its title counts one.
+  QSignalSpy rescanned(&w.session().driver(), &ScanDriver::rescanFinished);
+  const QModelIndex root = w.reportPane().model().index(0, 0);
+  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
+    if (w.reportPane().model().index(r, 0, root).data().toString() == "other")
+      w.reportPane().view().setCurrentIndex(w.reportPane().model().index(r, 0, root));
+  w.reportPane().bar().control(cmd::report::Rescan)->trigger();
+  ASSERT_TRUE(rescanned.wait(10000));
+  EXPECT_TRUE(top.title().text().startsWith("1 größte Datei von"))
+      << top.title().text().toStdString();
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
 // The rows of the file lists: what a folder read gives, the letters and endings of odd files,
 // the order of a sort, and the largest files collected by any number of walk threads.
 
-#include <algorithm>
-#include <random>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <QLocale>
+#include <QMimeDatabase>
+#include <algorithm>
+#include <random>
 
 #include "TestFs.h"
+#include "lang/LangFixture.h"
 #include "lists/FolderFiles.h"
 #include "lists/RowSort.h"
 #include "lists/TopFiles.h"
@@ -74,6 +77,39 @@ TEST(FolderFiles, ReadsFilesOnlyWithTheirBytesLettersAndEndings) {
   int64_t sum = 0;
   for (const FileRow& row : l.rows) sum += row.size;
   EXPECT_EQ(l.total, sum);
+}
+
+// A file system that keeps birth times, with one file whose birth time is nothing (as disk images
+// and some network file systems give): its date stays empty and it sorts as the oldest.
+TEST(FolderFiles, ABirthTimeOfNothingShowsNoDate) {
+  if (geteuid() != 0) GTEST_SKIP() << "a loop mount needs root";
+  TempDir d;
+  makeDir(d / "content");
+  makeDir(d / "mnt");
+  makeFile(d / "content/born", 1);
+  makeFile(d / "content/unborn", 2);
+  const std::string image = d / "image";
+  const std::string make = "truncate -s 8M '" + image + "' && mkfs.ext4 -q -d '" + d / "content" +
+                           "' '" + image +
+                           "' && debugfs -w -R 'set_inode_field /unborn crtime 0' '" + image + "'";
+  if (std::system((make + " >/dev/null 2>&1").c_str()) != 0)
+    GTEST_SKIP() << "mkfs.ext4 or debugfs failed";
+  if (std::system(("mount -o loop,ro '" + image + "' '" + d / "mnt" + "' 2>/dev/null").c_str()) !=
+      0)
+    GTEST_SKIP() << "loop mounts are not permitted here";
+  std::atomic<bool> stop{false};
+  FolderListing l = readFolderFiles(d / "mnt", stop);
+  EXPECT_EQ(std::system(("umount '" + d / "mnt" + "'").c_str()), 0);
+  const FileRow* born = rowNamed(l.rows, "born");
+  const FileRow* unborn = rowNamed(l.rows, "unborn");
+  ASSERT_TRUE(born && unborn);
+  EXPECT_GT(born->created, 0);
+  EXPECT_EQ(unborn->created, -1);
+  EXPECT_EQ(listDate(unborn->created), "");
+  std::vector<uint32_t> order = freshOrder(l.rows, {RowKey::Created, false});
+  EXPECT_EQ(l.rows[order.front()].name, "unborn");
+  sortOrder(l.rows, order, {RowKey::Created, true});
+  EXPECT_EQ(l.rows[order.back()].name, "unborn");
 }
 
 TEST(FolderFiles, AStoppedReadKeepsItsRowsAndAMissingFolderIsEmpty) {
@@ -195,6 +231,25 @@ TEST(TopFiles, TheLimitStaysBetweenFiveAndNineHundredNinetyNine) {
   EXPECT_EQ(rows.front().size, 9);
   EXPECT_EQ(rows.back().size, 5);
   EXPECT_EQ(top.minimumSize(), 5);
+}
+
+// Type names come in the window's language, whatever the system's locale says. Last here: the
+// language stays English for the rest of the run, and the names looked up so far stay German.
+TEST(FileType, NamesFollowTheWindowsLanguage) {
+  ensureApp();
+  QMimeDatabase db;
+  const QMimeType ods =
+      db.mimeTypeForName(QStringLiteral("application/vnd.oasis.opendocument.spreadsheet"));
+  QLocale::setDefault(QLocale(QLocale::German));  // a German desktop
+  const QString german = ods.comment();
+  QLocale::setDefault(QLocale(QLocale::English));
+  const QString english = ods.comment();
+  if (german == english) GTEST_SKIP() << "the MIME database here has no German names";
+  LangFixture lang;
+  QLocale::setDefault(QLocale(QLocale::German));
+  lang.init(QStringLiteral("9"));
+  EXPECT_EQ(fileTypeOf("table.ods")->name, english);
+  QLocale::setDefault(QLocale::system());
 }
 
 }  // namespace

@@ -194,14 +194,30 @@ struct Immutable {
   }
 };
 
-// A save that cannot begin; one that fails midway is the writer's own test.
-TEST_F(OutputDialogs, AFailedSaveLeavesTheOldReportAndIsReported) {
+// A save that cannot begin (one that fails midway is the writer's own test) is the user's to
+// mend: a short message with the file and why, no error report, and the old report stays.
+TEST_F(OutputDialogs, AFailedSaveTellsWhyAndLeavesTheOldReport) {
   Report r(50);
-  // A folder that is gone.
-  EXPECT_FALSE(saveAll(r, dir / "gone/r.csv"));
-  ASSERT_EQ(failures.size(), 1);
-  EXPECT_TRUE(failures[0].contains("frmSave") && failures[0].contains("SPEICHERN")) << failures[0].toStdString();
-  EXPECT_TRUE(entries(dir.path()).isEmpty());
+  QStringList told;
+  auto saveTo = [&](const std::string& path) {
+    frmSave dialog(r.t, &r.m, kNoNode, r.look());
+    dialog.setWarningHandler([&](const QString& text) { told << text; });
+    dialog.cboFormat()->setCurrentIndex(1);
+    return save(dialog, path);
+  };
+  writeFile(dir / "plain", "a file\n");
+  const struct {
+    std::string path;
+    const char* reason;
+  } cases[] = {{dir / "gone/r.csv", "Der Ordner existiert nicht"},
+               {dir / "plain/r.csv", "Ein Teil des Pfades ist kein Ordner"}};
+  for (const auto& c : cases) {
+    EXPECT_FALSE(saveTo(c.path));
+    ASSERT_FALSE(told.isEmpty()) << c.path;
+    EXPECT_EQ(told.takeLast(),
+              QStringLiteral("'%1' kann nicht geschrieben werden: %2")
+                  .arg(QString::fromStdString(c.path), QString::fromUtf8(c.reason)));
+  }
 
   // A folder that cannot be written to.
   makeDir(dir / "ro");
@@ -214,11 +230,13 @@ TEST_F(OutputDialogs, AFailedSaveLeavesTheOldReportAndIsReported) {
     } else {
       ASSERT_EQ(chmod((dir / "ro").c_str(), 0555), 0);
     }
-    EXPECT_FALSE(saveAll(r, dir / "ro/r.csv"));
+    EXPECT_FALSE(saveTo(dir / "ro/r.csv"));
   }
-  EXPECT_EQ(failures.size(), 2);
+  ASSERT_EQ(told.size(), 1);
+  EXPECT_TRUE(told[0].endsWith("Keine Berechtigung")) << told[0].toStdString();
   EXPECT_EQ(readAll(dir / "ro/r.csv"), "old report\n");
   EXPECT_EQ(entries(dir / "ro"), QStringList{"r.csv"});
+  EXPECT_TRUE(failures.isEmpty()) << failures.join("\n").toStdString();
 }
 
 // The text of a PDF, pages parted by form feeds.
@@ -227,6 +245,22 @@ QString pdfText(const std::string& pdf) {
   p.start(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), QString::fromStdString(pdf), QStringLiteral("-")});
   if (!p.waitForFinished(30000) || p.exitCode() != 0) return QStringLiteral("<pdftotext failed>");
   return QString::fromUtf8(p.readAllStandardOutput());
+}
+
+QString poppler(const char* tool, const QStringList& args) {
+  QProcess p;
+  p.start(QString::fromLatin1(tool), args);
+  if (!p.waitForFinished(30000) || p.exitCode() != 0)
+    return QStringLiteral("<%1 failed>").arg(tool);
+  return QString::fromUtf8(p.readAllStandardOutput());
+}
+QString pdfInfo(const std::string& pdf) {
+  return poppler("pdfinfo", {QString::fromStdString(pdf)});
+}
+// Every word with its place on the page, in points.
+QString pdfBox(const std::string& pdf) {
+  return poppler("pdftotext",
+                 {QStringLiteral("-bbox"), QString::fromStdString(pdf), QStringLiteral("-")});
 }
 
 // The first words of the lines that are rows (or titles), in order.
@@ -262,10 +296,26 @@ TEST_F(OutputDialogs, PrintsTheChosenRowsOnPages) {
     dialog.txtZoom()->setText("abc");
     dialog.OKButton()->click();
     EXPECT_EQ(dialog.printedPages(), 1);
+    // The heading names what was measured and who printed it when; so does the document.
     const QString text = pdfText(pdf);
-    EXPECT_EQ(firstWords(text), (QStringList{"Name", "Bilder", "Urlaub", "Dateien"})) << text.toStdString();
+    EXPECT_EQ(firstWords(text),
+              (QStringList{"/data/Bilder", "Quorlane,", "Name", "Bilder", "Urlaub", "Dateien"}))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains(QRegularExpression("Quorlane, gedruckt am \\d\\d/\\d\\d/\\d{4}")))
+        << text.toStdString();
     EXPECT_TRUE(text.contains("4,000")) << text.toStdString();
     EXPECT_TRUE(text.contains("Seite 1 von 1"));
+    EXPECT_TRUE(pdfInfo(pdf).contains(
+        QRegularExpression("^Title: +/data/Bilder$", QRegularExpression::MultilineOption)))
+        << pdfInfo(pdf).toStdString();
+    // The table spans the page: its last column ends at the right margin (12 mm of 210).
+    const QString box = pdfBox(pdf);
+    const auto page = QRegularExpression(R"re(<page width="([\d.]+)")re").match(box);
+    ASSERT_TRUE(page.hasMatch()) << box.toStdString();
+    double right = 0;
+    for (auto m = QRegularExpression(R"re(xMax="([\d.]+)")re").globalMatch(box); m.hasNext();)
+      right = std::max(right, m.next().captured(1).toDouble());
+    EXPECT_GT(right, page.captured(1).toDouble() * 0.9);
   }
   {
     // Everything: more than one page, the titles on each.
@@ -277,14 +327,31 @@ TEST_F(OutputDialogs, PrintsTheChosenRowsOnPages) {
     ASSERT_GT(dialog.printedPages(), 1);
     EXPECT_EQ(pages.size(), dialog.printedPages());
     for (int p = 0; p < pages.size(); ++p) {
-      EXPECT_TRUE(firstWords(pages[p]).value(0) == "Name") << p;
+      EXPECT_EQ(firstWords(pages[p]).value(p == 0 ? 2 : 0), "Name") << p;  // below the heading
       EXPECT_TRUE(pages[p].contains(QStringLiteral("Seite %1 von %2").arg(p + 1).arg(pages.size()))) << p;
     }
-    QStringList rows = firstWords(text);
+    QStringList rows = firstWords(text).mid(2);
     rows.removeAll("Name");
     QStringList expected{"/data", "Bilder", "Urlaub", "Tief", "Tiefer", "Dateien", "Musik"};
     for (int i = 0; i < 150; ++i) expected << QStringLiteral("f%1").arg(i, 3, 10, QLatin1Char('0'));
     EXPECT_EQ(rows, expected);
+  }
+  {
+    // A PDF file that cannot be written: why, and no error report.
+    frmPrint dialog(r.t, &r.m, kNoNode, r.look());
+    QStringList told;
+    dialog.setWarningHandler([&](const QString& text) { told << text; });
+    dialog.setPrinterChooser([&](QPrinter& printer, QWidget*) {
+      printer.setOutputFormat(QPrinter::PdfFormat);
+      printer.setOutputFileName(QString::fromStdString(pdf + "/inside.pdf"));
+      return true;
+    });
+    dialog.OKButton()->click();
+    EXPECT_EQ(dialog.printedPages(), 0);
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_TRUE(told[0].contains("inside.pdf") &&
+                told[0].endsWith("Ein Teil des Pfades ist kein Ordner"))
+        << told[0].toStdString();
   }
   // Cancel in the printer dialog: nothing printed, no file.
   QFile::remove(QString::fromStdString(pdf));

@@ -9,6 +9,7 @@
 #include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpressionValidator>
@@ -175,6 +176,14 @@ void ReportOutputDialog::setBusy(bool on) {
     QApplication::setOverrideCursor(Qt::WaitCursor);
   else
     QApplication::restoreOverrideCursor();
+}
+
+void ReportOutputDialog::tellNotWritten(const QString& file, const QString& reason) {
+  const QString text = TL(4403, "'%1' kann nicht geschrieben werden: %2", {file, reason});
+  if (warn_)
+    warn_(text);
+  else
+    QMessageBox::warning(this, windowTitle(), text);
 }
 
 // The dialog stays while it writes or prints: what it works on lives in it.

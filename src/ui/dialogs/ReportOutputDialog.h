@@ -42,6 +42,8 @@ class ReportOutputDialog : public QDialog {
   QPushButton* OKButton() const { return OKButton_; }
   QPushButton* CancelButton() const { return CancelButton_; }
   bool busy() const { return busy_; }
+  // Where a failure the user can mend is told; a message box unless replaced (tests).
+  void setWarningHandler(std::function<void(const QString&)> warn) { warn_ = std::move(warn); }
 
   void reject() override;
 
@@ -61,6 +63,9 @@ class ReportOutputDialog : public QDialog {
   bool copyBranch(BranchCopy& copy, const std::function<void(size_t expandedFolders)>& progress = {});
   // OK, Cancel and the choices off while the dialog works.
   void setBusy(bool on);
+  // A file that could not be written: its name and why, in a short message. The error report
+  // is for faults of the program; a full disk or a folder without permission is none.
+  void tellNotWritten(const QString& file, const QString& reason);
 
   ReportTree& tree_;
   const ReportLook look_;
@@ -74,6 +79,7 @@ class ReportOutputDialog : public QDialog {
   uint64_t generation_;
   bool treeChanged_ = false;
   bool busy_ = false;
+  std::function<void(const QString&)> warn_;
   QButtonGroup* optWhat_ = nullptr;
   QButtonGroup* optLevels_ = nullptr;
   QLineEdit* txtLevels_ = nullptr;

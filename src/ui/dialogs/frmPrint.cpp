@@ -2,19 +2,26 @@
 
 #include <QButtonGroup>
 #include <QCoreApplication>
-#include <QRadioButton>
+#include <QDateTime>
+#include <QFile>
 #include <QGridLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPrintDialog>
 #include <QPushButton>
+#include <QRadioButton>
 #include <algorithm>
 #include <cmath>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
-#include "ui/TranslateControls.h"
+#include "lists/FileRow.h"
+#include "output/OutputFile.h"
+#include "output/ReportWriter.h"
+#include "support/Globals.h"
+#include "support/PathText.h"
 #include "ui/ReportPrinter.h"
+#include "ui/TranslateControls.h"
 
 namespace ql {
 
@@ -66,9 +73,19 @@ void frmPrint::Report_print() {
     setWindowTitle(caption_);
     if (!copied) return;
     const ReportTree rows = copy.take();
+    // What was measured names the document: the folder chosen, or the sources.
+    QString source;
+    if (const uint32_t branch = chosenBranch(); branch != kNoNode) {
+      source = pathText(tree_.fullPath(branch));
+    } else {
+      QStringList roots;
+      for (uint32_t r : tree_.roots()) roots << pathText(tree_.text(r));
+      source = roots.join(QStringLiteral(", "));
+    }
 
     QPrinter printer(QPrinter::HighResolution);
-    printer.setDocName(caption_);
+    printer.setDocName(source.isEmpty() ? globals().Apptitle : source);
+    printer.setCreator(globals().Apptitle);
     printer.setPageMargins(QMarginsF(12, 12, 12, 12), QPageLayout::Millimeter);
     const bool chosen = chooser_ ? chooser_(printer, this) : [&] {
       QPrintDialog dialog(&printer, this);
@@ -77,7 +94,21 @@ void frmPrint::Report_print() {
     if (!chosen) return;
 
     ReportPrinter report(rows, look_);
+    report.setHeading(source,
+                      TL(4411, "%1, gedruckt am %2",
+                         {globals().Apptitle, listDate(QDateTime::currentSecsSinceEpoch())}));
     if (!report.print(printer, zoom, [](int, int) { QCoreApplication::processEvents(); })) {
+      // A PDF file that cannot be written is the user's to mend, as a report file is; what
+      // stood in the way is found the way the report's own file would find it.
+      if (const QString file = printer.outputFileName();
+          printer.outputFormat() == QPrinter::PdfFormat && !file.isEmpty()) {
+        OutputFile probe;
+        if (!probe.open(QFile::encodeName(file).toStdString())) {
+          tellNotWritten(file, probe.errorCode() ? ReportWriter::failureReason(probe.errorCode())
+                                                 : QString::fromStdString(probe.error()));
+          return;
+        }
+      }
       FailureReport(QStringLiteral("Report_print"), QStringLiteral("frmPrint"), 0,
                     TL(4181, "Der Drucker kann nicht verwendet werden."),
                     {printer.printerName(), printer.outputFileName()});

@@ -13,7 +13,6 @@
 #include <QThread>
 #include <memory>
 
-#include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "ui/TranslateControls.h"
 #include "output/ReportWriter.h"
@@ -93,18 +92,22 @@ bool frmSave::SPEICHERN(std::string FileName, int Levels) {
 
     // The write runs on a thread of its own from the copy; this loop keeps the window alive.
     QString error;
+    int code = 0;
     bool ok = false;
     QEventLoop loop;
-    std::unique_ptr<QThread> worker(QThread::create([&ok, &error, branch, FileName, options] {
-      ok = ReportWriter::SPEICHERN(*branch, FileName, options, error);
-    }));
+    std::unique_ptr<QThread> worker(
+        QThread::create([&ok, &error, &code, branch, FileName, options] {
+          ok = ReportWriter::SPEICHERN(*branch, FileName, options, error, NumberFormat::system(),
+                                       &code);
+        }));
     connect(worker.get(), &QThread::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
     worker->start();
     loop.exec();
     worker->wait();
     if (!ok) {
-      FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error,
-                    {QFile::decodeName(QByteArray::fromStdString(FileName))});
+      // The old file is kept; what stood in the way is the user's to mend.
+      tellNotWritten(QFile::decodeName(QByteArray::fromStdString(FileName)),
+                     code ? ReportWriter::failureReason(code) : error);
       return;
     }
     written = true;
