@@ -7,17 +7,6 @@ namespace ql {
 
 namespace {
 
-QString textOf(const FileRow& r, RowKey key) {
-  switch (key) {
-    case RowKey::Name: return r.text;
-    case RowKey::Folder: return r.folderText();
-    case RowKey::Extension: return r.extension();
-    case RowKey::Type: return r.type ? r.type->name : QString();
-    case RowKey::Attributes: return r.attributes();
-    default: return {};
-  }
-}
-
 int64_t numberOf(const FileRow& r, RowKey key) {
   switch (key) {
     case RowKey::Size: return r.size;
@@ -56,27 +45,43 @@ void sortOrder(const std::vector<FileRow>& rows, std::vector<uint32_t>& order, c
     order.swap(sorted);
     return;
   }
-  // Case is folded once per row, not once per comparison, and the first eight characters are
-  // packed into two numbers that settle most comparisons without touching the text.
+  // The texts are compared where the rows hold them (an extension alone is made), with case
+  // folded as they are compared: a folded copy of every name would cost more memory than the
+  // list itself. The first eight folded characters, packed into two numbers, settle most
+  // comparisons without touching the text.
   struct Key {
     uint64_t head[2];
     uint32_t at;  // the place in `order`, and of the text in `texts`
   };
+  static const QString none;
   std::vector<Key> keys(n);
-  std::vector<QString> texts(n);
+  std::vector<const QString*> texts(n);
+  std::vector<QString> made(by.key == RowKey::Extension ? n : 0);
   for (size_t i = 0; i < n; ++i) {
+    const FileRow& r = rows[order[i]];
+    const QString* text = &none;
+    switch (by.key) {
+      case RowKey::Name: text = &r.text; break;
+      case RowKey::Folder: text = &r.folderText(); break;
+      case RowKey::Type: text = r.type ? &r.type->name : &none; break;
+      case RowKey::Attributes: text = &r.attributes(); break;
+      case RowKey::Extension: text = &(made[i] = r.extension()); break;
+      default: break;
+    }
+    texts[i] = text;
     Key& k = keys[i];
-    const QString& text = texts[i] = textOf(rows[order[i]], by.key).toCaseFolded();
     k.at = static_cast<uint32_t>(i);
     k.head[0] = k.head[1] = 0;
-    const auto len = std::min<qsizetype>(text.size(), 8);
-    for (qsizetype c = 0; c < len; ++c)
-      k.head[c / 4] |= static_cast<uint64_t>(text[c].unicode()) << (48 - 16 * (c % 4));
+    const auto len = std::min<qsizetype>(text->size(), 8);
+    for (qsizetype c = 0; c < len; ++c) {
+      const auto folded = static_cast<char16_t>(QChar::toCaseFolded(char32_t{(*text)[c].unicode()}));
+      k.head[c / 4] |= static_cast<uint64_t>(folded) << (48 - 16 * (c % 4));
+    }
   }
   auto compare = [&texts](const Key& a, const Key& b) {
     if (a.head[0] != b.head[0]) return a.head[0] < b.head[0] ? -1 : 1;
     if (a.head[1] != b.head[1]) return a.head[1] < b.head[1] ? -1 : 1;
-    return texts[a.at].compare(texts[b.at]);
+    return QString::compare(*texts[a.at], *texts[b.at], Qt::CaseInsensitive);
   };
   std::sort(keys.begin(), keys.end(), [&](const Key& a, const Key& b) {
     const int c = compare(a, b);
@@ -84,6 +89,7 @@ void sortOrder(const std::vector<FileRow>& rows, std::vector<uint32_t>& order, c
     return a.at < b.at;
   });
   texts = {};
+  made = {};
   std::vector<uint32_t> sorted(n);
   for (size_t i = 0; i < n; ++i) sorted[i] = order[keys[i].at];
   order.swap(sorted);
