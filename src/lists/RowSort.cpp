@@ -19,6 +19,18 @@ int64_t numberOf(const FileRow& r, RowKey key) {
 
 }  // namespace
 
+namespace {
+
+// After the keys are sorted, `order` takes their rows in place: each key's place is first
+// swapped for its row, so no second copy of the order is needed.
+template <class Key>
+void takeOrder(std::vector<Key>& keys, std::vector<uint32_t>& order) {
+  for (Key& k : keys) k.at = order[k.at];
+  for (size_t i = 0; i < keys.size(); ++i) order[i] = keys[i].at;
+}
+
+}  // namespace
+
 void sortOrder(const std::vector<FileRow>& rows, std::vector<uint32_t>& order, const RowOrder& by) {
   const size_t n = order.size();
   if (n < 2) return;
@@ -40,59 +52,51 @@ void sortOrder(const std::vector<FileRow>& rows, std::vector<uint32_t>& order, c
       if (a.value != b.value) return desc ? a.value > b.value : a.value < b.value;
       return a.at < b.at;
     });
-    std::vector<uint32_t> sorted(n);
-    for (size_t i = 0; i < n; ++i) sorted[i] = order[keys[i].at];
-    order.swap(sorted);
+    takeOrder(keys, order);
     return;
   }
   // The texts are compared where the rows hold them (an extension alone is made), with case
   // folded as they are compared: a folded copy of every name would cost more memory than the
-  // list itself. The first eight folded characters, packed into two numbers, settle most
+  // list itself. The first four folded characters, packed into one number, settle most
   // comparisons without touching the text.
   struct Key {
-    uint64_t head[2];
-    uint32_t at;  // the place in `order`, and of the text in `texts`
+    uint64_t head;
+    uint32_t at;  // the place in `order`
   };
   static const QString none;
-  std::vector<Key> keys(n);
-  std::vector<const QString*> texts(n);
   std::vector<QString> made(by.key == RowKey::Extension ? n : 0);
-  for (size_t i = 0; i < n; ++i) {
-    const FileRow& r = rows[order[i]];
-    const QString* text = &none;
+  auto textAt = [&](uint32_t at) -> const QString& {
+    const FileRow& r = rows[order[at]];
     switch (by.key) {
-      case RowKey::Name: text = &r.text; break;
-      case RowKey::Folder: text = &r.folderText(); break;
-      case RowKey::Type: text = r.type ? &r.type->name : &none; break;
-      case RowKey::Attributes: text = &r.attributes(); break;
-      case RowKey::Extension: text = &(made[i] = r.extension()); break;
-      default: break;
+      case RowKey::Name: return r.text;
+      case RowKey::Folder: return r.folderText();
+      case RowKey::Type: return r.type ? r.type->name : none;
+      case RowKey::Attributes: return r.attributes();
+      case RowKey::Extension: return made[at];
+      default: return none;
     }
-    texts[i] = text;
+  };
+  std::vector<Key> keys(n);
+  for (size_t i = 0; i < n; ++i) {
+    if (by.key == RowKey::Extension) made[i] = rows[order[i]].extension();
+    const QString& text = textAt(static_cast<uint32_t>(i));
     Key& k = keys[i];
     k.at = static_cast<uint32_t>(i);
-    k.head[0] = k.head[1] = 0;
-    const auto len = std::min<qsizetype>(text->size(), 8);
+    k.head = 0;
+    const auto len = std::min<qsizetype>(text.size(), 4);
     for (qsizetype c = 0; c < len; ++c) {
-      const auto folded = static_cast<char16_t>(QChar::toCaseFolded(char32_t{(*text)[c].unicode()}));
-      k.head[c / 4] |= static_cast<uint64_t>(folded) << (48 - 16 * (c % 4));
+      const auto folded = static_cast<char16_t>(QChar::toCaseFolded(char32_t{text[c].unicode()}));
+      k.head |= static_cast<uint64_t>(folded) << (48 - 16 * c);
     }
   }
-  auto compare = [&texts](const Key& a, const Key& b) {
-    if (a.head[0] != b.head[0]) return a.head[0] < b.head[0] ? -1 : 1;
-    if (a.head[1] != b.head[1]) return a.head[1] < b.head[1] ? -1 : 1;
-    return QString::compare(*texts[a.at], *texts[b.at], Qt::CaseInsensitive);
-  };
   std::sort(keys.begin(), keys.end(), [&](const Key& a, const Key& b) {
-    const int c = compare(a, b);
+    int c = a.head == b.head ? 0 : a.head < b.head ? -1 : 1;
+    if (c == 0) c = QString::compare(textAt(a.at), textAt(b.at), Qt::CaseInsensitive);
     if (c != 0) return desc ? c > 0 : c < 0;
     return a.at < b.at;
   });
-  texts = {};
   made = {};
-  std::vector<uint32_t> sorted(n);
-  for (size_t i = 0; i < n; ++i) sorted[i] = order[keys[i].at];
-  order.swap(sorted);
+  takeOrder(keys, order);
 }
 
 std::vector<uint32_t> freshOrder(const std::vector<FileRow>& rows, const RowOrder& by) {
