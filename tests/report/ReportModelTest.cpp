@@ -1,7 +1,6 @@
 // The item model follows every kind of change of the tree (checked by Qt's model tester).
 
 #include <QAbstractItemModelTester>
-#include <QApplication>
 #include <QRegularExpression>
 #include <gtest/gtest.h>
 
@@ -11,8 +10,6 @@
 
 namespace ql {
 namespace {
-
-void app() { test::guiApp(); }
 
 ReportTree branch(const std::string& name, int kids) {
   ReportTree b;
@@ -26,7 +23,7 @@ ReportTree branch(const std::string& name, int kids) {
 }
 
 TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
-  app();
+  test::guiApp();
   ReportTree tree;
   ReportModel model(tree);
   QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
@@ -50,7 +47,7 @@ TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
 }
 
 TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
-  app();
+  test::guiApp();
   ReportTree tree;
   ReportModel model(tree);
   const uint32_t root = tree.addRoot("/d");
