@@ -58,18 +58,27 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPathsAndGoAgain) {
   EXPECT_EQ(t.fullPath(root, true), "/");
   EXPECT_EQ(t.preorder()[3], log);  // "/", etc, var, log
 
+  // Names of 255 bytes and more are kept apart; they move with a branch, small or taken over,
+  // and a text can be set longer and shorter.
+  const std::string longName(300, 'x');
   const uint32_t home = t.addRoot("/home/anna");
   Kids many;
-  for (int i = 0; i < 5000; ++i) many.emplace_back("d" + std::to_string(i), i);
+  for (int i = 0; i < 5000; ++i) many.emplace_back(i < 4999 ? "d" + std::to_string(i) : longName, i);
   const uint32_t big = t.attachBranch(home, 0, branch("big", many));
-  t.attachBranch(home, 0, branch("small", {{"a", 1}}));
-  EXPECT_EQ(names(t, home), (Names{"small", "big"}));
+  t.attachBranch(home, 0, branch(longName + "s", {{longName + "a", 1}}));
+  EXPECT_EQ(names(t, home), (Names{longName + "s", "big"}));
+  EXPECT_EQ(t.text(t.children(t.children(home)[0])[0]), longName + "a");
   ASSERT_EQ(t.children(big).size(), 5000u);
   const uint32_t last = t.children(big)[4999];
-  EXPECT_EQ(t.text(last), "d4999");
+  EXPECT_EQ(t.text(t.children(big)[4998]), "d4998");
   EXPECT_EQ(t.node(last).size, 4999);
   EXPECT_EQ(t.parent(last), big);
-  EXPECT_EQ(t.fullPath(last), "/home/anna/big/d4999");
+  EXPECT_EQ(t.fullPath(last), "/home/anna/big/" + longName);
+  for (const std::string& text : {std::string("a much longer name"), std::string("z"), longName, std::string("d")}) {
+    t.setText(big, text);
+    EXPECT_EQ(t.text(big), text);
+    EXPECT_EQ(t.text(home), "/home/anna");
+  }
   EXPECT_EQ(t.deepestLevel(), 2u);
   EXPECT_EQ(t.liveCount(), 7u + 1 + 5001 + 2);
   EXPECT_EQ(t.preorder().size(), t.liveCount());  // the blocks' filler is never a row
@@ -85,29 +94,6 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPathsAndGoAgain) {
   EXPECT_TRUE(t.empty());
   EXPECT_EQ(t.deepestLevel(), 0u);
   EXPECT_EQ(t.liveCount(), 0u);
-}
-
-// Names of 255 bytes and more are kept apart; they move with a branch, small or taken over.
-TEST(ReportTree, TextsCanBeRenamedLongerAndShorterAndLongNamesMoveWithBranches) {
-  ReportTree t;
-  const uint32_t r = t.addRoot("/r");
-  const uint32_t a = t.addChild(r, "abc", ReportTree::IsFolder);
-  const uint32_t b = t.addChild(r, "def", ReportTree::IsFolder);
-  const std::string longName(300, 'x');
-  for (const std::string& text : {std::string("a much longer name"), std::string("z"), longName,
-                                  std::string("short again")}) {
-    t.setText(a, text);
-    EXPECT_EQ(t.text(a), text);
-    EXPECT_EQ(t.text(b), "def");
-  }
-  for (const int size : {1, 5000}) {
-    Kids kids(static_cast<size_t>(size), {"k", 1});
-    kids.back().first = longName + std::to_string(size);
-    const uint32_t top = t.attachBranch(r, 0, branch(longName, kids));
-    EXPECT_EQ(t.text(top), longName);
-    EXPECT_EQ(t.text(t.children(top).back()), longName + std::to_string(size));
-    EXPECT_EQ(t.text(t.children(top).front()), size == 1 ? longName + "1" : "k");
-  }
 }
 
 // A folder count lives with the children's run: it must survive the run being made, moved by
