@@ -63,7 +63,8 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPathsAndGoAgain) {
   const std::string longName(300, 'x');
   const uint32_t home = t.addRoot("/home/anna");
   Kids many;
-  for (int i = 0; i < 5000; ++i) many.emplace_back(i < 4999 ? "d" + std::to_string(i) : longName, i);
+  for (int i = 0; i < 5000; ++i)
+    many.emplace_back(i < 4999 ? "d" + std::to_string(i) : longName, i);
   const uint32_t big = t.attachBranch(home, 0, branch("big", many));
   t.attachBranch(home, 0, branch(longName + "s", {{longName + "a", 1}}));
   EXPECT_EQ(names(t, home), (Names{longName + "s", "big"}));
@@ -74,7 +75,8 @@ TEST(ReportTree, BranchesLandAtTheirPlaceWithLevelsAndPathsAndGoAgain) {
   EXPECT_EQ(t.node(last).size, 4999);
   EXPECT_EQ(t.parent(last), big);
   EXPECT_EQ(t.fullPath(last), "/home/anna/big/" + longName);
-  for (const std::string& text : {std::string("a much longer name"), std::string("z"), longName, std::string("d")}) {
+  for (const std::string& text :
+       {std::string("a much longer name"), std::string("z"), longName, std::string("d")}) {
     t.setText(big, text);
     EXPECT_EQ(t.text(big), text);
     EXPECT_EQ(t.text(home), "/home/anna");
@@ -207,8 +209,8 @@ TEST(ReportTree, ChildListsStayRightThroughInterleavedEditsAndStaySmall) {
   ReportTree big;
   std::vector<uint32_t> level{big.addRoot("/big")};
   for (int i = 0; big.liveCount() < 100000; ++i)
-    level.push_back(big.addChild(level[static_cast<size_t>(i) / 3], "dir" + std::to_string(i % 1000),
-                                 ReportTree::IsFolder));
+    level.push_back(big.addChild(level[static_cast<size_t>(i) / 3],
+                                 "dir" + std::to_string(i % 1000), ReportTree::IsFolder));
   EXPECT_LT(big.memoryBytes() / big.liveCount(), 64u);
 }
 
@@ -224,8 +226,9 @@ TEST(ReportTree, PreorderVisitsParentsFirstSkipsOnRequestAndTellsWhenLeft) {
   const auto note = [&](const char* sign, uint32_t n) {
     trace += sign + (n == kSuperRoot ? std::string("*") : std::string(t.text(n)));
   };
-  t.forEachPreorder(kSuperRoot, [&](uint32_t n) { return note("+", n), n != b; },
-                    [&](uint32_t n) { note("-", n); });
+  t.forEachPreorder(
+      kSuperRoot, [&](uint32_t n) { return note("+", n), n != b; },
+      [&](uint32_t n) { note("-", n); });
   EXPECT_EQ(trace, "+*+r+a+a1-a1-a+b+c-c-r-*");
 }
 
@@ -245,8 +248,10 @@ TEST(ReportCommands, TitleClicksFollowTheKeyMapAndTurnEachLevelOver) {
   // Fresh levels sort largest first, so the first click gives smallest first. The percent title
   // sorts by file count, the file-count title by folder count, the name title without regard to
   // case.
-  const std::pair<int, Names> clicks[] = {{2, {"C", "a", "b"}}, {2, {"b", "a", "C"}},
-                                          {3, {"b", "a", "C"}}, {4, {"b", "a", "C"}},
+  const std::pair<int, Names> clicks[] = {{2, {"C", "a", "b"}},
+                                          {2, {"b", "a", "C"}},
+                                          {3, {"b", "a", "C"}},
+                                          {4, {"b", "a", "C"}},
                                           {1, {"a", "b", "C"}}};
   for (const auto& [title, order] : clicks) {
     sortByColumnTitle(t, title);

@@ -48,7 +48,8 @@ TEST(SizeFormat, UnitsBoundariesSeparatorsAndPadding) {
   EXPECT_EQ(xFormatFileSizeWithSpacer(0, 1234, 8, false, 1, en), "   1,234");
   EXPECT_EQ(xFormatFileSizeWithSpacer(0, 1234, 2, true, 1, en), "1,234 Bytes");
   EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 1, en), "1,234.50");
-  EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 0, en), "1,234");  // rounds half to even
+  EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 0, en),
+            "1,234");  // rounds half to even
   EXPECT_EQ(xFormatFileSizeWithSpacer(4, 1, 3, false, 1, en), "   ");
   EXPECT_EQ(FormatFileSizeSave(0, 1, 1234567, en), "1234567");
   EXPECT_EQ(FormatFileSizeSave(1, 1, 1264128, en), "1234.50");

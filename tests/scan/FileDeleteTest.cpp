@@ -1,14 +1,7 @@
 // Deleting files and folder trees by bytes, and moving items to the trash: odd names, missing
 // permissions, links that lead out, mounts inside, depths beyond any path limit.
 
-#include <QByteArray>
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <cstddef>
-#include <cstring>
 #include <dirent.h>
-#include <fstream>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
@@ -16,6 +9,13 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <QByteArray>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <fstream>
 #include <thread>
 
 #include "TestFs.h"
@@ -27,9 +27,13 @@ namespace {
 
 const std::string kOdd = "caf\xE9-\xFF\xFE";  // Latin-1 bytes: no valid UTF-8
 
-bool exists(const std::string& path) { return probePath(path) == 0; }
+bool exists(const std::string& path) {
+  return probePath(path) == 0;
+}
 
-void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+void write(const std::string& path, const std::string& text) {
+  std::ofstream(path) << text;
+}
 
 std::string slurp(const std::string& path) {
   std::ifstream in(path);
@@ -37,12 +41,15 @@ std::string slurp(const std::string& path) {
 }
 
 // In memory where there is such a place: thousands of unlinks on a busy disk take seconds.
-std::string fastBase() { return ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp"; }
+std::string fastBase() {
+  return ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+}
 
 // In a private mount namespace, so the mounts go with the child whatever happens.
 std::string withPrivateMounts(const std::function<std::string()>& fn) {
   return inChild([&]() -> std::string {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
       return "skip";
     return fn();
   });
@@ -71,9 +78,11 @@ TEST(FileDelete, FilesAndTreesWithLinksOddNamesAndProtectedFolders) {
   EXPECT_EQ(deleteFile(tmp / "never-there", false), "");
   EXPECT_EQ(deleteFile(tmp / "no-folder/never-there", false), "");
   const std::string root = tmp / "tree", odd = root + "/sub/" + kOdd;
-  for (const std::string& dir : {root, tmp / "outside", root + "/sub", odd, root + "/ro", root + "/ro/inner"})
+  for (const std::string& dir :
+       {root, tmp / "outside", root + "/sub", odd, root + "/ro", root + "/ro/inner"})
     makeDir(dir);
-  for (const std::string& file : {tmp / kOdd, tmp / "outside/keep", root + "/a", odd + "/" + kOdd, root + "/ro/f", root + "/ro/g"})
+  for (const std::string& file : {tmp / kOdd, tmp / "outside/keep", root + "/a", odd + "/" + kOdd,
+                                  root + "/ro/f", root + "/ro/g"})
     makeFile(file, 1);
   ASSERT_EQ(::symlink((tmp / "outside").c_str(), (root + "/sub/to-outside").c_str()), 0);
   ASSERT_EQ(::symlink("nowhere", (root + "/dangling").c_str()), 0);
@@ -97,7 +106,8 @@ TEST(FileDelete, FilesAndTreesWithLinksOddNamesAndProtectedFolders) {
     if (::chmod((root + "/ro").c_str(), 0555) != 0) return "chmod failed";
     const std::string file = root + "/ro/g";
     const std::string refused = deleteFile(file, false);
-    if (refused != file + " (" + std::strerror(EACCES) + ")") return "without force: '" + refused + "'";
+    if (refused != file + " (" + std::strerror(EACCES) + ")")
+      return "without force: '" + refused + "'";
     if (!exists(file)) return "gone without force";
     const auto plain = deleteFolderTree(root, false);
     if (plain.ok) return "deleted without force";
@@ -155,7 +165,8 @@ class TrashTest : public ::testing::Test {
     const size_t at = text.find("\nPath=");
     if (text.rfind("[Trash Info]\n", 0) != 0 || at == std::string::npos) return "bad note: " + text;
     const size_t end = text.find('\n', at + 1);
-    return QByteArray::fromPercentEncoding(QByteArray::fromStdString(text.substr(at + 6, end - at - 6)))
+    return QByteArray::fromPercentEncoding(
+               QByteArray::fromStdString(text.substr(at + 6, end - at - 6)))
         .toStdString();
   }
 
@@ -197,7 +208,8 @@ TEST_F(TrashTest, ItemsLandWithNotesUnderUniqueNames) {
 TEST_F(TrashTest, FailuresLeaveNoNote) {
   const auto missing = moveToTrash(tmp / "not-there");
   EXPECT_EQ(missing.code, ENOENT);
-  EXPECT_EQ(trashErrorText(missing), std::string(std::strerror(ENOENT)) + " (" + std::to_string(ENOENT) + ")");
+  EXPECT_EQ(trashErrorText(missing),
+            std::string(std::strerror(ENOENT)) + " (" + std::to_string(ENOENT) + ")");
   // A folder that holds the trash cannot go into it: the rename fails after the note was written.
   makeDir(tmp / "data");
   const auto self = moveToTrash(tmp.path());
@@ -397,7 +409,8 @@ TEST_F(TrashTest, AFolderOnTheWaySwappedAfterTheScanRedirectsNothing) {
     for (const Case& c : cases) {
       const std::string bad = run(c);
       if (!bad.empty() && bad != "skip")
-        out += std::to_string(static_cast<int>(c.op)) + " " + c.swapped + (c.bind ? " bind: " : ": ") + bad + "\n";
+        out += std::to_string(static_cast<int>(c.op)) + " " + c.swapped +
+               (c.bind ? " bind: " : ": ") + bad + "\n";
     }
     return out.empty() ? "ok" : out;
   };

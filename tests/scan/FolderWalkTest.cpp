@@ -1,9 +1,9 @@
 // The walk against real folder trees: sums, rows, links, mounts, depth, stop, threads.
 
 #include <grp.h>
-#include <algorithm>
 #include <sched.h>
 #include <sys/mount.h>
+#include <algorithm>
 
 #include "TestFs.h"
 #include "output/ReportWriter.h"
@@ -44,7 +44,8 @@ TEST(FolderWalk, FilesRowsSumsAndOrder) {
   EXPECT_NEAR(t.percent(top["big"]), kBig * 100.0 / (22 + kBig), 1e-9);
   expectConsistent(t, true);
 
-  for (const auto& [dir, bytes, files] : {std::tuple{d.path(), int64_t{7}, 1}, {d / "big", kBig, 4}}) {
+  for (const auto& [dir, bytes, files] :
+       {std::tuple{d.path(), int64_t{7}, 1}, {d / "big", kBig, 4}}) {
     const WalkOutcome o = FolderWalk::scanFilesOnly(dir, test::testStop);
     EXPECT_EQ(o.ownBytes, bytes) << dir;
     EXPECT_EQ(o.ownFiles, files) << dir;
@@ -59,7 +60,7 @@ TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
   makeFile(d / "real/f", 100);
   ASSERT_EQ(::symlink("..", (d / "real/loop").c_str()), 0);
   ASSERT_EQ(::symlink(d.path().c_str(), (d / "up").c_str()), 0);
-  ASSERT_EQ(::symlink("real/f", (d / "filelink").c_str()), 0);  // links to files and dangling
+  ASSERT_EQ(::symlink("real/f", (d / "filelink").c_str()), 0);   // links to files and dangling
   ASSERT_EQ(::symlink("nowhere", (d / "dangling").c_str()), 0);  // ones count as files
 
   for (bool noHardlinks : {false, true}) {
@@ -71,7 +72,8 @@ TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
     EXPECT_EQ(t.node(w.root).size, 100 + 6 + 7);  // the file and the two links' targets
     EXPECT_EQ(t.node(w.root).files, 3);
     EXPECT_EQ(t.folders(w.root), noHardlinks ? 1 : 3);  // the links "up" and "real/loop" or none
-    EXPECT_TRUE(noHardlinks || (t.hasFlag(top["up"], ReportTree::Junction) && t.children(top["up"]).empty()));
+    EXPECT_TRUE(noHardlinks ||
+                (t.hasFlag(top["up"], ReportTree::Junction) && t.children(top["up"]).empty()));
     expectConsistent(t, true);
   }
 }
@@ -83,9 +85,11 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
   makeFile(d / "own", 9);
   const std::string out = inChild([&] {
     // A private mount namespace: the mount goes away with the child.
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
       return std::string("skip: no mount namespace");
-    if (::mount("none", (d / "mnt").c_str(), "tmpfs", 0, "size=1m") != 0) return std::string("skip: mount");
+    if (::mount("none", (d / "mnt").c_str(), "tmpfs", 0, "size=1m") != 0)
+      return std::string("skip: mount");
     makeFile(d / "mnt/inside", 1000);
     std::string result;
     for (bool noHardlinks : {false, true}) {
@@ -94,7 +98,8 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
       auto top = rows(w.tree, w.root);
       result += std::to_string(w.tree.node(w.root).size) + " " + std::to_string(top.count("mnt")) +
                 " " + std::to_string(w.tree.folders(w.root)) + " ";
-      if (top.count("mnt")) result += w.tree.hasFlag(top["mnt"], ReportTree::Junction) ? "J " : "F ";
+      if (top.count("mnt"))
+        result += w.tree.hasFlag(top["mnt"], ReportTree::Junction) ? "J " : "F ";
     }
     return result;
   });
@@ -179,8 +184,8 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();
-    EXPECT_FALSE(test::testStop.requested());           // the driver is at rest again
-    ASSERT_EQ(w.tree.roots().size(), 1u);    // the second source is forgotten
+    EXPECT_FALSE(test::testStop.requested());  // the driver is at rest again
+    ASSERT_EQ(w.tree.roots().size(), 1u);      // the second source is forgotten
     const uint32_t root = w.tree.roots()[0];
     EXPECT_GT(w.tree.node(root).files, 0);
     EXPECT_LT(w.tree.node(root).size, full.tree.node(full.root).size);

@@ -1,17 +1,17 @@
 // The walk against file systems that fight back: dead mounts, sums beyond 64 bits, a descriptor
 // limit, paths beyond PATH_MAX, folders that come and go while it reads.
 
-#include <QSignalSpy>
-#include <condition_variable>
-#include <functional>
-#include <cstring>
 #include <grp.h>
-#include <pthread.h>
-#include <filesystem>
 #include <limits.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <QSignalSpy>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "TestFs.h"
@@ -38,11 +38,13 @@ WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int thread
 // away (detaching it and closing the server's end aborts the connection); the answer says so.
 std::string withDeadMount(const std::string& dir, const std::function<std::string()>& fn) {
   return inChild([&]() -> std::string {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
       return "skip: no mount namespace";
     const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
     const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
-    if (fuse < 0 || ::mount("quorlane-dead", dir.c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0)
+    if (fuse < 0 ||
+        ::mount("quorlane-dead", dir.c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0)
       return std::string("skip: FUSE mount: ") + std::strerror(errno);
     const auto release = [&] {
       ::umount2(dir.c_str(), MNT_DETACH);
@@ -54,7 +56,8 @@ std::string withDeadMount(const std::string& dir, const std::function<std::strin
       std::jthread watchdog([&](std::stop_token stop) {
         std::mutex m;
         std::unique_lock lock(m);
-        std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(20), [] { return false; });
+        std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(20),
+                                               [] { return false; });
         if (!stop.stop_requested()) hung = true, release();
       });
       result = fn();
@@ -103,8 +106,9 @@ TEST(HostileWalk, StopDoesNotWaitForAWalkBlockedInTheKernel) {
     driver.start();
     test::testStop.request();
     const bool ended = finished.wait(10000);
-    return std::string(ended ? "finished" : "still busy") + (driver.busy() ? " busy" : " idle") + " roots=" +
-           std::to_string(tree.roots().size()) + " stop=" + std::to_string(static_cast<int>(test::testStop.state()));
+    return std::string(ended ? "finished" : "still busy") + (driver.busy() ? " busy" : " idle") +
+           " roots=" + std::to_string(tree.roots().size()) +
+           " stop=" + std::to_string(static_cast<int>(test::testStop.state()));
   });
   if (out.rfind("skip", 0) == 0) GTEST_SKIP() << out;
   EXPECT_EQ(out, "finished idle roots=1 stop=0");
@@ -286,7 +290,8 @@ TEST(HostileWalk, NoThreadToBeHadGivesTheSameTree) {
         ::setrlimit(RLIMIT_NPROC, &one) != 0)
       return std::string("cannot drop privileges");
     pthread_t t;
-    if (::pthread_create(&t, nullptr, [](void*) -> void* { return nullptr; }, nullptr) == 0)
+    if (::pthread_create(
+            &t, nullptr, [](void*) -> void* { return nullptr; }, nullptr) == 0)
       return std::string("threads still start");
     try {  // an exception must not run the rest of the tests in the child
       Walked w;

@@ -4,6 +4,9 @@
 // a dead mount, a page that wants the network). Also the list's side of it: clicks, keys,
 // delete, and the two bar commands that both lists share.
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <QAbstractTextDocumentLayout>
 #include <QBuffer>
 #include <QElapsedTimer>
 #include <QImage>
@@ -12,24 +15,21 @@
 #include <QPdfWriter>
 #include <QPlainTextEdit>
 #include <QSignalSpy>
-#include <QAbstractTextDocumentLayout>
 #include <QTcpServer>
-#include <QTextBlock>
 #include <QTest>
+#include <QTextBlock>
 #include <QTextBrowser>
 #include <QTimer>
+#include <QTreeView>
 #include <QVideoSink>
 #include <QVideoWidget>
-#include <QTreeView>
 #include <condition_variable>
-#include <sched.h>
-#include <sys/mount.h>
 #include <thread>
 
+#include "MediaBytes.h"
 #include "TestApp.h"
 #include "TestFiles.h"
 #include "TestFs.h"
-#include "MediaBytes.h"
 #include "lists/PreviewFile.h"
 #include "ui/FileListPane.h"
 #include "ui/PreviewMedia.h"
@@ -68,7 +68,8 @@ std::jthread watchdog(int seconds, std::function<void()> action) {
   return std::jthread([seconds, action = std::move(action)](std::stop_token stop) {
     std::mutex m;
     std::unique_lock lock(m);
-    std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(seconds), [] { return false; });
+    std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(seconds),
+                                           [] { return false; });
     if (!stop.stop_requested()) action();
   });
 }
@@ -77,7 +78,8 @@ std::jthread watchdog(int seconds, std::function<void()> action) {
 QByteArray selfReferentialPdf() {
   QByteArray out = "%PDF-1.4\n";
   QList<qsizetype> offsets;
-  for (const char* object : {"<</Type/Catalog/Pages 2 0 R>>", "<</Type/Pages/Kids[2 0 R]/Count 1>>"}) {
+  for (const char* object :
+       {"<</Type/Catalog/Pages 2 0 R>>", "<</Type/Pages/Kids[2 0 R]/Count 1>>"}) {
     offsets << out.size();
     out += QByteArray::number(offsets.size()) + " 0 obj" + object + "endobj\n";
   }
@@ -222,7 +224,8 @@ TEST_F(PreviewTest, PdfsThatCannotBeDrawnGiveTheirMessageWhileTheWindowTurns) {
     StallClock stalls;
     EXPECT_EQ(show(c.name, true, 500, 20000)->objectName(), "rtfVorschau") << c.name;
     EXPECT_LT(stalls.longest, 500) << c.name;
-    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / c.name + "'"))) << text().toStdString();
+    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / c.name + "'")))
+        << text().toStdString();
     EXPECT_TRUE(text().contains(QString::fromUtf8(c.why))) << text().toStdString();
   }
   // A page as large as a wall is drawn as small as the pane.
@@ -255,10 +258,13 @@ TEST_F(PreviewTest, PageWithHugePicturesNeverHoldsTheWindow) {
   ASSERT_EQ(show("pictures.html")->objectName(), "WebBrowser1");
   auto* browser = pane.findChild<QTextBrowser*>();
   const auto image = [&](int i) {
-    return browser->document()->resource(QTextDocument::ImageResource, QUrl::fromLocalFile(qpath(picture(i)))).value<QImage>();
+    return browser->document()
+        ->resource(QTextDocument::ImageResource, QUrl::fromLocalFile(qpath(picture(i))))
+        .value<QImage>();
   };
   // grab() is what a paint of the page asks for.
-  EXPECT_TRUE(QTest::qWaitFor([&] { return browser->grab(), !image(kPictures - 1).isNull(); }, 20000));
+  EXPECT_TRUE(
+      QTest::qWaitFor([&] { return browser->grab(), !image(kPictures - 1).isNull(); }, 20000));
   EXPECT_LT(stalls.longest, 500) << "the window decoded pictures";
   for (int i = 0; i < kPictures; ++i) {
     ASSERT_FALSE(image(i).isNull()) << i;
@@ -279,13 +285,15 @@ TEST_F(PreviewTest, DeadMountHoldsNeitherTheWindowNorTheNextFile) {
   if (::geteuid() != 0) GTEST_SKIP() << "mounting FUSE needs root";
   // The window's thread moves into a mount namespace of its own; readers it starts follow it,
   // and nobody else ever sees the dead mount.
-  if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+  if (::unshare(CLONE_NEWNS) != 0 ||
+      ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
     GTEST_SKIP() << "no mount namespace";
   const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
   if (fuse < 0) GTEST_SKIP() << "/dev/fuse: " << std::strerror(errno);
   makeDir(d / "dead");
   const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
-  if (::mount("quorlane-dead", (d / "dead").c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0) {
+  if (::mount("quorlane-dead", (d / "dead").c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) !=
+      0) {
     ::close(fuse);
     GTEST_SKIP() << "FUSE mount: " << std::strerror(errno);
   }
@@ -297,7 +305,8 @@ TEST_F(PreviewTest, DeadMountHoldsNeitherTheWindowNorTheNextFile) {
     ::close(fuse);
   };
   ASSERT_EQ(::mkfifo((d / "fifo.png").c_str(), 0644), 0);
-  writeFile(d / "page.html", "<h1>Heading</h1><img src='dead/pic.png'><img src='fifo.png'><p>words</p>");
+  writeFile(d / "page.html",
+            "<h1>Heading</h1><img src='dead/pic.png'><img src='fifo.png'><p>words</p>");
   writeFile(d / "after.txt", "after");
   {
     const std::jthread hung = watchdog(30, release);
@@ -322,9 +331,12 @@ TEST_F(PreviewTest, HtmlFetchesNothingFromTheNetwork) {
   QTcpServer server;
   ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
   const QString url = QStringLiteral("http://127.0.0.1:%1/").arg(server.serverPort());
-  writeFile(d / "remote.htm", ("<html><head><link rel=stylesheet href='" + url + "s.css'>"
-                                "<script>document.write('SCRIPT RAN')</script></head><body>"
-                                "<img src='" + url + "a.png'><p>local words</p></body></html>").toUtf8());
+  writeFile(d / "remote.htm", ("<html><head><link rel=stylesheet href='" + url +
+                               "s.css'>"
+                               "<script>document.write('SCRIPT RAN')</script></head><body>"
+                               "<img src='" +
+                               url + "a.png'><p>local words</p></body></html>")
+                                  .toUtf8());
   ASSERT_EQ(show("remote.htm")->objectName(), "WebBrowser1");
   auto* browser = pane.findChild<QTextBrowser*>();
   browser->grab();  // lays the page out, which is when pictures are asked for
@@ -343,7 +355,8 @@ TEST_F(PreviewTest, SamePathIsNotReloadedUnlessForcedAndOnlyTheLastFileWins) {
   show("a.txt", true);
   EXPECT_EQ(text(), "changed");
   // Quick moves through the list: whatever arrives late for an earlier file is dropped.
-  for (int i = 0; i < 20; ++i) writeFile(d / ("f" + std::to_string(i) + ".txt"), QByteArray::number(i));
+  for (int i = 0; i < 20; ++i)
+    writeFile(d / ("f" + std::to_string(i) + ".txt"), QByteArray::number(i));
   for (int i = 0; i < 20; ++i) pane.showFile(d / ("f" + std::to_string(i) + ".txt"), false);
   QSignalSpy spy(&pane, &PreviewPane::shown);
   ASSERT_TRUE(pane.loading() ? spy.wait(5000) : true);
@@ -377,7 +390,8 @@ TEST_F(PreviewTest, MediaFilesPlayAndStopWhenTheFileChangesWithoutHoldingTheWind
   EXPECT_EQ(video->videoSink()->videoSize(), QSize(64, 48));
   show("empty.mp4");  // an error or an empty picture; either way it comes back
   if (text().contains("ERROR: ")) {
-    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / "empty.mp4" + "'"))) << text().toStdString();
+    EXPECT_TRUE(text().contains(QString::fromStdString("'" + d / "empty.mp4" + "'")))
+        << text().toStdString();
   }
   show("after.txt");
   EXPECT_EQ(pane.shownViewer()->objectName(), "rtfVorschau");
@@ -422,7 +436,8 @@ TEST(PreviewListTest, ClickPreviewsAndBothBarsFollowTheCommands) {
     files.cbrExecute(command);
     EXPECT_TRUE(top.bar().isChecked(command)) << command;
   }
-  EXPECT_TRUE(files.splFilesAndPreview().Control2Visible() && top.splFilesAndPreview().Control2Visible());
+  EXPECT_TRUE(files.splFilesAndPreview().Control2Visible() &&
+              top.splFilesAndPreview().Control2Visible());
   EXPECT_EQ(top.splFilesAndPreview().orientation(), Splitter::PanesSideBySide);
 
   click(1);

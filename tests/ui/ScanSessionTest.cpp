@@ -18,7 +18,8 @@ TEST(ScanSession, WorkWaitsUntilReadyRunsOneAtATimeAndShowsEachSourceOnce) {
   test::TempDir d;
   test::makeDir(d / "a");
   test::makeFile(d / "a/f", 10);
-  test::writeFile(d / "m.json", R"([1,2,{"progname":"x"},[{"name":"/r","asize":4096},{"name":"g","asize":7}]])");
+  test::writeFile(d / "m.json",
+                  R"([1,2,{"progname":"x"},[{"name":"/r","asize":4096},{"name":"g","asize":7}]])");
 
   Guard guard;
   ScanSession s(guard);
