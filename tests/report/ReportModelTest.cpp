@@ -1,9 +1,8 @@
 // The item model follows every kind of change of the tree (checked by Qt's model tester).
 
-#include <QAbstractItemModelTester>
-#include <QApplication>
-#include <QRegularExpression>
 #include <gtest/gtest.h>
+#include <QAbstractItemModelTester>
+#include <QRegularExpression>
 
 #include "TestApp.h"
 
@@ -11,8 +10,6 @@
 
 namespace ql {
 namespace {
-
-void app() { test::guiApp(); }
 
 ReportTree branch(const std::string& name, int kids) {
   ReportTree b;
@@ -26,7 +23,7 @@ ReportTree branch(const std::string& name, int kids) {
 }
 
 TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
-  app();
+  test::guiApp();
   ReportTree tree;
   ReportModel model(tree);
   QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
@@ -50,7 +47,7 @@ TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
 }
 
 TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
-  app();
+  test::guiApp();
   ReportTree tree;
   ReportModel model(tree);
   const uint32_t root = tree.addRoot("/d");
@@ -60,7 +57,9 @@ TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
   tree.setFolders(root, 0);
   tree.updatePercent(root);
   const QModelIndex f = model.indexOf(files);
-  const auto cell = [&](const QModelIndex& i, int col) { return i.siblingAtColumn(col).data().toString(); };
+  const auto cell = [&](const QModelIndex& i, int col) {
+    return i.siblingAtColumn(col).data().toString();
+  };
   model.setSizeFormat(0, 1);
   EXPECT_EQ(cell(f, ReportModel::ColSize).remove(QRegularExpression("[^0-9]")), "1536");
   model.setSizeFormat(1, 1);
@@ -69,7 +68,9 @@ TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
   EXPECT_EQ(cell(f, ReportModel::ColSize), "2");
   EXPECT_TRUE(cell(f, ReportModel::ColFolders).isEmpty());  // the files row has no folder count
   EXPECT_EQ(cell(model.indexOf(root), ReportModel::ColFolders), "0");
-  EXPECT_TRUE(model.headerData(ReportModel::ColSize, Qt::Horizontal, Qt::DisplayRole).toString().contains("KB"));
+  EXPECT_TRUE(model.headerData(ReportModel::ColSize, Qt::Horizontal, Qt::DisplayRole)
+                  .toString()
+                  .contains("KB"));
   model.setSizeFormat(7, 1);  // not a grid unit: nothing changes
   EXPECT_EQ(model.unit(), 1);
 }

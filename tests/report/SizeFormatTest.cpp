@@ -10,7 +10,7 @@ namespace {
 const NumberFormat en{QLatin1Char(','), QLatin1Char('.')};
 const NumberFormat de{QLatin1Char('.'), QLatin1Char(',')};
 
-TEST(SizeFormat, FileSizeByUnitAndAutomaticBoundaries) {
+TEST(SizeFormat, UnitsBoundariesSeparatorsAndPadding) {
   struct Case {
     int code;
     int64_t value;
@@ -37,22 +37,19 @@ TEST(SizeFormat, FileSizeByUnitAndAutomaticBoundaries) {
   EXPECT_EQ(xFormatFileSizeAuto(1099511627776LL, true, en), "1,024.00 GB");
   EXPECT_EQ(xFormatFileSizeAuto(2048, false, en), "2.00");
   EXPECT_EQ(xFormatFileSize(2, 1234567890, true, false, de), "1.177,38 MB");
-}
-
-TEST(SizeFormat, SettingUnitPaddingAndTheBytesWord) {
+  // The setting's unit, padding and the bytes word.
   EXPECT_EQ(FormatSize(0, 1000, true, false, false, en), "1,000");
   EXPECT_EQ(FormatSize(0, 1000, true, false, true, en), "1,000 Bytes");
   EXPECT_EQ(FormatSize(1, 1024, true, false, false, en), "1.00 KB");
   EXPECT_EQ(FormatSize(0, 5, false, true, false, en), QString(14, ' ') + "5");
   EXPECT_EQ(FormatSize(3, 0, false, true, false, en), "     0.00");
   EXPECT_EQ(FormatSize(4, 1, true, false, false, en), "");
-}
-
-TEST(SizeFormat, ReportColumnsAndPlainNumbers) {
+  // Report columns and plain numbers.
   EXPECT_EQ(xFormatFileSizeWithSpacer(0, 1234, 8, false, 1, en), "   1,234");
   EXPECT_EQ(xFormatFileSizeWithSpacer(0, 1234, 2, true, 1, en), "1,234 Bytes");
   EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 1, en), "1,234.50");
-  EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 0, en), "1,234");  // rounds half to even
+  EXPECT_EQ(xFormatFileSizeWithSpacer(1, 1264128, 1, false, 0, en),
+            "1,234");  // rounds half to even
   EXPECT_EQ(xFormatFileSizeWithSpacer(4, 1, 3, false, 1, en), "   ");
   EXPECT_EQ(FormatFileSizeSave(0, 1, 1234567, en), "1234567");
   EXPECT_EQ(FormatFileSizeSave(1, 1, 1264128, en), "1234.50");

@@ -1,58 +1,57 @@
 // The walk against real folder trees: sums, rows, links, mounts, depth, stop, threads.
 
-#include <QFile>
 #include <grp.h>
-#include <algorithm>
 #include <sched.h>
 #include <sys/mount.h>
+#include <algorithm>
 
 #include "TestFs.h"
-#include "support/Globals.h"
 #include "output/ReportWriter.h"
-#include "scan/FolderWalk.h"
 
 namespace ql::test {
 namespace {
 
 // Files beside subfolders get a row of their own unless they hold no byte; a folder without
-// subfolders never gets one. Every level is sorted largest first.
+// subfolders never gets one. Every level is sorted largest first. Files over 4 GiB and hard links
+// count in full. A files-only walk counts the folder's own files and passes subfolders and links
+// to folders over.
 TEST(FolderWalk, FilesRowsSumsAndOrder) {
   TempDir d;
-  makeDir(d / "empty");
-  makeDir(d / "zeros");
+  for (const char* dir : {"empty", "zeros", "zeros/sub", "leaf", "big"}) makeDir(d / dir);
   makeFile(d / "zeros/a", 0);
-  makeDir(d / "zeros/sub");
   makeFile(d / "zeros/sub/c", 10);
-  makeDir(d / "leaf");
   makeFile(d / "leaf/x", 5);
   makeFile(d / "top", 7);
+  makeFile(d / "big/big", 5'000'000'000LL);
+  makeFile(d / "big/exact", 4294967296LL);
+  makeFile(d / "big/half", 2147483648LL);
+  ASSERT_EQ(::link((d / "big/half").c_str(), (d / "big/half2").c_str()), 0);
+  ASSERT_EQ(::symlink("../leaf", (d / "big/dirlink").c_str()), 0);
+  constexpr int64_t kBig = 5'000'000'000LL + 4294967296LL + 2 * 2147483648LL;
   Walked w;
   walk(w, d.path());
   const ReportTree& t = w.tree;
-  EXPECT_EQ(t.node(w.root).size, 22);
-  EXPECT_EQ(t.node(w.root).files, 4);
-  EXPECT_EQ(t.folders(w.root), 4);
+  EXPECT_EQ(t.node(w.root).size, 22 + kBig);
+  EXPECT_EQ(t.node(w.root).files, 8);
+  EXPECT_EQ(t.folders(w.root), 6);
   std::vector<std::string> order;
   for (uint32_t c : t.children(w.root)) order.emplace_back(t.text(c));
-  EXPECT_EQ(order, (std::vector<std::string>{"zeros", "Dateien", "leaf", "empty"}));
+  EXPECT_EQ(order, (std::vector<std::string>{"big", "zeros", "Dateien", "leaf", "empty"}));
   auto top = rows(t, w.root);
   EXPECT_EQ(t.node(top["zeros"]).files, 2);
   EXPECT_EQ(rows(t, top["zeros"]).size(), 1u);
   EXPECT_TRUE(t.children(top["leaf"]).empty());
-  EXPECT_NEAR(t.percent(top["leaf"]), 5 * 100.0 / 22, 1e-9);
+  EXPECT_NEAR(t.percent(top["big"]), kBig * 100.0 / (22 + kBig), 1e-9);
   expectConsistent(t, true);
-}
 
-TEST(FolderWalk, FilesOverFourGibAndHardLinksCountInFull) {
-  TempDir d;
-  makeFile(d / "big", 5'000'000'000LL);
-  makeFile(d / "exact", 4294967296LL);
-  makeFile(d / "half", 2147483648LL);
-  ASSERT_EQ(::link((d / "half").c_str(), (d / "half2").c_str()), 0);
-  Walked w;
-  walk(w, d.path());
-  EXPECT_EQ(w.tree.node(w.root).size, 5'000'000'000LL + 4294967296LL + 2 * 2147483648LL);
-  EXPECT_EQ(w.tree.node(w.root).files, 4);
+  for (const auto& [dir, bytes, files] :
+       {std::tuple{d.path(), int64_t{7}, 1}, {d / "big", kBig, 4}}) {
+    const WalkOutcome o = FolderWalk::scanFilesOnly(dir, test::testStop);
+    EXPECT_EQ(o.ownBytes, bytes) << dir;
+    EXPECT_EQ(o.ownFiles, files) << dir;
+    EXPECT_EQ(o.total.folders, 0) << dir;
+  }
+  EXPECT_FALSE(FolderWalk::scanFilesOnly(d / "missing", test::testStop).readable);
 }
 
 TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
@@ -61,7 +60,7 @@ TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
   makeFile(d / "real/f", 100);
   ASSERT_EQ(::symlink("..", (d / "real/loop").c_str()), 0);
   ASSERT_EQ(::symlink(d.path().c_str(), (d / "up").c_str()), 0);
-  ASSERT_EQ(::symlink("real/f", (d / "filelink").c_str()), 0);  // links to files and dangling
+  ASSERT_EQ(::symlink("real/f", (d / "filelink").c_str()), 0);   // links to files and dangling
   ASSERT_EQ(::symlink("nowhere", (d / "dangling").c_str()), 0);  // ones count as files
 
   for (bool noHardlinks : {false, true}) {
@@ -73,7 +72,8 @@ TEST(FolderWalk, LinksToFoldersAreJunctionsAndNeverFollowed) {
     EXPECT_EQ(t.node(w.root).size, 100 + 6 + 7);  // the file and the two links' targets
     EXPECT_EQ(t.node(w.root).files, 3);
     EXPECT_EQ(t.folders(w.root), noHardlinks ? 1 : 3);  // the links "up" and "real/loop" or none
-    EXPECT_TRUE(noHardlinks || (t.hasFlag(top["up"], ReportTree::Junction) && t.children(top["up"]).empty()));
+    EXPECT_TRUE(noHardlinks ||
+                (t.hasFlag(top["up"], ReportTree::Junction) && t.children(top["up"]).empty()));
     expectConsistent(t, true);
   }
 }
@@ -85,9 +85,11 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
   makeFile(d / "own", 9);
   const std::string out = inChild([&] {
     // A private mount namespace: the mount goes away with the child.
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
       return std::string("skip: no mount namespace");
-    if (::mount("none", (d / "mnt").c_str(), "tmpfs", 0, "size=1m") != 0) return std::string("skip: mount");
+    if (::mount("none", (d / "mnt").c_str(), "tmpfs", 0, "size=1m") != 0)
+      return std::string("skip: mount");
     makeFile(d / "mnt/inside", 1000);
     std::string result;
     for (bool noHardlinks : {false, true}) {
@@ -96,7 +98,8 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
       auto top = rows(w.tree, w.root);
       result += std::to_string(w.tree.node(w.root).size) + " " + std::to_string(top.count("mnt")) +
                 " " + std::to_string(w.tree.folders(w.root)) + " ";
-      if (top.count("mnt")) result += w.tree.hasFlag(top["mnt"], ReportTree::Junction) ? "J " : "F ";
+      if (top.count("mnt"))
+        result += w.tree.hasFlag(top["mnt"], ReportTree::Junction) ? "J " : "F ";
     }
     return result;
   });
@@ -164,22 +167,9 @@ class StopAfter : public FileFeed {
   std::atomic<int> left_;
 };
 
-void makeWideTree(const TempDir& d, int folders, int filesPer) {
-  for (int a = 0; a < folders; ++a) {
-    const std::string fa = d / ("a" + std::to_string(a));
-    makeDir(fa);
-    for (int b = 0; b < folders; ++b) {
-      const std::string fb = fa + "/b" + std::to_string(b);
-      makeDir(fb);
-      for (int f = 0; f < filesPer; ++f) makeFile(fb + "/f" + std::to_string(f), 1 + a * 100 + b * 10 + f);
-      makeFile(fa + "/own" + std::to_string(b), 7);
-    }
-  }
-}
-
 TEST(FolderWalk, StopLeavesSumsThatAddUp) {
   TempDir d;
-  makeWideTree(d, 12, 10);
+  growTree(d.path(), 4);
   Walked full;
   walk(full, d.path(), 1);
   for (int threads : {1, 4}) {
@@ -194,8 +184,8 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();
-    EXPECT_FALSE(test::testStop.requested());           // the driver is at rest again
-    ASSERT_EQ(w.tree.roots().size(), 1u);    // the second source is forgotten
+    EXPECT_FALSE(test::testStop.requested());  // the driver is at rest again
+    ASSERT_EQ(w.tree.roots().size(), 1u);      // the second source is forgotten
     const uint32_t root = w.tree.roots()[0];
     EXPECT_GT(w.tree.node(root).files, 0);
     EXPECT_LT(w.tree.node(root).size, full.tree.node(full.root).size);
@@ -207,8 +197,8 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
 
 TEST(FolderWalk, OneThreadAndManyGiveTheSameTree) {
   TempDir d;
-  makeWideTree(d, 9, 4);
-  ASSERT_EQ(::symlink("a1", (d / "link").c_str()), 0);
+  growTree(d.path(), 3);
+  ASSERT_EQ(::symlink("d1", (d / "link").c_str()), 0);
   std::string first;
   for (int threads : {1, 2, 16}) {
     Walked w;
@@ -217,20 +207,6 @@ TEST(FolderWalk, OneThreadAndManyGiveTheSameTree) {
     if (first.empty()) first = text;
     EXPECT_EQ(text, first) << threads;
   }
-}
-
-TEST(FolderWalk, FilesOnlyCountsTheFolderItselfAndPassesSubfoldersOver) {
-  TempDir d;
-  makeDir(d / "sub");
-  makeFile(d / "sub/deep", 100);
-  makeFile(d / "a", 3);
-  makeFile(d / "b", 4);
-  ASSERT_EQ(::symlink("sub", (d / "dirlink").c_str()), 0);
-  const WalkOutcome o = FolderWalk::scanFilesOnly(d.path(), test::testStop);
-  EXPECT_EQ(o.ownBytes, 7);
-  EXPECT_EQ(o.ownFiles, 2);
-  EXPECT_EQ(o.total.folders, 0);
-  EXPECT_FALSE(FolderWalk::scanFilesOnly(d / "missing", test::testStop).readable);
 }
 
 }  // namespace
