@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <tuple>
 
 #include <grp.h>
 #include <QProcess>
@@ -77,37 +78,32 @@ void flatten(const rapidjson::Value& v, const std::string& parent, Flat& into) {
   std::string& e = into[folder ? path + "/" : path];
   e = "asize=" + number("asize") + " dsize=" + number("dsize");
   if (info.HasMember("hlnkc")) e += " links=" + number("nlink");
-  if (info.HasMember("notreg")) e += " notreg";
-  if (info.HasMember("read_error")) e += " read_error";
-  if (info.HasMember("excluded")) e += " excluded";
+  for (const char* flag : {"notreg", "read_error", "excluded"})
+    if (info.HasMember(flag)) e += std::string(" ") + flag;
   if (folder)
     for (rapidjson::SizeType i = 1; i < v.Size(); ++i) flatten(v[i], path, into);
 }
 
-Flat flatExport(const std::string& file, std::string* rootName = nullptr) {
+struct Export {
+  Flat flat;
+  std::string root;
+  std::vector<std::string> top;  // the top-level names in the file's order
+};
+
+Export readExport(const std::string& file) {
   const QByteArray text = readFile(file);
   rapidjson::Document doc;
   doc.Parse(text.constData(), static_cast<size_t>(text.size()));  // names need not be UTF-8
-  Flat flat;
+  Export e;
   EXPECT_FALSE(doc.HasParseError()) << file;
-  if (doc.HasParseError() || !doc.IsArray() || doc.Size() < 4) return flat;
-  if (rootName) *rootName = doc[3][0]["name"].GetString();
-  flatten(doc[3], "", flat);
-  return flat;
-}
-
-// The top-level names of an export, in its order.
-std::vector<std::string> topNames(const std::string& file) {
-  const QByteArray text = readFile(file);
-  rapidjson::Document doc;
-  doc.Parse(text.constData(), static_cast<size_t>(text.size()));
-  std::vector<std::string> names;
-  if (doc.HasParseError() || !doc.IsArray() || doc.Size() < 4) return names;
+  if (doc.HasParseError() || !doc.IsArray() || doc.Size() < 4) return e;
+  e.root = doc[3][0]["name"].GetString();
+  flatten(doc[3], "", e.flat);
   for (rapidjson::SizeType i = 1; i < doc[3].Size(); ++i) {
     const rapidjson::Value& info = doc[3][i].IsArray() ? doc[3][i][0] : doc[3][i];
-    names.emplace_back(info["name"].GetString(), info["name"].GetStringLength());
+    e.top.emplace_back(info["name"].GetString(), info["name"].GetStringLength());
   }
-  return names;
+  return e;
 }
 
 // gdu's list, name to size: a flag column, the size, and the name ("/" before a folder's), which
@@ -131,8 +127,9 @@ std::map<std::string, int64_t> gduList(const QByteArray& out) {
   return list;
 }
 
-// A report's rows as "path size files folders", header left out.
-using Rows = std::vector<std::string>;
+// A report's rows, header left out.
+using Row = std::tuple<std::string, int64_t, int64_t, int64_t>;  // path, size, files, folders
+using Rows = std::vector<Row>;
 
 std::string unquote(const QByteArray& field) {
   QByteArray f = field;
@@ -142,16 +139,13 @@ std::string unquote(const QByteArray& field) {
 
 Rows reportRows(const QByteArray& csv) {
   Rows rows;
-  const QList<QByteArray> lines = csv.split('\n');
-  for (qsizetype i = 1; i < lines.size(); ++i) {
-    QByteArray line = lines[i];
+  for (QByteArray line : csv.split('\n').mid(1)) {
     if (line.endsWith('\r')) line.chop(1);
     if (line.isEmpty()) continue;
     const qsizetype c3 = line.lastIndexOf(';'), c2 = line.lastIndexOf(';', c3 - 1),
                     c1 = line.lastIndexOf(';', c2 - 1);
-    rows.push_back(unquote(line.left(c1)) + " " + unquote(line.mid(c1 + 1, c2 - c1 - 1)) + " " +
-                   line.mid(c2 + 1, c3 - c2 - 1).toStdString() + " " +
-                   line.mid(c3 + 1).toStdString());
+    rows.emplace_back(unquote(line.left(c1)), std::stoll(unquote(line.mid(c1 + 1, c2 - c1 - 1))),
+                      line.mid(c2 + 1, c3 - c2 - 1).toLongLong(), line.mid(c3 + 1).toLongLong());
   }
   return rows;
 }
@@ -160,35 +154,18 @@ Rows reportRows(const QByteArray& csv) {
 // folder, so it comes in as a file of the link's own length, where our walk shows an empty
 // folder row: this turns the walk's report into what an import of such an export must give.
 void linkAsFile(Rows& rows, const std::string& root, const std::string& link, int64_t length) {
-  auto numbers = [](const std::string& row) {
-    std::vector<std::string> parts;
-    size_t end = row.size();
-    for (int i = 0; i < 3; ++i) {
-      const size_t space = row.rfind(' ', end - 1);
-      parts.insert(parts.begin(), row.substr(space + 1, end - space - 1));
-      end = space;
+  std::erase_if(rows, [&](const Row& r) { return std::get<0>(r) == root + "/" + link; });
+  for (auto& [path, size, files, folders] : rows) {
+    const bool isRoot = path == root;
+    if (isRoot || (path.starts_with(root + "/[") && path.find('/', root.size() + 1) == std::string::npos)) {
+      size += length;
+      files += 1;
+      folders -= isRoot;
     }
-    return std::make_pair(row.substr(0, end), parts);
-  };
-  for (auto it = rows.begin(); it != rows.end();) {
-    auto [path, n] = numbers(*it);
-    if (path == root + "/" + link) {
-      it = rows.erase(it);
-      continue;
-    }
-    const bool isRoot = path == root,
-               isFiles = path.starts_with(root + "/[") &&
-                         path.find('/', root.size() + 1) == std::string::npos;
-    if (isRoot || isFiles)
-      *it = path + " " + std::to_string(std::stoll(n[0]) + length) + " " +
-            std::to_string(std::stoll(n[1]) + 1) + " " + std::to_string(std::stoll(n[2]) - isRoot);
-    ++it;
   }
 }
 
-QString need(const char* program) {
-  return QStandardPaths::findExecutable(program);
-}
+QString need(const char* program) { return QStandardPaths::findExecutable(program); }
 
 class Interop : public ::testing::Test {
  protected:
@@ -198,9 +175,7 @@ class Interop : public ::testing::Test {
     ASSERT_EQ(::chown((d / "home").c_str(), kUser, kUser), 0);
   }
   Outcome quorlane(const QStringList& args) { return run(QUORLANE_BIN_PATH, args, d / "home"); }
-  Outcome tool(const QString& program, const QStringList& args) {
-    return run(program, args, d / "home");
-  }
+  Outcome tool(const QString& program, const QStringList& args) { return run(program, args, d / "home"); }
   QString at(const std::string& name) { return qpath(d / ("home/" + name)); }
   QString tree() { return qpath(d / "tree"); }
   TempDir d;
@@ -217,11 +192,10 @@ TEST_F(Interop, NcduReadsOurExport) {
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
   o = tool(ncdu, {"-f", at("ours.json"), "-o", at("back.json")});
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
-  std::string ourRoot, theirRoot;
-  const Flat ours = flatExport(d / "home/ours.json", &ourRoot);
-  const Flat back = flatExport(d / "home/back.json", &theirRoot);
-  EXPECT_EQ(ourRoot, theirRoot);
-  EXPECT_EQ(ours, back);
+  const Export e = readExport(d / "home/ours.json"), back = readExport(d / "home/back.json");
+  const Flat& ours = e.flat;
+  EXPECT_EQ(e.root, back.root);
+  EXPECT_EQ(ours, back.flat);
   // Not an empty agreement: the odd entries are there as they are on disk.
   EXPECT_EQ(ours.size(), 14u);
   EXPECT_TRUE(ours.at("./odd\xff/f\xfe").starts_with("asize=2 "));
@@ -240,7 +214,7 @@ TEST_F(Interop, GduReadsOurExport) {
   NEED(du);
   Outcome o = quorlane({"--export", at("ours.json"), tree()});
   ASSERT_EQ(o.status, 0) << o.err.toStdString();
-  const std::vector<std::string> names = topNames(d / "home/ours.json");
+  const std::vector<std::string> names = readExport(d / "home/ours.json").top;
   ASSERT_EQ(names.size(), 9u);
   for (const char* unit : {"-b", "-B1"}) {
     SCOPED_TRACE(unit);
@@ -278,8 +252,8 @@ TEST_F(Interop, OurImportOfTheirExportsGivesTheReportOfOurWalk) {
   ASSERT_EQ(walk.size(), 8u);
   char target[64];
   linkAsFile(walk, root, "dirlink", ::readlink((root + "/dirlink").c_str(), target, sizeof target));
-  Rows lossy;
-  for (const std::string& row : walk) lossy.push_back(QString::fromUtf8(row).toStdString());
+  Rows lossy = walk;
+  for (Row& row : lossy) std::get<0>(row) = QString::fromUtf8(std::get<0>(row)).toStdString();
 
   struct Tool {
     QString program;

@@ -5,14 +5,17 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <QDir>
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <chrono>
+#include <functional>
 #include <thread>
 
+#include "TestFiles.h"
 #include "TestFs.h"
 #include "json/JsonExport.h"
 #include "json/JsonImport.h"
@@ -21,29 +24,21 @@
 namespace ql::test {
 namespace {
 
-std::string readAll(const std::string& file) {
-  std::string s;
-  const int fd = ::open(file.c_str(), O_RDONLY);
-  char buf[65536];
-  for (ssize_t n; fd >= 0 && (n = ::read(fd, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(n));
-  if (fd >= 0) ::close(fd);
-  return s;
-}
-
-void writeAll(const std::string& file, const std::string& text) {
-  const int fd = ::open(file.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  ::close(fd);
-}
+std::string readAll(const std::string& file) { return readFile(file).toStdString(); }
 
 // The export without its first line (the metadata holds the time).
 std::string body(const std::string& json) { return json.substr(json.find('\n') + 1); }
 
 ImportResult importText(const std::string& text, ReportTree& tree, ImportOptions o = {}) {
   TempDir d;
-  writeAll(d / "in.json", text);
+  writeFile(d / "in.json", QByteArray::fromStdString(text));
   return importJsonFile(d / "in.json", tree, o);
+}
+
+ImportOptions withFiles(ImportedFiles& files) {
+  ImportOptions o;
+  o.files = &files;
+  return o;
 }
 
 struct Collect : FileFeed {
@@ -54,11 +49,7 @@ struct Collect : FileFeed {
 
 // Odd names, hard links, links to files and folders, empty and nested folders, a fifo.
 void makeMixedTree(const TempDir& d) {
-  makeDir(d / "a");
-  makeDir(d / "a/b");
-  makeDir(d / "a/b/c");
-  makeDir(d / "empty");
-  makeDir(d / "\xff\xfe odd\n\"name\\");
+  for (const char* dir : {"a", "a/b", "a/b/c", "empty", "\xff\xfe odd\n\"name\\"}) makeDir(d / dir);
   makeFile(d / "\xff\xfe odd\n\"name\\/in\x01side", 7);
   makeFile(d / "top", 100);
   makeFile(d / "a/one", 10);
@@ -140,8 +131,8 @@ TEST(JsonExport, SameTextForAnyThreadCount) {
       EXPECT_EQ(text, first) << threads << " threads";
     }
   }
-  // Nothing but the file itself is left beside it.
-  EXPECT_EQ(std::system(("test $(ls -A '" + out.path() + "' | wc -l) = 1").c_str()), 0);
+  EXPECT_EQ(QDir(qpath(out.path())).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+            QStringList{"x.json"});  // no temporary file left
 }
 
 TEST(JsonExport, UnreadableFolderIsMarkedAndFailuresLeaveTheOldFile) {
@@ -171,7 +162,7 @@ TEST(JsonExport, UnreadableFolderIsMarkedAndFailuresLeaveTheOldFile) {
   EXPECT_EQ(result, "4 marked");
 
   // A source that cannot be opened, or a file that cannot be written: an error, the old file stays.
-  writeAll(out / "x.json", "old");
+  writeFile(out / "x.json", "old");
   ExportResult e = exportJsonToFile(d / "missing", out / "x.json", 2);
   EXPECT_FALSE(e.ok);
   EXPECT_NE(e.error.find("missing"), std::string::npos);
@@ -222,9 +213,7 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   for (size_t i = 0; i < cases.size(); ++i) {
     ReportTree tree;
     ImportedFiles files;
-    ImportOptions o;
-    o.files = &files;
-    const ImportResult r = importText(cases[i].text, tree, o);
+    const ImportResult r = importText(cases[i].text, tree, withFiles(files));
     EXPECT_FALSE(r.ok) << i;
     EXPECT_FALSE(r.error.isEmpty()) << i;
     EXPECT_TRUE(tree.empty()) << i;
@@ -262,11 +251,7 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   EXPECT_FALSE(r.ok);
   const uint64_t at = open.size() + kMaxImportDepth - 2;  // two levels are open before it
   EXPECT_EQ(r.errorOffset, at);
-  EXPECT_EQ(r.error.toStdString(),
-            QStringLiteral("Fehler bei Byte %1: Zu tief verschachtelt (mehr als %2 Ebenen)")
-                .arg(at)
-                .arg(kMaxImportDepth)
-                .toStdString());
+  EXPECT_TRUE(r.error.contains(QString::number(kMaxImportDepth))) << r.error.toStdString();
 }
 
 // A file in the shape the other tool writes with its extended information: keys we do not
@@ -289,9 +274,7 @@ TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
 )";
   ReportTree tree;
   ImportedFiles files;
-  ImportOptions o;
-  o.files = &files;
-  const ImportResult r = importText(text, tree, o);
+  const ImportResult r = importText(text, tree, withFiles(files));
   ASSERT_TRUE(r.ok) << r.error.toStdString();
   // Logical sizes of files only, every name of a hard link, folders adding nothing.
   EXPECT_EQ(tree.node(r.root).size, 1000 + 300 + 300 + 50);
@@ -313,6 +296,21 @@ TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
   EXPECT_EQ(files.count(top.at("other")), 1u);
 }
 
+// Imports what `send` writes into a pipe from another thread; the pipe's end is closed after it.
+ImportResult importFromPipe(ReportTree& tree, const std::function<void(int fd)>& send) {
+  int fds[2];
+  if (::pipe(fds) != 0) return {};
+  ::signal(SIGPIPE, SIG_IGN);
+  std::thread writer([&] {
+    send(fds[1]);
+    ::close(fds[1]);
+  });
+  const ImportResult r = importJson(fds[0], tree);
+  ::close(fds[0]);
+  writer.join();
+  return r;
+}
+
 // A compressed export through a pipe, a few bytes at a time: its first bytes come in pieces, its
 // text spans several buffers of the reader and two frames.
 TEST(JsonImport, CompressedFromAPipeInPieces) {
@@ -320,7 +318,7 @@ TEST(JsonImport, CompressedFromAPipeInPieces) {
   for (int i = 0; i < 20000; ++i)
     text += R"(,{"name":"f)" + std::to_string(i) + R"(","asize":)" + std::to_string(i) + "}";
   text += "]]]";
-  ReportTree plain;
+  ReportTree plain, tree;
   ASSERT_TRUE(importText(text, plain).ok);
 
   TempDir d;
@@ -332,10 +330,7 @@ TEST(JsonImport, CompressedFromAPipeInPieces) {
   const std::string packed = readAll(d / "x.zst");
   ASSERT_LT(packed.size(), text.size() / 4);
 
-  int fds[2];
-  ASSERT_EQ(::pipe(fds), 0);
-  ::signal(SIGPIPE, SIG_IGN);
-  std::thread writer([&packed, fd = fds[1]] {
+  const ImportResult r = importFromPipe(tree, [&packed](int fd) {
     for (size_t at = 0, piece = 1; at < packed.size(); at += piece, piece = at < 8 ? 1 : 997) {
       if (::write(fd, packed.data() + at, std::min(piece, packed.size() - at)) < 0) break;
       // Each of the first bytes is read on its own: the next comes once the pipe is empty.
@@ -347,12 +342,7 @@ TEST(JsonImport, CompressedFromAPipeInPieces) {
           break;
       }
     }
-    ::close(fd);
   });
-  ReportTree tree;
-  const ImportResult r = importJson(fds[0], tree);
-  ::close(fds[0]);
-  writer.join();
   ASSERT_TRUE(r.ok) << r.error.toStdString();
   EXPECT_EQ(r.files, 20000);
   EXPECT_EQ(dump(tree), dump(plain));
@@ -362,38 +352,29 @@ TEST(JsonImport, DeepTreeAndHugeStringFromAPipe) {
   // A chain of 300,000 folders reads without recursion, in time linear in its depth (the
   // figure is in bench/importbench), sums up to the top and knows the path of its deepest folder.
   constexpr int kDepth = 300000;
-  std::string deep = R"([1,2,{},[{"name":"/r"})";
-  for (int i = 0; i < kDepth; ++i) deep += i % 2 ? R"(,[{"name":"d"})" : R"(,[{"name":"e"})";
+  std::string deep = R"([1,2,{},[{"name":"/r"})", path = "/r";
+  for (int i = 0; i < kDepth; ++i) {
+    deep += i % 2 ? R"(,[{"name":"d"})" : R"(,[{"name":"e"})";
+    path += i % 2 ? "/d" : "/e";
+  }
   deep += R"(,{"name":"f","asize":3})" + std::string(kDepth + 1, ']') + "]";
-  ReportTree tree;
+  ReportTree tree, tree2;
   ImportResult r = importText(deep, tree);
   ASSERT_TRUE(r.ok) << r.error.toStdString();
   EXPECT_EQ(r.folders, kDepth);
-  EXPECT_EQ(tree.deepestLevel(), static_cast<uint32_t>(kDepth));
   uint32_t bottom = r.root;
   while (!tree.children(bottom).empty()) bottom = tree.children(bottom).front();
   EXPECT_EQ(tree.node(tree.children(r.root).at(0)).size, 3);
   EXPECT_EQ(tree.level(bottom), static_cast<uint32_t>(kDepth));
-  std::string path = "/r";
-  for (int i = 0; i < kDepth; ++i) path += i % 2 ? "/d" : "/e";
   EXPECT_TRUE(tree.fullPath(bottom) == path);  // not printed when it fails
 
   // A name of a gigabyte is refused long before it is held.
-  int fds[2];
-  ASSERT_EQ(::pipe(fds), 0);
-  ::signal(SIGPIPE, SIG_IGN);
-  std::thread writer([fd = fds[1]] {
-    const std::string start = R"([1,2,{},[{"name":"/r"},{"name":")";
+  r = importFromPipe(tree2, [](int fd) {
+    const std::string start = R"([1,2,{},[{"name":"/r"},{"name":")", chunk(1 << 20, 'n');
     if (::write(fd, start.data(), start.size()) < 0) return;
-    const std::string chunk(1 << 20, 'n');
     for (int i = 0; i < 1024; ++i)
       if (::write(fd, chunk.data(), chunk.size()) < 0) break;
-    ::close(fd);
   });
-  ReportTree tree2;
-  r = importJson(fds[0], tree2);
-  ::close(fds[0]);
-  writer.join();
   EXPECT_FALSE(r.ok);
   EXPECT_LT(r.errorOffset, 200u << 20);
   EXPECT_TRUE(tree2.empty());

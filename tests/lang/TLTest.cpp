@@ -83,32 +83,23 @@ TEST(TL, ReplacesArgumentsRoundByRound) {
             QStringLiteral("20 largest files in '/home'"));
 }
 
-TEST(TranslationMode, TheTranslatorsFileReplacesTheBuiltInTable) {
-  LangFixture f;
-  f.writeTextFile("3612,\"Speichern\",\"Sichern\"\n3612,\"Speichern\",\"Store\"\n");
-  f.init(QStringLiteral("9"), QStringLiteral("\"/tmp\" -TLMODUS"));
-  EXPECT_TRUE(translationMode());
-  EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), QStringLiteral("Store"));  // the later wins
-  // An id the file lacks is German, not the built-in English.
-  EXPECT_EQ(TL(3541, QStringLiteral("Drucken")), QStringLiteral("Drucken"));
-  EXPECT_EQ(TranslateControlText(3612), QStringLiteral("Store"));
-  EXPECT_EQ(TranslateControlText(3541), QString());
-}
-
-// The mode needs the exact word, a file and a foreign language; a bad id ends the reading.
+// The translators' file replaces the built-in table (the later record of an id wins, an id it
+// lacks is German) only with the exact word, a file and a foreign language; a bad id ends the
+// reading. The controls take their texts from the same table.
 TEST(TranslationMode, WhenItAppliesAndWhatADamagedFileLeaves) {
   const struct {
     const char* file;  // nullptr: none
     const char *lang, *commandLine;
     bool mode;
-    QString save, print;
+    QString save, print, control;
     int failures;
   } cases[] = {
-      {"3612,S,Store\n", "9", "-tlmodus", false, "Save", "Print", 0},
-      {"3612,S,Store\n", "7", "-TLMODUS", false, "Speichern", "Drucken", 0},
-      {nullptr, "25", "-TLMODUS", false, "Сохранить", "Печать", 0},
-      {"", "9", "-TLMODUS", true, "Speichern", "Drucken", 0},
-      {"3612,S,Store\n99999999999,x,y\n3541,D,P\n", "9", "-TLMODUS", true, "Store", "Drucken", 1},
+      {"3612,S,Store\n", "9", "-tlmodus", false, "Save", "Print", "Save", 0},
+      {"3612,S,Store\n", "7", "-TLMODUS", false, "Speichern", "Drucken", "", 0},
+      {nullptr, "25", "-TLMODUS", false, "Сохранить", "Печать", "Сохранить", 0},
+      {"", "9", "-TLMODUS", true, "Speichern", "Drucken", "", 0},
+      {"3612,S,Sichern\n3612,S,Store\n", "9", "\"/tmp\" -TLMODUS", true, "Store", "Drucken", "Store", 0},
+      {"3612,S,Store\n99999999999,x,y\n3541,D,P\n", "9", "-TLMODUS", true, "Store", "Drucken", "Store", 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file ? c.file : "no file");
@@ -119,6 +110,7 @@ TEST(TranslationMode, WhenItAppliesAndWhatADamagedFileLeaves) {
     EXPECT_EQ(translationMode(), c.mode);
     EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), c.save);
     EXPECT_EQ(TL(3541, QStringLiteral("Drucken")), c.print);
+    EXPECT_EQ(TranslateControlText(3612), c.control);
     EXPECT_EQ(failureCount(), before + c.failures);
   }
 }
@@ -134,21 +126,14 @@ TEST(TranslationMode, AFileBeyondTheLimitLeavesTheBuiltInTable) {
   unsigned long pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
   ASSERT_GT(pages, 0u);
-  struct Limit {
-    rlimit before{};
-    explicit Limit(rlim_t bytes) {
-      ::getrlimit(RLIMIT_AS, &before);
-      rlimit tight = before;
-      tight.rlim_cur = std::min<rlim_t>(before.rlim_cur, bytes);
-      ::setrlimit(RLIMIT_AS, &tight);
-    }
-    ~Limit() { ::setrlimit(RLIMIT_AS, &before); }
-  };
   const int before = failureCount();
-  {
-    Limit limit(pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (512u << 20));
-    f.init(QStringLiteral("9"), QStringLiteral("-TLMODUS"));
-  }
+  rlimit old{};
+  ::getrlimit(RLIMIT_AS, &old);
+  rlimit tight = old;
+  tight.rlim_cur = std::min<rlim_t>(old.rlim_cur, pages * ::sysconf(_SC_PAGESIZE) + (512u << 20));
+  ASSERT_EQ(::setrlimit(RLIMIT_AS, &tight), 0);
+  f.init(QStringLiteral("9"), QStringLiteral("-TLMODUS"));
+  ::setrlimit(RLIMIT_AS, &old);
   EXPECT_FALSE(translationMode());
   EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), QStringLiteral("Save"));
   EXPECT_EQ(TranslateControlText(3609), QStringLiteral("Cancel"));

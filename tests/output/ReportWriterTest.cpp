@@ -54,27 +54,37 @@ const std::string kBilderFiles = "\"/data/Bilder/[Dateien]\";\"500\";1;0\r\n";
 const std::string kMusik = "\"/data/Musik\";\"0\";0;0\r\n";
 const std::string kRootFiles = "\"/data/[Dateien]\";\"1000\";3;0\r\n";
 
-TEST(ReportWriter, CsvLinesForEachLevelLimit) {
+TEST(ReportWriter, CsvRowsForEachLevelChoice) {
   Sample s;
-  EXPECT_EQ(csv(s.t, levels(L::All)), kHead + kRoot + kBilder + kUrlaub + kBilderFiles + kMusik + kRootFiles);
-  EXPECT_EQ(csv(s.t, levels(L::Count, 0)), kHead + kRoot);  // only the top rows
-  EXPECT_EQ(csv(s.t, levels(L::Count, 1)), kHead + kRoot + kBilder + kMusik + kRootFiles);
-  EXPECT_EQ(csv(s.t, levels(L::Count, 2)), csv(s.t, levels(L::All)));
-  // One branch starts with its own name.
-  auto o = levels(L::Count, 1);
-  o.onlyNode = s.bilder;
-  EXPECT_EQ(csv(s.t, o), kHead + "\"Bilder\";\"2000\";3;1\r\n\"Bilder/Urlaub\";\"1500\";2;0\r\n" +
-                             "\"Bilder/[Dateien]\";\"500\";1;0\r\n");
-}
-
-TEST(ReportWriter, CurrentViewFollowsWhatIsExpanded) {
-  Sample s;
-  auto o = levels(L::CurrentView);
-  EXPECT_EQ(csv(s.t, o), kHead + kRoot + kBilder + kMusik + kRootFiles);
+  const std::string all = kHead + kRoot + kBilder + kUrlaub + kBilderFiles + kMusik + kRootFiles,
+                    one = kHead + kRoot + kBilder + kMusik + kRootFiles;
+  auto branch = levels(L::Count, 1);  // one branch starts with its own name
+  branch.onlyNode = s.bilder;
+  const auto view = levels(L::CurrentView);
+  const struct {
+    ReportSaveOptions o;
+    std::string expected;
+  } cases[] = {{levels(L::All), all},
+               {levels(L::Count, 0), kHead + kRoot},
+               {levels(L::Count, 1), one},
+               {levels(L::Count, 2), all},
+               {branch, kHead + "\"Bilder\";\"2000\";3;1\r\n\"Bilder/Urlaub\";\"1500\";2;0\r\n" +
+                            "\"Bilder/[Dateien]\";\"500\";1;0\r\n"},
+               {view, one}};
+  for (const auto& c : cases) EXPECT_EQ(csv(s.t, c.o), c.expected) << &c - cases;
+  // The current view follows what is expanded.
   s.t.setFlag(s.bilder, ReportTree::Expanded, true);
-  EXPECT_EQ(csv(s.t, o), kHead + kRoot + kBilder + kUrlaub + kBilderFiles + kMusik + kRootFiles);
+  EXPECT_EQ(csv(s.t, view), all);
   s.t.setFlag(s.root, ReportTree::Expanded, false);
-  EXPECT_EQ(csv(s.t, o), kHead + kRoot);
+  EXPECT_EQ(csv(s.t, view), kHead + kRoot);
+  // And there is no depth limit.
+  ReportTree deep;
+  uint32_t n = deep.addRoot("/r");
+  for (int i = 0; i < 1500; ++i) n = deep.addChild(n, "d", ReportTree::IsFolder);
+  for (const auto& [o, rows] : {std::pair{levels(L::All), 1501}, std::pair{levels(L::Count, 1200), 1201}}) {
+    const std::string out = csv(deep, o);
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1 + rows);
+  }
 }
 
 TEST(ReportWriter, TextColumnsTakeTheirWidthFromTheFirstSource) {
@@ -111,17 +121,6 @@ TEST(ReportWriter, NamesAreWrittenAsTheirBytesWithQuotesDoubled) {
   // The column text has no quoting: the names as they are.
   const std::string txt = ReportWriter::render(t, {}, true, en);
   EXPECT_NE(txt.find("\t/d \"x\"/ a\"\"b;c,\n\r\t\xff\xfe /[f\"]\r\n"), std::string::npos) << txt;
-}
-
-TEST(ReportWriter, LevelsHaveNoDepthLimit) {
-  ReportTree t;
-  uint32_t n = t.addRoot("/r");
-  for (int i = 0; i < 1500; ++i) n = t.addChild(n, "d", ReportTree::IsFolder);
-  for (const auto& [o, rows] : {std::pair{levels(L::All), 1501},
-                                std::pair{levels(L::Count, 1200), 1201}}) {
-    const std::string out = csv(t, o);
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1 + rows);
-  }
 }
 
 std::string readAll(const std::string& file) { return test::readFile(file).toStdString(); }

@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <QStringList>
-
 #include <algorithm>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace ql {
@@ -87,7 +85,7 @@ TEST_P(RandomOperations, MatchModel) {
   struct Entry {
     QString key, item;
   };
-  std::vector<Entry> m;
+  std::vector<Entry> m;  // the model
   const auto find = [&](const QString& key) {  // position from 1, 0 if missing
     for (size_t i = 0; !key.isEmpty() && i < m.size(); ++i)
       if (mode ? m[i].key.toLower() == key.toLower() : m[i].key == key) return int(i) + 1;
@@ -99,10 +97,7 @@ TEST_P(RandomOperations, MatchModel) {
 
   for (int step = 0; step < 8000; ++step) {
     SCOPED_TRACE(step);
-    if (step == 6000) {  // the text table is cleared and filled again
-      c.Clear();
-      m.clear();
-    }
+    if (step == 6000) c.Clear(), m.clear();  // the text table is cleared and filled again
     const int n = int(m.size());
     int op = pick(100);
     if (op >= 45 && op < 75 && n < 150 && pick(2)) op = pick(45);  // grow past 100 items
@@ -132,12 +127,9 @@ TEST_P(RandomOperations, MatchModel) {
       }
       const int held = find(key);
       duplicates += held != 0;
-      if (held || position == 0) {
-        ASSERT_EQ(c.Add(text, key, options), 0);
-      } else {
-        ASSERT_EQ(c.Add(text, key, options), position);
-        m.insert(m.begin() + position - 1, Entry{key, text});
-      }
+      const bool added = !held && position;
+      ASSERT_EQ(c.Add(text, key, options), added ? position : 0);
+      if (added) m.insert(m.begin() + position - 1, Entry{key, text});
     } else if (op < 75) {
       ASSERT_EQ(c.Remove(randomAddress(position)), position);
       if (position) m.erase(m.begin() + position - 1);
@@ -147,10 +139,8 @@ TEST_P(RandomOperations, MatchModel) {
       const QString text = "c" + QString::number(++serial);
       if (!position) {
         EXPECT_THROW(c.setItem(address, text), CollectionError);
-      } else {
-        c.setItem(address, text);
-        m[position - 1].item = text;
       }
+      if (position) c.setItem(address, text), m[position - 1].item = text;
     }
 
     ASSERT_EQ(c.Count(), int(m.size()));

@@ -48,13 +48,12 @@ class TestHttpServer : public QObject {
       while (QTcpSocket* s = server_.nextPendingConnection()) {
         s->setParent(this);
         connect(s, &QTcpSocket::readyRead, this, [this, s] { onRead(s); });
-        ++connections;
         if (s->bytesAvailable() > 0) onRead(s);
       }
     });
   }
 
-  QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(server_.serverPort()); }
+  QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(port()); }
   quint16 port() const { return server_.serverPort(); }
   QString url(const QString& path) const { return base() + path; }
 
@@ -68,9 +67,7 @@ class TestHttpServer : public QObject {
   // Requires proxy credentials before it answers (answers 407 without them).
   void requireProxyAuth(const QByteArray& basic) { proxyAuth_ = basic; }
 
-  int connections = 0;
   QStringList requestLines;  // as received, e.g. "GET /x HTTP/1.1"
-  QList<QByteArray> requests;  // the whole head of each request
 
  private:
   void onRead(QTcpSocket* s) {
@@ -80,7 +77,6 @@ class TestHttpServer : public QObject {
     if (end < 0) return;
     const QByteArray head = in.left(end);
     in.clear();
-    requests << head;
     const QByteArray line = head.left(head.indexOf("\r\n"));
     requestLines << QString::fromLatin1(line);
     const QList<QByteArray> parts = line.split(' ');

@@ -95,7 +95,6 @@ TEST_F(UpdateDialog, NewerVersionIsOfferedWithItsHistoryAndDownloadedOnTheUsersW
   d->cmdUPDATE->click();
 
   EXPECT_EQ(d->lblVersionInternet->text(), QStringLiteral("2.4.0"));
-  EXPECT_EQ(d->lblVersionBeta->text(), QStringLiteral("-"));
   EXPECT_EQ(d->historyText(1), QStringLiteral("2.4.0\nfaster\nsmaller"));
   EXPECT_TRUE(d->logText().contains(QStringLiteral("NEU: Quorlane Update 2.4.0")));
   EXPECT_TRUE(d->cmdDownload->isEnabled());
@@ -147,17 +146,9 @@ TEST_F(UpdateDialog, NothingNewFailuresAndAMissingHistory) {
     EXPECT_FALSE(d->cmdDownload->isEnabled()) << c.logged;
     EXPECT_TRUE(d->isVisible()) << "only a silent check closes by itself";
   }
-
-  // A version that is no version is refused with a message, and nothing is offered.
-  serveVersion("#2.4\r\n");
-  auto d = open();
-  d->cmdUPDATE->click();
-  EXPECT_TRUE(d->logText().contains(QStringLiteral("wird nicht angenommen: '2.4'")))
-      << d->logText().toStdString();
   EXPECT_TRUE(reports.isEmpty());
-  EXPECT_FALSE(d->cmdDownload->isEnabled());
-  EXPECT_FALSE(d->busy());
 
+  auto d = open();
   // The history may be missing: its error stands in the tab, the version is still offered.
   serveVersion("v3.0.0");
   d->cmdUPDATE->click();
