@@ -93,6 +93,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
   // The other lists stand beside the report: the drive table above, the file list or the
   // largest-files list below it.
   drives_ = new DrivePane(guard_, o, {}, this);
+  connect(drives_, &DrivePane::statusText, status_, &QLabel::setText);
   connect(drives_, &DrivePane::heightChanged, this,
           guard_.wrap("Drives_ResizeTableHeight", [this] { fitDriveTable(); }));
   connect(drives_, &DrivePane::scanRequested, this,
@@ -356,8 +357,7 @@ void MainWindow::setControlsEnabled(bool on) {
 
 void MainWindow::openOnDesktop(const QUrl& url) {
   QString why;
-  if (!openUrl(url, why))
-    status_->setText(TL(4380, "%1 konnte nicht geöffnet werden: %2", {url.toDisplayString(), why}));
+  if (!openUrl(url, why)) status_->setText(cannotOpenText(url.toDisplayString(), why));
 }
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {
