@@ -60,9 +60,8 @@ MainWindow::MainWindow(QWidget* parent)
   showPanes();
 
   if (SingleInstance* instance = SingleInstance::current())
-    connect(
-        instance, &SingleInstance::received, this,
-        guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
+    connect(instance, &SingleInstance::received, this,
+            guard_.wrap("WindowProc", [this](const HandOver& h) { takeHandOver(h); }));
   applyToolbarLook();
   session_->setBusy(true);  // until the window has come up, with Stop off too
   cbrMain_->control(cmd::main::Stop)->setEnabled(false);
@@ -341,8 +340,9 @@ void MainWindow::fitDriveTable() {
   splInfo_->setPosition(drives_->preferredHeight() + 5);
 }
 
-void MainWindow::takeHandOver(const std::vector<std::string>& sources) {
-  session_->readSources(sources);  // during a scan they join its queue
+void MainWindow::takeHandOver(const HandOver& handOver) {
+  session_->readSources(handOver.sources);  // during a scan they join its queue
+  setStartImports(handOver.imports);        // read once the walk is done
   if (isMinimized()) showNormal();
   raise();
   activateWindow();
