@@ -346,7 +346,7 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   for (RowKey k : {RowKey::Modified, RowKey::Accessed}) {  // not in the export: no 1970 either
     const FileListModel& top = w.topPane().model();
     ASSERT_GE(top.columnOf(k), 0);
-    EXPECT_EQ(top.index(0, top.columnOf(k)).data().toString(), "");
+    EXPECT_EQ(top.index(0, top.columnOf(k)).data().toString().toStdString(), "");
   }
 
   // The disk changes behind the import: the list still shows what the import holds, and
