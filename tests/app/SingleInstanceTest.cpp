@@ -68,7 +68,7 @@ TEST(SingleInstanceServer, TurnsAwayAHandOverThatArrivesDuringTheLastOne) {
     std::thread t([&result, sources, path = runtime.path()] {
       SingleInstance later(path);
       result =
-          later.claim() == SingleInstance::Claim::Running ? int(later.handOver({sources})) : -1;
+          later.claim() == SingleInstance::Claim::Running ? int(later.handOver({sources, {}})) : -1;
     });
     while (result == -2) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     t.join();
