@@ -36,11 +36,10 @@ void say(const QString& text) {
   std::fprintf(stderr, "quorlane: %s\n", text.toLocal8Bit().constData());
 }
 
-// The window runs in a folder of its own, so a relative source means this start's folder: it is
-// put in front as it is, the way the shell shows it ($PWD when that is this folder), never
-// resolved through links. A source that is not there is named and left out.
-std::vector<std::string> sourcesToHand(const std::vector<std::string>& given, bool& allThere) {
-  allThere = true;
+// The window runs in a folder of its own, so a relative source or export means this start's
+// folder: it is put in front as it is, the way the shell shows it ($PWD when that is this
+// folder), never resolved through links. A path that is not there is named and left out.
+std::vector<std::string> pathsToHand(const std::vector<std::string>& given, bool& allThere) {
   std::string cwd;
   if (char* here = get_current_dir_name()) {
     cwd = here;
@@ -74,9 +73,9 @@ int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) 
     case SingleInstance::Claim::First:
       // For the tests that start the program more than once: what arrives is kept in a file.
       if (const QString log = qEnvironmentVariable("QUORLANE_HANDOVER_LOG"); !log.isEmpty()) {
-        QObject::connect(&instance, &SingleInstance::received, &instance, [log](const std::vector<std::string>& s) {
+        QObject::connect(&instance, &SingleInstance::received, &instance, [log](const HandOver& h) {
           QFile file(log);
-          if (file.open(QIODevice::WriteOnly | QIODevice::Append)) file.write(encodeHandOver(s));
+          if (file.open(QIODevice::WriteOnly | QIODevice::Append)) file.write(encodeHandOver(h));
         });
       }
       return -1;
@@ -95,8 +94,9 @@ int claimOrHandOver(SingleInstance& instance, const ParsedCommandLine& command) 
     return -1;
   }
   bool allThere = true;
-  const std::vector<std::string> sources = sourcesToHand(command.sources, allThere);
-  switch (instance.handOver(sources)) {
+  const HandOver handOver{pathsToHand(command.sources, allThere),
+                          pathsToHand(command.imports, allThere)};
+  switch (instance.handOver(handOver)) {
     case SingleInstance::Sent::Taken:
       return allThere ? 0 : 1;
     case SingleInstance::Sent::Busy:

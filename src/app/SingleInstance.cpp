@@ -117,19 +117,23 @@ class StartLock {
 
 }  // namespace
 
-QByteArray encodeHandOver(const std::vector<std::string>& sources) {
+QByteArray encodeHandOver(const HandOver& handOver) {
   QByteArray body;
-  appendU32(body, quint32(sources.size()));
-  for (const std::string& s : sources) {
-    appendU32(body, quint32(s.size()));
-    body.append(s.data(), qsizetype(s.size()));
-  }
+  const auto list = [&body](const std::vector<std::string>& paths) {
+    appendU32(body, quint32(paths.size()));
+    for (const std::string& s : paths) {
+      appendU32(body, quint32(s.size()));
+      body.append(s.data(), qsizetype(s.size()));
+    }
+  };
+  list(handOver.sources);
+  if (!handOver.imports.empty()) list(handOver.imports);  // a frame of folders only is as it was
   QByteArray frame;
   appendU32(frame, quint32(body.size()));
   return frame + body;
 }
 
-FrameState takeHandOver(QByteArray& buffer, std::vector<std::string>& sources) {
+FrameState takeHandOver(QByteArray& buffer, HandOver& handOver) {
   if (buffer.size() < 4) return FrameState::Incomplete;
   const quint32 total = readU32(buffer.constData());
   // Refused before its bytes arrive: a length beyond the limit is never waited for.
@@ -137,22 +141,27 @@ FrameState takeHandOver(QByteArray& buffer, std::vector<std::string>& sources) {
   if (quint32(buffer.size() - 4) < total) return FrameState::Incomplete;
   const char* p = buffer.constData() + 4;
   const char* const end = p + total;
-  const quint32 count = readU32(p);
-  p += 4;
-  if (count > total / 4) return FrameState::Invalid;  // each source takes its length at least
-  std::vector<std::string> out;
-  out.reserve(count);
-  for (quint32 i = 0; i < count; ++i) {
-    if (end - p < 4) return FrameState::Invalid;
-    const quint32 length = readU32(p);
+  const auto list = [&p, end, total](std::vector<std::string>& out) {
+    if (end - p < 4) return false;
+    const quint32 count = readU32(p);
     p += 4;
-    if (length > quint32(end - p)) return FrameState::Invalid;
-    out.emplace_back(p, length);
-    p += length;
-  }
-  if (p != end) return FrameState::Invalid;
+    if (count > total / 4) return false;  // each path takes its length at least
+    out.reserve(count);
+    for (quint32 i = 0; i < count; ++i) {
+      if (end - p < 4) return false;
+      const quint32 length = readU32(p);
+      p += 4;
+      if (length > quint32(end - p)) return false;
+      out.emplace_back(p, length);
+      p += length;
+    }
+    return true;
+  };
+  HandOver got;
+  if (!list(got.sources) || (p != end && !list(got.imports)) || p != end)
+    return FrameState::Invalid;
   buffer.remove(0, qsizetype(total) + 4);
-  sources = std::move(out);
+  handOver = std::move(got);
   return FrameState::Complete;
 }
 
@@ -218,7 +227,7 @@ SingleInstance::Claim SingleInstance::claim(int limitMs) {
   return Claim::First;
 }
 
-SingleInstance::Sent SingleInstance::handOver(const std::vector<std::string>& sources, int limitMs) {
+SingleInstance::Sent SingleInstance::handOver(const HandOver& handOver, int limitMs) {
   if (peer_ < 0) return Sent::NoAnswer;
   const int fd = std::exchange(peer_, -1);
   const std::unique_ptr<int, void (*)(int*)> closer(new int(fd), [](int* f) {
@@ -226,7 +235,7 @@ SingleInstance::Sent SingleInstance::handOver(const std::vector<std::string>& so
     delete f;
   });
   const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
-  const QByteArray frame = encodeHandOver(sources);
+  const QByteArray frame = encodeHandOver(handOver);
   qsizetype sent = 0;
   while (sent < frame.size()) {
     if (!waitFor(fd, POLLOUT, deadline)) return Sent::NoAnswer;
@@ -274,8 +283,8 @@ void SingleInstance::onConnection() {
 }
 
 void SingleInstance::onFrame(QLocalSocket* peer, QByteArray& buffer) {
-  std::vector<std::string> sources;
-  switch (takeHandOver(buffer, sources)) {
+  HandOver handOver;
+  switch (takeHandOver(buffer, handOver)) {
     case FrameState::Incomplete:
       return;
     case FrameState::Invalid:
@@ -295,7 +304,7 @@ void SingleInstance::onFrame(QLocalSocket* peer, QByteArray& buffer) {
       bool& flag;
       ~Reset() { flag = false; }
     } reset{busy_};
-    Q_EMIT received(sources);
+    Q_EMIT received(handOver);
     answer = kHandOverTaken;
   }
   if (!alive) return;

@@ -4,7 +4,8 @@
 // a restart after a language change waits on: it goes with the window that held it.
 //
 // A hand-over is one frame: a 32-bit length of what follows, the number of sources, and each
-// source as a 32-bit length and its bytes (all lengths big-endian). The receiver answers with one
+// source as a 32-bit length and its bytes; then, only when there are any, the number of exports
+// to import and each of them the same way (all numbers big-endian). The receiver answers with one
 // byte: kTaken, or kBusy when a hand-over arrives while the previous one is still being handled.
 
 #include <QByteArray>
@@ -22,12 +23,19 @@ inline constexpr qsizetype kMaxHandOverBytes = 1 << 20;  // a frame's body, the 
 inline constexpr char kHandOverTaken = 'Y';
 inline constexpr char kHandOverBusy = 'B';
 
-QByteArray encodeHandOver(const std::vector<std::string>& sources);
+// What a later start gives the window: folders to read and exports to import, absolute paths.
+struct HandOver {
+  std::vector<std::string> sources;
+  std::vector<std::string> imports;
+  bool operator==(const HandOver&) const = default;
+};
+
+QByteArray encodeHandOver(const HandOver& handOver);
 
 enum class FrameState { Incomplete, Complete, Invalid };
 // Takes one frame off the front of `buffer` once it is all there. Invalid: a length above the
 // limit, or a body whose parts do not fill it exactly.
-FrameState takeHandOver(QByteArray& buffer, std::vector<std::string>& sources);
+FrameState takeHandOver(QByteArray& buffer, HandOver& handOver);
 
 class SingleInstance : public QObject {
   Q_OBJECT
@@ -54,8 +62,8 @@ class SingleInstance : public QObject {
   // Under the start lock, so that of two starts at once exactly one becomes the first: a live
   // socket is connected to, a dead one (its owner crashed) is removed and taken over.
   Claim claim(int limitMs = 5000);
-  // Only after Claim::Running: sends the sources and waits for the answer, `limitMs` at most.
-  Sent handOver(const std::vector<std::string>& sources, int limitMs = 5000);
+  // Only after Claim::Running: sends the hand-over and waits for the answer, `limitMs` at most.
+  Sent handOver(const HandOver& handOver, int limitMs = 5000);
   // Lets the connection of Claim::Running go without handing anything over.
   void closePeer();
   // Whether some process of this user listens at the socket now.
@@ -63,7 +71,7 @@ class SingleInstance : public QObject {
 
  Q_SIGNALS:
   // A later start handed these over; the answer goes back once the receivers have returned.
-  void received(const std::vector<std::string>& sources);
+  void received(const ql::HandOver& handOver);
 
  private:
   void onConnection();

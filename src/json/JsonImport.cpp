@@ -171,14 +171,16 @@ enum class Field : uint8_t { Other, Name, Asize, Dsize, Mtime, Mode, ReadError, 
 struct Fields {
   std::string name;
   bool haveName = false;
-  int64_t asize = 0, dsize = 0, mtime = 0;
+  int64_t asize = 0, dsize = 0;
+  int64_t mtime = -1;  // -1: the export has none, and the lists show no date
   uint32_t mode = 0;
   bool excluded = false;
   bool dirlink = false;
   void reset() {
     name.clear();
     haveName = excluded = dirlink = false;
-    asize = dsize = mtime = 0;
+    asize = dsize = 0;
+    mtime = -1;
     mode = 0;
   }
 };
@@ -416,6 +418,7 @@ class Builder {
       f.name = fields_.name;
       f.size = fields_.asize;
       f.modified = fields_.mtime;
+      f.accessed = -1;  // exports carry no access time
       f.mode = fields_.mode;
       f.blocks = static_cast<uint64_t>(fields_.dsize) / 512;
       o_.feed->offer(f);

@@ -14,6 +14,7 @@
 
 #include "lang/TL.h"
 #include "support/Path.h"
+#include "support/PathText.h"
 
 namespace ql {
 
@@ -26,6 +27,7 @@ std::function<bool(const QUrl&)>& opener() {
   static std::function<bool(const QUrl&)> o = desktopOpen;
   return o;
 }
+bool openerReplaced = false;
 }  // namespace
 
 QUrl fileUrl(const std::string& path) {
@@ -34,6 +36,7 @@ QUrl fileUrl(const std::string& path) {
 }
 
 void setUrlOpener(std::function<bool(const QUrl&)> o) {
+  openerReplaced = bool(o);
   opener() = o ? std::move(o) : desktopOpen;
 }
 
@@ -48,24 +51,36 @@ bool openUrl(const QUrl& url, QString& why) {
   return false;
 }
 
-bool openWithDefault(const std::string& path) { return opener()(fileUrl(path)); }
+QString cannotOpenText(const QString& what, const QString& why) {
+  return TL(4380, "%1 konnte nicht geöffnet werden: %2", {what, why});
+}
 
-bool openFolder(const std::string& folder) { return opener()(fileUrl(addSlash(folder))); }
+namespace {
+QString openPath(const std::string& path, const QUrl& url) {
+  QString why;
+  return openUrl(url, why) ? QString() : cannotOpenText(pathText(path), why);
+}
+}  // namespace
 
-bool showInFileManager(const std::vector<std::string>& paths) {
-  if (paths.empty()) return false;
+QString openWithDefault(const std::string& path) { return openPath(path, fileUrl(path)); }
+
+QString openFolder(const std::string& folder) { return openPath(folder, fileUrl(addSlash(folder))); }
+
+QString showInFileManager(const std::vector<std::string>& paths) {
+  if (paths.empty()) return {};
 #ifdef QUORLANE_HAVE_DBUS
   // The file managers' common interface selects the items; it is used only when one is there
   // and when the opener has not been replaced for a test.
   QDBusConnection bus = QDBusConnection::sessionBus();
   const QString service = QStringLiteral("org.freedesktop.FileManager1");
-  if (bus.isConnected() && bus.interface() && bus.interface()->isServiceRegistered(service).value()) {
+  if (!openerReplaced && bus.isConnected() && bus.interface() &&
+      bus.interface()->isServiceRegistered(service).value()) {
     QStringList uris;
     for (const std::string& p : paths) uris << QString::fromLatin1(fileUrl(p).toEncoded());
     QDBusMessage call = QDBusMessage::createMethodCall(service, QStringLiteral("/org/freedesktop/FileManager1"),
                                                        service, QStringLiteral("ShowItems"));
     call << uris << QString();
-    if (bus.send(call)) return true;
+    if (bus.send(call)) return {};
   }
 #endif
   const std::string& first = paths.front();

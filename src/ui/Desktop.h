@@ -20,14 +20,18 @@ void setUrlOpener(std::function<bool(const QUrl&)> opener);
 // Opens a URL with the desktop (a web page in the browser, a file with its application). The
 // desktop tells only yes or no; on no, `why` says what is most likely missing.
 bool openUrl(const QUrl& url, QString& why);
+// The line that tells the user a failed open: what could not be opened, and why.
+QString cannotOpenText(const QString& what, const QString& why);
 
-// Opens a file with the desktop's default application; false when nothing could open it.
-bool openWithDefault(const std::string& path);
+// The path calls below return an empty text when the desktop took the path, else that line,
+// for the status bar or the dialog that asked.
+// Opens a file with the desktop's default application.
+QString openWithDefault(const std::string& path);
 // Shows the items selected in the file manager, or opens their folder where the file manager
 // cannot select them.
-bool showInFileManager(const std::vector<std::string>& paths);
+QString showInFileManager(const std::vector<std::string>& paths);
 // Opens a folder in the file manager.
-bool openFolder(const std::string& folder);
+QString openFolder(const std::string& folder);
 // The paths as text on the clipboard, one a line, and as a URL list for file managers.
 void copyPaths(const std::vector<std::string>& paths);
 

@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QClipboard>
-#include <QDesktopServices>
 #include <QFileDialog>
 #include <QGuiApplication>
 #include <QHeaderView>
@@ -12,11 +11,11 @@
 #include <QPainter>
 #include <QResizeEvent>
 #include <QScrollBar>
-#include <QUrl>
 #include <QVBoxLayout>
 
 #include "lang/TL.h"
 #include "support/PathText.h"
+#include "ui/Desktop.h"
 
 namespace ql {
 
@@ -276,15 +275,13 @@ QMenu* DrivePane::drivePopup() {
   return menu;
 }
 
-// The folder itself, or the folder that holds it, in the desktop's file manager.
+// The folder itself, or the folder that holds it with the folder selected, in the desktop's
+// file manager; a refusal goes to the status bar.
 void DrivePane::openPath(const std::string& path, bool parent) {
   std::string target = path;
-  if (parent) {
-    while (target.size() > 1 && target.back() == '/') target.pop_back();
-    const size_t slash = target.rfind('/');
-    target = slash == std::string::npos || slash == 0 ? std::string("/") : target.substr(0, slash);
-  }
-  QDesktopServices::openUrl(QUrl::fromLocalFile(pathText(target)));
+  while (parent && target.size() > 1 && target.back() == '/') target.pop_back();
+  const QString failed = parent ? showInFileManager({target}) : openFolder(target);
+  if (!failed.isEmpty()) Q_EMIT statusText(failed);
 }
 
 int DrivePane::selectedRow() const {

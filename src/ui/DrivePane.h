@@ -96,6 +96,8 @@ class DrivePane : public QWidget {
   // The rows changed in number or height, or the horizontal scroll bar came or went: the frame
   // sizes the pane again.
   void heightChanged();
+  // A line for the status bar: what the desktop refused to open.
+  void statusText(const QString& text);
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

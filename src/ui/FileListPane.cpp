@@ -190,8 +190,8 @@ void FileListPane::buildView(const MainOptions& o) {
   connect(view_, &QTreeView::doubleClicked, this,
           guard_.wrap(files ? "lvwFiles_ItemDblClick" : "lvwTOP_ItemDblClick", [this](const QModelIndex& i) {
             if (!i.isValid()) return;
-            if (!openWithDefault(pathOf(i.row())))
-              warn(TL(4046, "Für '%1' ist kein Programm zum Öffnen eingerichtet.", {pathText(pathOf(i.row()))}));
+            // What the desktop refused goes to the status bar, not into a message in the way.
+            if (const QString failed = openWithDefault(pathOf(i.row())); !failed.isEmpty()) say(failed);
           }));
   connect(view_, &QWidget::customContextMenuRequested, this,
           guard_.wrap(files ? "lvwFiles_MouseUp" : "lvwTOP_MouseUp", [this](const QPoint& at) {
@@ -508,7 +508,7 @@ QMenu* FileListPane::popupMenu() {
       const auto sel = selectedRowsDescending();
       if (sel.empty()) return;
       const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(sel.back()).folder();
-      openFolder(folder);
+      if (const QString failed = openFolder(folder); !failed.isEmpty()) say(failed);
     });
     menu->addSeparator();
     add(Rename, TL(3716, "Datei umbenennen"), "mnuRename", [this] { startRename(); })->setEnabled(!readOnly_);
@@ -525,10 +525,11 @@ QMenu* FileListPane::popupMenu() {
   for (auto it = rows.rbegin(); it != rows.rend(); ++it) paths.push_back(pathOf(*it));
   if (one)
     add(Open, TL(4048, "Öffnen"), "mnuOpen", [this, p = paths.front()] {
-      if (!openWithDefault(p)) warn(TL(4046, "Für '%1' ist kein Programm zum Öffnen eingerichtet.", {pathText(p)}));
+      if (const QString failed = openWithDefault(p); !failed.isEmpty()) say(failed);
     });
-  add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager",
-      [paths] { showInFileManager(paths); });
+  add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager", [this, paths] {
+    if (const QString failed = showInFileManager(paths); !failed.isEmpty()) say(failed);
+  });
   add(CopyPath, TL(4050, "Pfad kopieren"), "mnuCopyPath", [paths] { copyPaths(paths); });
   return menu;
 }

@@ -60,9 +60,8 @@ MainWindow::MainWindow(QWidget* parent)
   showPanes();
 
   if (SingleInstance* instance = SingleInstance::current())
-    connect(
-        instance, &SingleInstance::received, this,
-        guard_.wrap("WindowProc", [this](const std::vector<std::string>& s) { takeHandOver(s); }));
+    connect(instance, &SingleInstance::received, this,
+            guard_.wrap("WindowProc", [this](const HandOver& h) { takeHandOver(h); }));
   applyToolbarLook();
   session_->setBusy(true);  // until the window has come up, with Stop off too
   cbrMain_->control(cmd::main::Stop)->setEnabled(false);
@@ -93,6 +92,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
   // The other lists stand beside the report: the drive table above, the file list or the
   // largest-files list below it.
   drives_ = new DrivePane(guard_, o, {}, this);
+  connect(drives_, &DrivePane::statusText, status_, &QLabel::setText);
   connect(drives_, &DrivePane::heightChanged, this,
           guard_.wrap("Drives_ResizeTableHeight", [this] { fitDriveTable(); }));
   connect(drives_, &DrivePane::scanRequested, this,
@@ -340,8 +340,9 @@ void MainWindow::fitDriveTable() {
   splInfo_->setPosition(drives_->preferredHeight() + 5);
 }
 
-void MainWindow::takeHandOver(const std::vector<std::string>& sources) {
-  session_->readSources(sources);  // during a scan they join its queue
+void MainWindow::takeHandOver(const HandOver& handOver) {
+  session_->readSources(handOver.sources);  // during a scan they join its queue
+  setStartImports(handOver.imports);        // read once the walk is done
   if (isMinimized()) showNormal();
   raise();
   activateWindow();
@@ -356,8 +357,7 @@ void MainWindow::setControlsEnabled(bool on) {
 
 void MainWindow::openOnDesktop(const QUrl& url) {
   QString why;
-  if (!openUrl(url, why))
-    status_->setText(TL(4380, "%1 konnte nicht geöffnet werden: %2", {url.toDisplayString(), why}));
+  if (!openUrl(url, why)) status_->setText(cannotOpenText(url.toDisplayString(), why));
 }
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {

@@ -23,6 +23,8 @@
 
 namespace ql {
 
+struct HandOver;
+
 class MainWindow : public QMainWindow {
   Q_OBJECT
  public:
@@ -34,8 +36,9 @@ class MainWindow : public QMainWindow {
   // Sources and exports of the command line, read once the window has come up.
   void setStartSources(const std::vector<std::string>& sources) { session_->readSources(sources); }
   void setStartImports(const std::vector<std::string>& files);
-  // Sources a later start handed over: read like the command line, and the window comes forward.
-  void takeHandOver(const std::vector<std::string>& sources);
+  // Sources and exports a later start handed over: read like the command line, and the window
+  // comes forward.
+  void takeHandOver(const HandOver& handOver);
   // The commands of the main bar, by number, as a click would run them.
   void cbrMain_Execute(int id);
   // Brings the panes in line with the check marks of the four list commands.

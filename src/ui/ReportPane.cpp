@@ -312,9 +312,13 @@ QMenu* ReportPane::reportPopup() {
     menu->addSeparator();
   }
   const std::string path = tree_.fullPath(node);
-  add(Open, TL(4048, "Öffnen"), "mnuOpen", [path] { openFolder(path); });
+  // The desktop says only whether it took the path: a refusal is told in the status bar.
+  const auto tell = [this](const QString& failed) {
+    if (!failed.isEmpty()) Q_EMIT statusText(failed);
+  };
+  add(Open, TL(4048, "Öffnen"), "mnuOpen", [path, tell] { tell(openFolder(path)); });
   add(ShowInFileManager, TL(4049, "Im Dateimanager anzeigen"), "mnuShowInFileManager",
-      [path] { showInFileManager({path}); });
+      [path, tell] { tell(showInFileManager({path})); });
   add(CopyPath, TL(4050, "Pfad kopieren"), "mnuCopyPath", [path] { copyPaths({path}); });
   return menu;
 }

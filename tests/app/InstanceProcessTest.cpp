@@ -46,10 +46,15 @@ class Instances : public ::testing::Test {
   // Still there after a while: a window, not a start that handed over.
   static bool stays(QProcess* p) { return !p->waitForFinished(1500); }
   static bool endsWithZero(QProcess* p) { return p->waitForFinished(15000) && p->exitCode() == 0; }
+  // The folders of each hand-over the first instance took; their exports go to `imports`.
   Received received() {
     QByteArray bytes = readFile(log());
     Received all;
-    for (std::vector<std::string> one; takeHandOver(bytes, one) == FrameState::Complete;) all.push_back(one);
+    imports.clear();
+    for (HandOver one; takeHandOver(bytes, one) == FrameState::Complete;) {
+      all.push_back(one.sources);
+      imports.insert(imports.end(), one.imports.begin(), one.imports.end());
+    }
     return all;
   }
   QString log() const { return config.filePath("handover"); }
@@ -57,19 +62,21 @@ class Instances : public ::testing::Test {
 
   QTemporaryDir runtime, config;
   std::vector<std::unique_ptr<QProcess>> started;
+  std::vector<std::string> imports;
 };
 
-// Relative folders are put behind the later start's own folder, byte for byte; one that is not
-// there is named, the others still go, and the start ends with 1.
+// Relative folders and exports are put behind the later start's own folder, byte for byte; one
+// that is not there is named, the others still go, and the start ends with 1.
 TEST_F(Instances, ALaterStartHandsItsFoldersOverFromItsOwnFolderAndEnds) {
   QTemporaryDir caller;
   const QString here = caller.path();
   for (const char* d : {"a b", "say \"hi\"", "-dash", "work/big"})
     ASSERT_TRUE(QDir(here).mkpath(d));
+  writeFile(here + "/tree.json", "[1,2,{},[{\"name\":\"/t\"}]]");
   QProcess* first = start({});
   ASSERT_TRUE(ready());
-  EXPECT_TRUE(
-      endsWithZero(start({"--", here + "/a b", "say \"hi\"", "-dash", "work/./big"}, here)));
+  EXPECT_TRUE(endsWithZero(start(
+      {"--import", "tree.json", "--", here + "/a b", "say \"hi\"", "-dash", "work/./big"}, here)));
   QProcess* missing = start({"big", "gone"}, here + "/work");
   ASSERT_TRUE(missing->waitForFinished(15000));
   EXPECT_EQ(missing->exitCode(), 1);
@@ -80,6 +87,7 @@ TEST_F(Instances, ALaterStartHandsItsFoldersOverFromItsOwnFolderAndEnds) {
                                   {h + "/a b", h + "/say \"hi\"", h + "/-dash", h + "/work/./big"},
                                   {h + "/work/big"},
                                   {}}));
+  EXPECT_EQ(imports, std::vector<std::string>{h + "/tree.json"});
   EXPECT_EQ(first->state(), QProcess::Running);
 }
 

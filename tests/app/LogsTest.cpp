@@ -9,6 +9,7 @@
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "support/Logs.h"
+#include "ui/Desktop.h"
 #include "ui/dialogs/ShowLog.h"
 
 namespace ql {
@@ -47,11 +48,18 @@ TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
   globals().DataFolder = QString::fromStdString(dir.path());
   test::UrlCatcher catcher;
   QDesktopServices::setUrlHandler("file", &catcher, "open");
-  EXPECT_FALSE(Show_Log());
+  QString failed;
+  EXPECT_FALSE(Show_Log(failed));
+  EXPECT_TRUE(failed.isEmpty());
   test::writeFile(dir / "Quorlane.log", "");
-  EXPECT_TRUE(Show_Log());
+  EXPECT_TRUE(Show_Log(failed));
   QDesktopServices::unsetUrlHandler("file");
   EXPECT_EQ(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(QString::fromStdString(dir / "Quorlane.log"))});
+  // A desktop that refuses it: the caller gets the line that says so.
+  setUrlOpener([](const QUrl&) { return false; });
+  EXPECT_FALSE(Show_Log(failed));
+  setUrlOpener(nullptr);
+  EXPECT_TRUE(failed.contains(QString::fromStdString(dir / "Quorlane.log"))) << failed.toStdString();
 }
 
 }  // namespace

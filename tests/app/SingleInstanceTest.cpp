@@ -21,16 +21,16 @@ QByteArray u32(quint32 v) {
 }
 
 TEST(HandOverFrame, KeepsEveryByteWaitsForTheWholeFrameAndRefusesMalformedOnes) {
-  const std::vector<std::string> sources = {"/a b", "", std::string("x\0y", 3), "say \"hi\"", "\xff-latin"};
-  const QByteArray first = encodeHandOver(sources);
+  const HandOver sent{{"/a b", "", std::string("x\0y", 3), "say \"hi\"", "\xff-latin"}, {"/e.json"}};
+  const QByteArray first = encodeHandOver(sent);
   QByteArray buffer = first.left(first.size() - 1);
-  std::vector<std::string> got;
+  HandOver got;
   EXPECT_EQ(takeHandOver(buffer, got), FrameState::Incomplete);
   buffer += first.right(1) + encodeHandOver({});
   ASSERT_EQ(takeHandOver(buffer, got), FrameState::Complete);
-  EXPECT_EQ(got, sources);
+  EXPECT_EQ(got, sent);
   ASSERT_EQ(takeHandOver(buffer, got), FrameState::Complete);  // the next one, an empty list
-  EXPECT_TRUE(got.empty() && buffer.isEmpty());
+  EXPECT_TRUE(got == HandOver{} && buffer.isEmpty());
 
   const QByteArray one = u32(1) + u32(3) + "abc";
   for (QByteArray bad : {u32(quint32(kMaxHandOverBytes) + 1),  // refused before its bytes come
@@ -67,15 +67,16 @@ TEST(SingleInstanceServer, TurnsAwayAHandOverThatArrivesDuringTheLastOne) {
   auto send = [&](std::vector<std::string> sources, std::atomic<int>& result) {
     std::thread t([&result, sources, path = runtime.path()] {
       SingleInstance later(path);
-      result = later.claim() == SingleInstance::Claim::Running ? int(later.handOver(sources)) : -1;
+      result =
+          later.claim() == SingleInstance::Claim::Running ? int(later.handOver({sources, {}})) : -1;
     });
     while (result == -2) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     t.join();
   };
   std::atomic<int> one{-2}, two{-2};
   std::vector<std::vector<std::string>> received;
-  QObject::connect(&first, &SingleInstance::received, [&](const std::vector<std::string>& s) {
-    received.push_back(s);
+  QObject::connect(&first, &SingleInstance::received, [&](const HandOver& h) {
+    received.push_back(h.sources);
     if (received.size() == 1) send({"/second"}, two);
   });
   send({"/first"}, one);

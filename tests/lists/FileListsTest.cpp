@@ -343,6 +343,11 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   EXPECT_TRUE(root.data().toString().contains("scan.json"));
   EXPECT_EQ(w.session().tree().text(node), d.path());  // the path itself stays the node's text
   EXPECT_EQ(w.topPane().model().row(0).name, "big.iso");
+  for (RowKey k : {RowKey::Modified, RowKey::Accessed}) {  // not in the export: no 1970 either
+    const FileListModel& top = w.topPane().model();
+    ASSERT_GE(top.columnOf(k), 0);
+    EXPECT_EQ(top.index(0, top.columnOf(k)).data().toString().toStdString(), "");
+  }
 
   // The disk changes behind the import: the list still shows what the import holds, and
   // nothing of a folder that is gone can be deleted.

@@ -5,6 +5,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QDialog>
+#include <QDir>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -128,16 +129,29 @@ TEST_F(MainWindowTest, MainCommands) {
   EXPECT_EQ(w.reportPane().model().rowCount(), 1);
   EXPECT_TRUE(bar.control(cmd::main::Options)->isEnabled());
   EXPECT_TRUE(bar.control(cmd::main::Update)->isEnabled());
-  // A page the desktop cannot open says so where the user looks.
+  // A page or a folder the desktop cannot open says so where the user looks.
   QList<QUrl> opened;
   setUrlOpener([&](const QUrl& url) {
     opened << url;
     return false;
   });
   bar.control(cmd::main::Homepage)->trigger();
-  setUrlOpener(nullptr);
   ASSERT_EQ(opened.size(), 1);
   EXPECT_TRUE(w.statusPanel1().text().contains(opened[0].toDisplayString()));
+  w.reportPane().view().setCurrentIndex(w.reportPane().model().index(0, 0));
+  QMenu* menu = w.reportPane().reportPopup();
+  for (int id : {cmd::popup::Open, cmd::popup::ShowInFileManager}) {
+    w.statusPanel1().clear();
+    for (QAction* a : menu->actions())
+      if (a->data() == id) a->trigger();
+    ASSERT_EQ(opened.size(), id == cmd::popup::Open ? 2 : 3);
+    const QString folder =
+        QDir::cleanPath(opened.last().toLocalFile());  // the source or its parent
+    EXPECT_TRUE(w.statusPanel1().text().contains(folder))
+        << id << " " << w.statusPanel1().text().toStdString();
+  }
+  delete menu;
+  setUrlOpener(nullptr);
   // Save and Print open their dialogs over the report.
   for (auto [id, form] : {std::pair{int(cmd::report::Save), "frmSave"}, {int(cmd::report::Print), "frmPrint"}}) {
     QString shown;

@@ -1,17 +1,19 @@
 #include "ui/dialogs/ShowLog.h"
 
-#include <QDesktopServices>
+#include <QFile>
 #include <QFileInfo>
-#include <QUrl>
 
 #include "support/Logs.h"
+#include "ui/Desktop.h"
 
 namespace ql {
 
-bool Show_Log() {
+bool Show_Log(QString& failed) {
+  failed.clear();
   const QString path = logFilePath(QLatin1String(kShownLog));
   if (path.isEmpty() || !QFileInfo(path).isFile()) return false;
-  return QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+  failed = openWithDefault(QFile::encodeName(path).toStdString());
+  return failed.isEmpty();
 }
 
 }  // namespace ql

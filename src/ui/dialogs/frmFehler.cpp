@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QClipboard>
-#include <QDesktopServices>
 #include <QEvent>
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -25,6 +24,7 @@
 #include "support/Globals.h"
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
+#include "ui/Desktop.h"
 #include "ui/TranslateControls.h"
 
 namespace ql {
@@ -148,8 +148,16 @@ void frmFehler::cmdEmail_Click() {
                               "Maustaste in die neue Email einfügen."));
   copyToClipboard();
   // The text is encoded already; the report itself goes by the clipboard, not the URL.
-  QDesktopServices::openUrl(QUrl::fromEncoded(failureMailUrl(note).toUtf8(), QUrl::TolerantMode));
-  QMessageBox box(QMessageBox::Information, TL(3006, QStringLiteral("WICHTIGER HINWEIS")), note,
+  QString why, text = note;
+  if (!openUrl(QUrl::fromEncoded(failureMailUrl(note).toUtf8(), QUrl::TolerantMode), why))
+    // No new mail to paste into: the user is told so, and where the report may go by hand.
+    text = cannotOpenText(TL(4420, QStringLiteral("Das Emailprogramm")), why) +
+           QStringLiteral("\n\n") +
+           TL(4421,
+              QStringLiteral(
+                  "Der Fehlerreport steht in der Zwischenablage. Senden Sie ihn bitte an '%1'."),
+              {supportMailAddress()});
+  QMessageBox box(QMessageBox::Information, TL(3006, QStringLiteral("WICHTIGER HINWEIS")), text,
                   QMessageBox::Ok, this);
   box.exec();
 }

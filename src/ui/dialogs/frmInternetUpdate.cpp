@@ -6,6 +6,7 @@
 #include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QDir>
+#include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -35,6 +36,7 @@
 #include "support/Globals.h"
 #include "support/Logs.h"
 #include "failure/FailureReport.h"
+#include "ui/Desktop.h"
 #include "lang/TL.h"
 #include "ui/TranslateControls.h"
 #include "report/SizeFormat.h"
@@ -322,7 +324,10 @@ QWidget* frmInternetUpdate::buildOptions() {
             txtProxyPW->setEchoMode(plain ? QLineEdit::Normal : QLineEdit::Password);
           }));
   connect(cmdOrdnerOffnen, &QPushButton::clicked, this, guard_.wrap("cmdOrdnerOffnen_Click", [this] {
-            QDesktopServices::openUrl(QUrl::fromLocalFile(expandSystemVariables(txtDownloadPath->text())));
+            const QString folder = expandSystemVariables(txtDownloadPath->text());
+            // A folder the desktop cannot show is said in the dialog's log, where the user looks.
+            if (const QString failed = openFolder(QFile::encodeName(folder).toStdString()); !failed.isEmpty())
+              LogHinweise(failed);
           }));
   connect(cmdOrdnerNeu, &QPushButton::clicked, this, guard_.wrap("cmdOrdnerNeu_Click", [this] {
             const QString folder = QFileDialog::getExistingDirectory(
