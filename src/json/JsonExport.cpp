@@ -167,7 +167,8 @@ struct Folder {
 
 class ExportWalk {
  public:
-  ExportWalk(int threads, const Stop* stop) : threads_(threads), stop_(stop) {}
+  ExportWalk(int threads, const Stop* stop, const std::vector<std::string>& excludes)
+      : threads_(threads), stop_(stop), excludes_(excludes) {}
 
   ExportResult run(const std::string& source, int fd, bool compress);
 
@@ -191,6 +192,9 @@ class ExportWalk {
 
   int threads_;
   const Stop* stop_;
+  ExcludeList excludes_;
+  size_t rootPrefix_ =
+      0;  // the length of the root's path with its "/": what the relative path leaves out
   DirReader writerReader_{kMask};
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
@@ -227,50 +231,71 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     return;
   }
   std::string& text = f.text;
-  const DirReader::Result result = reader.read(fd, [&](DirEntry& e) {
-    const struct statx* sx = e.stat();
-    if (e.error() == ENOMEM) {
-      f.shortage = ENOMEM;
-      return false;
-    }
-    if (!sx) return true;  // gone since the listing
-    const std::string_view name = e.name();
-    ++f.entries;
-    text += ",\n";
-    if (S_ISDIR(sx->stx_mode)) {
-      const uint64_t mount = mountIdFrom(*sx);
-      if (mount != f.mountId) {
-        // Another file system: named, never entered.
-        text += "{\"name\":\"";
-        appendJsonEscaped(text, name);
-        text += "\",\"excluded\":\"othfs\"}";
+  const bool excluding = !excludes_.empty();
+  std::string relative;  // below the root, for patterns with a "/"
+  if (excluding && excludes_.needsPath())
+    relative = addSlash(f.path).substr(std::min(rootPrefix_, f.path.size()));
+  const size_t relativeBase = relative.size();
+  const DirReader::Result result = reader.read(
+      fd,
+      [&](DirEntry& e) {
+        if (excluding) {
+          if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
+          if (const std::string* pattern = excludes_.match(e.name(), relative)) {
+            // Left out by a pattern: named with it, never looked at, as ncdu writes it.
+            ++f.entries;
+            text += ",\n{\"name\":\"";
+            appendJsonEscaped(text, e.name());
+            text += "\",\"excluded\":\"";
+            appendJsonEscaped(text, *pattern);
+            text += "\"}";
+            return true;
+          }
+        }
+        const struct statx* sx = e.stat();
+        if (e.error() == ENOMEM) {
+          f.shortage = ENOMEM;
+          return false;
+        }
+        if (!sx) return true;  // gone since the listing
+        const std::string_view name = e.name();
+        ++f.entries;
+        text += ",\n";
+        if (S_ISDIR(sx->stx_mode)) {
+          const uint64_t mount = mountIdFrom(*sx);
+          if (mount != f.mountId) {
+            // Another file system: named, never entered.
+            text += "{\"name\":\"";
+            appendJsonEscaped(text, name);
+            text += "\",\"excluded\":\"othfs\"}";
+            return true;
+          }
+          auto child = std::make_shared<Folder>();
+          child->path = joinPath(f.path, name);
+          child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
+          appendInfo(child->info, name, *sx);
+          child->mountId = mount;
+          if (threads_ > 1) {
+            const auto index = static_cast<uint32_t>(f.cuts.size());
+            child->order.reserve(f.order.size() + 4);
+            child->order = f.order;
+            for (int shift = 24; shift >= 0; shift -= 8)
+              child->order.push_back(static_cast<char>(index >> shift));
+          }
+          f.cuts.emplace_back(text.size(), std::move(child));
+          return true;
+        }
+        appendInfo(text, name, *sx);
+        if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
+        if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
+        if (e.error() == ENOMEM) {
+          f.shortage = ENOMEM;
+          return false;
+        }
+        text.push_back('}');
         return true;
-      }
-      auto child = std::make_shared<Folder>();
-      child->path = joinPath(f.path, name);
-      child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
-      appendInfo(child->info, name, *sx);
-      child->mountId = mount;
-      if (threads_ > 1) {
-        const auto index = static_cast<uint32_t>(f.cuts.size());
-        child->order.reserve(f.order.size() + 4);
-        child->order = f.order;
-        for (int shift = 24; shift >= 0; shift -= 8)
-          child->order.push_back(static_cast<char>(index >> shift));
-      }
-      f.cuts.emplace_back(text.size(), std::move(child));
-      return true;
-    }
-    appendInfo(text, name, *sx);
-    if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
-    if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
-    if (e.error() == ENOMEM) {
-      f.shortage = ENOMEM;
-      return false;
-    }
-    text.push_back('}');
-    return true;
-  }, stop_);
+      },
+      stop_);
   // Kept open for the subfolders while few folders are; else they go by their paths.
   if (!f.cuts.empty() && openFolders_.fetch_add(1, std::memory_order_relaxed) < kOpenFolders) {
     auto open = std::make_shared<OpenFolder>(fd, openFolders_);
@@ -425,6 +450,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
       root->path = real;
       std::free(real);
     }
+    rootPrefix_ = addSlash(root->path).size();
     appendInfo(root->info, root->path, sx);
     appendNumber(root->info, ",\"dev\":", (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor);
     root->mountId = mountIdFrom(sx);
@@ -528,20 +554,21 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
 }  // namespace
 
 ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop,
-                        bool compress) {
-  ExportWalk walk(threads, stop);
+                        bool compress, const std::vector<std::string>& excludes) {
+  ExportWalk walk(threads, stop, excludes);
   return walk.run(source, fd, compress);
 }
 
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
-                              const Stop* stop) {
+                              const Stop* stop, const std::vector<std::string>& excludes) {
   OutputFile out;
   if (!out.open(file)) {
     ExportResult r;
     r.error = out.error();
     return r;
   }
-  ExportResult r = exportJson(source, out.fd(), threads, stop, file != "-" && isZstdName(file));
+  ExportResult r =
+      exportJson(source, out.fd(), threads, stop, file != "-" && isZstdName(file), excludes);
   if (r.ok && !out.commit()) {
     r.ok = false;
     r.writeFailed = true;
