@@ -193,8 +193,7 @@ class ExportWalk {
   int threads_;
   const Stop* stop_;
   ExcludeList excludes_;
-  size_t rootPrefix_ =
-      0;  // the length of the root's path with its "/": what the relative path leaves out
+  size_t rootPrefix_ = 0;  // the root's path with its "/": what a relative path leaves out
   DirReader writerReader_{kMask};
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
@@ -236,66 +235,63 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
   if (excluding && excludes_.needsPath())
     relative = addSlash(f.path).substr(std::min(rootPrefix_, f.path.size()));
   const size_t relativeBase = relative.size();
-  const DirReader::Result result = reader.read(
-      fd,
-      [&](DirEntry& e) {
-        if (excluding) {
-          if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
-          if (const std::string* pattern = excludes_.match(e.name(), relative)) {
-            // Left out by a pattern: named with it, never looked at, as ncdu writes it.
-            ++f.entries;
-            text += ",\n{\"name\":\"";
-            appendJsonEscaped(text, e.name());
-            text += "\",\"excluded\":\"";
-            appendJsonEscaped(text, *pattern);
-            text += "\"}";
-            return true;
-          }
-        }
-        const struct statx* sx = e.stat();
-        if (e.error() == ENOMEM) {
-          f.shortage = ENOMEM;
-          return false;
-        }
-        if (!sx) return true;  // gone since the listing
-        const std::string_view name = e.name();
+  const DirReader::Result result = reader.read(fd, [&](DirEntry& e) {
+    if (excluding) {
+      if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
+      if (const std::string* pattern = excludes_.match(e.name(), relative)) {
+        // Left out by a pattern: named with it, never looked at, as ncdu writes it.
         ++f.entries;
-        text += ",\n";
-        if (S_ISDIR(sx->stx_mode)) {
-          const uint64_t mount = mountIdFrom(*sx);
-          if (mount != f.mountId) {
-            // Another file system: named, never entered.
-            text += "{\"name\":\"";
-            appendJsonEscaped(text, name);
-            text += "\",\"excluded\":\"othfs\"}";
-            return true;
-          }
-          auto child = std::make_shared<Folder>();
-          child->path = joinPath(f.path, name);
-          child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
-          appendInfo(child->info, name, *sx);
-          child->mountId = mount;
-          if (threads_ > 1) {
-            const auto index = static_cast<uint32_t>(f.cuts.size());
-            child->order.reserve(f.order.size() + 4);
-            child->order = f.order;
-            for (int shift = 24; shift >= 0; shift -= 8)
-              child->order.push_back(static_cast<char>(index >> shift));
-          }
-          f.cuts.emplace_back(text.size(), std::move(child));
-          return true;
-        }
-        appendInfo(text, name, *sx);
-        if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
-        if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
-        if (e.error() == ENOMEM) {
-          f.shortage = ENOMEM;
-          return false;
-        }
-        text.push_back('}');
+        text += ",\n{\"name\":\"";
+        appendJsonEscaped(text, e.name());
+        text += "\",\"excluded\":\"";
+        appendJsonEscaped(text, *pattern);
+        text += "\"}";
         return true;
-      },
-      stop_);
+      }
+    }
+    const struct statx* sx = e.stat();
+    if (e.error() == ENOMEM) {
+      f.shortage = ENOMEM;
+      return false;
+    }
+    if (!sx) return true;  // gone since the listing
+    const std::string_view name = e.name();
+    ++f.entries;
+    text += ",\n";
+    if (S_ISDIR(sx->stx_mode)) {
+      const uint64_t mount = mountIdFrom(*sx);
+      if (mount != f.mountId) {
+        // Another file system: named, never entered.
+        text += "{\"name\":\"";
+        appendJsonEscaped(text, name);
+        text += "\",\"excluded\":\"othfs\"}";
+        return true;
+      }
+      auto child = std::make_shared<Folder>();
+      child->path = joinPath(f.path, name);
+      child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
+      appendInfo(child->info, name, *sx);
+      child->mountId = mount;
+      if (threads_ > 1) {
+        const auto index = static_cast<uint32_t>(f.cuts.size());
+        child->order.reserve(f.order.size() + 4);
+        child->order = f.order;
+        for (int shift = 24; shift >= 0; shift -= 8)
+          child->order.push_back(static_cast<char>(index >> shift));
+      }
+      f.cuts.emplace_back(text.size(), std::move(child));
+      return true;
+    }
+    appendInfo(text, name, *sx);
+    if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
+    if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
+    if (e.error() == ENOMEM) {
+      f.shortage = ENOMEM;
+      return false;
+    }
+    text.push_back('}');
+    return true;
+  }, stop_);
   // Kept open for the subfolders while few folders are; else they go by their paths.
   if (!f.cuts.empty() && openFolders_.fetch_add(1, std::memory_order_relaxed) < kOpenFolders) {
     auto open = std::make_shared<OpenFolder>(fd, openFolders_);

@@ -332,7 +332,7 @@ WalkOutcome FolderWalk::scanFolder(const std::string& folder, WalkSink& sink) {
     unsigned mask =
         options_.feed
             ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS)
-            : STATX_SIZE;
+                                        : STATX_SIZE;
     if (options_.mode.allocated) mask |= STATX_BLOCKS;
     if (options_.mode.linksOnce) mask |= STATX_NLINK | STATX_INO;
     for (int i = 0; i < maxThreads; ++i) {
@@ -495,68 +495,64 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     w.names.append(name, std::strlen(name) + 1);
   };
 
-  const DirReader::Result read = w.reader.read(
-      fd,
-      [&](DirEntry& e) {
-        if (excluding) {
-          if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
-          if (excludes_.match(e.name(), relative)) {
-            addSubfolder(e.name(), true);  // a row like a junction, never entered
-            return true;
-          }
-        }
-        if (e.isFolder()) {
-          bool junction = false;
-          if (checkMounts) {
-            // Another mount below the source is known by name, before anything opens it: shown like
-            // a link to a folder, never entered.
-            const uint64_t id = e.mountId();
-            if (id == 0) {
-              if (e.error() != ENOMEM) return true;  // gone since the listing
-              shortage(d, e.name(), ENOMEM);
-              return false;
-            }
-            junction = id != d->mountId;
-            if (junction && noLinks) return true;
-          }
-          addSubfolder(e.name(), junction);
-          return true;
-        }
-        if (e.isLink() && e.linksToFolder()) {
-          if (!noLinks) addSubfolder(e.name(), true);  // else left out: no row, no count
-          return true;
-        }
-        const struct statx* sx = e.stat();
-        if (e.error() == ENOMEM) {  // this entry or its link's target could not be looked at
+  const DirReader::Result read = w.reader.read(fd, [&](DirEntry& e) {
+    if (excluding) {
+      if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
+      if (excludes_.match(e.name(), relative)) {
+        addSubfolder(e.name(), true);  // a row like a junction, never entered
+        return true;
+      }
+    }
+    if (e.isFolder()) {
+      bool junction = false;
+      if (checkMounts) {
+        // Another mount below the source is known by name, before anything opens it: shown like
+        // a link to a folder, never entered.
+        const uint64_t id = e.mountId();
+        if (id == 0) {
+          if (e.error() != ENOMEM) return true;  // gone since the listing
           shortage(d, e.name(), ENOMEM);
           return false;
         }
-        if (!sx) return true;  // gone since the listing
-        const int64_t size = sizeIn(mode, *sx);
-        if (!checkedAdd(d->ownBytes, size)) {
-          fail(d, e.name(), WalkFailure::Kind::SumOverflow, 0);
-          return false;
-        }
-        ++d->ownFiles;
-        if (mode.linksOnce && sx->stx_nlink > 1 && size > 0)
-          w.links.push_back(Link{linkKey(*sx, rootDev_), size});
-        if (size >= feedMinimum) {
-          if (folderPath.empty()) folderPath = addSlash(pathOf(d));
-          FoundFile f;
-          f.folder = folderPath;
-          f.name = e.name();
-          f.size = size;
-          f.modified = sx->stx_mtime.tv_sec;
-          f.accessed = sx->stx_atime.tv_sec;
-          f.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
-          f.mode = sx->stx_mode;
-          f.blocks = sx->stx_blocks;
-          f.attributes = sx->stx_attributes & sx->stx_attributes_mask;
-          options_.feed->offer(f);
-        }
-        return true;
-      },
-      &stop_);
+        junction = id != d->mountId;
+        if (junction && noLinks) return true;
+      }
+      addSubfolder(e.name(), junction);
+      return true;
+    }
+    if (e.isLink() && e.linksToFolder()) {
+      if (!noLinks) addSubfolder(e.name(), true);  // else left out: no row, no count
+      return true;
+    }
+    const struct statx* sx = e.stat();
+    if (e.error() == ENOMEM) {  // this entry or its link's target could not be looked at
+      shortage(d, e.name(), ENOMEM);
+      return false;
+    }
+    if (!sx) return true;  // gone since the listing
+    const int64_t size = sizeIn(mode, *sx);
+    if (!checkedAdd(d->ownBytes, size)) {
+      fail(d, e.name(), WalkFailure::Kind::SumOverflow, 0);
+      return false;
+    }
+    ++d->ownFiles;
+    if (mode.linksOnce && sx->stx_nlink > 1 && size > 0) w.links.push_back(Link{linkKey(*sx, rootDev_), size});
+    if (size >= feedMinimum) {
+      if (folderPath.empty()) folderPath = addSlash(pathOf(d));
+      FoundFile f;
+      f.folder = folderPath;
+      f.name = e.name();
+      f.size = size;
+      f.modified = sx->stx_mtime.tv_sec;
+      f.accessed = sx->stx_atime.tv_sec;
+      f.created = (sx->stx_mask & STATX_BTIME) ? sx->stx_btime.tv_sec : -1;
+      f.mode = sx->stx_mode;
+      f.blocks = sx->stx_blocks;
+      f.attributes = sx->stx_attributes & sx->stx_attributes_mask;
+      options_.feed->offer(f);
+    }
+    return true;
+  }, &stop_);
   if (read.end == DirReader::End::Failed && read.error == ENOENT) {
     // The folder was taken away while it was read: it was emptied first, so what was read is
     // all it held. Not a failure, and not cut.
