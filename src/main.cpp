@@ -84,7 +84,8 @@ int main(int argc, char** argv) {
       int threads = FolderWalk::defaultThreads();
       if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
         threads = std::atoi(forced);
-      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads);
+      const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads,
+                                              nullptr, command.excludes);
       if (r.ok) return 0;
       std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
       return 1;

@@ -69,6 +69,27 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
         exporting = true;
         p.exportFile = argv[++i];
       }
+    } else if (std::strcmp(arg, "--size") == 0 || std::strcmp(arg, "--links") == 0 ||
+               std::strcmp(arg, "--exclude") == 0) {
+      // The value is the next argument, whatever it looks like.
+      if (i + 1 >= argc || !*argv[i + 1]) {
+        usage(std::string(arg) + " needs a value");
+        continue;
+      }
+      const std::string value = argv[++i];
+      if (arg[2] == 'e') {
+        p.excludes.push_back(value);
+      } else if (arg[2] == 's') {
+        if (value == "logical" || value == "allocated")
+          p.sizeAllocated = value == "allocated";
+        else
+          usage("--size is logical or allocated, not " + value);
+      } else {
+        if (value == "once" || value == "each")
+          p.linksOnce = value == "once";
+        else
+          usage("--links is once or each, not " + value);
+      }
     } else if (silentOption(arg, levels)) {
       if (silent) usage("-s given twice");
       silent = true;

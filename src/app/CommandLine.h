@@ -19,14 +19,17 @@ struct ParsedCommandLine {
   std::string exportFile;            // --export FILE SOURCE: "-" for standard output
   std::string outputFile;            // silent run: the report
   int outputLevels = 0;              // silent run: 0 all levels, n the top rows and n levels below
+  int sizeAllocated = -1;  // --size: -1 not given (the settings hold), 0 logical, 1 allocated
+  int linksOnce = -1;      // --links: -1 not given, 0 each name, 1 once
+  std::vector<std::string> excludes;  // --exclude PATTERN, in the order given
   bool restart = false;              // -RESTART
   bool translationMode = false;      // -TLMODUS
   std::string error;                 // UsageError: what is wrong, one line
 };
 
-// -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, -RESTART, -TLMODUS, --help,
-// --version; after "--" every argument is a source. Any other argument that begins with "-" is a
-// usage error.
+// -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, --size logical|allocated,
+// --links once|each, --exclude PATTERN, -RESTART, -TLMODUS, --help, --version; after "--" every
+// argument is a source. Any other argument that begins with "-" is a usage error.
 ParsedCommandLine parseArguments(int argc, char** argv);
 
 }  // namespace ql

@@ -76,9 +76,13 @@ constexpr SettingKey kKeys[] = {
     {"Optionen", "FilePreview", F::Flag, "0", nullptr, QL_FIELD(FilePreview)},
     {"Optionen", "FilelistTile", F::Flag, "0", nullptr, QL_FIELD(FilelistTile)},
     {"Optionen", "ComboText", F::Text, "", nullptr, QL_FIELD(ComboText)},
+    // How sizes are counted: st_blocks x 512 instead of st_size; a hard-linked file once.
+    {"Optionen", "SizeAllocated", F::Flag, "0", nullptr, QL_FIELD(SizeAllocated)},
+    {"Optionen", "LinksOnce", F::Flag, "0", nullptr, QL_FIELD(LinksOnce)},
 
     {"ComboOrdner", "O", F::List, kProfileListEnd, nullptr},
     {"DriveFolders", "F", F::List, kProfileListEnd, nullptr},
+    {"Exclude", "P", F::List, kProfileListEnd, nullptr},
 
     {"InternetUpdate", "UseProxy", F::Text, "0", nullptr},
     {"InternetUpdate", "ProxyName", F::Text, "", nullptr},
@@ -358,6 +362,16 @@ std::vector<std::string> LoadSavedNetworkFolders(const QString& file) {
 bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file) {
   ProfileDocument doc = openSettings(file);
   writeSentinelList(doc, QStringLiteral("DriveFolders"), QStringLiteral("F"), paths);
+  return doc.save();
+}
+
+std::vector<std::string> LoadExcludePatterns(const QString& file) {
+  return readSentinelList(openSettings(file), QStringLiteral("Exclude"), QStringLiteral("P"));
+}
+
+bool SaveExcludePatterns(const std::vector<std::string>& patterns, const QString& file) {
+  ProfileDocument doc = openSettings(file);
+  writeSentinelList(doc, QStringLiteral("Exclude"), QStringLiteral("P"), patterns);
   return doc.save();
 }
 

@@ -101,6 +101,8 @@ struct MainOptions {
   int FilePreview = 0;
   int FilelistTile = 0;
   QString ComboText;
+  int SizeAllocated = 0;
+  int LinksOnce = 0;
 
   bool operator==(const MainOptions&) const = default;
 };
@@ -179,5 +181,9 @@ bool SaveAllComboFolders(const QList<ComboItem>& items, const QString& file = QS
 // Section DriveFolders: the network locations of the drive table.
 std::vector<std::string> LoadSavedNetworkFolders(const QString& file = QString());
 bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file = QString());
+
+// Section Exclude: the shell patterns of names and paths the walk leaves out, one a key.
+std::vector<std::string> LoadExcludePatterns(const QString& file = QString());
+bool SaveExcludePatterns(const std::vector<std::string>& patterns, const QString& file = QString());
 
 }  // namespace ql

@@ -22,6 +22,11 @@ int runSilent(const ParsedCommandLine& job) {
   OptionenLadenMain(o);
   ScanDriver::Settings settings;
   settings.noHardlinks = o.NoHardlinks != 0;
+  // The command line has the last word over the settings.
+  settings.mode.allocated = job.sizeAllocated >= 0 ? job.sizeAllocated == 1 : o.SizeAllocated != 0;
+  settings.mode.linksOnce = job.linksOnce >= 0 ? job.linksOnce == 1 : o.LinksOnce != 0;
+  settings.excludes = LoadExcludePatterns();
+  settings.excludes.insert(settings.excludes.end(), job.excludes.begin(), job.excludes.end());
 
   // A report cut short by SIGTERM, SIGINT or SIGHUP must not leave its temporary file behind.
   ReportWriter::removeTemporaryOnInterrupt();
@@ -44,6 +49,8 @@ int runSilent(const ParsedCommandLine& job) {
     ImportOptions io;
     io.filesLabel = TL(3514, "Dateien").toStdString();
     io.noHardlinks = settings.noHardlinks;
+    io.allocated = settings.mode.allocated;
+    io.linksOnce = settings.mode.linksOnce;
     io.stop = &stop;
     const ImportResult r = importJsonFile(file, tree, io);
     if (!r.ok) {
@@ -64,6 +71,8 @@ int runSilent(const ParsedCommandLine& job) {
   options.levelCount = job.outputLevels;
   options.unit = o.FileSizeFormat >= 0 && o.FileSizeFormat <= 3 ? o.FileSizeFormat : 0;
   options.decimals = o.SizeFormatNachkommastellenFolders ? 1 : 0;
+  options.allocated = settings.mode.allocated;
+  options.linksOnce = settings.mode.linksOnce;
   if (tree.empty()) {
     // Nothing to write: say so rather than end quietly without a report.
     FailureReport(QStringLiteral("Ordnerliste_Abarbeiten"), QStringLiteral("frmMain"), 0,

@@ -167,7 +167,8 @@ struct Folder {
 
 class ExportWalk {
  public:
-  ExportWalk(int threads, const Stop* stop) : threads_(threads), stop_(stop) {}
+  ExportWalk(int threads, const Stop* stop, const std::vector<std::string>& excludes)
+      : threads_(threads), stop_(stop), excludes_(excludes) {}
 
   ExportResult run(const std::string& source, int fd, bool compress);
 
@@ -191,6 +192,8 @@ class ExportWalk {
 
   int threads_;
   const Stop* stop_;
+  ExcludeList excludes_;
+  size_t rootPrefix_ = 0;  // the root's path with its "/": what a relative path leaves out
   DirReader writerReader_{kMask};
   std::mutex mutex_;
   std::condition_variable work_;   // workers: something to read, or room to read ahead
@@ -227,7 +230,25 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     return;
   }
   std::string& text = f.text;
+  const bool excluding = !excludes_.empty();
+  std::string relative;  // below the root, for patterns with a "/"
+  if (excluding && excludes_.needsPath())
+    relative = addSlash(f.path).substr(std::min(rootPrefix_, f.path.size()));
+  const size_t relativeBase = relative.size();
   const DirReader::Result result = reader.read(fd, [&](DirEntry& e) {
+    if (excluding) {
+      if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
+      if (const std::string* pattern = excludes_.match(e.name(), relative)) {
+        // Left out by a pattern: named with it, never looked at, as ncdu writes it.
+        ++f.entries;
+        text += ",\n{\"name\":\"";
+        appendJsonEscaped(text, e.name());
+        text += "\",\"excluded\":\"";
+        appendJsonEscaped(text, *pattern);
+        text += "\"}";
+        return true;
+      }
+    }
     const struct statx* sx = e.stat();
     if (e.error() == ENOMEM) {
       f.shortage = ENOMEM;
@@ -425,6 +446,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
       root->path = real;
       std::free(real);
     }
+    rootPrefix_ = addSlash(root->path).size();
     appendInfo(root->info, root->path, sx);
     appendNumber(root->info, ",\"dev\":", (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor);
     root->mountId = mountIdFrom(sx);
@@ -528,20 +550,21 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
 }  // namespace
 
 ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop,
-                        bool compress) {
-  ExportWalk walk(threads, stop);
+                        bool compress, const std::vector<std::string>& excludes) {
+  ExportWalk walk(threads, stop, excludes);
   return walk.run(source, fd, compress);
 }
 
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
-                              const Stop* stop) {
+                              const Stop* stop, const std::vector<std::string>& excludes) {
   OutputFile out;
   if (!out.open(file)) {
     ExportResult r;
     r.error = out.error();
     return r;
   }
-  ExportResult r = exportJson(source, out.fd(), threads, stop, file != "-" && isZstdName(file));
+  ExportResult r =
+      exportJson(source, out.fd(), threads, stop, file != "-" && isZstdName(file), excludes);
   if (r.ok && !out.commit()) {
     r.ok = false;
     r.writeFailed = true;

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/Stop.h"
 
@@ -37,15 +38,17 @@ struct ExportResult {
 
 // Walks `source` and writes the export to `fd` (not closed). threads <= 1: the writer alone.
 // `stop` (may be null) ends the walk when it holds a nonzero value. `compress`: as one zstd frame.
+// `excludes`: shell patterns (see ExcludeList); a match is written {"name":..,"excluded":PATTERN}.
 ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop = nullptr,
-                        bool compress = false);
+                        bool compress = false, const std::vector<std::string>& excludes = {});
 
 // The same into a file, by the rules of OutputFile: "-" is standard output, a pipe or a device is
 // written into, a file is written beside itself and renamed when complete (so it is either the
 // old one or the whole new one), and a link is followed only where it is safe.
 // A name ending in ".zst" (any case) gets the text zstd-compressed; "-" is always plain.
 ExportResult exportJsonToFile(const std::string& source, const std::string& file, int threads,
-                              const Stop* stop = nullptr);
+                              const Stop* stop = nullptr,
+                              const std::vector<std::string>& excludes = {});
 
 // Appends `bytes` as a JSON string body (no quotes): '"', '\\' and control bytes are escaped,
 // everything else, valid UTF-8 or not, is written as it is.

@@ -166,7 +166,19 @@ class FdStream {
 
 // --- building ---
 
-enum class Field : uint8_t { Other, Name, Asize, Dsize, Mtime, Mode, ReadError, Excluded, Dirlink };
+enum class Field : uint8_t {
+  Other,
+  Name,
+  Asize,
+  Dsize,
+  Mtime,
+  Mode,
+  ReadError,
+  Excluded,
+  Dirlink,
+  Ino,
+  Hlnkc
+};
 
 struct Fields {
   std::string name;
@@ -176,9 +188,12 @@ struct Fields {
   uint32_t mode = 0;
   bool excluded = false;
   bool dirlink = false;
+  uint64_t ino = 0;
+  bool hlnkc = false;
   void reset() {
     name.clear();
-    haveName = excluded = dirlink = false;
+    haveName = excluded = dirlink = hlnkc = false;
+    ino = 0;
     asize = dsize = 0;
     mtime = -1;
     mode = 0;
@@ -193,7 +208,25 @@ struct OpenDir {
   int64_t ownBytes = 0, ownFiles = 0;
   int64_t size = 0, files = 0, folders = 0;
   uint32_t rows = 0;
+  // Links once: the hard-linked inodes of its own files, and those below it (each child's once).
+  std::vector<std::pair<uint64_t, int64_t>> own, below;
 };
+
+// Sorts the inodes and drops repeats; returns the bytes the repeats held.
+int64_t dedupLinks(std::vector<std::pair<uint64_t, int64_t>>& links) {
+  std::sort(links.begin(), links.end());
+  int64_t repeated = 0;
+  size_t out = 0;
+  for (size_t i = 0; i < links.size(); ++i) {
+    if (out > 0 && links[out - 1].first == links[i].first) {
+      repeated += links[i].second;
+      continue;
+    }
+    links[out++] = links[i];
+  }
+  links.resize(out);
+  return repeated;
+}
 
 bool checkedAdd(int64_t& sum, int64_t value) {
   int64_t r;
@@ -229,6 +262,8 @@ class Builder {
            : k == "read_error" ? Field::ReadError
            : k == "excluded"   ? Field::Excluded
            : k == "dirlink"    ? Field::Dirlink
+           : k == "ino"        ? Field::Ino
+           : k == "hlnkc"      ? Field::Hlnkc
                                : Field::Other;
     return true;
   }
@@ -353,6 +388,12 @@ class Builder {
       case Field::Dirlink:
         if (kind == Kind::Bool) fields_.dirlink = b;
         return true;
+      case Field::Ino:
+        if (kind == Kind::Int) fields_.ino = static_cast<uint64_t>(v);
+        return true;
+      case Field::Hlnkc:
+        if (kind == Kind::Bool) fields_.hlnkc = b;
+        return true;
       case Field::ReadError:  // what was read of such a folder counts, as in a walk
       case Field::Other: return true;
     }
@@ -404,8 +445,10 @@ class Builder {
       ++d.folders;
       return true;
     }
-    if (!checkedAdd(d.ownBytes, fields_.asize)) return fail(TL(4040, "Überlauf der Summe"));
+    const int64_t size = o_.allocated ? fields_.dsize : fields_.asize;
+    if (!checkedAdd(d.ownBytes, size)) return fail(TL(4040, "Überlauf der Summe"));
     ++d.ownFiles;
+    if (o_.linksOnce && fields_.hlnkc && size > 0) d.own.emplace_back(fields_.ino, size);
     if (o_.files) {
       pending_.push_back(ImportedFiles::Record{pendingNames_.size(), static_cast<uint32_t>(fields_.name.size()),
                                                fields_.asize, fields_.dsize});
@@ -427,8 +470,14 @@ class Builder {
   }
 
   bool closeDir() {
-    OpenDir d = dirs_.back();
+    OpenDir d = std::move(dirs_.back());
     dirs_.pop_back();
+    if (!d.own.empty() || !d.below.empty()) {
+      // Own files once among themselves (the files row), then once with all below.
+      d.ownBytes -= dedupLinks(d.own);
+      d.below.insert(d.below.end(), d.own.begin(), d.own.end());
+      d.size -= dedupLinks(d.below);
+    }
     int64_t size = d.ownBytes, files = d.ownFiles;
     if (!checkedAdd(size, d.size) || !checkedAdd(files, d.files) || d.folders > INT32_MAX)
       return fail(TL(4040, "Überlauf der Summe"));
@@ -454,6 +503,7 @@ class Builder {
       return true;
     }
     OpenDir& p = dirs_.back();
+    p.below.insert(p.below.end(), d.below.begin(), d.below.end());
     if (!checkedAdd(p.size, size) || !checkedAdd(p.files, files) || !checkedAdd(p.folders, 1 + d.folders))
       return fail(TL(4040, "Überlauf der Summe"));
     ++p.rows;

@@ -2,9 +2,10 @@
 // Reads a JSON disk-usage export (format 1.x, as --export and other tools write it) into the
 // report tree, as a walk of the same folder would have built it:
 //  - one root, named by the export's root folder; one row per folder;
-//  - sizes are the logical sizes (asize) of files; folders themselves add nothing; every name of
-//    a hard-linked file counts; two entries of the same name both count, as two names of a
-//    listing would;
+//  - sizes are the logical sizes (asize) of files, or dsize in allocated mode; folders themselves
+//    add nothing; every name of a hard-linked file counts, or in links-once mode an `ino` with
+//    `hlnkc` counts once in each folder holding it; two entries of the same name both count, as
+//    two names of a listing would;
 //  - a folder's own files get a files row when it also has folder rows and they hold a byte;
 //  - an excluded entry (another file system, a pattern, ...) and a link to a folder are
 //    junction rows: shown empty, counted as a folder, never entered;
@@ -83,6 +84,9 @@ struct ImportResult {
 struct ImportOptions {
   std::string filesLabel = "Dateien";
   bool noHardlinks = false;  // links to folders and excluded entries get no row (as in a walk)
+  bool allocated = false;    // sizes are dsize, not asize
+  bool linksOnce =
+      false;  // a file with an ino and hlnkc counts once per folder, as a walk counts it
   FileFeed* feed = nullptr;
   ImportedFiles* files = nullptr;
   const Stop* stop = nullptr;  // once requested, the reading ends (no tree)

@@ -46,7 +46,13 @@ class Renderer {
       case ReportSaveOptions::Levels::CurrentView: limit_ = 0; break;
     }
 
-    QString headings[4] = {TL(3623, "Größe") + sizeHeadingUnit(o_.unit), TL(3624, "Dateien"),
+    // A size counted other than by default says how, so that two reports are not compared blindly.
+    QStringList mode;
+    if (o_.allocated) mode << TL(4440, "belegt");
+    if (o_.linksOnce) mode << TL(4441, "Links einmal");
+    const QString how =
+        mode.isEmpty() ? QString() : QStringLiteral(" (") + mode.join(QStringLiteral(", ")) + ')';
+    QString headings[4] = {TL(3623, "Größe") + how + sizeHeadingUnit(o_.unit), TL(3624, "Dateien"),
                            TL(3625, "Ordner"), TL(3626, "Pfad")};
     // Column widths are measured from the first top row alone.
     const auto& first = tree_.node(tops[0]);

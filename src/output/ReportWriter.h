@@ -20,6 +20,8 @@ struct ReportSaveOptions {
   uint32_t onlyNode = kNoNode; // kNoNode: every source; otherwise this node's branch
   int unit = 0;                // 0 Bytes, 1 KB, 2 MB, 3 GB
   int decimals = 1;            // 1: two places
+  bool allocated = false;      // the sizes held are allocated sizes: the heading says so
+  bool linksOnce = false;      // ... and count a hard-linked file once
 };
 
 class ReportWriter {

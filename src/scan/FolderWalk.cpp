@@ -1,21 +1,23 @@
 #include "scan/FolderWalk.h"
 
-#include <algorithm>
-#include <chrono>
-#include <ctime>
-#include <cerrno>
-#include <condition_variable>
-#include <cstring>
-#include <deque>
-#include <optional>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <optional>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 #include "drives/MountTable.h"
 #include "scan/DirReader.h"
@@ -86,6 +88,64 @@ bool mountsBelow(const std::string& folder) {
 
 }  // namespace
 
+ExcludeList::ExcludeList(const std::vector<std::string>& patterns) {
+  for (const std::string& p : patterns)
+    if (!p.empty()) (p.find('/') == std::string::npos ? names_ : paths_).push_back(p);
+}
+
+const std::string* ExcludeList::match(const char* name, const std::string& relative) const {
+  for (const std::string& p : names_)
+    if (::fnmatch(p.c_str(), name, 0) == 0) return &p;
+  for (const std::string& p : paths_)
+    if (::fnmatch(p.c_str(), relative.c_str(), FNM_PATHNAME) == 0) return &p;
+  return nullptr;
+}
+
+// A hard-linked inode, for counting it once: its device and number folded into one key (the
+// walked folder's device keeps the bare number), and its size in the walk's mode.
+namespace {
+struct Link {
+  uint64_t key;
+  int64_t size;
+  bool operator<(const Link& o) const { return key < o.key; }
+};
+static_assert(sizeof(Link) == 16);
+using Links = std::vector<Link>;
+
+// Drops repeated inodes from sorted links; returns the bytes the repeats held.
+int64_t dropRepeats(Links& links) {
+  int64_t repeated = 0;
+  size_t out = 0;
+  for (size_t i = 0; i < links.size(); ++i) {
+    if (out > 0 && links[out - 1].key == links[i].key) {
+      repeated += links[i].size;
+      continue;
+    }
+    links[out++] = links[i];
+  }
+  links.resize(out);
+  if (links.capacity() > out + out / 4) links.shrink_to_fit();
+  return repeated;
+}
+
+int64_t dedupLinks(Links& links) {
+  std::sort(links.begin(), links.end());
+  return dropRepeats(links);
+}
+
+// One key per inode: the walked folder's device keeps the bare inode number; another (a
+// subvolume, say) is spread over the high bits, where inode numbers do not reach.
+uint64_t linkKey(const struct statx& sx, uint64_t rootDev) {
+  const uint64_t dev = makedev(sx.stx_dev_major, sx.stx_dev_minor);
+  return dev == rootDev ? sx.stx_ino : sx.stx_ino ^ (dev * 0x9E3779B97F4A7C15ull);
+}
+
+int64_t sizeIn(const SizeMode& mode, const struct statx& sx) {
+  return mode.allocated ? static_cast<int64_t>(sx.stx_blocks * 512)
+                        : static_cast<int64_t>(sx.stx_size);
+}
+}  // namespace
+
 // One folder of the walk. Made by the worker that listed its parent; its name and place never
 // change afterwards. Sums are written by the one thread that completes it. A record lives until
 // its parent is complete: by then its row is in the branch and nothing looks at it again, so the
@@ -94,6 +154,7 @@ struct FolderWalk::Dir {
   Dir* parent = nullptr;
   Dir** children = nullptr;
   Branch* branch = nullptr;  // the tree of the top-level folder this one lies in
+  Links* links = nullptr;    // links once: the hard-linked inodes below it, sorted, once each
   uint64_t mountId = 0;
   int64_t ownBytes = 0;
   int64_t ownFiles = 0;
@@ -128,6 +189,7 @@ struct FolderWalk::Dir {
   }
   static void destroy(Dir* d) {
     delete[] d->children;
+    delete d->links;
     d->~Dir();
     ::operator delete(d);
   }
@@ -151,6 +213,7 @@ struct FolderWalk::Worker {
   std::vector<std::pair<uint32_t, bool>> subdirs;
   std::string names;
   std::vector<Dir*> jobs;
+  Links links;
 };
 
 struct FolderWalk::Queue {
@@ -265,9 +328,13 @@ WalkOutcome FolderWalk::scanFolder(const std::string& folder, WalkSink& sink) {
   {
     std::lock_guard lock(lifeMutex_);
     workers_.clear();
-    const unsigned mask = options_.feed ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME |
-                                           STATX_BLOCKS)
+    // Asking for more of the basic fields costs the kernel nothing: it fills them all anyway.
+    unsigned mask =
+        options_.feed
+            ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS)
                                         : STATX_SIZE;
+    if (options_.mode.allocated) mask |= STATX_BLOCKS;
+    if (options_.mode.linksOnce) mask |= STATX_NLINK | STATX_INO;
     for (int i = 0; i < maxThreads; ++i) {
       workers_.push_back(std::make_unique<Worker>());
       workers_.back()->reader.setMask(mask);
@@ -290,6 +357,11 @@ WalkOutcome FolderWalk::scanFolder(const std::string& folder, WalkSink& sink) {
   }
   outcome_.readable = true;
   checkMounts_ = mountsBelow(folder);
+  excludes_ = ExcludeList(options_.excludes);
+  if (options_.mode.linksOnce) {
+    struct stat st;
+    rootDev_ = ::fstat(rootFd_, &st) == 0 ? st.st_dev : 0;
+  }
 
   Worker& first = *workers_[0];
   root_ = Dir::make("", 0);
@@ -409,15 +481,28 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
   const int64_t feedMinimum = options_.feed ? options_.feed->minimumSize() : INT64_MAX;
   const bool checkMounts = checkMounts_;
   const bool noLinks = options_.noHardlinks;
+  const SizeMode mode = options_.mode;
+  const bool excluding = !excludes_.empty();
   std::string folderPath;  // built only when a file is offered
+  std::string relative;    // below the walked folder, for patterns with a "/"
+  if (excluding && excludes_.needsPath()) relative = relativeOf(d);
+  const size_t relativeBase = relative.size();
   w.subdirs.clear();
   w.names.clear();
+  w.links.clear();
   auto addSubfolder = [&w](const char* name, bool junction) {
     w.subdirs.emplace_back(static_cast<uint32_t>(w.names.size()), junction);
     w.names.append(name, std::strlen(name) + 1);
   };
 
   const DirReader::Result read = w.reader.read(fd, [&](DirEntry& e) {
+    if (excluding) {
+      if (excludes_.needsPath()) relative.replace(relativeBase, std::string::npos, e.name());
+      if (excludes_.match(e.name(), relative)) {
+        addSubfolder(e.name(), true);  // a row like a junction, never entered
+        return true;
+      }
+    }
     if (e.isFolder()) {
       bool junction = false;
       if (checkMounts) {
@@ -445,12 +530,13 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       return false;
     }
     if (!sx) return true;  // gone since the listing
-    const auto size = static_cast<int64_t>(sx->stx_size);
+    const int64_t size = sizeIn(mode, *sx);
     if (!checkedAdd(d->ownBytes, size)) {
       fail(d, e.name(), WalkFailure::Kind::SumOverflow, 0);
       return false;
     }
     ++d->ownFiles;
+    if (mode.linksOnce && sx->stx_nlink > 1 && size > 0) w.links.push_back(Link{linkKey(*sx, rootDev_), size});
     if (size >= feedMinimum) {
       if (folderPath.empty()) folderPath = addSlash(pathOf(d));
       FoundFile f;
@@ -477,6 +563,10 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     // read counts.
     d->interrupted = true;
     if (read.end == DirReader::End::Failed) fail(d, {}, WalkFailure::Kind::ReadError, read.error);
+  }
+  if (!w.links.empty()) {
+    d->ownBytes -= dedupLinks(w.links);
+    d->links = new Links(std::move(w.links));
   }
 
   // Make the children. Jobs go on the stack; junctions are finished on the spot. Each folder
@@ -544,6 +634,7 @@ void FolderWalk::complete(Worker& w, Dir* d) {
       d->files = files;
       d->folders = folders;
     }
+    if (options_.mode.linksOnce) mergeLinks(d);
     foldersDone_.fetch_add(1, std::memory_order_relaxed);
     if (d == root_) {
       outcome_.total = ScanResult{d->size, d->files, d->folders};
@@ -564,6 +655,43 @@ void FolderWalk::complete(Worker& w, Dir* d) {
     d = p;
   }
   (void)w;
+}
+
+// Links once: the inodes of the folder's own files and of its children's sets, each counted once
+// in the folder's sum. The largest set is merged into, so an inode is copied about log n times.
+void FolderWalk::mergeLinks(Dir* d) {
+  Links* into = d->links;
+  d->links = nullptr;
+  bool merged = false;
+  for (uint32_t i = 0; i < d->childCount; ++i) {
+    Links* from = d->children[i]->links;
+    d->children[i]->links = nullptr;
+    if (!from) continue;
+    if (!into) {
+      into = from;
+      continue;
+    }
+    if (into->size() < from->size()) std::swap(into, from);
+    const auto middle = static_cast<std::ptrdiff_t>(into->size());
+    into->insert(into->end(), from->begin(), from->end());
+    delete from;
+    std::inplace_merge(into->begin(), into->begin() + middle, into->end());
+    merged = true;
+  }
+  if (merged) d->size -= dropRepeats(*into);
+  d->links = into;
+}
+
+// The folder's path below the walked one, ending in "/" ("" for the walked folder).
+std::string FolderWalk::relativeOf(const Dir* d) const {
+  std::vector<const Dir*> chain;
+  for (const Dir* p = d; p && p->parent; p = p->parent) chain.push_back(p);
+  std::string path;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    path.append((*it)->name(), (*it)->nameLength);
+    path.push_back('/');
+  }
+  return path;
 }
 
 // Makes the row of a complete folder below the walked one, with its children's rows (made when
@@ -619,8 +747,8 @@ void FolderWalk::handOver(Dir* top) {
   sink_->branchDone(top->position, std::move(branch->tree()));
 }
 
-WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& stop,
-                                             WalkSink* sink) {
+WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& stop, WalkSink* sink,
+                                      SizeMode mode) {
   WalkOutcome out;
   auto report = [&](const char* name, WalkFailure::Kind kind, int error) {
     if (sink) sink->failure(WalkFailure{kind, error, folder, name});
@@ -635,7 +763,8 @@ WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& sto
     return out;
   }
   out.readable = true;
-  DirReader reader(STATX_SIZE);
+  DirReader reader(STATX_SIZE | STATX_BLOCKS | STATX_NLINK | STATX_INO);
+  Links links;
   const DirReader::Result read = reader.read(fd, [&](DirEntry& e) {
     if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
     const struct statx* sx = e.stat();
@@ -644,14 +773,18 @@ WalkOutcome FolderWalk::scanFilesOnly(const std::string& folder, const Stop& sto
       return false;
     }
     if (!sx) return true;  // gone since the listing
-    if (!checkedAdd(out.ownBytes, static_cast<int64_t>(sx->stx_size))) {
+    const int64_t size = sizeIn(mode, *sx);
+    if (!checkedAdd(out.ownBytes, size)) {
       report(e.name(), WalkFailure::Kind::SumOverflow, 0);
       return false;
     }
     ++out.ownFiles;
+    if (mode.linksOnce && sx->stx_nlink > 1 && size > 0)
+      links.push_back(Link{linkKey(*sx, 0), size});
     return true;
   }, &stop);
   ::close(fd);
+  out.ownBytes -= dedupLinks(links);
   if (read.end == DirReader::End::Failed && read.error == ENOENT) {
     // Taken away while it was read: what was read is all it held.
   } else if (read.end != DirReader::End::Complete) {

@@ -7,7 +7,8 @@
 //    a stop), is built into a private one-root ReportTree on the worker that finished it and
 //    handed to WalkSink::branchDone together with its place in the folder's listing. The owner
 //    puts it there; the final tree is the same for any thread count.
-//  - scanFolder() returns the walked folder's own sums and what the owner needs to finish it (its own
+//  - scanFolder() returns the walked folder's own sums and what the owner needs to finish it (its
+//  own
 //    files, whether it was interrupted).
 //  - Files are offered to a FileFeed when there is one; without one nothing is built for them.
 //
@@ -15,7 +16,17 @@
 // its files hold at least one byte; links to folders and mount points are junctions, shown as
 // empty rows (or left out with noHardlinks) and never entered; a folder that cannot be read is
 // a folder of 0 bytes; a stop leaves partial sums that add up, and an interrupted folder gets no
-// pseudo node. Every name of a hard-linked file counts.
+// pseudo node.
+//
+// Sizes follow SizeMode: st_size or st_blocks x 512, every name of a hard-linked file counted, or
+// each inode once per folder and everything below it (as `du -s` of that folder counts it). The
+// latter dedups a folder's inodes as it completes: each folder carries the sorted set of the
+// hard-linked inodes below it up to its parent, 16 bytes an inode, and a file of one name is
+// never looked up. A folder's sum is then its own count, which may be less than its rows add up
+// to; which of the names counts changes no sum, so the tree is the same for any thread count.
+//
+// Excludes: an entry whose name (or, for a pattern with a "/", whose path below the walked
+// folder) matches a pattern is an excluded row like a junction, never entered, of no size.
 //
 // Hostile file systems: a subfolder on another mount is recognised by a statx of its name before
 // anything opens it, so a dead network or FUSE mount or an automount below the folder is a
@@ -39,8 +50,8 @@
 // need a scheduler that knows both orders, and neither walk would get faster: each pool lives
 // only as long as its walk, and the two never run in one process at once.
 //
-// Threads: scanFolder() may be called from any thread; WalkSink and FileFeed are called from workers.
-// currentFolder() may be called from any thread while a walk is under way.
+// Threads: scanFolder() may be called from any thread; WalkSink and FileFeed are called from
+// workers. currentFolder() may be called from any thread while a walk is under way.
 
 #include <atomic>
 #include <cerrno>
@@ -104,12 +115,36 @@ class WalkSink {
   virtual void failure(const WalkFailure& failure) = 0;
 };
 
+// How sizes are counted; logical, every name, by default.
+struct SizeMode {
+  bool allocated = false;  // st_blocks x 512 instead of st_size
+  bool linksOnce = false;  // a hard-linked inode once per folder, not once per name
+  bool operator==(const SizeMode&) const = default;
+};
+
+// Shell patterns (fnmatch) matched against an entry's name, or against its path below the walked
+// folder when the pattern holds a "/". The first pattern that matches is given back.
+class ExcludeList {
+ public:
+  ExcludeList() = default;
+  explicit ExcludeList(const std::vector<std::string>& patterns);
+  bool empty() const { return names_.empty() && paths_.empty(); }
+  bool needsPath() const { return !paths_.empty(); }
+  // `relative` is the entry's path below the walked folder (only looked at when needsPath()).
+  const std::string* match(const char* name, const std::string& relative) const;
+
+ private:
+  std::vector<std::string> names_, paths_;
+};
+
 struct WalkOptions {
   int threads = 0;  // 0: one per core, more while the disk keeps them waiting
   bool noHardlinks = false;
   bool folderColorFade = false;
   std::string filesLabel = "Dateien";
   FileFeed* feed = nullptr;
+  SizeMode mode;
+  std::vector<std::string> excludes;
 };
 
 struct WalkOutcome {
@@ -137,7 +172,7 @@ class FolderWalk {
   // Only the files directly in the folder; subfolders and links to folders are passed over.
   // Failures go to the sink when there is one.
   static WalkOutcome scanFilesOnly(const std::string& folder, const Stop& stop,
-                                          WalkSink* sink = nullptr);
+                                   WalkSink* sink = nullptr, SizeMode mode = {});
 
   // A folder being read at this moment, "" when none.
   std::string currentFolder() const;
@@ -161,9 +196,11 @@ class FolderWalk {
   void releaseParentFd(Dir* d);
   void finishOwn(Worker& w, Dir* d);
   void complete(Worker& w, Dir* d);
+  void mergeLinks(Dir* d);
   void settle(Dir* d);
   void handOver(Dir* d);
   std::string pathOf(const Dir* d) const;
+  std::string relativeOf(const Dir* d) const;
   void push(Dir* const* dirs, size_t count);
   Dir* pop();
   void fail(const Dir* d, std::string_view name, WalkFailure::Kind kind, int error);
@@ -175,6 +212,8 @@ class FolderWalk {
   std::string rootPath_;
   int rootFd_ = -1;
   bool checkMounts_ = false;
+  uint64_t rootDev_ = 0;
+  ExcludeList excludes_;
   int fdBudget_ = 0;
   std::atomic<int> openFds_{0};
   std::atomic<bool> shortReported_{false};  // out of descriptors or memory, told once per walk

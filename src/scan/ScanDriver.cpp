@@ -102,6 +102,8 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
   o.noHardlinks = settings_.noHardlinks;
   o.folderColorFade = settings_.folderColorFade;
+  o.mode = settings_.mode;
+  o.excludes = settings_.excludes;
   o.filesLabel = TL(3514, "Dateien").toStdString();
   if (feedFactory_) run->feed = feedFactory_();
   o.feed = run->feed.get();
@@ -111,17 +113,21 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   if (job != Job::FilesRescan) run->walk = std::make_unique<FolderWalk>(o, *stop);
   run_ = run;
   const bool yieldToOwner = async_;
-  auto body = [run, job, path, stop, yieldToOwner] {
+  const SizeMode mode = settings_.mode;
+  auto body = [run, job, path, stop, yieldToOwner, mode] {
     // Beside a window the walk gives way: its workers inherit this, and the user-interface
     // thread gets the cores whenever it has something to do.
     if (yieldToOwner) ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 10);
-    const WalkOutcome outcome = job == Job::FilesRescan ? FolderWalk::scanFilesOnly(path, *stop)
-                                                         : run->walk->scanFolder(path, *run);
+    const WalkOutcome outcome = job == Job::FilesRescan
+                                    ? FolderWalk::scanFilesOnly(path, *stop, nullptr, mode)
+                                    : run->walk->scanFolder(path, *run);
     std::lock_guard lock(run->mutex);
     run->outcome = outcome;
     run->done = true;
     run->changed.notify_all();
-    if (ScanDriver* o = run->owner) QMetaObject::invokeMethod(o, [o] { o->onWalkDone(); }, Qt::QueuedConnection);
+    if (ScanDriver* o = run->owner)
+      QMetaObject::invokeMethod(
+          o, [o] { o->onWalkDone(); }, Qt::QueuedConnection);
   };
   try {
     thread_ = std::thread(body);

@@ -35,6 +35,8 @@ class ScanDriver : public QObject {
     bool noHardlinks = false;
     bool folderColorFade = false;
     int threads = 0;  // 0: the walk's default
+    SizeMode mode;
+    std::vector<std::string> excludes;  // shell patterns, see ExcludeList
   };
 
   // `stop` is the owner's: once requested the reading ends; the driver resets it when done.

@@ -54,6 +54,9 @@ void ScanSession::applyOptions(const MainOptions& options) {
   ScanDriver::Settings s;
   s.noHardlinks = options.NoHardlinks != 0;
   s.folderColorFade = options.FolderColorFade == 1;
+  s.mode.allocated = options.SizeAllocated != 0;
+  s.mode.linksOnce = options.LinksOnce != 0;
+  s.excludes = LoadExcludePatterns();
   driver_->setSettings(s);
 }
 
@@ -202,6 +205,8 @@ void ScanSession::importFile(const std::string& file) {
   ImportOptions o;
   o.filesLabel = TL(3514, "Dateien").toStdString();
   o.noHardlinks = options_.NoHardlinks != 0;
+  o.allocated = options_.SizeAllocated != 0;
+  o.linksOnce = options_.LinksOnce != 0;
   importing_ = file;
   setBusy(true);
   Q_EMIT statusText(

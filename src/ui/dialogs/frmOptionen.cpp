@@ -2,6 +2,8 @@
 
 #include <QCheckBox>
 #include <QHBoxLayout>
+#include <QLabel>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -57,6 +59,16 @@ frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
     layout->addWidget(c);
     connect(c, &QCheckBox::clicked, this, guard_.wrap("chk_Click", [this] { OptionenGeaendert(); }));
   }
+  lblExclude = new QLabel(this);
+  txtExclude = new QPlainTextEdit(this);
+  txtExclude->setObjectName(QStringLiteral("txtExclude"));
+  txtExclude->setTabChangesFocus(true);
+  txtExclude->setFixedHeight(txtExclude->fontMetrics().lineSpacing() * 5 + 12);
+  lblExclude->setBuddy(txtExclude);
+  layout->addWidget(lblExclude);
+  layout->addWidget(txtExclude);
+  connect(txtExclude, &QPlainTextEdit::textChanged, this,
+          guard_.wrap("txtExclude_Change", [this] { OptionenGeaendert(); }));
   layout->addSpacing(8);
   auto* buttons = new QHBoxLayout;
   buttons->addStretch(1);
@@ -76,6 +88,8 @@ frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
 
   guard_.run("Form_Load", [this] {
     setWindowTitle(TL(3597, "Optionen"));
+    lblExclude->setText(
+        TL(4446, "Ausschließen (ein Muster je Zeile, mit / auf den Pfad unter der Quelle):"));
     TranslateControls(this);
     loaded_ = false;
     OptionenLaden();
@@ -103,6 +117,9 @@ void frmOptionen::OptionenLaden() {
       const QString k = QLatin1String(key);
       box->setChecked(readFlag(k, settingDefault(kOptionen, k)));
     }
+    QStringList patterns;
+    for (const std::string& p : LoadExcludePatterns()) patterns << QString::fromStdString(p);
+    txtExclude->setPlainText(patterns.join(QLatin1Char('\n')));
   });
 }
 
@@ -113,6 +130,11 @@ void frmOptionen::OptionenSpeichern() {
     StoreSettings(kOptionen, QStringLiteral("Instanz"), value(chkInstanz));
     StoreSettings(kOptionen, QStringLiteral("NoHardlinks"), value(chkDontShowHardlinks));
     StoreSettings(kOptionen, QStringLiteral("FolderColorFade"), value(chkFolderColorFade));
+    // Patterns are taken as typed, one a line; blank lines are no pattern.
+    std::vector<std::string> patterns;
+    for (const QString& line : txtExclude->toPlainText().split(QLatin1Char('\n')))
+      if (!line.trimmed().isEmpty()) patterns.push_back(line.toStdString());
+    SaveExcludePatterns(patterns);
   });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // The options dialog: the four yes/no options that have no button of their own (the file-manager
-// entry, one instance, links left out of the report, folder levels in colour), with OK, Cancel
+// entry, one instance, links left out of the report, folder levels in colour) and the patterns
+// of names and paths the walk leaves out, with OK, Cancel
 // and Apply. Each option is written to the settings file when it is applied; the window reads
 // the whole section back after the dialog has closed.
 //
@@ -13,6 +14,8 @@
 #include "failure/Guard.h"
 
 class QCheckBox;
+class QLabel;
+class QPlainTextEdit;
 class QPushButton;
 
 namespace ql {
@@ -26,6 +29,8 @@ class frmOptionen : public QDialog {
   QCheckBox* chkInstanz = nullptr;
   QCheckBox* chkDontShowHardlinks = nullptr;
   QCheckBox* chkFolderColorFade = nullptr;
+  QLabel* lblExclude = nullptr;
+  QPlainTextEdit* txtExclude = nullptr;  // shell patterns the walk leaves out, one a line
   QPushButton* cmdOK = nullptr;
   QPushButton* cmdCancel = nullptr;
   QPushButton* cmdApply = nullptr;
