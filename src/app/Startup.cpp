@@ -85,6 +85,14 @@ QString usageText() {
       "                               replaced only once the export is complete. Folders on\n"
       "                               other mounts are marked and not entered; links are not\n"
       "                               followed. QUORLANE_THREADS sets the number of threads.\n"
+      "  --size logical|allocated     count a file's length (st_size, the default) or the\n"
+      "                               space it takes on disk (st_blocks x 512)\n"
+      "  --links each|once            count every name of a hard-linked file (the default), or\n"
+      "                               the file once in each folder that holds a name of it, as\n"
+      "                               du -s does\n"
+      "  --exclude PATTERN            leave out what matches the shell pattern: the name, or the\n"
+      "                               path below the source when PATTERN holds a \"/\"; shown\n"
+      "                               as an empty row, never entered. May be given more than once.\n"
       "  --                           every later argument is a folder, even one that\n"
       "                               begins with \"-\"\n"
       "  -TLMODUS                     read the texts from QuorlaneTL.txt beside the program\n"
@@ -99,7 +107,7 @@ QString usageText() {
       "  1  a failure: the report was not written, a folder could not be read, or the walk\n"
       "     failed (running out of file descriptors, say)\n"
       "  1  (--export) the folder could not be opened, or the file could not be written\n"
-      "  2  a usage error: an unknown option, or -s without a report or a folder\n");
+      "  2  a usage error: an unknown option or value, or -s without a report or a folder\n");
 }
 
 void initFrame(bool translationMode) {
