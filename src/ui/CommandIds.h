@@ -75,6 +75,8 @@ enum : int {
   Decimals = 33,
   SearchBox = 29,
   Search = 30,
+  Allocated = 36,
+  LinksOnce = 37,
 };
 static_assert(disjoint({Rescan,
                         FullView,
@@ -92,7 +94,9 @@ static_assert(disjoint({Rescan,
                         {Bytes, Gigabytes},
                         Decimals,
                         SearchBox,
-                        Search}));
+                        Search,
+                        Allocated,
+                        LinksOnce}));
 }  // namespace report
 
 // The report's popup menu.

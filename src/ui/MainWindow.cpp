@@ -10,6 +10,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "app/Settings.h"
 #include "app/SingleInstance.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
@@ -74,6 +75,10 @@ void MainWindow::buildPanes(const MainOptions& o) {
           guard_.wrap("Report_Rescan", [this](uint32_t node) { session_->rescan(node, true); }));
   connect(report_, &ReportPane::fullViewRequested, this,
           guard_.wrap("cbrReport_Execute", [this] { toggleFullView(ShowReport); }));
+  connect(report_, &ReportPane::countingChanged, this,
+          guard_.wrap("cbrReport_Execute", [this](bool allocated, bool linksOnce) {
+            setCounting(allocated, linksOnce);
+          }));
   connect(report_, &ReportPane::preferredWidth, this,
           [this](int width) { splMain_->setPosition(width); });
   connect(report_, &ReportPane::busyChanged, this,
@@ -256,6 +261,29 @@ void MainWindow::showOptions() {
   OptionenLadenMain(options_);
   session_->applyOptions(options_);
   applyFontOption();
+}
+
+// The tree holds one size a folder, so the sources read from the disk are read again; an
+// imported one keeps the counting it came with until it is imported again.
+void MainWindow::setCounting(bool allocated, bool linksOnce) {
+  options_.SizeAllocated = allocated ? 1 : 0;
+  options_.LinksOnce = linksOnce ? 1 : 0;
+  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("SizeAllocated"),
+                QString::number(options_.SizeAllocated));
+  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("LinksOnce"),
+                QString::number(options_.LinksOnce));
+  session_->applyOptions(options_);
+  std::vector<std::string> walked;
+  bool imported = false;
+  for (uint32_t root : session_->tree().roots()) {
+    if (session_->imports().isImported(root))
+      imported = true;
+    else
+      walked.push_back(session_->tree().fullPath(root));
+  }
+  if (!walked.empty()) session_->readSources(walked);
+  if (imported)
+    status_->setText(TL(4447, "Importierte Quellen zählen so erst, wenn sie neu importiert werden."));
 }
 
 void MainWindow::applyFontOption() {

@@ -76,6 +76,7 @@ class MainWindow : public QMainWindow {
   void startFromSourcesBox();
   void showOptions();
   void applyFontOption();
+  void setCounting(bool allocated, bool linksOnce);
   void setGridFont(const QFont& font);
   void changeFontSize(bool up);
   void fitDriveTable();

@@ -133,10 +133,16 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, FoldersColumn, 3677, "Ordner", "quorlane-column-folders", false, 3566, "Spalte 'Ordneranzahl' anzeigen", true,
                o.ColFolderVisible);
   b.AddControl(T::Button, FitColumns, 3675, "Optimieren", "zoom-fit-best", false, 3564, "Spaltenbreite optimieren");
-  // The units and the search stand on a second row: in one row a pane fitted to its columns
-  // hid them behind the overflow arrow.
+  // The units, the counting and the search stand on a second row: in one row a pane fitted to
+  // its columns hid them behind the overflow arrow.
   b.addRow();
   b.AddSizeUnits(Decimals, o.SizeFormatNachkommastellenFolders);
+  b.AddControl(T::Button, Allocated, 4442, "Belegt", "drive-harddisk", true, 4443,
+               "Größe als belegter Platz auf der Platte statt der Dateilänge (liest die Quellen neu)",
+               true, o.SizeAllocated != 0);
+  b.AddControl(T::Button, LinksOnce, 4444, "Links einmal", "quorlane-links-once", false, 4445,
+               "Eine Datei mit mehreren Namen nur einmal zählen (liest die Quellen neu)", true,
+               o.LinksOnce != 0);
   search_ = new QLineEdit(bar_);
   search_->setObjectName(QStringLiteral("txtSearch"));
   search_->setMaximumWidth(180);
@@ -206,6 +212,10 @@ void ReportPane::cbrReport_Execute(int id) {
           startSearch();
         break;
       case FullView: Q_EMIT fullViewRequested(); break;
+      case Allocated:
+      case LinksOnce:
+        Q_EMIT countingChanged(bar_->isChecked(Allocated), bar_->isChecked(LinksOnce));
+        return;  // the new reads say how they go
       default: break;
     }
     Q_EMIT statusText(TL(3525, "OK."));

@@ -75,6 +75,8 @@ class ReportPane : public QWidget {
   void currentFolderChanged(uint32_t node);
   void rescanRequested(uint32_t node);
   void fullViewRequested();
+  // "Belegt" or "Links einmal" was switched: sizes are to be counted the new way.
+  void countingChanged(bool allocated, bool linksOnce);
   void preferredWidth(int width);
   // A folder was deleted or trashed from the report.
   void folderDeleted(const std::string& path);

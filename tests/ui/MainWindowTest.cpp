@@ -27,6 +27,8 @@
 #include "support/Profile.h"
 #include "ui/CommandIds.h"
 #include "ui/Desktop.h"
+#include <sys/stat.h>
+
 #include "ui/MainWindow.h"
 
 namespace ql::test {
@@ -281,6 +283,21 @@ TEST_F(MainWindowTest, ReportCommands) {
   }
   EXPECT_TRUE(w.reportPane().view().isExpanded(root));
   delete popup;
+
+  // Counting the space taken reads the source again, and the switch is kept.
+  bar.control(cmd::report::Bytes)->trigger();
+  bar.control(cmd::report::Allocated)->trigger();
+  ASSERT_TRUE(finished.wait(10000));
+  int64_t taken = 0;
+  for (const char* name : {"small/f", "medium/f", "large/f"}) {
+    struct stat st;
+    ASSERT_EQ(::stat((d / name).c_str(), &st), 0);
+    taken += int64_t{st.st_blocks} * 512;
+  }
+  const QModelIndex again = w.reportPane().model().index(0, 0);
+  EXPECT_EQ(w.session().tree().node(w.reportPane().model().nodeOf(again)).size, taken);
+  EXPECT_EQ(GetSettings("Optionen", "SizeAllocated"), "1");
+  EXPECT_EQ(w.reportPane().model().rowCount(), 1);  // in its place
 
   // Removing takes the whole source, whichever row of it is selected.
   bar.control(cmd::report::Remove)->trigger();
