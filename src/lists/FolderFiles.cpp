@@ -12,7 +12,7 @@
 namespace ql {
 
 FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop,
-                              const std::string& root) {
+                              const std::string& root, bool allocated) {
   FolderListing out;
   out.folder = folder;
   const int fd = root.empty() ? openFolderPath(folder) : openFoundFolder(foundBelow(root, folder));
@@ -36,7 +36,7 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     if (!sx) return true;  // gone since the listing
     FileRow row;
     row.name = e.name();
-    row.size = static_cast<int64_t>(sx->stx_size);
+    row.size = allocated ? static_cast<int64_t>(sx->stx_blocks * 512) : static_cast<int64_t>(sx->stx_size);
     row.inode = sx->stx_ino;
     row.modified = sx->stx_mtime.tv_sec;
     row.accessed = sx->stx_atime.tv_sec;
@@ -79,15 +79,15 @@ FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {
 FolderFilesReader::~FolderFilesReader() { cancel(); }
 
 void FolderFilesReader::start(const std::string& folder, const RowOrder& order,
-                              const std::string& root) {
+                              const std::string& root, bool allocated) {
   cancel();
   auto job = std::make_shared<Job>();
   job->owner = this;
   job_ = job;
   // Detached: a folder on a dead network mount may keep its read in the kernel for long; the
   // job lives on with the thread, and its result goes nowhere once cancelled.
-  std::thread([job, folder, order, root] {
-    FolderListing listing = readFolderFiles(folder, job->stop, root);
+  std::thread([job, folder, order, root, allocated] {
+    FolderListing listing = readFolderFiles(folder, job->stop, root, allocated);
     listing.order = freshOrder(listing.rows, order);
     std::lock_guard lock(job->mutex);
     job->listing = std::move(listing);

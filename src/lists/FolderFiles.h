@@ -30,8 +30,9 @@ struct FolderListing {
 // Reads the files of `folder` (a path of any length, bytes). Folders and links to folders are
 // passed over. `stop` set ends the read at the next entry. With `root` (the source the folder was
 // found below) the folder is reached as a FoundPath: no link or other mount on the way below it.
+// With `allocated` a row's size is the space the file takes (st_blocks x 512), not its length.
 FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>& stop,
-                              const std::string& root = {});
+                              const std::string& root = {}, bool allocated = false);
 
 class FolderFilesReader : public QObject {
   Q_OBJECT
@@ -41,7 +42,8 @@ class FolderFilesReader : public QObject {
 
   // Starts reading; a read under way is cancelled and its result never delivered. The rows come
   // sorted in `order`.
-  void start(const std::string& folder, const RowOrder& order, const std::string& root = {});
+  void start(const std::string& folder, const RowOrder& order, const std::string& root = {},
+             bool allocated = false);
   // Ends the read under way early; its rows read so far are delivered.
   void stop();
   // Forgets the read under way.

@@ -279,7 +279,7 @@ void FileListPane::readFolder(const std::string& folder, bool force,
   if (holdsPreview()) preview_->clear();
   say(TL(3526, "Dateiliste wird geladen... (Abbruch: ESC-Taste)"));
   escape_->setEnabled(true);
-  reader_->start(path, model_->order(), root_);
+  reader_->start(path, model_->order(), root_, allocated_);
 }
 
 void FileListPane::onReadFinished() {

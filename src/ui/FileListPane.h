@@ -60,6 +60,8 @@ class FileListPane : public QWidget {
   void readFolder(const std::string& folder, bool force = false,
                            const std::string& root = {});
   void refresh();
+  // Files: sizes as the space the files take, not their lengths, from the next read on.
+  void setAllocated(bool allocated) { allocated_ = allocated; }
   // Files: shows rows that come from elsewhere than the disk (an imported measurement). With
   // `onDisk` false nothing of them can be deleted, trashed or renamed.
   void showRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
@@ -144,6 +146,7 @@ class FileListPane : public QWidget {
   std::shared_ptr<TopFiles> collector_;
   bool fixingLimit_ = false;
   bool readOnly_ = false;  // the rows name files that are not on this machine
+  bool allocated_ = false;
   std::function<void(const QString&)> warn_;
   QString status_;  // this list's text in the status bar
   Splitter* splitPreview_ = nullptr;

@@ -22,6 +22,7 @@ struct ImportedSources::Job {
   std::mutex mutex;
   ImportedSources* owner = nullptr;  // cleared when the result is no longer wanted
   std::string file;
+  bool allocated = false;  // the sizes counted were the space taken
   ReportTree tree;
   ImportedFiles files;
   ImportResult result;
@@ -53,6 +54,7 @@ bool ImportedSources::start(const std::string& file, std::shared_ptr<FileFeed> f
   auto job = std::make_shared<Job>();
   job->owner = this;
   job->file = file;
+  job->allocated = options.allocated;
   job_ = job;
   struct stat st;
   const qint64 total = ::stat(file.c_str(), &st) == 0 ? static_cast<qint64>(st.st_size) : 0;
@@ -104,6 +106,7 @@ void ImportedSources::deliver(const std::shared_ptr<Job>& job) {
   source->base = root - r.root;
   source->generation = tree_.generation();
   source->files = std::move(job->files);
+  source->allocated = job->allocated;
   const int64_t when = exportTimestamp(job->file);
   const QString date = when >= 0 ? QLocale().toString(QDateTime::fromSecsSinceEpoch(when), QLocale::ShortFormat)
                                  : QStringLiteral("?");
@@ -156,7 +159,7 @@ bool ImportedSources::filesOf(uint32_t folder, std::vector<FileRow>& rows) const
     const ImportedFiles::File f = s->files.file(local, i);
     FileRow row;
     row.name.assign(f.name);
-    row.size = f.asize;
+    row.size = s->allocated ? f.dsize : f.asize;  // as the report counted it
     // The export carries no times and no permissions: those columns stay empty.
     row.modified = row.accessed = row.created = -1;
     completeRow(row, S_IFREG | S_IWUSR, static_cast<uint64_t>(std::max<int64_t>(f.dsize, 0)) / 512, 0);

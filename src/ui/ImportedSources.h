@@ -58,6 +58,7 @@ class ImportedSources : public QObject {
     uint32_t count = 0;  // nodes the import made
     uint64_t generation = 0;
     ImportedFiles files;
+    bool allocated = false;
     std::vector<uint32_t> forgotten;
     QString caption;
   };

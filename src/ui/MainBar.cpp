@@ -3,6 +3,7 @@
 #include <QActionGroup>
 #include <QMenu>
 #include <QToolButton>
+#include <algorithm>
 #include <tuple>
 
 #include "lang/TL.h"
@@ -62,6 +63,23 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
   AddControl(T::Button, Update, 3555, "Update", "system-software-update", false, 3556,
              "Internet Update");
   AddControl(T::Button, Exit, 3557, "Beenden", "application-exit", true, 3558, "Programm beenden");
+}
+
+void MainBar::toggleFullView(int list) {
+  const int lists[] = {ShowReport, ShowDrives, ShowFiles, ShowLargest};
+  bool alone = true;
+  for (int id : lists) alone = alone && isChecked(id) == (id == list);
+  if (!alone) {
+    beforeFullView_.clear();
+    for (int id : lists)
+      if (isChecked(id)) beforeFullView_.push_back(id);
+  } else if (beforeFullView_.empty() || beforeFullView_ == std::vector<int>{list}) {
+    beforeFullView_ = {ShowReport, ShowDrives, list == ShowLargest ? ShowLargest : ShowFiles};
+  }
+  for (int id : lists) {
+    const auto kept = std::find(beforeFullView_.begin(), beforeFullView_.end(), id);
+    setChecked(id, alone ? kept != beforeFullView_.end() : id == list);
+  }
 }
 
 bool MainBar::toggleList(int id) {

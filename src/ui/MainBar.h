@@ -18,12 +18,18 @@ class MainBar : public CommandBar {
   // shown cannot be switched off; the file list and the largest-files list take each other's
   // place. False when nothing changed.
   bool toggleList(int id);
+  // "Vollansicht" on the pane of list `id`: that list alone, or, when it stands alone already,
+  // the lists shown before (the usual view with that pane when it was alone from the start).
+  void toggleFullView(int id);
   // Opens the language menu below its button (the button's own click does the same).
   void showLanguages();
   // Busy: only Stop is live.
   void setBusy(bool busy);
   // The check marks the settings keep.
   void storeOptions(MainOptions& o) const;
+
+ private:
+  std::vector<int> beforeFullView_;  // the lists shown when a pane went to full view
 };
 
 }  // namespace ql

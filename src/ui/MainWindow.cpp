@@ -7,7 +7,6 @@
 #include <QProcess>
 #include <QStatusBar>
 #include <QUrl>
-#include <QVBoxLayout>
 #include <algorithm>
 
 #include "app/Settings.h"
@@ -76,8 +75,8 @@ void MainWindow::buildPanes(const MainOptions& o) {
   connect(report_, &ReportPane::fullViewRequested, this,
           guard_.wrap("cbrReport_Execute", [this] { toggleFullView(ShowReport); }));
   connect(report_, &ReportPane::countingChanged, this,
-          guard_.wrap("cbrReport_Execute", [this](bool allocated, bool linksOnce) {
-            setCounting(allocated, linksOnce);
+          guard_.wrap("cbrReport_Execute", [this](bool allocated, bool once) {
+            session_->setCounting(allocated, once);
           }));
   connect(report_, &ReportPane::preferredWidth, this,
           [this](int width) { splMain_->setPosition(width); });
@@ -105,6 +104,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
             if (!session_->busy()) session_->readOnly(paths);
           }));
   files_ = new FileListPane(FileListPane::Kind::Files, guard_, o, this);
+  files_->setAllocated(o.SizeAllocated != 0);
   top_ = new FileListPane(FileListPane::Kind::Top, guard_, o, this);
   preview_ = new PreviewPane(guard_, this);
   preview_->hide();  // until a list takes it
@@ -134,19 +134,11 @@ void MainWindow::buildPanes(const MainOptions& o) {
   for (FileListPane* pane : {files_, top_})
     pane->bar().control(cmd::files::FullView)->setCheckable(true);
 
-  auto* filesArea = new QWidget(this);
-  auto* filesLayout = new QVBoxLayout(filesArea);
-  filesLayout->setContentsMargins(0, 0, 0, 0);
-  filesLayout->addWidget(files_);
-  filesLayout->addWidget(top_);
-  splInfo_ =
-      new Splitter(QStringLiteral("splInfo"), Splitter::PanesAbove, drives_, filesArea, this);
-  splMain_ =
-      new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, splInfo_, this);
-  splMain_->setMinimumSize(1, 120);
-  splMain_->setMinimumSize(2, 120);
+  frame_ = std::make_unique<PaneFrame>(report_, drives_, files_, top_, this);
+  splMain_ = &frame_->main();
+  splInfo_ = &frame_->info();
   setCentralWidget(splMain_);
-  applyFontOption();
+  setFontSize(o.FontSize);
 }
 
 void MainWindow::wireSession() {
@@ -156,6 +148,12 @@ void MainWindow::wireSession() {
   connect(&s, &ScanSession::statusText, status_, &QLabel::setText);
   connect(&s, &ScanSession::warning, this,
           guard_.wrap("MsgBox", [this](const QString& text) { warn(text); }));
+  connect(&s, &ScanSession::countingChanged, this,
+          guard_.wrap("SetCounting", [this](bool allocated, bool linksOnce) {
+            options_.SizeAllocated = allocated ? 1 : 0;  // kept at the exit as it is now
+            options_.LinksOnce = linksOnce ? 1 : 0;
+            files_->setAllocated(allocated);
+          }));
   connect(&s, &ScanSession::sourceAccepted, this,
           guard_.wrap("AddNewSearchPath",
                       [this](const std::string& path) { cboOrdner_->addSource(path); }));
@@ -240,7 +238,7 @@ void MainWindow::runCommand(int id) {
   } else if (id == BigIcons || id == IconText) {
     applyToolbarLook();
   } else if (id == FontSmaller || id == FontLarger) {
-    changeFontSize(id == FontLarger);
+    changeFontSize(id == FontLarger ? 1 : -1);
   } else if (id == Language) {
     cbrMain_->showLanguages();
   } else if (id == German || id == English || id == Russian) {
@@ -260,59 +258,16 @@ void MainWindow::showOptions() {
   frmOptionen(this).exec();
   OptionenLadenMain(options_);
   session_->applyOptions(options_);
-  applyFontOption();
-}
-
-// The tree holds one size a folder, so the sources read from the disk are read again; an
-// imported one keeps the counting it came with until it is imported again.
-void MainWindow::setCounting(bool allocated, bool linksOnce) {
-  options_.SizeAllocated = allocated ? 1 : 0;
-  options_.LinksOnce = linksOnce ? 1 : 0;
-  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("SizeAllocated"),
-                QString::number(options_.SizeAllocated));
-  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("LinksOnce"),
-                QString::number(options_.LinksOnce));
-  session_->applyOptions(options_);
-  std::vector<std::string> walked;
-  bool imported = false;
-  for (uint32_t root : session_->tree().roots()) {
-    if (session_->imports().isImported(root))
-      imported = true;
-    else
-      walked.push_back(session_->tree().fullPath(root));
-  }
-  if (!walked.empty()) session_->readSources(walked);
-  if (imported)
-    status_->setText(TL(4447, "Importierte Quellen zählen so erst, wenn sie neu importiert werden."));
-}
-
-void MainWindow::applyFontOption() {
-  if (options_.FontSize < 8 || options_.FontSize > 18) return;
-  QFont f = report_->view().font();
-  f.setPointSizeF(options_.FontSize);
-  setGridFont(f);
+  files_->setAllocated(options_.SizeAllocated != 0);
+  setFontSize(options_.FontSize);
 }
 
 // The four check marks decide which panes show; the report may go when another list stays.
 void MainWindow::showPanes() {
   const bool r = cbrMain_->isChecked(ShowReport), d = cbrMain_->isChecked(ShowDrives);
   const bool f = cbrMain_->isChecked(ShowFiles), t = cbrMain_->isChecked(ShowLargest);
-  if (d || f || t) {
-    splInfo_->setControl1Visible(true);
-    splInfo_->setControl2Visible(true);
-    splInfo_->setControl1Visible(d);
-    if (d) fitDriveTable();
-    splInfo_->setControl2Visible(f || t);
-    splMain_->setControl2Visible(true);
-    splMain_->setControl1Visible(r);
-    files_->setVisible(f);
-    top_->setVisible(!f && t);
-    (f ? files_ : top_)->takePreview();
-    if (f) showFolderFiles(report_->selectedNode());
-  } else {
-    splMain_->setControl1Visible(true);
-    splMain_->setControl2Visible(false);
-  }
+  frame_->show(r, d, f, t);
+  if (f) showFolderFiles(report_->selectedNode());
   // "Vollansicht" is checked on the bar of the pane that stands alone, and a click takes it back.
   report_->bar().setChecked(cmd::report::FullView, r && !d && !f && !t);
   files_->bar().setChecked(cmd::files::FullView, f && !r && !d);
@@ -321,39 +276,24 @@ void MainWindow::showPanes() {
   if (!f || !splInfo_->Control2Visible()) files_->clearList();
 }
 
-// The pane of `list` alone, or, when it stands alone already, the lists shown before.
 void MainWindow::toggleFullView(int list) {
-  const int lists[] = {ShowReport, ShowDrives, ShowFiles, ShowLargest};
-  bool alone = true;
-  for (int id : lists) alone = alone && cbrMain_->isChecked(id) == (id == list);
-  if (!alone) {
-    beforeFullView_.clear();
-    for (int id : lists)
-      if (cbrMain_->isChecked(id)) beforeFullView_.push_back(id);
-  } else if (beforeFullView_.empty() || beforeFullView_ == std::vector<int>{list}) {
-    // Alone since the start or by hand: back comes the usual view with that pane in it.
-    beforeFullView_ = {ShowReport, ShowDrives, list == ShowLargest ? ShowLargest : ShowFiles};
-  }
-  for (int id : lists)
-    cbrMain_->setChecked(id, alone ? std::find(beforeFullView_.begin(), beforeFullView_.end(),
-                                               id) != beforeFullView_.end()
-                                   : id == list);
+  cbrMain_->toggleFullView(list);
   showPanes();
 }
 
-// One font for the four grids.
-void MainWindow::setGridFont(const QFont& font) {
-  report_->setGridFont(font);
-  drives_->view().setFont(font);
-  for (FileListPane* pane : {files_, top_}) pane->setGridFont(font);
+// One font for the four grids, of 8 to 18 points.
+bool MainWindow::setFontSize(double points) {
+  if (points < 8 || points > 18) return false;
+  QFont f = report_->view().font();
+  f.setPointSizeF(points);
+  report_->setGridFont(f);
+  drives_->view().setFont(f);
+  for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
+  return true;
 }
 
-void MainWindow::changeFontSize(bool up) {
-  QFont f = report_->view().font();
-  const double size = f.pointSizeF();
-  if ((up && size >= 18) || (!up && size < 9)) return;
-  f.setPointSizeF(size + (up ? 1 : -1));
-  setGridFont(f);
+void MainWindow::changeFontSize(int step) {
+  if (!setFontSize(report_->view().font().pointSizeF() + step)) return;
   // Rows have a new height: the columns and the drive table are measured again.
   report_->fitColumns();
   QTreeView& drives = drives_->view();
@@ -363,9 +303,7 @@ void MainWindow::changeFontSize(bool up) {
 
 // The drive table is never taller than its rows: the splitter below it follows them.
 void MainWindow::fitDriveTable() {
-  if (!splInfo_ || !splInfo_->Control1Visible()) return;
-  if (drives_->rowCount() == 0) return;  // nothing measured yet: the pane keeps its place
-  splInfo_->setPosition(drives_->preferredHeight() + 5);
+  if (frame_) frame_->fitDriveTable();
 }
 
 void MainWindow::takeHandOver(const HandOver& handOver) {

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QMainWindow>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
 #include "ui/MainBar.h"
+#include "ui/PaneFrame.h"
 #include "ui/PreviewPane.h"
 #include "ui/ReportPane.h"
 #include "ui/ScanSession.h"
@@ -75,10 +77,8 @@ class MainWindow : public QMainWindow {
   void setControlsEnabled(bool on);
   void startFromSourcesBox();
   void showOptions();
-  void applyFontOption();
-  void setCounting(bool allocated, bool linksOnce);
-  void setGridFont(const QFont& font);
-  void changeFontSize(bool up);
+  bool setFontSize(double points);
+  void changeFontSize(int step);
   void fitDriveTable();
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
@@ -100,6 +100,7 @@ class MainWindow : public QMainWindow {
   MainBar* cbrMain_ = nullptr;
   Splitter* splMain_ = nullptr;
   Splitter* splInfo_ = nullptr;
+  std::unique_ptr<PaneFrame> frame_;  // places the panes; the splitters are widgets of the window
   DrivePane* drives_ = nullptr;
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
@@ -108,7 +109,6 @@ class MainWindow : public QMainWindow {
   bool activated_ = false;
   int startState_ = 0;
   int reportWidth_ = 0;
-  std::vector<int> beforeFullView_;  // the lists shown when a pane went to full view
   MainOptions options_;
   std::function<bool(const QString&)> askRestart_;
   std::function<void(const QString&)> warn_;

@@ -43,6 +43,28 @@ ScanSession::~ScanSession() {
   driver_.reset();
 }
 
+void ScanSession::setCounting(bool allocated, bool linksOnce) {
+  MainOptions o = options_;
+  o.SizeAllocated = allocated ? 1 : 0;
+  o.LinksOnce = linksOnce ? 1 : 0;
+  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("SizeAllocated"), o.SizeAllocated);
+  StoreSettings(QStringLiteral("Optionen"), QStringLiteral("LinksOnce"), o.LinksOnce);
+  applyOptions(o);
+  Q_EMIT countingChanged(allocated, linksOnce);
+  std::vector<std::string> walked;
+  bool imported = false;
+  for (uint32_t root : tree_.roots()) {
+    if (imports_->isImported(root))
+      imported = true;
+    else
+      walked.push_back(tree_.fullPath(root));
+  }
+  if (!walked.empty()) readSources(walked);
+  if (imported)
+    Q_EMIT statusText(
+        TL(4447, "Importierte Quellen zählen so erst, wenn sie neu importiert werden."));
+}
+
 void ScanSession::setLargestFiles(LargestFiles list) {
   largest_ = std::move(list);
   // The largest files are collected inside each walk; the list belongs to the read made last.
@@ -227,8 +249,8 @@ void ScanSession::onImportFinished(uint32_t root, const QString& error) {
   Q_EMIT statusText(TL(3525, "OK."));
   if (root == kNoNode) {
     if (largest_.clear) largest_.clear();
-    Q_EMIT warning(
-        TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2", {pathText(importing_), error}));
+    Q_EMIT warning(TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2",
+                      {pathText(importing_), error}));
   } else {
     if (largest_.end) largest_.end(tree_.fullPath(root), std::string());
     Q_EMIT sourceStarted(root);

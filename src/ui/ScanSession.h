@@ -48,6 +48,10 @@ class ScanSession : public QObject {
   const Stop& stopFlag() const { return stop_; }
   void setLargestFiles(LargestFiles list);
   void applyOptions(const MainOptions& options);
+  // Sizes are counted the new way from now on, and the setting is kept. The tree holds one size
+  // a folder, so the sources read from the disk are read again; an imported one keeps the
+  // counting it came with until it is imported again (the status says so).
+  void setCounting(bool allocated, bool linksOnce);
 
   // Reads the sources, exactly as given; during a scan they join its queue. A source already
   // queued is not queued again, and one already shown is read anew in its place (during a walk
@@ -90,6 +94,7 @@ class ScanSession : public QObject {
   void busyChanged(bool busy);
   void statusText(const QString& text);
   void warning(const QString& text);
+  void countingChanged(bool allocated, bool linksOnce);
   // A source exists and is about to be read: it belongs in the sources box.
   void sourceAccepted(const std::string& path);
   void sourceStarted(uint32_t root);

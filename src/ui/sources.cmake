@@ -18,6 +18,7 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReportPrinter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ScanSession.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SourcesBox.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/PaneFrame.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Splitter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TranslateControls.cpp
   ${CMAKE_CURRENT_LIST_DIR}/WindowState.cpp
