@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "app/CommandLine.h"
+#include "app/CompareRun.h"
 #include "support/Globals.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
@@ -106,5 +107,6 @@ int main(int argc, char** argv) {
   setFailureCommandLine(QString::fromLocal8Bit(joinArguments(argc, argv).c_str()));
   QCoreApplication app(argc, argv);
   initFrame(command.translationMode);
+  if (command.comparing) return runCompare(command);
   return runSilent(command);
 }

@@ -90,6 +90,16 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
         else
           usage("--links is once or each, not " + value);
       }
+    } else if (std::strcmp(arg, "--compare") == 0) {
+      // The two measurements are the next two arguments, whatever they look like.
+      if (p.comparing) usage("--compare given twice");
+      if (i + 2 >= argc || !*argv[i + 1] || !*argv[i + 2]) {
+        usage("--compare needs an old and a new measurement");
+        break;
+      }
+      p.comparing = true;
+      p.compareOld = argv[++i];
+      p.compareNew = argv[++i];
     } else if (silentOption(arg, levels)) {
       if (silent) usage("-s given twice");
       silent = true;
@@ -104,7 +114,9 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (exporting && silent) usage("--export and -s do not go together");
   if (exporting && !p.imports.empty()) usage("--export and --import do not go together");
   if (exporting && p.sources.size() != 1) usage("--export needs exactly one folder");
-  if (silent && p.error.empty() && p.sources.empty() && p.imports.empty())
+  if (p.comparing && (!silent || !p.sources.empty() || !p.imports.empty()))
+    usage("--compare goes with -s REPORT and nothing else to read");
+  if (silent && p.error.empty() && p.sources.empty() && p.imports.empty() && !p.comparing)
     usage("-s needs at least one folder");
   p.mode = help               ? ParsedCommandLine::Help
            : version          ? ParsedCommandLine::Version

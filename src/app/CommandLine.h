@@ -22,13 +22,15 @@ struct ParsedCommandLine {
   int sizeAllocated = -1;  // --size: -1 not given (the settings hold), 0 logical, 1 allocated
   int linksOnce = -1;      // --links: -1 not given, 0 each name, 1 once
   std::vector<std::string> excludes;  // --exclude PATTERN, in the order given
+  bool comparing = false;             // -s REPORT --compare OLD NEW: each an export or a folder
+  std::string compareOld, compareNew;
   bool restart = false;              // -RESTART
   bool translationMode = false;      // -TLMODUS
   std::string error;                 // UsageError: what is wrong, one line
 };
 
 // -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, --size logical|allocated,
-// --links once|each, --exclude PATTERN, -RESTART, -TLMODUS, --help, --version; after "--" every
+// --links once|each, --exclude PATTERN, --compare OLD NEW, -RESTART, -TLMODUS, --help, --version; after "--" every
 // argument is a source. Any other argument that begins with "-" is a usage error.
 ParsedCommandLine parseArguments(int argc, char** argv);
 

@@ -46,13 +46,7 @@ class Renderer {
       case ReportSaveOptions::Levels::CurrentView: limit_ = 0; break;
     }
 
-    // A size counted other than by default says how, so that two reports are not compared blindly.
-    QStringList mode;
-    if (o_.allocated) mode << TL(4440, "belegt");
-    if (o_.linksOnce) mode << TL(4441, "Links einmal");
-    const QString how =
-        mode.isEmpty() ? QString() : QStringLiteral(" (") + mode.join(QStringLiteral(", ")) + ')';
-    QString headings[4] = {TL(3623, "Größe") + how + sizeHeadingUnit(o_.unit), TL(3624, "Dateien"),
+    QString headings[4] = {ReportWriter::sizeHeading(TL(3623, "Größe"), o_), TL(3624, "Dateien"),
                            TL(3625, "Ordner"), TL(3626, "Pfad")};
     // Column widths are measured from the first top row alone.
     const auto& first = tree_.node(tops[0]);
@@ -150,18 +144,7 @@ class Renderer {
     out_.clear();
   }
 
-  // A field in double quotes, a quote inside it doubled.
-  void quoted(std::string_view field) {
-    out_ += '"';
-    for (size_t at = 0;;) {
-      const size_t q = field.find('"', at);
-      out_.append(field.substr(at, q == std::string_view::npos ? q : q + 1 - at));
-      if (q == std::string_view::npos) break;
-      out_ += '"';
-      at = q + 1;
-    }
-    out_ += '"';
-  }
+  void quoted(std::string_view field) { ReportWriter::appendQuoted(out_, field); }
 
   void line(const QString& s) {
     out_ += s.toStdString();
@@ -186,6 +169,28 @@ bool ReportWriter::isTextLayout(const std::string& fileName) {
   std::string tail = fileName.substr(fileName.size() - 4);
   for (auto& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return tail == ".txt";
+}
+
+QString ReportWriter::sizeHeading(const QString& word, const ReportSaveOptions& o) {
+  // A size counted other than by default says how, so that two reports are not compared blindly.
+  QStringList mode;
+  if (o.allocated) mode << TL(4440, "belegt");
+  if (o.linksOnce) mode << TL(4441, "Links einmal");
+  const QString how =
+      mode.isEmpty() ? QString() : QStringLiteral(" (") + mode.join(QStringLiteral(", ")) + ')';
+  return word + how + sizeHeadingUnit(o.unit);
+}
+
+void ReportWriter::appendQuoted(std::string& out, std::string_view field) {
+  out += '"';
+  for (size_t at = 0;;) {
+    const size_t q = field.find('"', at);
+    out.append(field.substr(at, q == std::string_view::npos ? q : q + 1 - at));
+    if (q == std::string_view::npos) break;
+    out += '"';
+    at = q + 1;
+  }
+  out += '"';
 }
 
 void ReportWriter::render(const ReportTree& tree, const ReportSaveOptions& options, bool textLayout,

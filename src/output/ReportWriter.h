@@ -31,6 +31,10 @@ class ReportWriter {
     return n == 0 ? ReportSaveOptions::Levels::All : ReportSaveOptions::Levels::Count;
   }
   static bool isTextLayout(const std::string& fileName);
+  // A size column's heading: `word`, how sizes were counted when not by default, and the unit.
+  static QString sizeHeading(const QString& word, const ReportSaveOptions& options);
+  // Appends a field of the table in double quotes, a quote inside it doubled.
+  static void appendQuoted(std::string& out, std::string_view field);
 
   // Hands the report out in pieces, in order.
   using Output = std::function<void(std::string_view)>;

@@ -1,0 +1,13 @@
+#pragma once
+// A run with no window that compares two measurements of a folder, each an export or a folder
+// walked now, and writes one row per folder of both with the sizes and file counts of each.
+
+#include "app/CommandLine.h"
+
+namespace ql {
+
+// The job is a parsed silent command line with --compare. Returns the process's exit status: 0
+// when the report was written, 1 after any failure (then no report is written).
+int runCompare(const ParsedCommandLine& job);
+
+}  // namespace ql
