@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <QImage>
 #include <filesystem>
 #include <map>
 #include <random>
 
-#include "TestFs.h"
+#include "TestFiles.h"
+#include "TestProcess.h"
+#include "app/TreemapRun.h"
 #include "treemap/TreemapLayout.h"
+#include "treemap/TreemapPainter.h"
 
 using namespace ql;
 using namespace ql::test;
@@ -175,3 +179,117 @@ TEST(TreemapCollector, TreeDoesNotDependOnTheOrderOfFolders) {
   EXPECT_EQ(treeOf({"b/", "a/x/y/", "a-b/", "", "a.c/", "a/", "a/x/"}), forward);
 }
 
+// One tree on disk, walked by the program with one and with four threads.
+class TreemapRunTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(dir_.made());
+    root_ = dir_ / "t";
+    makeDir(root_);
+    makeDir(root_ + "/media");
+    makeFile(root_ + "/media/film.MP4", int64_t{9} << 30);
+    makeDir(root_ + "/src");
+    for (int i = 0; i < 300; ++i)
+      makeFile(root_ + "/src/f" + std::to_string(i) + (i % 3 ? ".cpp" : ".H"), i * 997);
+    for (const char* name : {"README", ".bashrc", "trailing.", "a.tar.gz", "pic.jpg", "empty.txt"})
+      makeFile(root_ + "/" + name, name[0] == 'e' ? 0 : 12345);
+    std::string deep = root_;
+    for (int i = 0; i < 30; ++i) makeDir(deep += "/d");
+    makeFile(deep + "/x.png", 1 << 20);
+  }
+
+  ParsedCommandLine job() const {
+    ParsedCommandLine j;
+    j.sources = {root_};
+    return j;
+  }
+
+  TempDir dir_;
+  std::string root_;
+};
+
+TEST_F(TreemapRunTest, SameForAnyThreadCountAndTypesMatchAPlainCount) {
+  std::map<std::string, std::pair<int64_t, int64_t>> plain;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(root_)) {
+    if (!e.is_regular_file()) continue;
+    std::string name = e.path().filename().string();
+    const std::string_view ext = typeExtension(name);
+    std::string lower(ext);
+    for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    auto& [files, bytes] = plain[lower];
+    ++files;
+    bytes += static_cast<int64_t>(e.file_size());
+  }
+  EXPECT_TRUE(plain.count("") && plain.count("h") && plain.count("gz"));
+  std::vector<TreemapLayout> layouts;
+  for (const char* threads : {"1", "4"}) {
+    ::setenv("QUORLANE_THREADS", threads, 1);
+    TreemapCollector collector(root_, true, true);
+    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    std::map<std::string, std::pair<int64_t, int64_t>> counted;
+    for (const TypeRow& r : collector.types()) counted[r.extension] = {r.files, r.bytes};
+    EXPECT_EQ(counted, plain) << threads;
+    layouts.push_back(layoutTreemap(collector.takeTree(), 500, 300));
+  }
+  ::unsetenv("QUORLANE_THREADS");
+  ASSERT_EQ(layouts[0].rects.size(), layouts[1].rects.size());
+  for (size_t i = 0; i < layouts[0].rects.size(); ++i) {
+    const TreemapRect &a = layouts[0].rects[i], &b = layouts[1].rects[i];
+    ASSERT_TRUE(a.x == b.x && a.y == b.y && a.w == b.w && a.h == b.h && a.type == b.type &&
+                a.kind == b.kind)
+        << i;
+  }
+}
+
+TEST_F(TreemapRunTest, ProgramDrawsTheLargeFileInItsColourAndWritesTheTable) {
+  QByteArray pictures[2], tables[2];
+  for (int i = 0; i < 2; ++i) {
+    const std::string png = dir_ / ("p" + std::to_string(i) + ".png"),
+                      csv = dir_ / ("t" + std::to_string(i) + ".csv");
+    const Outcome o = runProgram(
+        QUORLANE_BIN_PATH,
+        {"--treemap", qpath(png), "--size", "400x250", "--types", qpath(csv), qpath(root_)},
+        {{"QUORLANE_THREADS", i ? "4" : "1"}, {"DISPLAY", ""}, {"QT_QPA_PLATFORM", ""}});
+    ASSERT_EQ(o.status, 0) << o.err.toStdString();
+    pictures[i] = readFile(png);
+    tables[i] = readFile(csv);
+  }
+  EXPECT_EQ(pictures[0], pictures[1]);
+  EXPECT_EQ(tables[0], tables[1]);
+  EXPECT_TRUE(tables[0].startsWith("\"")) << tables[0].left(80).toStdString();
+  EXPECT_TRUE(tables[0].contains("\r\n\"mp4\";1;\"9663676416\";\""))
+      << tables[0].left(200).toStdString();
+  EXPECT_TRUE(tables[0].contains("\r\n\"none\";3;\"37035\";")) << tables[0].toStdString();
+
+  const QImage image = QImage::fromData(pictures[0], "PNG");
+  ASSERT_EQ(image.size(), QSize(400, 250));
+  // The film is nearly all of the bytes: the middle of the picture is its colour, not another
+  // kind's.
+  const QColor seen = image.pixelColor(200, 125);
+  auto distance = [&](QColor c) {
+    return std::abs(c.red() - seen.red()) + std::abs(c.green() - seen.green()) +
+           std::abs(c.blue() - seen.blue());
+  };
+  for (int k = 0; k < static_cast<int>(FileKind::Count); ++k) {
+    if (static_cast<FileKind>(k) == FileKind::Video) continue;
+    EXPECT_LT(distance(treemapColor(FileKind::Video)),
+              distance(treemapColor(static_cast<FileKind>(k))))
+        << k;
+  }
+}
+
+TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
+  const Outcome missing =
+      runProgram(QUORLANE_BIN_PATH, {"--types", qpath(dir_ / "t.csv"), qpath(dir_ / "gone")});
+  EXPECT_EQ(missing.status, 1);
+  const Outcome unwritable =
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", qpath(dir_ / "no/such/p.svg"), qpath(root_)});
+  EXPECT_EQ(unwritable.status, 1);
+  const Outcome svg =
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", qpath(dir_ / "p.svg"), qpath(root_)});
+  EXPECT_EQ(svg.status, 0) << svg.err.toStdString();
+  EXPECT_TRUE(readFile(dir_ / "p.svg").contains("<svg"));
+  EXPECT_EQ(
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", "x.png", "--size", "0x5", qpath(root_)}).status,
+      2);
+}
