@@ -18,6 +18,7 @@
 #include "support/Globals.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
+#include "app/TreemapRun.h"
 #include "failure/FailureReport.h"
 #include "json/JsonExport.h"
 #include "output/OutputFile.h"
@@ -93,6 +94,16 @@ int main(int argc, char** argv) {
     }
     case ParsedCommandLine::Window:
       return runWindow("quorlane_window_main", argc, argv);
+    case ParsedCommandLine::Treemap:
+      // Drawing needs Qt's painting, which lives with the window; it draws with no display.
+      return runWindow("quorlane_treemap_main", argc, argv);
+    case ParsedCommandLine::Types: {
+      std::signal(SIGPIPE, SIG_IGN);
+      OutputFile::removeTemporaryOnInterrupt(true);
+      QCoreApplication app(argc, argv);
+      initFrame(command.translationMode);
+      return runTypes(command);
+    }
     case ParsedCommandLine::Silent:
       break;
   }

@@ -1,5 +1,6 @@
 #include "app/CommandLine.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace ql {
@@ -31,6 +32,16 @@ bool silentOption(const char* arg, int& levels) {
     if (value > 999999999) value = 999999999;
   }
   levels = static_cast<int>(value);
+  return true;
+}
+
+// "WIDTHxHEIGHT", each 1 to 20000 pixels.
+bool pictureSize(const std::string& value, int& width, int& height) {
+  int w = 0, h = 0;
+  char x = 0, rest = 0;
+  if (std::sscanf(value.c_str(), "%5d%c%5d%c", &w, &x, &h, &rest) != 3 || x != 'x') return false;
+  if (w < 1 || h < 1 || w > 20000 || h > 20000) return false;
+  width = w, height = h;
   return true;
 }
 }  // namespace
@@ -69,6 +80,14 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
         exporting = true;
         p.exportFile = argv[++i];
       }
+    } else if (std::strcmp(arg, "--treemap") == 0 || std::strcmp(arg, "--types") == 0) {
+      if (i + 1 >= argc || !*argv[i + 1]) {
+        usage(std::string(arg) + " needs a file");
+        continue;
+      }
+      std::string& file = arg[3] == 'r' ? p.treemapFile : p.typesFile;
+      if (!file.empty()) usage(std::string(arg) + " given twice");
+      file = argv[++i];
     } else if (std::strcmp(arg, "--size") == 0 || std::strcmp(arg, "--links") == 0 ||
                std::strcmp(arg, "--exclude") == 0) {
       // The value is the next argument, whatever it looks like.
@@ -80,10 +99,11 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
       if (arg[2] == 'e') {
         p.excludes.push_back(value);
       } else if (arg[2] == 's') {
-        if (value == "logical" || value == "allocated")
+        if (pictureSize(value, p.pictureWidth, p.pictureHeight)) {
+        } else if (value == "logical" || value == "allocated")
           p.sizeAllocated = value == "allocated";
         else
-          usage("--size is logical or allocated, not " + value);
+          usage("--size is logical, allocated or WIDTHxHEIGHT, not " + value);
       } else {
         if (value == "once" || value == "each")
           p.linksOnce = value == "once";
@@ -116,12 +136,18 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (exporting && p.sources.size() != 1) usage("--export needs exactly one folder");
   if (p.comparing && (!silent || !p.sources.empty() || !p.imports.empty()))
     usage("--compare goes with -s REPORT and nothing else to read");
+  const bool picture = !p.treemapFile.empty() || !p.typesFile.empty();
+  if (picture && (exporting || silent || !p.imports.empty()))
+    usage("--treemap and --types go with no -s, --export or --import");
+  if (picture && p.sources.size() != 1) usage("--treemap and --types need exactly one folder");
   if (silent && p.error.empty() && p.sources.empty() && p.imports.empty() && !p.comparing)
     usage("-s needs at least one folder");
   p.mode = help               ? ParsedCommandLine::Help
            : version          ? ParsedCommandLine::Version
            : !p.error.empty() ? ParsedCommandLine::UsageError
            : exporting        ? ParsedCommandLine::Export
+           : !p.treemapFile.empty() ? ParsedCommandLine::Treemap
+           : picture          ? ParsedCommandLine::Types
            : silent           ? ParsedCommandLine::Silent
                               : ParsedCommandLine::Window;
   return p;

@@ -7,4 +7,5 @@ list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/SilentRun.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SingleInstance.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Startup.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/TreemapRun.cpp
 )

@@ -3,6 +3,9 @@
 // loader but the process.
 
 #include <QApplication>
+#include <QGuiApplication>
+#include <csignal>
+#include <cstdio>
 #include <QDateTime>
 #include <QMessageBox>
 
@@ -10,6 +13,9 @@
 #include "support/Globals.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
+#include "app/TreemapRun.h"
+#include "output/OutputFile.h"
+#include "treemap/TreemapPainter.h"
 #include "failure/FailureReport.h"
 #include "ui/dialogs/frmFehler.h"
 #include "ui/MainWindow.h"
@@ -55,4 +61,25 @@ extern "C" __attribute__((visibility("default"))) int quorlane_window_main(int a
 // The preview's PDF helper: no window, no settings; one page to standard output.
 extern "C" __attribute__((visibility("default"))) int quorlane_render_pdf_page(int argc, char** argv) {
   return ql::renderPdfPageMain(argc, argv);
+}
+
+// --treemap: the walk, the layout and the picture, with no display (and the types table when
+// --types is given too).
+extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int argc, char** argv) {
+  using namespace ql;
+  const ParsedCommandLine job = parseArguments(argc, argv);
+  std::signal(SIGPIPE, SIG_IGN);
+  OutputFile::removeTemporaryOnInterrupt(true);
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  QGuiApplication app(argc, argv);
+  initFrame(job.translationMode);
+  TreemapCollector collector(job.sources.front(), true, !job.typesFile.empty());
+  if (walkForTreemap(job, collector) != 0) return 1;
+  if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
+  const TreemapTree tree = collector.takeTree();
+  std::string error;
+  if (writeTreemapPicture(layoutTreemap(tree, job.pictureWidth, job.pictureHeight), job.treemapFile, error))
+    return 0;
+  std::fprintf(stderr, "quorlane: %s\n", error.c_str());
+  return 1;
 }

@@ -1,0 +1,295 @@
+// The treemap's layout, picking, picture and the file-types table.
+
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "TestFiles.h"
+#include "TestProcess.h"
+#include "app/TreemapRun.h"
+#include "treemap/TreemapLayout.h"
+#include "treemap/TreemapPainter.h"
+
+using namespace ql;
+using namespace ql::test;
+
+namespace {
+
+// Checks what every layout must hold: each rectangle inside its folder's inside, none overlapping
+// another of its depth, none empty.
+void expectSound(const TreemapTree& tree, const TreemapLayout& l) {
+  std::vector<uint32_t> parent(tree.folders.size(), 0);
+  for (uint32_t f = 0; f < tree.folders.size(); ++f)
+    for (uint32_t c : tree.folders[f].children) parent[c] = f;
+  std::map<uint32_t, const TreemapRect*> folderRect;
+  for (const TreemapRect& r : l.rects)
+    if (r.type == TreemapRect::Folder) folderRect[r.folder] = &r;
+  std::vector<int> stamp(static_cast<size_t>(l.width) * l.height, -1);
+  for (size_t i = 0; i < l.rects.size(); ++i) {
+    const TreemapRect& r = l.rects[i];
+    ASSERT_GE(r.w, 1);
+    ASSERT_GE(r.h, 1);
+    if (i > 0) {
+      const uint32_t holder = r.type == TreemapRect::Folder ? parent[r.folder] : r.folder;
+      ASSERT_TRUE(folderRect.count(holder)) << i;
+      const TreemapRect& p = *folderRect[holder];
+      ASSERT_TRUE(r.x >= p.x + 1 && r.y >= p.y + 1 && r.x + r.w <= p.x + p.w - 1 &&
+                  r.y + r.h <= p.y + p.h - 1)
+          << "rect " << i << " leaves its folder";
+      ASSERT_EQ(r.depth, p.depth + 1);
+    }
+  }
+  // Depth by depth (the rects of a depth lie apart when their folders do).
+  std::vector<size_t> order(l.rects.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return l.rects[a].depth < l.rects[b].depth; });
+  for (size_t i : order) {
+    const TreemapRect& r = l.rects[i];
+    for (int y = r.y; y < r.y + r.h; ++y)
+      for (int x = r.x; x < r.x + r.w; ++x) {
+        int& s = stamp[static_cast<size_t>(y) * l.width + x];
+        ASSERT_NE(s, r.depth) << "rect " << i << " overlaps at " << x << "," << y;
+        s = r.depth;
+      }
+  }
+}
+
+TreemapTree flat(const std::vector<int64_t>& sizes) {
+  TreemapTree t;
+  for (int64_t s : sizes) t.addFile(0, s, FileKind::Document);
+  t.finish();
+  return t;
+}
+
+struct Case {
+  const char* name;
+  TreemapTree tree;
+  int width, height;
+};
+
+std::vector<Case> cases() {
+  std::vector<Case> all;
+  std::mt19937_64 random(7);
+  std::vector<int64_t> mixed;
+  for (int i = 0; i < 3000; ++i)
+    mixed.push_back(i % 5 == 0 ? 0 : static_cast<int64_t>(random() % 1000000));
+  all.push_back({"folder of many files, some empty", flat(mixed), 320, 200});
+  std::vector<int64_t> huge(20000, 1);
+  huge.push_back(int64_t{1} << 50);
+  all.push_back({"one huge among tiny", flat(huge), 300, 300});
+  TreemapTree chain;
+  uint32_t at = 0;
+  for (int i = 0; i < 10000; ++i) {
+    chain.addFile(at, 1000, FileKind::Code);
+    at = chain.addFolder(at, "d");
+  }
+  chain.finish();
+  all.push_back({"chain of 10000 folders", std::move(chain), 300, 200});
+  TreemapTree nested;
+  std::vector<uint32_t> made{0};
+  for (int i = 0; i < 400; ++i) {
+    const uint32_t f = nested.addFolder(made[random() % made.size()], "f");
+    made.push_back(f);
+    for (int k = 0, n = static_cast<int>(random() % 20); k < n; ++k)
+      nested.addFile(f, static_cast<int64_t>(random() % 100000000),
+                     static_cast<FileKind>(random() % 8));
+  }
+  nested.finish();
+  all.push_back({"nested folders", std::move(nested), 400, 250});
+  return all;
+}
+
+}  // namespace
+
+TEST(TreemapLayout, RectanglesNestWithoutOverlap) {
+  for (const Case& c : cases()) {
+    SCOPED_TRACE(c.name);
+    const TreemapLayout l = layoutTreemap(c.tree, c.width, c.height);
+    ASSERT_FALSE(l.rects.empty());
+    expectSound(c.tree, l);
+  }
+}
+
+TEST(TreemapLayout, AreasFollowSizes) {
+  for (const Case& c : cases()) {
+    if (c.tree.folders.size() != 1) continue;  // one folder: one scale for all files
+    SCOPED_TRACE(c.name);
+    const TreemapLayout l = layoutTreemap(c.tree, c.width, c.height);
+    const double scale =
+        (c.width - 2.0) * (c.height - 2.0) / static_cast<double>(c.tree.folders[0].bytes);
+    int64_t covered = 0;
+    for (const TreemapRect& r : l.rects) {
+      if (r.type == TreemapRect::Folder) continue;
+      covered += int64_t{r.w} * r.h;
+      if (r.type != TreemapRect::File) continue;
+      const int64_t size = TreemapTree::sizeOf(c.tree.files[r.file]);
+      EXPECT_GT(size, 0) << "an empty file got a rectangle";
+      EXPECT_NEAR(double(r.w) * r.h, size * scale, r.w + r.h + 1.0) << r.w << "x" << r.h;
+    }
+    // The inside is tiled: files, rest and what rounded away.
+    EXPECT_LE(covered, int64_t{c.width - 2} * (c.height - 2));
+    EXPECT_GE(covered, int64_t{c.width - 2} * (c.height - 2) * 99 / 100);
+  }
+}
+
+TEST(TreemapLayout, PickFindsTheInnermostRectangle) {
+  const Case c = std::move(cases()[3]);
+  const TreemapLayout l = layoutTreemap(c.tree, c.width, c.height);
+  int files = 0;
+  for (size_t i = 0; i < l.rects.size(); ++i) {
+    const TreemapRect& r = l.rects[i];
+    if (r.type != TreemapRect::File) continue;
+    ++files;
+    EXPECT_EQ(pickTreemap(l, r.x + r.w / 2, r.y + r.h / 2), static_cast<int>(i));
+    EXPECT_EQ(pickTreemap(l, r.x + r.w - 1, r.y + r.h - 1), static_cast<int>(i));
+  }
+  EXPECT_GT(files, 50);
+  EXPECT_EQ(pickTreemap(l, 0, 0), 0);  // the walked folder's frame
+  EXPECT_EQ(pickTreemap(l, c.width, 0), -1);
+}
+
+// Whatever order the threads hand folders in, each folder is made once and the tree is the same.
+TEST(TreemapCollector, TreeDoesNotDependOnTheOrderOfFolders) {
+  const std::vector<std::string> folders = {"", "a/", "a-b/", "a/x/", "a/x/y/", "b/", "a.c/"};
+  auto treeOf = [&](std::vector<std::string> order) {
+    TreemapCollector collector("/r", true, false);
+    for (const std::string& f : order) {
+      FoundFile file;
+      file.folder = "/r/" + f;
+      file.size = static_cast<int64_t>(100 + f.size());  // equal sizes for equal lengths
+      file.name = "n.jpg";
+      collector.offer(file);
+    }
+    TreemapTree t = collector.takeTree();
+    std::string shape;
+    for (const TreemapFolder& f : t.folders) {
+      shape += f.name + "(" + std::to_string(f.bytes) + ")[";
+      for (uint32_t c : f.children) shape += t.folders[c].name + ",";
+      shape += "] ";
+    }
+    return std::make_pair(t.folders.size(), shape);
+  };
+  const auto forward = treeOf(folders);
+  EXPECT_EQ(forward.first, folders.size());
+  EXPECT_EQ(treeOf({folders.rbegin(), folders.rend()}), forward);
+  EXPECT_EQ(treeOf({"b/", "a/x/y/", "a-b/", "", "a.c/", "a/", "a/x/"}), forward);
+}
+
+// One tree on disk, walked by the program with one and with four threads.
+class TreemapRunTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(dir_.made());
+    root_ = dir_ / "t";
+    makeDir(root_);
+    makeDir(root_ + "/media");
+    makeFile(root_ + "/media/film.MP4", int64_t{9} << 30);
+    makeDir(root_ + "/src");
+    for (int i = 0; i < 300; ++i)
+      makeFile(root_ + "/src/f" + std::to_string(i) + (i % 3 ? ".cpp" : ".H"), i * 997);
+    for (const char* name : {"README", ".bashrc", "trailing.", "a.tar.gz", "pic.jpg", "empty.txt"})
+      makeFile(root_ + "/" + name, name[0] == 'e' ? 0 : 12345);
+    std::string deep = root_;
+    for (int i = 0; i < 30; ++i) makeDir(deep += "/d");
+    makeFile(deep + "/x.png", 1 << 20);
+  }
+
+  ParsedCommandLine job() const {
+    ParsedCommandLine j;
+    j.sources = {root_};
+    return j;
+  }
+
+  TempDir dir_;
+  std::string root_;
+};
+
+TEST_F(TreemapRunTest, SameForAnyThreadCountAndTypesMatchAPlainCount) {
+  std::map<std::string, std::pair<int64_t, int64_t>> plain;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(root_)) {
+    if (!e.is_regular_file()) continue;
+    std::string name = e.path().filename().string();
+    const std::string_view ext = typeExtension(name);
+    std::string lower(ext);
+    for (char& ch : lower) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    auto& [files, bytes] = plain[lower];
+    ++files;
+    bytes += static_cast<int64_t>(e.file_size());
+  }
+  EXPECT_TRUE(plain.count("") && plain.count("h") && plain.count("gz"));
+  std::vector<TreemapLayout> layouts;
+  for (const char* threads : {"1", "4"}) {
+    ::setenv("QUORLANE_THREADS", threads, 1);
+    TreemapCollector collector(root_, true, true);
+    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    std::map<std::string, std::pair<int64_t, int64_t>> counted;
+    for (const TypeRow& r : collector.types()) counted[r.extension] = {r.files, r.bytes};
+    EXPECT_EQ(counted, plain) << threads;
+    layouts.push_back(layoutTreemap(collector.takeTree(), 500, 300));
+  }
+  ::unsetenv("QUORLANE_THREADS");
+  ASSERT_EQ(layouts[0].rects.size(), layouts[1].rects.size());
+  for (size_t i = 0; i < layouts[0].rects.size(); ++i) {
+    const TreemapRect &a = layouts[0].rects[i], &b = layouts[1].rects[i];
+    ASSERT_TRUE(a.x == b.x && a.y == b.y && a.w == b.w && a.h == b.h && a.type == b.type &&
+                a.kind == b.kind)
+        << i;
+  }
+}
+
+TEST_F(TreemapRunTest, ProgramDrawsTheLargeFileInItsColourAndWritesTheTable) {
+  QByteArray pictures[2], tables[2];
+  for (int i = 0; i < 2; ++i) {
+    const std::string png = dir_ / ("p" + std::to_string(i) + ".png"),
+                      csv = dir_ / ("t" + std::to_string(i) + ".csv");
+    const Outcome o = runProgram(
+        QUORLANE_BIN_PATH,
+        {"--treemap", qpath(png), "--size", "400x250", "--types", qpath(csv), qpath(root_)},
+        {{"QUORLANE_THREADS", i ? "4" : "1"}, {"DISPLAY", ""}, {"QT_QPA_PLATFORM", ""}});
+    ASSERT_EQ(o.status, 0) << o.err.toStdString();
+    pictures[i] = readFile(png);
+    tables[i] = readFile(csv);
+  }
+  EXPECT_EQ(pictures[0], pictures[1]);
+  EXPECT_EQ(tables[0], tables[1]);
+  EXPECT_TRUE(tables[0].startsWith("\"")) << tables[0].left(80).toStdString();
+  EXPECT_TRUE(tables[0].contains("\r\n\"mp4\";1;\"9663676416\";\""))
+      << tables[0].left(200).toStdString();
+  EXPECT_TRUE(tables[0].contains("\r\n\"none\";3;\"37035\";")) << tables[0].toStdString();
+
+  const QImage image = QImage::fromData(pictures[0], "PNG");
+  ASSERT_EQ(image.size(), QSize(400, 250));
+  // The film is nearly all of the bytes: the middle of the picture is its colour, not another
+  // kind's.
+  const QColor seen = image.pixelColor(200, 125);
+  auto distance = [&](QColor c) {
+    return std::abs(c.red() - seen.red()) + std::abs(c.green() - seen.green()) +
+           std::abs(c.blue() - seen.blue());
+  };
+  for (int k = 0; k < static_cast<int>(FileKind::Count); ++k) {
+    if (static_cast<FileKind>(k) == FileKind::Video) continue;
+    EXPECT_LT(distance(treemapColor(FileKind::Video)),
+              distance(treemapColor(static_cast<FileKind>(k))))
+        << k;
+  }
+}
+
+TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
+  const Outcome missing =
+      runProgram(QUORLANE_BIN_PATH, {"--types", qpath(dir_ / "t.csv"), qpath(dir_ / "gone")});
+  EXPECT_EQ(missing.status, 1);
+  const Outcome unwritable =
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", qpath(dir_ / "no/such/p.svg"), qpath(root_)});
+  EXPECT_EQ(unwritable.status, 1);
+  const Outcome svg =
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", qpath(dir_ / "p.svg"), qpath(root_)});
+  EXPECT_EQ(svg.status, 0) << svg.err.toStdString();
+  EXPECT_TRUE(readFile(dir_ / "p.svg").contains("<svg"));
+  EXPECT_EQ(
+      runProgram(QUORLANE_BIN_PATH, {"--treemap", "x.png", "--size", "0x5", qpath(root_)}).status,
+      2);
+}
