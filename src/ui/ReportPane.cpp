@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "lang/TL.h"
+#include "output/ReportWriter.h"
 #include "ui/dialogs/frmPrint.h"
 #include "ui/dialogs/frmSave.h"
 #include "report/ReportCommands.h"
@@ -456,9 +457,18 @@ ReportLook ReportPane::look() const {
   ReportLook look;
   look.unit = model_->unit();
   look.decimals = decimals_;
+  look.allocated = bar_->isChecked(cmd::report::Allocated);
+  look.linksOnce = bar_->isChecked(cmd::report::LinksOnce);
   for (int c = 0; c < ReportModel::ColumnCount; ++c) {
     look.visible[c] = !view_->isColumnHidden(c);
     look.titles[c] = model_->headerData(c, Qt::Horizontal, Qt::DisplayRole).toString();
+  }
+  if (look.allocated || look.linksOnce) {  // a printed report says how its sizes were counted
+    ReportSaveOptions o;
+    o.unit = look.unit;
+    o.allocated = look.allocated;
+    o.linksOnce = look.linksOnce;
+    look.titles[ReportModel::ColSize] = ReportWriter::sizeHeading(TL(3623, "Größe"), o);
   }
   return look;
 }

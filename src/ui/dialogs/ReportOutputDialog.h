@@ -29,6 +29,7 @@ namespace ql {
 struct ReportLook {
   int unit = 0;      // 0 Bytes, 1 KB, 2 MB, 3 GB
   int decimals = 1;  // 1: two places
+  bool allocated = false, linksOnce = false;  // how the sizes were counted
   bool visible[ReportModel::ColumnCount] = {true, true, true, true, true};
   QString titles[ReportModel::ColumnCount];
 };

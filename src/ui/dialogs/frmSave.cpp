@@ -52,6 +52,8 @@ bool frmSave::SPEICHERN(std::string FileName, int Levels) {
   ReportSaveOptions options;
   options.unit = look_.unit;
   options.decimals = look_.decimals;
+  options.allocated = look_.allocated;
+  options.linksOnce = look_.linksOnce;
   BranchCopy::Depth depth = BranchCopy::Depth::All;
   switch (optLevels()->checkedId()) {
     case 1:
