@@ -392,6 +392,10 @@ void ScanDriver::resetAfterFailure() {
 
 bool ScanDriver::rescan(uint32_t node, bool full, bool wait) {
   if (busy_ || !tree_.isLive(node)) return false;
+  if (settings_.mode.linksOnce) {
+    node = tree_.rootOf(node);
+    full = true;
+  }
   if (!tree_.isFolder(node)) node = tree_.parent(node);
   if (tree_.hasFlag(node, ReportTree::Junction)) return false;  // a link or a mount is never entered
   const auto& n = tree_.node(node);

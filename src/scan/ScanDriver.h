@@ -63,7 +63,8 @@ class ScanDriver : public QObject {
   // `full` replaces the folder's whole subtree; otherwise only its own files are read again and
   // its subfolder rows stay. A files row stands for its folder; a junction is never entered.
   // Returns false when there is nothing to do; otherwise rescanFinished() follows (at once when
-  // `wait`). Sources queued meanwhile are read afterwards.
+  // `wait`). Sources queued meanwhile are read afterwards. When a file of several names counts
+  // once, a folder's sum depends on what lies beside it: then the whole source is measured again.
   bool rescan(uint32_t node, bool full, bool wait = false);
   // Ends the reading at the next entry: the owner's stop, and the running walk's own.
   void stop();

@@ -125,6 +125,29 @@ TEST(SizeModes, EveryFolderHoldsWhatDuCountsForAnyThreadCount) {
   }
 }
 
+// A link made beside a folder after the walk: measuring that folder again leaves every sum as du
+// counts it, also above the folder.
+TEST(SizeModes, ARescanWithLinksOnceStaysExact) {
+  TempDir d;
+  craft(d);
+  writeAt(d / "src/a/only", 0, 9000);
+  const Mode& m = kModes[3];
+  ReportTree t;
+  walkAll(t, {d / "src"}, m.mode, 2);
+  hardLink(d / "src/a/only", d / "src/b/only2");
+  ScanDriver driver(t, testStop);
+  ScanDriver::Settings s;
+  s.mode = m.mode;
+  driver.setSettings(s);
+  const uint32_t root = t.roots()[0];
+  uint32_t b = kNoNode;
+  for (uint32_t c : t.children(root))
+    if (t.text(c) == "b") b = c;
+  ASSERT_TRUE(driver.rescan(b, true, true));
+  for (const auto& [rel, size] : folderSizes(t, t.roots()[0]))
+    EXPECT_EQ(size, duFiles(m, d / "src/" + rel)) << rel;
+}
+
 // The import of an export counts as a walk of the same folder in every mode.
 TEST(SizeModes, ImportCountsAsTheWalk) {
   TempDir d;
