@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "app/Settings.h"
+#include "app/SilentRun.h"
 #include "failure/FailureReport.h"
 #include "json/JsonImport.h"
 #include "lang/TL.h"
@@ -176,14 +177,7 @@ class CompareRenderer {
 int runCompare(const ParsedCommandLine& job) {
   globals().SilentMode = true;
   MainOptions o;
-  OptionenLadenMain(o);
-  // As in the silent run: the command line has the last word over the settings.
-  ScanDriver::Settings settings;
-  settings.noHardlinks = o.NoHardlinks != 0;
-  settings.mode.allocated = job.sizeAllocated >= 0 ? job.sizeAllocated == 1 : o.SizeAllocated != 0;
-  settings.mode.linksOnce = job.linksOnce >= 0 ? job.linksOnce == 1 : o.LinksOnce != 0;
-  settings.excludes = LoadExcludePatterns();
-  settings.excludes.insert(settings.excludes.end(), job.excludes.begin(), job.excludes.end());
+  const ScanDriver::Settings settings = silentSettings(job, o);  // as the silent run counts
   ReportWriter::removeTemporaryOnInterrupt();
 
   static Stop stop;  // for the whole run: the error report shows it

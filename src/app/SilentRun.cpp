@@ -14,11 +14,7 @@
 
 namespace ql {
 
-int runSilent(const ParsedCommandLine& job) {
-  Globals& g = globals();
-  g.SilentMode = true;
-  // The same options the window would load; a damaged value is reported and the rest stays 0.
-  MainOptions o;
+ScanDriver::Settings silentSettings(const ParsedCommandLine& job, MainOptions& o) {
   OptionenLadenMain(o);
   ScanDriver::Settings settings;
   settings.noHardlinks = o.NoHardlinks != 0;
@@ -27,6 +23,14 @@ int runSilent(const ParsedCommandLine& job) {
   settings.mode.linksOnce = job.linksOnce >= 0 ? job.linksOnce == 1 : o.LinksOnce != 0;
   settings.excludes = LoadExcludePatterns();
   settings.excludes.insert(settings.excludes.end(), job.excludes.begin(), job.excludes.end());
+  return settings;
+}
+
+int runSilent(const ParsedCommandLine& job) {
+  Globals& g = globals();
+  g.SilentMode = true;
+  MainOptions o;
+  const ScanDriver::Settings settings = silentSettings(job, o);
 
   // A report cut short by SIGTERM, SIGINT or SIGHUP must not leave its temporary file behind.
   ReportWriter::removeTemporaryOnInterrupt();

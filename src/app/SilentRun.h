@@ -2,8 +2,15 @@
 // A run with no window: walk the sources of the command line and write the report file.
 
 #include "app/CommandLine.h"
+#include "app/Settings.h"
+#include "scan/ScanDriver.h"
 
 namespace ql {
+
+// The walk's settings of a run with no window: the window's options (loaded into `o`; a damaged
+// value is reported and the rest stays 0), with the command line's counting and excludes over
+// them.
+ScanDriver::Settings silentSettings(const ParsedCommandLine& job, MainOptions& o);
 
 // The job is a parsed silent command line. Returns the process's exit status: 0 when the report
 // was written, 1 after any failure.

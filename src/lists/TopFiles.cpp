@@ -7,22 +7,7 @@
 
 namespace ql {
 
-namespace {
-std::atomic<uint64_t> collectors{0};
-}  // namespace
-
-TopFiles::TopFiles(int limit) : limit_(std::clamp(limit, kMinimum, kMaximum)), id_(++collectors) {}
-
-TopFiles::Shard& TopFiles::shardOfThisThread() {
-  // Each thread keeps its shard per collector; a new collector hands out shards afresh.
-  thread_local uint64_t owner = 0;
-  thread_local uint32_t index = 0;
-  if (owner != id_) {
-    owner = id_;
-    index = nextShard_.fetch_add(1, std::memory_order_relaxed) % kShards;
-  }
-  return shards_[index];
-}
+TopFiles::TopFiles(int limit) : limit_(std::clamp(limit, kMinimum, kMaximum)) {}
 
 void TopFiles::raiseCutoff(int64_t size) {
   int64_t now = cutoff_.load(std::memory_order_relaxed);
@@ -44,7 +29,7 @@ void TopFiles::offer(const FoundFile& file) {
   c.mode = file.mode;
   c.blocks = file.blocks;
   c.attributes = file.attributes;
-  Shard& s = shardOfThisThread();
+  Shard& s = shards_.mine();
   std::lock_guard lock(s.mutex);
   auto worse = [](const Candidate& a, const Candidate& b) { return before(a, b); };  // heap top: last in order
   if (s.heap.size() < static_cast<size_t>(limit_)) {
@@ -62,7 +47,7 @@ void TopFiles::offer(const FoundFile& file) {
 
 std::vector<FileRow> TopFiles::result() const {
   std::vector<Candidate> all;
-  for (Shard& s : shards_) {
+  for (Shard& s : shards_.all()) {
     std::lock_guard lock(s.mutex);
     all.insert(all.end(), s.heap.begin(), s.heap.end());
   }

@@ -22,6 +22,8 @@
 #include "lists/FileRow.h"
 #include "scan/FolderWalk.h"
 
+#include "support/ThreadShards.h"
+
 namespace ql {
 
 class TopFiles : public FileFeed {
@@ -53,19 +55,15 @@ class TopFiles : public FileFeed {
   }
 
  private:
-  static constexpr size_t kShards = 16;
   struct alignas(64) Shard {
     std::mutex mutex;
     std::vector<Candidate> heap;  // the worst candidate on top
   };
-  Shard& shardOfThisThread();
   void raiseCutoff(int64_t size);
 
   const int limit_;
-  const uint64_t id_;
-  std::atomic<uint32_t> nextShard_{0};
   std::atomic<int64_t> cutoff_{0};
-  mutable std::array<Shard, kShards> shards_;
+  mutable ThreadShards<Shard> shards_;
 };
 
 }  // namespace ql

@@ -8,7 +8,6 @@
 namespace ql {
 
 namespace {
-std::atomic<uint64_t> collectors{0};
 
 int64_t saturatedAdd(int64_t a, int64_t b) {
   int64_t sum;
@@ -65,25 +64,13 @@ TreemapCollector::TreemapCollector(std::string root, bool wantTree, bool wantTyp
     : root_(
           addSlash(root.size() > 1 && root.back() == '/' ? root.substr(0, root.size() - 1) : root)),
       wantTree_(wantTree),
-      wantTypes_(wantTypes),
-      id_(++collectors) {}
-
-TreemapCollector::Shard& TreemapCollector::shardOfThisThread() {
-  // Each thread keeps its shard per collector; a new collector hands out shards afresh.
-  thread_local uint64_t owner = 0;
-  thread_local uint32_t index = 0;
-  if (owner != id_) {
-    owner = id_;
-    index = nextShard_.fetch_add(1, std::memory_order_relaxed) % kShards;
-  }
-  return shards_[index];
-}
+      wantTypes_(wantTypes) {}
 
 void TreemapCollector::offer(const FoundFile& file) {
   const std::string_view extension = typeExtension(file.name);
   std::string lower(extension.size(), '\0');  // short enough to stay off the heap
   lowerExtension(extension, lower.data(), lower.size());
-  Shard& s = shardOfThisThread();
+  Shard& s = shards_.mine();
   std::lock_guard lock(s.mutex);
   if (wantTypes_) {
     Count& c = s.types[lower];
@@ -110,7 +97,7 @@ TreemapTree TreemapCollector::takeTree() {
   };
   std::vector<Piece> pieces;
   size_t fileCount = 0;
-  for (const Shard& s : shards_) {
+  for (const Shard& s : shards_.all()) {
     fileCount += s.files.size();
     for (const Run& r : s.runs)
       pieces.push_back({std::string_view(s.paths).substr(r.pathAt, r.pathSize), &s, &r});
@@ -149,7 +136,7 @@ TreemapTree TreemapCollector::takeTree() {
       tree.addFile(open.back().folder, TreemapTree::sizeOf(f), TreemapTree::kindOf(f));
     }
   }
-  for (Shard& s : shards_) {
+  for (Shard& s : shards_.all()) {
     std::lock_guard lock(s.mutex);
     std::string().swap(s.paths);
     std::vector<Run>().swap(s.runs);
@@ -161,7 +148,7 @@ TreemapTree TreemapCollector::takeTree() {
 
 std::vector<TypeRow> TreemapCollector::types() const {
   std::unordered_map<std::string, Count> all;
-  for (const Shard& s : shards_)
+  for (const Shard& s : shards_.all())
     for (const auto& [extension, c] : s.types) {
       Count& sum = all[extension];
       sum.files += c.files;

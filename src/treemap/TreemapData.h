@@ -25,6 +25,8 @@
 #include "scan/FolderWalk.h"
 #include "treemap/FileKind.h"
 
+#include "support/ThreadShards.h"
+
 namespace ql {
 
 struct TreemapFolder {
@@ -74,7 +76,6 @@ class TreemapCollector : public FileFeed {
   std::vector<TypeRow> types() const;
 
  private:
-  static constexpr size_t kShards = 16;
   struct Count {
     int64_t files = 0, bytes = 0;
   };
@@ -90,13 +91,9 @@ class TreemapCollector : public FileFeed {
     std::vector<uint64_t> files;
     std::unordered_map<std::string, Count> types;
   };
-  Shard& shardOfThisThread();
-
   const std::string root_;
   const bool wantTree_, wantTypes_;
-  const uint64_t id_;
-  std::atomic<uint32_t> nextShard_{0};
-  std::array<Shard, kShards> shards_;
+  ThreadShards<Shard> shards_;
 };
 
 }  // namespace ql
