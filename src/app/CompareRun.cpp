@@ -50,19 +50,7 @@ uint32_t measure(const std::string& what, ReportTree& tree, const ScanDriver::Se
                   TL(3990, "Keiner der angegebenen Ordner ist vorhanden."), {shown(what)});
     return kNoNode;
   }
-  ImportOptions io;
-  io.filesLabel = TL(3514, "Dateien").toStdString();
-  io.noHardlinks = settings.noHardlinks;
-  io.allocated = settings.mode.allocated;
-  io.linksOnce = settings.mode.linksOnce;
-  io.stop = &stop;
-  const ImportResult r = importJsonFile(what, tree, io);
-  if (r.ok) return r.root;
-  FailureReport(
-      QStringLiteral("ImportEinlesen"), QStringLiteral("frmMain"), 0,
-      TL(4296, "Der Export '%1' kann nicht eingelesen werden: %2", {shown(what), r.error}),
-      {shown(what)});
-  return kNoNode;
+  return importForSilentRun(what, tree, settings, stop);
 }
 
 // Writes the rows as the report writes a tree: the same layouts, headings, quoting and units.

@@ -26,6 +26,23 @@ ScanDriver::Settings silentSettings(const ParsedCommandLine& job, MainOptions& o
   return settings;
 }
 
+uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
+                            const ScanDriver::Settings& settings, const Stop& stop) {
+  ImportOptions io;
+  io.filesLabel = TL(3514, "Dateien").toStdString();
+  io.noHardlinks = settings.noHardlinks;
+  io.allocated = settings.mode.allocated;
+  io.linksOnce = settings.mode.linksOnce;
+  io.stop = &stop;
+  const ImportResult r = importJsonFile(file, tree, io);
+  if (r.ok) return r.root;
+  const QString name = QFile::decodeName(QByteArray::fromStdString(file));
+  FailureReport(QStringLiteral("ImportEinlesen"), QStringLiteral("frmMain"), 0,
+                TL(4296, "Der Export '%1' kann nicht eingelesen werden: %2", {name, r.error}),
+                {name});
+  return kNoNode;
+}
+
 int runSilent(const ParsedCommandLine& job) {
   Globals& g = globals();
   g.SilentMode = true;
@@ -49,20 +66,7 @@ int runSilent(const ParsedCommandLine& job) {
   // such a report never replaces the one there. A damaged setting does not: it keeps its default.
   const int failuresBefore = failureCount();
   // Exports named with --import come first, each as one root, as if its folder had been walked.
-  for (const std::string& file : job.imports) {
-    ImportOptions io;
-    io.filesLabel = TL(3514, "Dateien").toStdString();
-    io.noHardlinks = settings.noHardlinks;
-    io.allocated = settings.mode.allocated;
-    io.linksOnce = settings.mode.linksOnce;
-    io.stop = &stop;
-    const ImportResult r = importJsonFile(file, tree, io);
-    if (!r.ok) {
-      const QString name = QFile::decodeName(QByteArray::fromStdString(file));
-      FailureReport(QStringLiteral("ImportEinlesen"), QStringLiteral("frmMain"), 0,
-                    TL(4296, "Der Export '%1' kann nicht eingelesen werden: %2", {name, r.error}), {name});
-    }
-  }
+  for (const std::string& file : job.imports) importForSilentRun(file, tree, settings, stop);
   if (!job.sources.empty()) {
     driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
     driver.runToEnd();
