@@ -15,6 +15,7 @@
 #include "json/Zstd.h"
 #include "lang/TL.h"
 #include "scan/FolderWalk.h"
+#include "scan/HardLinks.h"
 #include "support/Path.h"
 
 namespace ql {
@@ -209,24 +210,8 @@ struct OpenDir {
   int64_t size = 0, files = 0, folders = 0;
   uint32_t rows = 0;
   // Links once: the hard-linked inodes of its own files, and those below it (each child's once).
-  std::vector<std::pair<uint64_t, int64_t>> own, below;
+  Links own, below;  // `below` sorted
 };
-
-// Sorts the inodes and drops repeats; returns the bytes the repeats held.
-int64_t dedupLinks(std::vector<std::pair<uint64_t, int64_t>>& links) {
-  std::sort(links.begin(), links.end());
-  int64_t repeated = 0;
-  size_t out = 0;
-  for (size_t i = 0; i < links.size(); ++i) {
-    if (out > 0 && links[out - 1].first == links[i].first) {
-      repeated += links[i].second;
-      continue;
-    }
-    links[out++] = links[i];
-  }
-  links.resize(out);
-  return repeated;
-}
 
 bool checkedAdd(int64_t& sum, int64_t value) {
   int64_t r;
@@ -448,7 +433,7 @@ class Builder {
     const int64_t size = o_.allocated ? fields_.dsize : fields_.asize;
     if (!checkedAdd(d.ownBytes, size)) return fail(TL(4040, "Überlauf der Summe"));
     ++d.ownFiles;
-    if (o_.linksOnce && fields_.hlnkc && size > 0) d.own.emplace_back(fields_.ino, size);
+    if (o_.linksOnce && fields_.hlnkc && size > 0) d.own.push_back(Link{fields_.ino, size});
     if (o_.files) {
       pending_.push_back(ImportedFiles::Record{pendingNames_.size(), static_cast<uint32_t>(fields_.name.size()),
                                                fields_.asize, fields_.dsize});
@@ -475,8 +460,8 @@ class Builder {
     if (!d.own.empty() || !d.below.empty()) {
       // Own files once among themselves (the files row), then once with all below.
       d.ownBytes -= dedupLinks(d.own);
-      d.below.insert(d.below.end(), d.own.begin(), d.own.end());
-      d.size -= dedupLinks(d.below);
+      addLinks(d.below, d.own);
+      d.size -= dropRepeats(d.below);
     }
     int64_t size = d.ownBytes, files = d.ownFiles;
     if (!checkedAdd(size, d.size) || !checkedAdd(files, d.files) || d.folders > INT32_MAX)
@@ -503,7 +488,7 @@ class Builder {
       return true;
     }
     OpenDir& p = dirs_.back();
-    p.below.insert(p.below.end(), d.below.begin(), d.below.end());
+    addLinks(p.below, d.below);
     if (!checkedAdd(p.size, size) || !checkedAdd(p.files, files) || !checkedAdd(p.folders, 1 + d.folders))
       return fail(TL(4040, "Überlauf der Summe"));
     ++p.rows;

@@ -22,6 +22,7 @@
 #include "drives/MountTable.h"
 #include "scan/DirReader.h"
 #include "scan/FileOps.h"
+#include "scan/HardLinks.h"
 #include "support/Path.h"
 
 namespace ql {
@@ -101,37 +102,7 @@ const std::string* ExcludeList::match(const char* name, const std::string& relat
   return nullptr;
 }
 
-// A hard-linked inode, for counting it once: its device and number folded into one key (the
-// walked folder's device keeps the bare number), and its size in the walk's mode.
 namespace {
-struct Link {
-  uint64_t key;
-  int64_t size;
-  bool operator<(const Link& o) const { return key < o.key; }
-};
-static_assert(sizeof(Link) == 16);
-using Links = std::vector<Link>;
-
-// Drops repeated inodes from sorted links; returns the bytes the repeats held.
-int64_t dropRepeats(Links& links) {
-  int64_t repeated = 0;
-  size_t out = 0;
-  for (size_t i = 0; i < links.size(); ++i) {
-    if (out > 0 && links[out - 1].key == links[i].key) {
-      repeated += links[i].size;
-      continue;
-    }
-    links[out++] = links[i];
-  }
-  links.resize(out);
-  if (links.capacity() > out + out / 4) links.shrink_to_fit();
-  return repeated;
-}
-
-int64_t dedupLinks(Links& links) {
-  std::sort(links.begin(), links.end());
-  return dropRepeats(links);
-}
 
 // One key per inode: the walked folder's device keeps the bare inode number; another (a
 // subvolume, say) is spread over the high bits, where inode numbers do not reach.
@@ -658,7 +629,7 @@ void FolderWalk::complete(Worker& w, Dir* d) {
 }
 
 // Links once: the inodes of the folder's own files and of its children's sets, each counted once
-// in the folder's sum. The largest set is merged into, so an inode is copied about log n times.
+// in the folder's sum.
 void FolderWalk::mergeLinks(Dir* d) {
   Links* into = d->links;
   d->links = nullptr;
@@ -671,11 +642,8 @@ void FolderWalk::mergeLinks(Dir* d) {
       into = from;
       continue;
     }
-    if (into->size() < from->size()) std::swap(into, from);
-    const auto middle = static_cast<std::ptrdiff_t>(into->size());
-    into->insert(into->end(), from->begin(), from->end());
+    addLinks(*into, *from);
     delete from;
-    std::inplace_merge(into->begin(), into->begin() + middle, into->end());
     merged = true;
   }
   if (merged) d->size -= dropRepeats(*into);
