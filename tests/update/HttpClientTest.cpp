@@ -131,7 +131,9 @@ TEST_F(Http, TextFetchAndItsFailures) {
   const FetchResult loop = client.DownloadFileToDiskOrString(server.url("/a"));
   EXPECT_TRUE(loop.failed);
   EXPECT_TRUE(loop.text.startsWith(QStringLiteral("HttpSendRequest: "))) << loop.text.toStdString();
-  EXPECT_LE(server.requestLines.count(QStringLiteral("GET /a HTTP/1.1")), 4);
+  // Five redirects allowed: /a is asked for three times. Qt may send a request a second time
+  // when the server closed the connection it was queued on, so at most twice that.
+  EXPECT_LE(server.requestLines.count(QStringLiteral("GET /a HTTP/1.1")), 6);
 
   for (const char* path : {"/big", "/big-unannounced", "/binary"}) {
     QElapsedTimer t;
