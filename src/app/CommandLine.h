@@ -24,20 +24,19 @@ struct ParsedCommandLine {
   std::vector<std::string> excludes;  // --exclude PATTERN, in the order given
   bool comparing = false;             // -s REPORT --compare OLD NEW: each an export or a folder
   std::string compareOld, compareNew;
-  std::string treemapFile;  // --treemap FILE FOLDER: the picture (.png or .svg)
-  std::string typesFile;    // --types FILE FOLDER: the extension table (CSV)
+  std::string treemapFile;            // --treemap FILE FOLDER: the picture (.png or .svg)
+  std::string typesFile;              // --types FILE FOLDER: the extension table (CSV)
   int pictureWidth = 1600, pictureHeight = 1000;  // --size WIDTHxHEIGHT
-  bool snapshot = false;         // --snapshot: -s and --export also keep a snapshot
-  bool restart = false;          // -RESTART
-  bool translationMode = false;  // -TLMODUS
-  std::string error;             // UsageError: what is wrong, one line
+  bool snapshot = false;             // --snapshot: -s and --export also keep a snapshot
+  bool restart = false;              // -RESTART
+  bool translationMode = false;      // -TLMODUS
+  std::string error;                 // UsageError: what is wrong, one line
 };
 
 // -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, --size logical|allocated,
 // --links once|each, --exclude PATTERN, --compare OLD NEW, --treemap FILE, --types FILE,
 // --size WIDTHxHEIGHT, --snapshot, --snapshots FOLDER, -RESTART, -TLMODUS, --help, --version;
-// after "--" every
-// argument is a source. Any other argument that begins with "-" is a usage error.
+// after "--" every argument is a source. Any other argument that begins with "-" is a usage error.
 ParsedCommandLine parseArguments(int argc, char** argv);
 
 }  // namespace ql

@@ -6,8 +6,8 @@
 #include <limits>
 #include <optional>
 
-#include "failure/FailureReport.h"
 #include "support/Globals.h"
+#include "failure/FailureReport.h"
 
 namespace ql {
 
@@ -79,7 +79,7 @@ constexpr SettingKey kKeys[] = {
     // How sizes are counted: st_blocks x 512 instead of st_size; a hard-linked file once.
     {"Optionen", "SizeAllocated", F::Flag, "0", nullptr, QL_FIELD(SizeAllocated)},
     {"Optionen", "LinksOnce", F::Flag, "0", nullptr, QL_FIELD(LinksOnce)},
-    // The options dialog writes these.
+    // Snapshots of each completed scan; the options dialog writes these.
     {"Optionen", "Snapshots", F::Flag, "1", nullptr, QL_FIELD(Snapshots), false},
     {"Optionen", "SnapshotKeep", F::Measure, "12", nullptr, QL_FIELD(SnapshotKeep), false},
     {"Optionen", "SnapshotBudgetMB", F::Measure, "2000", nullptr, QL_FIELD(SnapshotBudgetMB),
@@ -169,19 +169,23 @@ struct Overloaded : Fs... {
 
 // The text of a key of Optionen as the file holds it: flags as 0 or 1.
 QString fieldText(const SettingKey& k, MainOptions& o) {
-  return std::visit(
-      Overloaded{[&](int* v) { return QString::number(k.form == F::Flag ? *v != 0 : *v); },
-                 [](double* v) { return QString::number(*v); }, [](QString* v) { return *v; }},
-      k.field(o));
+  return std::visit(Overloaded{[&](int* v) {
+                                 return QString::number(k.form == F::Flag ? *v != 0 : *v);
+                               },
+                               [](double* v) { return QString::number(*v); },
+                               [](QString* v) { return *v; }},
+                    k.field(o));
 }
 
 // Throws ConversionFailure when the text does not fit the key's form.
 void setField(const SettingKey& k, MainOptions& o, const QString& text) {
   const QString key = QLatin1String(k.key);
-  std::visit(
-      Overloaded{[&](int* v) { *v = k.form == F::Measure ? toLong(key, text) : toByte(key, text); },
-                 [&](double* v) { *v = toReal(key, text); }, [&](QString* v) { *v = text; }},
-      k.field(o));
+  std::visit(Overloaded{[&](int* v) {
+                          *v = k.form == F::Measure ? toLong(key, text) : toByte(key, text);
+                        },
+                        [&](double* v) { *v = toReal(key, text); },
+                        [&](QString* v) { *v = text; }},
+             k.field(o));
 }
 
 }  // namespace
@@ -356,7 +360,8 @@ bool SaveAllComboFolders(const QList<ComboItem>& items, const QString& file) {
 }
 
 std::vector<std::string> LoadSavedNetworkFolders(const QString& file) {
-  return readSentinelList(openSettings(file), QStringLiteral("DriveFolders"), QStringLiteral("F"));
+  return readSentinelList(openSettings(file), QStringLiteral("DriveFolders"),
+                          QStringLiteral("F"));
 }
 
 bool SaveNetworkFolders(const std::vector<std::string>& paths, const QString& file) {

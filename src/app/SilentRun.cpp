@@ -6,17 +6,17 @@
 #include <cstdlib>
 
 #include "app/CommandLine.h"
+#include "support/Globals.h"
 #include "app/Settings.h"
+#include "lang/TL.h"
 #include "failure/FailureReport.h"
 #include "json/JsonImport.h"
-#include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
 #include "scan/FileOps.h"
 #include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
 #include "snapshot/SnapshotStore.h"
-#include "support/Globals.h"
 #include "support/Logs.h"
 
 namespace ql {
@@ -106,12 +106,10 @@ int runSilent(const ParsedCommandLine& job) {
   ScanDriver driver(tree, stop);
   driver.setSettings(settings);
   // A source that is there but cannot be read is a failure of the run, with the system's reason.
-  QObject::connect(
-      &driver, &ScanDriver::sourceRefused, [](const QString& path, const QString& reason) {
-        FailureReport(QStringLiteral("QuelleEinlesen"), QStringLiteral("frmMain"), 0,
-                      TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason}),
-                      {path});
-      });
+  QObject::connect(&driver, &ScanDriver::sourceRefused, [](const QString& path, const QString& reason) {
+    FailureReport(QStringLiteral("QuelleEinlesen"), QStringLiteral("frmMain"), 0,
+                  TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason}), {path});
+  });
   // A failure from here on leaves a hole in the report (a source or part of one not read), and
   // such a report never replaces the one there. A damaged setting does not: it keeps its default.
   const int failuresBefore = failureCount();
@@ -134,7 +132,8 @@ int runSilent(const ParsedCommandLine& job) {
   if (tree.empty()) {
     // Nothing to write: say so rather than end quietly without a report.
     FailureReport(QStringLiteral("Ordnerliste_Abarbeiten"), QStringLiteral("frmMain"), 0,
-                  TL(3990, "Keiner der angegebenen Ordner ist vorhanden."), {failureCommandLine()});
+                  TL(3990, "Keiner der angegebenen Ordner ist vorhanden."),
+                  {failureCommandLine()});
     return 1;
   }
   QString error;
