@@ -2,9 +2,9 @@
 // full disk, the command line, and the window's snapshot after a completed scan.
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <QTest>
 #include <cstdlib>
-#include <sys/mount.h>
 
 #include "TestFiles.h"
 #include "TestFs.h"
