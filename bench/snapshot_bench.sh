@@ -35,8 +35,8 @@ best() {
 "$bin" -s "$out/warm.txt" "$tree" >/dev/null  # warm the cache
 plain=$(best "$bin" -s "$out/r.txt" "$tree")
 with=$(best "$bin" -s "$out/r.txt" --snapshot "$tree")
-walk=$(best "$bin" --export "$out/e.json.zst" "$tree")
 size=$(stat -c %s "$("$bin" --snapshots "$tree" | head -1 | cut -f4)")
+walk=$(best "$bin" --export "$out/e.json.zst" "$tree")
 awk -v p="$plain" -v w="$with" -v x="$walk" -v s="$size" 'BEGIN {
   printf "silent run                %.2f s\n", p
   printf "silent run --snapshot     %.2f s   ratio %.2f\n", w, w / p
