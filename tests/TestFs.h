@@ -108,11 +108,8 @@ inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHar
                  bool fade = false) {
   ensureApp();
   ScanDriver driver(w.tree, test::testStop);
-  ScanDriver::Settings s;
-  s.threads = threads;
-  s.noHardlinks = noHardlinks;
-  s.folderColorFade = fade;
-  driver.setSettings(s);
+  driver.setSettings({.noHardlinks = noHardlinks, .folderColorFade = fade, .threads = threads,
+                      .mode = {}, .excludes = {}});
   driver.sourceQueue().push_back(path);
   driver.runToEnd();
   w.root = driver.lastRoot();

@@ -34,12 +34,6 @@ ImportResult importText(const std::string& text, ReportTree& tree, ImportOptions
   return importJsonFile(d / "in.json", tree, o);
 }
 
-ImportOptions withFiles(ImportedFiles& files) {
-  ImportOptions o;
-  o.files = &files;
-  return o;
-}
-
 struct Collect : FileFeed {
   int64_t minimumSize() const override { return 5; }
   void offer(const FoundFile& f) override { seen.push_back(f.folder + std::string(f.name) + "=" + std::to_string(f.size)); }
@@ -72,9 +66,7 @@ TEST(JsonExport, ReadBackEqualsAWalkAndKeepsFiles) {
   ReportTree tree;
   ImportedFiles files;
   Collect feed;
-  ImportOptions o;
-  o.files = &files;
-  o.feed = &feed;
+  const ImportOptions o{.feed = &feed, .files = &files, .progress = {}};
   const ImportResult r = importJsonFile(out / "x.json", tree, o);
   ASSERT_TRUE(r.ok) << r.error.toStdString();
   EXPECT_EQ(dump(tree), dump(walked.tree));
@@ -202,7 +194,7 @@ TEST(JsonImport, BadInputGivesTheByteAndNoTree) {
   for (size_t i = 0; i < cases.size(); ++i) {
     ReportTree tree;
     ImportedFiles files;
-    const ImportResult r = importText(cases[i].text, tree, withFiles(files));
+    const ImportResult r = importText(cases[i].text, tree, {.files = &files, .progress = {}});
     EXPECT_FALSE(r.ok) << i;
     EXPECT_FALSE(r.error.isEmpty()) << i;
     EXPECT_TRUE(tree.empty()) << i;
@@ -263,7 +255,7 @@ TEST(JsonImport, ExtendedExportOfTheOtherToolReadsByOurRules) {
 )";
   ReportTree tree;
   ImportedFiles files;
-  const ImportResult r = importText(text, tree, withFiles(files));
+  const ImportResult r = importText(text, tree, {.files = &files, .progress = {}});
   ASSERT_TRUE(r.ok) << r.error.toStdString();
   // Logical sizes of files only, every name of a hard link, folders adding nothing.
   EXPECT_EQ(tree.node(r.root).size, 1000 + 300 + 300 + 50);

@@ -165,9 +165,7 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     StopAfter feed(300);
     Walked w;
     ScanDriver driver(w.tree, test::testStop);
-    ScanDriver::Settings s;
-    s.threads = threads;
-    driver.setSettings(s);
+    driver.setSettings({.threads = threads, .mode = {}, .excludes = {}});
     driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();

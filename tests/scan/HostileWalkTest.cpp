@@ -24,9 +24,7 @@ const Stop kNoStop;
 
 WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int threads = 4) {
   Stop stop;
-  WalkOptions o;
-  o.threads = threads;
-  FolderWalk walk(o, stop);
+  FolderWalk walk({.threads = threads, .mode = {}, .excludes = {}}, stop);
   return walk.scanFolder(path, sink);
 }
 

@@ -61,11 +61,7 @@ void walkAll(ReportTree& tree, const std::vector<std::string>& sources, SizeMode
              const std::vector<std::string>& excludes = {}) {
   ensureApp();
   ScanDriver driver(tree, testStop);
-  ScanDriver::Settings s;
-  s.threads = threads;
-  s.mode = mode;
-  s.excludes = excludes;
-  driver.setSettings(s);
+  driver.setSettings({.threads = threads, .mode = mode, .excludes = excludes});
   driver.sourceQueue().assign(sources.begin(), sources.end());
   driver.runToEnd();
 }
@@ -136,9 +132,7 @@ TEST(SizeModes, ARescanWithLinksOnceStaysExact) {
   walkAll(t, {d / "src"}, m.mode, 2);
   hardLink(d / "src/a/only", d / "src/b/only2");
   ScanDriver driver(t, testStop);
-  ScanDriver::Settings s;
-  s.mode = m.mode;
-  driver.setSettings(s);
+  driver.setSettings({.mode = m.mode, .excludes = {}});
   ASSERT_TRUE(driver.rescan(rows(t, t.roots()[0]).at("b"), true, true));
   for (const auto& [rel, size] : folderSizes(t, t.roots()[0]))
     EXPECT_EQ(size, duFiles(m, d / "src/" + rel)) << rel;
@@ -154,9 +148,8 @@ TEST(SizeModes, ImportCountsAsTheWalk) {
     SCOPED_TRACE(m.du);
     ReportTree walked, imported;
     walkAll(walked, {d / "src"}, m.mode, 2);
-    ImportOptions o;
-    o.allocated = m.mode.allocated;
-    o.linksOnce = m.mode.linksOnce;
+    const ImportOptions o{
+        .allocated = m.mode.allocated, .linksOnce = m.mode.linksOnce, .progress = {}};
     ASSERT_TRUE(importJsonFile(file, imported, o).ok);
     auto expected = folderSizes(walked, walked.roots().at(0));
     auto got = folderSizes(imported, imported.roots().at(0));
