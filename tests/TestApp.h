@@ -1,6 +1,7 @@
 #pragma once
 // Helpers of the widget tests.
 
+#include <QAbstractItemModel>
 #include <QApplication>
 #include <QList>
 #include <QObject>
@@ -16,6 +17,14 @@ inline QApplication& guiApp() {
   static char* argv[] = {arg0, nullptr};
   static QApplication* a = new QApplication(argc, argv);
   return *a;
+}
+
+// The row called `name` below `parent`, or an invalid index.
+inline QModelIndex childNamed(const QAbstractItemModel& m, const QModelIndex& parent,
+                              const QString& name) {
+  for (int r = 0; r < m.rowCount(parent); ++r)
+    if (m.index(r, 0, parent).data().toString() == name) return m.index(r, 0, parent);
+  return {};
 }
 
 // Stands in for the desktop's handler of a URL scheme (QDesktopServices::setUrlHandler with

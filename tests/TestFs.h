@@ -2,13 +2,18 @@
 // Helpers for tests that build folder trees on disk and walk them.
 
 #include <QCoreApplication>
+#include <condition_variable>
 #include <fcntl.h>
 #include <functional>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
+#include <sched.h>
 #include <string>
+#include <thread>
 #include <vector>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,6 +80,24 @@ inline void growTree(const std::string& base, int depth) {
   }
 }
 
+// A chain of `depth` folders below `path`, made relative to descriptors (the whole path may be far
+// beyond PATH_MAX): name(i) names level i, and each(fd, i) runs in the folder above it. `path`
+// becomes the deepest folder's; its descriptor is returned (-1 on failure) for the caller to close.
+inline int makeChain(std::string& path, int depth, const std::function<std::string(int)>& name,
+                     const std::function<void(int, int)>& each = {}) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY);
+  for (int i = 0; i < depth && fd >= 0; ++i) {
+    if (each) each(fd, i);
+    const std::string n = name(i);
+    const int next =
+        ::mkdirat(fd, n.c_str(), 0755) == 0 ? ::openat(fd, n.c_str(), O_RDONLY | O_DIRECTORY) : -1;
+    ::close(fd);
+    fd = next;
+    path += "/" + n;
+  }
+  return fd;
+}
+
 struct Walked {
   ReportTree tree;
   uint32_t root = kNoNode;
@@ -85,11 +108,8 @@ inline void walk(Walked& w, const std::string& path, int threads = 0, bool noHar
                  bool fade = false) {
   ensureApp();
   ScanDriver driver(w.tree, test::testStop);
-  ScanDriver::Settings s;
-  s.threads = threads;
-  s.noHardlinks = noHardlinks;
-  s.folderColorFade = fade;
-  driver.setSettings(s);
+  driver.setSettings({.noHardlinks = noHardlinks, .folderColorFade = fade, .threads = threads,
+                      .mode = {}, .excludes = {}});
   driver.sourceQueue().push_back(path);
   driver.runToEnd();
   w.root = driver.lastRoot();
@@ -192,6 +212,42 @@ inline std::string inChild(const std::function<std::string()>& fn) {
   int status = 0;
   ::waitpid(pid, &status, 0);
   return out;
+}
+
+// Gives up root for good (in a child: there is no way back), since root passes every permission
+// check.
+inline bool dropRoot(uid_t uid = 65534) {
+  return ::setgroups(0, nullptr) == 0 && ::setgid(uid) == 0 && ::setuid(uid) == 0;
+}
+
+// A mount namespace of the calling process's own: its mounts go with it, and nobody else sees them.
+inline bool privateMounts() {
+  return ::unshare(CLONE_NEWNS) == 0 &&
+         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// A FUSE mount at `dir` whose server never answers, as on a dead network mount: every look into it
+// blocks in the kernel until the returned descriptor is closed (-1: it could not be mounted).
+inline int mountDeadFuse(const std::string& dir) {
+  const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+  const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
+  if (fuse >= 0 &&
+      ::mount("quorlane-dead", dir.c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) == 0)
+    return fuse;
+  if (fuse >= 0) ::close(fuse);
+  return -1;
+}
+
+// Runs `action` unless the returned thread is gone (and so stopped) within `seconds`: the way out
+// of a test whose thread is held in the kernel.
+inline std::jthread watchdog(int seconds, std::function<void()> action) {
+  return std::jthread([seconds, action = std::move(action)](std::stop_token stop) {
+    std::mutex m;
+    std::unique_lock lock(m);
+    std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(seconds),
+                                           [] { return false; });
+    if (!stop.stop_requested()) action();
+  });
 }
 
 }  // namespace ql::test

@@ -1,4 +1,3 @@
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <QDir>
 #include <QFile>
@@ -108,8 +107,7 @@ TEST_F(ProfileTest, AFailedWriteLeavesTheOldFileWhole) {
   ASSERT_EQ(::chmod(secret.c_str(), 0622) | ::chmod(dir.path().c_str(), 0777), 0);
 
   const std::string out = test::inChild([&] {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-      return std::string("setuid failed");
+    if (!test::dropRoot()) return std::string("setuid failed");
     const auto set = [](const std::string& f) {
       return ProfileSetItem("A", "j", "2", QString::fromStdString(f)) ? "1" : "0";
     };

@@ -155,16 +155,9 @@ TEST_F(SilentRun, ARunOutOfDescriptorsKeepsTheOldReport) {
 
 // A source longer than any path the system takes in one go is measured like any other.
 TEST_F(SilentRun, ASourceOfAnyLengthIsRead) {
-  std::string deep = a.path();
-  int fd = ::open(deep.c_str(), O_RDONLY | O_DIRECTORY);
-  for (int i = 0; i < 24; ++i) {  // 24 names of 200 bytes
-    const std::string name(200, static_cast<char>('a' + i));
-    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
-    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
-    ::close(fd);
-    fd = next;
-    deep += "/" + name;
-  }
+  std::string deep = a.path();  // 24 names of 200 bytes
+  const int fd = makeChain(deep, 24, [](int i) { return std::string(200, char('a' + i)); });
+  ASSERT_GE(fd, 0);
   const int f = ::openat(fd, "f", O_WRONLY | O_CREAT, 0644);
   ASSERT_EQ(::ftruncate(f, 300), 0);
   ::close(f);

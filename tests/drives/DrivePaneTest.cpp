@@ -26,12 +26,7 @@ namespace ql::test {
 namespace {
 
 MountEntry mount(const char* point, const char* type) {
-  MountEntry m;
-  m.mountPoint = point;
-  m.fsType = type;
-  m.source = "none";
-  m.root = "/";
-  return m;
+  return {.mountPoint = point, .fsType = type, .source = "none", .root = "/"};
 }
 
 class DrivePaneTest : public ::testing::Test {

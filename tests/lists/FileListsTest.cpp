@@ -62,18 +62,20 @@ class FileListsTest : public ::testing::Test {
     w.showPanes();
   }
 
+  // The report row of a folder below `parent` (the first source unless given).
+  QModelIndex reportRow(MainWindow& w, const QString& name, QModelIndex parent = {}) {
+    ReportModel& m = w.reportPane().model();
+    return childNamed(m, parent.isValid() ? parent : m.index(0, 0), name);
+  }
+
   // A real click on the report row of a folder below the source; waits for its files.
   void clickFolder(MainWindow& w, const QString& name) {
-    const QModelIndex root = w.reportPane().model().index(0, 0);
-    for (int r = 0; r < w.reportPane().model().rowCount(root); ++r) {
-      const QModelIndex i = w.reportPane().model().index(r, 0, root);
-      if (i.data().toString() != name) continue;
-      w.reportPane().view().scrollTo(i);
-      QTest::mouseClick(w.reportPane().view().viewport(), Qt::LeftButton, {}, w.reportPane().view().visualRect(i).center());
-      ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
-      return;
-    }
-    FAIL() << "no row " << name.toStdString();
+    const QModelIndex i = reportRow(w, name);
+    ASSERT_TRUE(i.isValid()) << "no row " << name.toStdString();
+    w.reportPane().view().scrollTo(i);
+    QTest::mouseClick(w.reportPane().view().viewport(), Qt::LeftButton, {},
+                      w.reportPane().view().visualRect(i).center());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
   }
 
   void select(FileListPane& pane, const QStringList& names) {
@@ -84,13 +86,10 @@ class FileListsTest : public ::testing::Test {
                                              QItemSelectionModel::Select | QItemSelectionModel::Rows);
   }
 
+  // The size of a folder below the source, or of the source ("").
   int64_t sizeOf(MainWindow& w, const QString& name) {
-    const QModelIndex root = w.reportPane().model().index(0, 0);
-    if (name.isEmpty()) return w.session().tree().node(w.reportPane().model().nodeOf(root)).size;
-    for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-      if (w.reportPane().model().index(r, 0, root).data().toString() == name)
-        return w.session().tree().node(w.reportPane().model().nodeOf(w.reportPane().model().index(r, 0, root))).size;
-    return -1;
+    const QModelIndex i = name.isEmpty() ? w.reportPane().model().index(0, 0) : reportRow(w, name);
+    return i.isValid() ? w.session().tree().node(w.reportPane().model().nodeOf(i)).size : -1;
   }
 
   TempDir d, config, data;
@@ -223,9 +222,7 @@ TEST_F(FileListsTest, TheLargestFilesBelongToTheReadMadeLast) {
 
   // A full rescan of a folder replaces the list with that folder's files, under its name.
   QSignalSpy rescanned(&w.session().driver(), &ScanDriver::rescanFinished);
-  const QModelIndex root = w.reportPane().model().index(0, 0);
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") w.reportPane().view().setCurrentIndex(w.reportPane().model().index(r, 0, root));
+  w.reportPane().view().setCurrentIndex(reportRow(w, "work"));
   w.reportPane().bar().control(cmd::report::Rescan)->trigger();
   ASSERT_TRUE(rescanned.wait(10000));
   ASSERT_EQ(top.model().rowCount(), 4);
@@ -251,14 +248,9 @@ TEST_F(FileListsTest, AFolderDeletedFromTheReportTakesItsSumsAlong) {
   const QModelIndex root = w.reportPane().model().index(0, 0);
   const int64_t rootFiles = w.session().tree().node(w.reportPane().model().nodeOf(root)).files;
   const int64_t rootFolders = w.session().tree().folders(w.reportPane().model().nodeOf(root));
-  QModelIndex work;
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
-  ASSERT_TRUE(work.isValid());
+  const QModelIndex work = reportRow(w, "work");
   w.reportPane().view().expand(work);
-  QModelIndex sub;
-  for (int r = 0; r < w.reportPane().model().rowCount(work); ++r)
-    if (w.reportPane().model().index(r, 0, work).data().toString() == "sub") sub = w.reportPane().model().index(r, 0, work);
+  const QModelIndex sub = reportRow(w, "sub", work);
   ASSERT_TRUE(sub.isValid());
   w.reportPane().view().setCurrentIndex(sub);
   const uint32_t subNode = w.reportPane().model().nodeOf(sub);
@@ -300,14 +292,9 @@ TEST_F(FileListsTest, AFolderSwappedForALinkSinceTheScanIsChangedFromNoList) {
   files.bar().control(cmd::files::Delete)->trigger();
   ASSERT_TRUE(QTest::qWaitFor([&] { return !w.session().driver().busy() && !w.session().busy(); }, 5000));
 
-  const QModelIndex root = w.reportPane().model().index(0, 0);
-  QModelIndex work, sub;
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
-  ASSERT_TRUE(work.isValid());
+  const QModelIndex work = reportRow(w, "work");
   w.reportPane().view().expand(work);
-  for (int r = 0; r < w.reportPane().model().rowCount(work); ++r)
-    if (w.reportPane().model().index(r, 0, work).data().toString() == "sub") sub = w.reportPane().model().index(r, 0, work);
+  const QModelIndex sub = reportRow(w, "sub", work);
   ASSERT_TRUE(sub.isValid());
   const uint32_t subNode = w.reportPane().model().nodeOf(sub);
   w.reportPane().view().setCurrentIndex(sub);
@@ -352,9 +339,7 @@ TEST_F(FileListsTest, AnImportedMeasurementIsBrowsedWithoutTheDisk) {
   // The disk changes behind the import: the list still shows what the import holds, and
   // nothing of a folder that is gone can be deleted.
   ASSERT_EQ(std::system(("rm -r '" + d / "work" + "'").c_str()), 0);
-  QModelIndex work;
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == "work") work = w.reportPane().model().index(r, 0, root);
+  const QModelIndex work = reportRow(w, "work", root);
   ASSERT_TRUE(work.isValid());
   w.reportPane().view().setCurrentIndex(work);
   FileListPane& list = w.filesPane();
@@ -475,10 +460,7 @@ TEST_F(FileListsTest, TheListInViewTellsItsOwnCountsAndOrder) {
 
   // One file read: its title counts one.
   QSignalSpy rescanned(&w.session().driver(), &ScanDriver::rescanFinished);
-  const QModelIndex root = w.reportPane().model().index(0, 0);
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == "other")
-      w.reportPane().view().setCurrentIndex(w.reportPane().model().index(r, 0, root));
+  w.reportPane().view().setCurrentIndex(reportRow(w, "other"));
   w.reportPane().bar().control(cmd::report::Rescan)->trigger();
   ASSERT_TRUE(rescanned.wait(10000));
   EXPECT_TRUE(top.title().text().startsWith("1 größte Datei von"))

@@ -195,9 +195,7 @@ TEST(TopFiles, TheSameTreeGivesTheSameListForAnyNumberOfThreads) {
       auto top = std::make_shared<TopFiles>(limit);
       Walked w;
       ScanDriver driver(w.tree, test::testStop);
-      ScanDriver::Settings s;
-      s.threads = threads;
-      driver.setSettings(s);
+      driver.setSettings({.threads = threads, .mode = {}, .excludes = {}});
       driver.setFeedFactory([top] { return top; });
       driver.sourceQueue().push_back(d.path());
       driver.runToEnd();
@@ -219,12 +217,8 @@ TEST(TopFiles, TheLimitStaysBetweenFiveAndNineHundredNinetyNine) {
   TopFiles top(5);
   const int64_t sizes[] = {9, 8, 7, 6, 5, 4, 3};
   for (int64_t s : sizes) {
-    FoundFile f;
-    f.folder = "/x/";
     const std::string name = "n" + std::to_string(s);
-    f.name = name;
-    f.size = s;
-    top.offer(f);
+    top.offer({.folder = "/x/", .name = name, .size = s});
   }
   const auto rows = top.result();
   ASSERT_EQ(rows.size(), 5u);

@@ -4,7 +4,6 @@
 #include <dirent.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -48,10 +47,7 @@ std::string fastBase() {
 // In a private mount namespace, so the mounts go with the child whatever happens.
 std::string withPrivateMounts(const std::function<std::string()>& fn) {
   return inChild([&]() -> std::string {
-    if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-      return "skip";
-    return fn();
+    return privateMounts() ? fn() : "skip";
   });
 }
 
@@ -63,9 +59,7 @@ std::string asUser(const std::string& dir, const std::function<std::string()>& f
   return inChild([&]() -> std::string {
     const std::string cmd = "chown -R 65534:65534 '" + dir + "'";
     if (std::system(cmd.c_str()) != 0) return "chown failed";
-    if (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0)
-      return "setresuid failed";
-    return fn();
+    return dropRoot() ? fn() : "cannot drop root";
   });
 }
 
@@ -127,17 +121,12 @@ TEST(FileDelete, FilesAndTreesWithLinksOddNamesAndProtectedFolders) {
 TEST(FolderDelete, DeeperThanAnyPathWithFewDescriptors) {
   TempDir tmp(fastBase());
   ASSERT_TRUE(tmp.made());
-  constexpr int kDepth = 3000;
-  std::string deep = tmp / "deep";
+  const std::string deep = tmp / "deep";
   makeDir(deep);
-  int fd = ::open(deep.c_str(), O_RDONLY | O_DIRECTORY);
-  for (int i = 0; i < kDepth && fd >= 0; ++i) {
-    ::close(::openat(fd, "file", O_CREAT | O_WRONLY, 0644));
-    ASSERT_EQ(::mkdirat(fd, "level", 0755), 0);
-    const int next = ::openat(fd, "level", O_RDONLY | O_DIRECTORY);
-    ::close(fd);
-    fd = next;
-  }
+  std::string bottom = deep;
+  const int fd = makeChain(bottom, 3000, [](int) { return "level"; }, [](int at, int) {
+    ::close(::openat(at, "file", O_CREAT | O_WRONLY, 0644));
+  });
   ASSERT_GE(fd, 0);
   ::close(fd);
   // A descriptor limit far below the depth: the delete must close folders on the way down.

@@ -1,8 +1,5 @@
 // The walk against real folder trees: sums, rows, links, mounts, depth, stop, threads.
 
-#include <grp.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <algorithm>
 
 #include "TestFs.h"
@@ -84,10 +81,7 @@ TEST(FolderWalk, MountPointInsideTheSourceIsAJunction) {
   makeDir(d / "mnt");
   makeFile(d / "own", 9);
   const std::string out = inChild([&] {
-    // A private mount namespace: the mount goes away with the child.
-    if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-      return std::string("skip: no mount namespace");
+    if (!privateMounts()) return std::string("skip: no mount namespace");
     if (::mount("none", (d / "mnt").c_str(), "tmpfs", 0, "size=1m") != 0)
       return std::string("skip: mount");
     makeFile(d / "mnt/inside", 1000);
@@ -123,24 +117,17 @@ TEST(FolderWalk, UnreadableFolderCountsAsAnEmptyFolder) {
   };
   // Root reads everything: drop to nobody for the walk.
   const std::string out = ::geteuid() != 0 ? measure() : inChild([&] {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)
-      return std::string("cannot drop privileges");
-    return measure();
+    return dropRoot() ? measure() : std::string("cannot drop privileges");
   });
   EXPECT_EQ(out, "4 1 0");
 }
 
 TEST(FolderWalk, TenThousandNestedFolders) {
   TempDir d;
-  // Made relative to descriptors: the full path is far beyond the path limit.
-  int fd = ::open(d.path().c_str(), O_RDONLY | O_DIRECTORY);
-  for (int i = 0; i < 10000 && fd >= 0; ++i) {
-    ASSERT_EQ(::mkdirat(fd, "d", 0755), 0) << i;
-    if (i % 1000 == 999) ::close(::openat(fd, "f", O_CREAT | O_WRONLY, 0644));
-    const int next = ::openat(fd, "d", O_RDONLY | O_DIRECTORY);
-    ::close(fd);
-    fd = next;
-  }
+  std::string deep = d.path();
+  const int fd = makeChain(deep, 10000, [](int) { return "d"; }, [](int at, int i) {
+    if (i % 1000 == 999) ::close(::openat(at, "f", O_CREAT | O_WRONLY, 0644));
+  });
   ASSERT_GE(fd, 0);
   ::close(fd);
   Walked w;
@@ -178,9 +165,7 @@ TEST(FolderWalk, StopLeavesSumsThatAddUp) {
     StopAfter feed(300);
     Walked w;
     ScanDriver driver(w.tree, test::testStop);
-    ScanDriver::Settings s;
-    s.threads = threads;
-    driver.setSettings(s);
+    driver.setSettings({.threads = threads, .mode = {}, .excludes = {}});
     driver.setFeedFactory([&feed] { return std::shared_ptr<FileFeed>(&feed, [](FileFeed*) {}); });
     driver.sourceQueue() = {d.path(), d.path()};
     driver.runToEnd();

@@ -1,14 +1,11 @@
 // The walk against file systems that fight back: dead mounts, sums beyond 64 bits, a descriptor
 // limit, paths beyond PATH_MAX, folders that come and go while it reads.
 
-#include <grp.h>
 #include <limits.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <QSignalSpy>
-#include <condition_variable>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -27,25 +24,18 @@ const Stop kNoStop;
 
 WalkOutcome walkDirect(const std::string& path, CollectingSink& sink, int threads = 4) {
   Stop stop;
-  WalkOptions o;
-  o.threads = threads;
-  FolderWalk walk(o, stop);
+  FolderWalk walk({.threads = threads, .mode = {}, .excludes = {}}, stop);
   return walk.scanFolder(path, sink);
 }
 
-// Runs `fn` in a child process, in a mount namespace of its own, with a FUSE mount at `dir`
-// whose server never answers. A call that still hangs after 20 s is freed by taking the mount
-// away (detaching it and closing the server's end aborts the connection); the answer says so.
+// Runs `fn` in a child process, in a mount namespace of its own, with a dead FUSE mount at `dir`.
+// A call that still hangs after 20 s is freed by taking the mount away (detaching it and closing
+// the server's end aborts the connection); the answer says so.
 std::string withDeadMount(const std::string& dir, const std::function<std::string()>& fn) {
   return inChild([&]() -> std::string {
-    if (::unshare(CLONE_NEWNS) != 0 ||
-        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-      return "skip: no mount namespace";
-    const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-    const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
-    if (fuse < 0 ||
-        ::mount("quorlane-dead", dir.c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) != 0)
-      return std::string("skip: FUSE mount: ") + std::strerror(errno);
+    if (!privateMounts()) return "skip: no mount namespace";
+    const int fuse = mountDeadFuse(dir);
+    if (fuse < 0) return "skip: no FUSE mount";
     const auto release = [&] {
       ::umount2(dir.c_str(), MNT_DETACH);
       ::close(fuse);
@@ -53,13 +43,7 @@ std::string withDeadMount(const std::string& dir, const std::function<std::strin
     bool hung = false;
     std::string result;
     {
-      std::jthread watchdog([&](std::stop_token stop) {
-        std::mutex m;
-        std::unique_lock lock(m);
-        std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(20),
-                                               [] { return false; });
-        if (!stop.stop_requested()) hung = true, release();
-      });
+      const std::jthread guard = watchdog(20, [&] { hung = true, release(); });
       result = fn();
     }
     if (hung) return "hung on the dead mount";
@@ -218,14 +202,8 @@ TEST(HostileWalk, FoldersDeeperThanPathMaxAreMeasured) {
   TempDir d;
   const std::string name(200, 'n');
   std::string deep = d.path();
-  int fd = ::open(d.path().c_str(), O_RDONLY | O_DIRECTORY);
-  for (int i = 0; i < 25; ++i) {
-    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0755), 0);
-    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
-    ::close(fd);
-    ASSERT_GE(fd = next, 0);
-    deep += "/" + name;
-  }
+  const int fd = makeChain(deep, 25, [&](int) { return name; });
+  ASSERT_GE(fd, 0);
   ASSERT_GT(deep.size(), size_t{PATH_MAX});
   auto put = [&](const char* file, int64_t size) {
     const int f = ::openat(fd, file, O_CREAT | O_WRONLY, 0644);
@@ -286,8 +264,7 @@ TEST(HostileWalk, NoThreadToBeHadGivesTheSameTree) {
   walk(full, d.path(), 4);
   const std::string out = inChild([&] {
     const rlimit one{1, 1};
-    if (::setgroups(0, nullptr) != 0 || ::setgid(54321) != 0 || ::setuid(54321) != 0 ||
-        ::setrlimit(RLIMIT_NPROC, &one) != 0)
+    if (!dropRoot(54321) || ::setrlimit(RLIMIT_NPROC, &one) != 0)
       return std::string("cannot drop privileges");
     pthread_t t;
     if (::pthread_create(

@@ -341,11 +341,8 @@ TEST_F(MainWindowTest, ClosingKeepsOptionsFoldersAndPlaceForTheNextStart) {
 
 // Selects a row by its name below the source and opens the editor with F2, as a user would.
 QLineEdit* startRename(MainWindow& w, const QString& name) {
-  const QModelIndex root = w.reportPane().model().index(0, 0);
-  QModelIndex row;
-  for (int r = 0; r < w.reportPane().model().rowCount(root); ++r)
-    if (w.reportPane().model().index(r, 0, root).data().toString() == name) row = w.reportPane().model().index(r, 0, root);
-  w.reportPane().view().setCurrentIndex(row);
+  ReportModel& m = w.reportPane().model();
+  w.reportPane().view().setCurrentIndex(childNamed(m, m.index(0, 0), name));
   w.reportPane().view().setFocus();
   QTest::keyClick(&w.reportPane().view(), Qt::Key_F2);
   for (QLineEdit* e : w.reportPane().view().findChildren<QLineEdit*>())  // editors closed before linger a while

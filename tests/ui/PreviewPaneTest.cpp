@@ -4,8 +4,6 @@
 // a dead mount, a page that wants the network). Also the list's side of it: clicks, keys,
 // delete, and the two bar commands that both lists share.
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <QAbstractTextDocumentLayout>
 #include <QBuffer>
 #include <QElapsedTimer>
@@ -23,8 +21,6 @@
 #include <QTreeView>
 #include <QVideoSink>
 #include <QVideoWidget>
-#include <condition_variable>
-#include <thread>
 
 #include "MediaBytes.h"
 #include "TestApp.h"
@@ -61,18 +57,6 @@ struct StallClock {
     tick.start(10);
   }
 };
-
-// Runs `action` unless the returned thread is gone (and so stopped) within `seconds`: the way
-// out of a test whose window thread is held in the kernel.
-std::jthread watchdog(int seconds, std::function<void()> action) {
-  return std::jthread([seconds, action = std::move(action)](std::stop_token stop) {
-    std::mutex m;
-    std::unique_lock lock(m);
-    std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(seconds),
-                                           [] { return false; });
-    if (!stop.stop_requested()) action();
-  });
-}
 
 // The smallest PDF whose page tree holds itself as its own kid.
 QByteArray selfReferentialPdf() {
@@ -285,19 +269,11 @@ TEST_F(PreviewTest, DeadMountHoldsNeitherTheWindowNorTheNextFile) {
   if (::geteuid() != 0) GTEST_SKIP() << "mounting FUSE needs root";
   // The window's thread moves into a mount namespace of its own; readers it starts follow it,
   // and nobody else ever sees the dead mount.
-  if (::unshare(CLONE_NEWNS) != 0 ||
-      ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    GTEST_SKIP() << "no mount namespace";
-  const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-  if (fuse < 0) GTEST_SKIP() << "/dev/fuse: " << std::strerror(errno);
+  if (!privateMounts()) GTEST_SKIP() << "no mount namespace";
   makeDir(d / "dead");
-  const std::string opts = "fd=" + std::to_string(fuse) + ",rootmode=40000,user_id=0,group_id=0";
-  if (::mount("quorlane-dead", (d / "dead").c_str(), "fuse", MS_NOSUID | MS_NODEV, opts.c_str()) !=
-      0) {
-    ::close(fuse);
-    GTEST_SKIP() << "FUSE mount: " << std::strerror(errno);
-  }
-  // A server that never answers; detaching and closing its end frees whatever waits on it.
+  const int fuse = mountDeadFuse(d / "dead");
+  if (fuse < 0) GTEST_SKIP() << "no FUSE mount";
+  // Detaching the mount and closing the server's end frees whatever waits on it.
   std::atomic<bool> released{false};
   const auto release = [&] {
     if (released.exchange(true)) return;

@@ -22,11 +22,7 @@
 namespace ql::test {
 namespace {
 
-HttpLimits fast() {
-  HttpLimits l;
-  l.idleTimeoutMs = 300;
-  return l;
-}
+HttpLimits fast() { return {.idleTimeoutMs = 300}; }
 
 QByteArray bytes(qsizetype n) {
   QByteArray b(n, '\0');

@@ -52,9 +52,7 @@ class UpdateDialog : public ::testing::Test {
   // A dialog as the main window opens it, shown and activated.
   std::unique_ptr<frmInternetUpdate> open() {
     auto d = std::make_unique<frmInternetUpdate>();
-    HttpLimits l;
-    l.idleTimeoutMs = 2000;
-    d->setHttpLimits(l);
+    d->setHttpLimits({.idleTimeoutMs = 2000});
     d->show();
     QCoreApplication::processEvents();
     return d;
