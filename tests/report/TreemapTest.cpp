@@ -355,3 +355,55 @@ TEST(TreemapTree, ExtensionsPastTheTableShareOneRow) {
   EXPECT_EQ(rows[0].extension, TreemapTree::kOtherName);
   EXPECT_EQ(rows[0].files, 70000 - 65534);
 }
+
+// Cushions keep each file's kind at its middle and light it from the top left; a mark keeps the
+// colours of its kind or extension and dims everything else.
+TEST(TreemapPainter, CushionsKeepTheKindAndAMarkDimsTheRest) {
+  TreemapTree t;
+  const uint32_t a = t.addFolder(0, "a"), b = t.addFolder(0, "b");
+  t.addFile(a, 9000000, FileKind::Video, t.extensionId("mp4"));
+  t.addFile(a, 2000000, FileKind::Audio, t.extensionId("mp3"));
+  t.addFile(b, 3000000, FileKind::Audio, t.extensionId("ogg"));
+  t.finish();
+  const TreemapLayout l = layoutTreemap(t, 400, 250);
+  std::map<std::string, const TreemapRect*> rectOf;
+  for (const TreemapRect& r : l.rects)
+    if (r.type == TreemapRect::File) rectOf[std::string(t.extensionName(r.extension))] = &r;
+  ASSERT_EQ(rectOf.size(), 3u);
+  auto middle = [&](const char* e) {
+    const TreemapRect& r = *rectOf[e];
+    return QPoint(r.x + r.w / 2, r.y + r.h / 2);
+  };
+  auto nearestKind = [](QColor seen) {
+    int best = INT_MAX, kind = -1;
+    for (int k = 0; k < static_cast<int>(FileKind::Count); ++k) {
+      const QColor c = treemapColor(static_cast<FileKind>(k));
+      const int d = std::abs(c.red() - seen.red()) + std::abs(c.green() - seen.green()) +
+                    std::abs(c.blue() - seen.blue());
+      if (d < best) best = d, kind = k;
+    }
+    return static_cast<FileKind>(kind);
+  };
+
+  const QImage cushions = paintTreemap(l), flat = paintTreemap(l, {.cushions = false});
+  for (const auto& [extension, r] : rectOf)
+    EXPECT_EQ(nearestKind(cushions.pixelColor(middle(extension.c_str()))), r->kind) << extension;
+  const TreemapRect& video = *rectOf["mp4"];
+  const QPoint topLeft(video.x + 2, video.y + 2),
+      bottomRight(video.x + video.w - 3, video.y + video.h - 3);
+  EXPECT_GT(cushions.pixelColor(topLeft).value(), cushions.pixelColor(bottomRight).value() * 3 / 2);
+  EXPECT_EQ(flat.pixel(topLeft), flat.pixel(bottomRight));
+
+  const QImage audio = paintTreemap(l, {.mark = TreemapLook::Mark::Kind, .kind = FileKind::Audio});
+  const QImage ogg =
+      paintTreemap(l, {.mark = TreemapLook::Mark::Extension, .extension = t.extensionId("ogg")});
+  auto saturation = [](const QImage& image, QPoint p) {
+    return image.pixelColor(p).hsvSaturation();
+  };
+  for (const char* kept : {"mp3", "ogg"})
+    EXPECT_EQ(audio.pixel(middle(kept)), cushions.pixel(middle(kept))) << kept;
+  EXPECT_EQ(ogg.pixel(middle("ogg")), cushions.pixel(middle("ogg")));
+  for (const auto& [image, dimmed] : {std::pair{&audio, "mp4"}, {&ogg, "mp4"}, {&ogg, "mp3"}})
+    EXPECT_LT(saturation(*image, middle(dimmed)) * 2, saturation(cushions, middle(dimmed)))
+        << dimmed;
+}
