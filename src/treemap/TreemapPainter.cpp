@@ -4,7 +4,9 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QSvgGenerator>
+#include <array>
 #include <cctype>
+#include <cmath>
 
 #include "output/OutputFile.h"
 
@@ -43,6 +45,74 @@ void paint(QPainter& p, const TreemapLayout& layout) {
   }
 }
 
+// Cushions: the first folder's ridge height and the factor for each level below; the light comes
+// from the top left and mostly from the front (y grows downwards), so a flat top keeps nearly the
+// kind's own colour.
+constexpr double kRidge = 0.35, kRidgeFactor = 0.75;
+constexpr double kAmbient = 0.3, kDirect = 0.9;
+const double kLightNorm = std::sqrt(1.0 + 4.0 + 100.0);
+const double kLx = -1 / kLightNorm, kLy = -2 / kLightNorm, kLz = 10 / kLightNorm;
+
+// z = x2·x² + x1·x + y2·y² + y1·y: the ridges of a rectangle and every folder it lies in.
+struct Surface {
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+};
+
+// A parabola over [from, to] of height h at its middle (slope ±4h at the ends, for any width).
+void addRidge(double from, double to, double h, double& s1, double& s2) {
+  s1 += 4 * h * (to + from) / (to - from);
+  s2 -= 4 * h / (to - from);
+}
+
+// Washed towards a light grey: still tells its kind, but gives way to the marked ones.
+QRgb dim(QRgb c) {
+  return qRgb((qRed(c) + 3 * 205) / 4, (qGreen(c) + 3 * 205) / 4, (qBlue(c) + 3 * 205) / 4);
+}
+
+class Raster {
+ public:
+  Raster(QImage& image)
+      : bits_(reinterpret_cast<QRgb*>(image.bits())), stride_(image.bytesPerLine() / 4) {}
+
+  void fill(int x, int y, int w, int h, QRgb c) {
+    for (int row = y; row < y + h; ++row) std::fill_n(bits_ + row * stride_ + x, w, c);
+  }
+
+  void cushion(int x, int y, int w, int h, const Surface& s, QRgb c) {
+    columns_.resize(static_cast<size_t>(w));
+    for (int i = 0; i < w; ++i) columns_[i] = -(2 * s.x2 * (x + i + 0.5) + s.x1);
+    const int r = qRed(c), g = qGreen(c), b = qBlue(c);
+    for (int row = y; row < y + h; ++row) {
+      const double ny = -(2 * s.y2 * (row + 0.5) + s.y1);
+      QRgb* out = bits_ + row * stride_ + x;
+      for (int i = 0; i < w; ++i) {
+        const double nx = columns_[i];
+        const double facing = (nx * kLx + ny * kLy + kLz) / std::sqrt(nx * nx + ny * ny + 1);
+        const int light = static_cast<int>(256 * (kAmbient + kDirect * std::max(facing, 0.0)));
+        out[i] = qRgb(std::min(r * light >> 8, 255), std::min(g * light >> 8, 255),
+                      std::min(b * light >> 8, 255));
+      }
+    }
+  }
+
+ private:
+  QRgb* bits_;
+  qsizetype stride_;
+  std::vector<double> columns_;
+};
+
+bool isMarked(const TreemapRect& r, const TreemapLook& look) {
+  switch (look.mark) {
+    case TreemapLook::Mark::None:
+      return true;
+    case TreemapLook::Mark::Kind:
+      return r.type == TreemapRect::File && r.kind == look.kind;
+    case TreemapLook::Mark::Extension:
+      return r.type == TreemapRect::File && r.extension == look.extension;
+  }
+  return true;
+}
+
 bool isSvg(const std::string& name) {
   if (name.size() < 4) return false;
   std::string tail = name.substr(name.size() - 4);
@@ -72,11 +142,45 @@ QColor treemapColor(FileKind kind) {
   }
 }
 
-QImage paintTreemap(const TreemapLayout& layout) {
+QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
   QImage image(std::max(layout.width, 1), std::max(layout.height, 1), QImage::Format_RGB32);
   image.fill(kRest);
-  QPainter p(&image);
-  paint(p, layout);
+  if (layout.rects.empty()) return image;
+  // Straight into the pixels: a large tree has hundreds of thousands of rectangles, each shaded
+  // pixel by pixel.
+  Raster raster(image);
+  std::array<double, 64> ridges;  // by depth; deeper ones are too low to see
+  for (size_t d = 0; d < ridges.size(); ++d) ridges[d] = kRidge * std::pow(kRidgeFactor, d);
+  std::vector<Surface> surfaces(look.cushions ? layout.rects.size() : 0);
+  const QRgb frame = kFrame.rgb(), rest = kRest.rgb(),
+             dimRest = look.mark == TreemapLook::Mark::None ? rest : dim(rest);
+  for (size_t i = 0; i < layout.rects.size(); ++i) {
+    const TreemapRect& r = layout.rects[i];
+    if (look.cushions) {
+      Surface s = i == 0 ? Surface{} : surfaces[r.parent];
+      if (r.depth < ridges.size()) {
+        addRidge(r.x, r.x + r.w, ridges[r.depth], s.x1, s.x2);
+        addRidge(r.y, r.y + r.h, ridges[r.depth], s.y1, s.y2);
+      }
+      surfaces[i] = s;
+    }
+    switch (r.type) {
+      case TreemapRect::Folder:
+        raster.fill(r.x, r.y, r.w, r.h, frame);
+        if (r.w > 2 && r.h > 2) raster.fill(r.x + 1, r.y + 1, r.w - 2, r.h - 2, dimRest);
+        break;
+      case TreemapRect::Rest:
+      case TreemapRect::File: {
+        QRgb c = r.type == TreemapRect::Rest ? rest : treemapColor(r.kind).rgb();
+        if (!isMarked(r, look)) c = dim(c);
+        if (look.cushions)
+          raster.cushion(r.x, r.y, r.w, r.h, surfaces[i], c);
+        else
+          raster.fill(r.x, r.y, r.w, r.h, c);
+        break;
+      }
+    }
+  }
   return image;
 }
 

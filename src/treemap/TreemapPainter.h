@@ -1,7 +1,11 @@
 #pragma once
-// Draws a treemap layout: files in the colour of their kind, shaded from a lighter top left to a
-// darker bottom right so that neighbours stay apart; folders as a dark frame around a grey inside
-// where the files too small to draw lie. Lives in the window's library: it needs Qt's painting.
+// Draws a treemap layout: files in the colour of their kind, folders as a dark frame around a grey
+// inside where the files too small to draw lie. Lives in the window's library: it needs Qt's
+// painting.
+//
+// Files are cushions: each folder adds a ridge along both of its sides (lower for deeper ones),
+// and a file is lit by how its surface faces a light from the top left, so that a folder's files
+// read as one bulge and nesting shows without labels. The flat look shades each file alone.
 
 #include <QColor>
 #include <QImage>
@@ -11,8 +15,16 @@
 
 namespace ql {
 
+struct TreemapLook {
+  bool cushions = true;
+  // Files of one kind or extension keep their colours; everything else is dimmed.
+  enum class Mark : uint8_t { None, Kind, Extension } mark = Mark::None;
+  FileKind kind = FileKind::Other;
+  uint16_t extension = 0;  // an id of TreemapTree::extensionNames
+};
+
 QColor treemapColor(FileKind kind);
-QImage paintTreemap(const TreemapLayout& layout);
+QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look = {});
 // PNG, or SVG for a name ending in ".svg" (any case), by the rules of OutputFile ("-" is standard
 // output, a file is replaced only once complete). false with `error` on failure.
 bool writeTreemapPicture(const TreemapLayout& layout, const std::string& fileName,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QImage>
+#include <array>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -292,4 +293,117 @@ TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
   EXPECT_EQ(
       runProgram(QUORLANE_BIN_PATH, {"--treemap", "x.png", "--size", "0x5", qpath(root_)}).status,
       2);
+}
+
+// The file-types pane's rows for a folder: a plain count of the files below it, the same for any
+// thread count, with the largest file of each extension found where it lies.
+TEST_F(TreemapRunTest, TypesBelowAFolderMatchAPlainCount) {
+  const std::string sub = root_ + "/d";
+  for (const auto& [name, size] : std::vector<std::pair<std::string, int>>{
+           {"a.TXT", 500}, {"d/b.txt", 700}, {"d/d/c.Txt", 600}, {"d/noext", 3}, {"d/d/.rc", 4}})
+    makeFile(sub + "/" + name, size);
+  std::map<std::string, std::array<int64_t, 3>> plain;  // files, bytes, largest
+  for (const auto& e : std::filesystem::recursive_directory_iterator(sub)) {
+    if (!e.is_regular_file()) continue;
+    std::string ext(typeExtension(e.path().filename().string()));
+    for (char& ch : ext) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    auto& [files, bytes, largest] = plain[ext];
+    ++files;
+    bytes += static_cast<int64_t>(e.file_size());
+    largest = std::max(largest, static_cast<int64_t>(e.file_size()));
+  }
+  ASSERT_EQ(plain.size(), 3u);
+  std::vector<std::vector<uint16_t>> extensions;
+  for (const char* threads : {"1", "4"}) {
+    ::setenv("QUORLANE_THREADS", threads, 1);
+    TreemapCollector collector(root_, true, true);
+    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    const TreemapTree tree = collector.takeTree();
+    uint32_t d = 0;
+    for (uint32_t c : tree.folders[0].children)
+      if (tree.folders[c].name == "d") d = c;
+    ASSERT_NE(d, 0u);
+    std::map<std::string, std::array<int64_t, 3>> counted;
+    for (const TypeRow& r : tree.typesBelow(d)) {
+      const TreemapFolder& holder = tree.folders[r.largestFolder];
+      ASSERT_TRUE(r.largestFile >= holder.firstFile &&
+                  r.largestFile < holder.firstFile + holder.fileCount);
+      EXPECT_EQ(tree.extensions[r.largestFile], r.extensionId);
+      counted[r.extension] = {r.files, r.bytes, TreemapTree::sizeOf(tree.files[r.largestFile])};
+    }
+    EXPECT_EQ(counted, plain) << threads;
+    // The whole tree's rows are the table's.
+    const std::vector<TypeRow> all = tree.typesBelow(0), table = collector.types();
+    ASSERT_EQ(all.size(), table.size());
+    for (size_t i = 0; i < all.size(); ++i)
+      EXPECT_TRUE(all[i].extension == table[i].extension && all[i].files == table[i].files &&
+                  all[i].bytes == table[i].bytes)
+          << i;
+    extensions.push_back(tree.extensions);
+  }
+  ::unsetenv("QUORLANE_THREADS");
+  EXPECT_EQ(extensions[0], extensions[1]);
+}
+
+TEST(TreemapTree, ExtensionsPastTheTableShareOneRow) {
+  TreemapTree t;
+  for (int i = 0; i < 70000; ++i)
+    t.addFile(0, 1 + i % 3, FileKind::Other, t.extensionId("e" + std::to_string(i)));
+  t.finish();
+  const std::vector<TypeRow> rows = t.typesBelow(0);
+  ASSERT_EQ(rows.size(), size_t{TreemapTree::kOtherExtension});  // 65,534 names and the rest
+  EXPECT_EQ(rows[0].extension, TreemapTree::kOtherName);
+  EXPECT_EQ(rows[0].files, 70000 - 65534);
+}
+
+// Cushions keep each file's kind at its middle and light it from the top left; a mark keeps the
+// colours of its kind or extension and dims everything else.
+TEST(TreemapPainter, CushionsKeepTheKindAndAMarkDimsTheRest) {
+  TreemapTree t;
+  const uint32_t a = t.addFolder(0, "a"), b = t.addFolder(0, "b");
+  t.addFile(a, 9000000, FileKind::Video, t.extensionId("mp4"));
+  t.addFile(a, 2000000, FileKind::Audio, t.extensionId("mp3"));
+  t.addFile(b, 3000000, FileKind::Audio, t.extensionId("ogg"));
+  t.finish();
+  const TreemapLayout l = layoutTreemap(t, 400, 250);
+  std::map<std::string, const TreemapRect*> rectOf;
+  for (const TreemapRect& r : l.rects)
+    if (r.type == TreemapRect::File) rectOf[std::string(t.extensionName(r.extension))] = &r;
+  ASSERT_EQ(rectOf.size(), 3u);
+  auto middle = [&](const char* e) {
+    const TreemapRect& r = *rectOf[e];
+    return QPoint(r.x + r.w / 2, r.y + r.h / 2);
+  };
+  auto nearestKind = [](QColor seen) {
+    int best = INT_MAX, kind = -1;
+    for (int k = 0; k < static_cast<int>(FileKind::Count); ++k) {
+      const QColor c = treemapColor(static_cast<FileKind>(k));
+      const int d = std::abs(c.red() - seen.red()) + std::abs(c.green() - seen.green()) +
+                    std::abs(c.blue() - seen.blue());
+      if (d < best) best = d, kind = k;
+    }
+    return static_cast<FileKind>(kind);
+  };
+
+  const QImage cushions = paintTreemap(l), flat = paintTreemap(l, {.cushions = false});
+  for (const auto& [extension, r] : rectOf)
+    EXPECT_EQ(nearestKind(cushions.pixelColor(middle(extension.c_str()))), r->kind) << extension;
+  const TreemapRect& video = *rectOf["mp4"];
+  const QPoint topLeft(video.x + 2, video.y + 2),
+      bottomRight(video.x + video.w - 3, video.y + video.h - 3);
+  EXPECT_GT(cushions.pixelColor(topLeft).value(), cushions.pixelColor(bottomRight).value() * 3 / 2);
+  EXPECT_EQ(flat.pixel(topLeft), flat.pixel(bottomRight));
+
+  const QImage audio = paintTreemap(l, {.mark = TreemapLook::Mark::Kind, .kind = FileKind::Audio});
+  const QImage ogg =
+      paintTreemap(l, {.mark = TreemapLook::Mark::Extension, .extension = t.extensionId("ogg")});
+  auto saturation = [](const QImage& image, QPoint p) {
+    return image.pixelColor(p).hsvSaturation();
+  };
+  for (const char* kept : {"mp3", "ogg"})
+    EXPECT_EQ(audio.pixel(middle(kept)), cushions.pixel(middle(kept))) << kept;
+  EXPECT_EQ(ogg.pixel(middle("ogg")), cushions.pixel(middle("ogg")));
+  for (const auto& [image, dimmed] : {std::pair{&audio, "mp4"}, {&ogg, "mp4"}, {&ogg, "mp3"}})
+    EXPECT_LT(saturation(*image, middle(dimmed)) * 2, saturation(cushions, middle(dimmed)))
+        << dimmed;
 }
