@@ -454,7 +454,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
   const bool noLinks = options_.noHardlinks;
   const SizeMode mode = options_.mode;
   const bool excluding = !excludes_.empty();
-  std::string folderPath;  // built only when a file is offered
+  FoundFile f;             // one a folder: its path is built once, when a file is first offered
   std::string relative;    // below the walked folder, for patterns with a "/"
   if (excluding && excludes_.needsPath()) relative = relativeOf(d);
   const size_t relativeBase = relative.size();
@@ -509,9 +509,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
     ++d->ownFiles;
     if (mode.linksOnce && sx->stx_nlink > 1 && size > 0) w.links.push_back(Link{linkKey(*sx, rootDev_), size});
     if (size >= feedMinimum) {
-      if (folderPath.empty()) folderPath = addSlash(pathOf(d));
-      FoundFile f;
-      f.folder = folderPath;
+      if (f.folder.empty()) f.folder = addSlash(pathOf(d));
       f.name = e.name();
       f.size = size;
       f.modified = sx->stx_mtime.tv_sec;
