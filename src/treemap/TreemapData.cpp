@@ -28,27 +28,96 @@ bool pathBefore(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
+TreemapTree::TreemapTree() {
+  folders.emplace_back();
+  parents.push_back(0);
+  extensionId("");
+}
+
+TreemapTree& TreemapTree::operator=(const TreemapTree& other) {
+  if (this == &other) return *this;
+  folders = other.folders;
+  parents = other.parents;
+  files = other.files;
+  extensions = other.extensions;
+  extensionNames = other.extensionNames;
+  extensionIds_ = other.extensionIds_;
+  listChildren();  // the copied spans point into the other tree's list
+  return *this;
+}
+
 uint32_t TreemapTree::addFolder(uint32_t parent, std::string name) {
   const auto index = static_cast<uint32_t>(folders.size());
   folders.emplace_back().name = std::move(name);
-  folders[parent].children.push_back(index);
+  parents.push_back(parent);
   return index;
 }
 
-void TreemapTree::addFile(uint32_t folder, int64_t size, FileKind kind) {
+void TreemapTree::listChildren() {
+  // Counted by parent, then placed in folder order: each folder's children keep their order.
+  std::vector<uint32_t> start(folders.size() + 1, 0);
+  for (size_t i = 1; i < folders.size(); ++i) ++start[parents[i] + 1];
+  for (size_t i = 1; i < start.size(); ++i) start[i] += start[i - 1];
+  childList_.assign(folders.size() > 0 ? folders.size() - 1 : 0, 0);
+  std::vector<uint32_t> next(start.begin(), start.end() - 1);
+  for (uint32_t i = 1; i < folders.size(); ++i) childList_[next[parents[i]]++] = i;
+  for (size_t i = 0; i < folders.size(); ++i)
+    folders[i].children =
+        std::span<const uint32_t>(childList_).subspan(start[i], start[i + 1] - start[i]);
+}
+
+std::string TreemapTree::pathOf(uint32_t folder) const {
+  std::vector<uint32_t> chain;
+  for (uint32_t f = folder; f != 0; f = parents[f]) chain.push_back(f);
+  std::string path;
+  for (size_t i = chain.size(); i-- > 0;) {
+    path += folders[chain[i]].name;
+    if (i > 0) path += '/';
+  }
+  return path;
+}
+
+void TreemapTree::addFile(uint32_t folder, int64_t size, FileKind kind, uint16_t extension) {
   TreemapFolder& f = folders[folder];
   if (f.fileCount == 0) f.firstFile = static_cast<uint32_t>(files.size());
   assert(f.firstFile + f.fileCount == files.size());
   files.push_back(pack(size, kind));
+  extensions.push_back(extension);
   ++f.fileCount;
 }
 
+uint16_t TreemapTree::extensionId(std::string_view extension) {
+  const std::string key(extension);
+  if (const auto it = extensionIds_.find(key); it != extensionIds_.end()) return it->second;
+  if (extensionNames.size() >= kOtherExtension) return kOtherExtension;
+  const auto id = static_cast<uint16_t>(extensionNames.size());
+  extensionNames.push_back(key);
+  extensionIds_.emplace(key, id);
+  return id;
+}
+
 void TreemapTree::finish() {
+  // Size and extension move together; a folder's files are mostly in order already.
+  struct Pair {
+    uint64_t file;
+    uint16_t extension;
+  };
+  std::vector<Pair> pairs;
   for (TreemapFolder& f : folders) {
-    const auto begin = files.begin() + f.firstFile;
-    std::stable_sort(begin, begin + f.fileCount,
-                     [](uint64_t a, uint64_t b) { return sizeOf(a) > sizeOf(b); });
+    const auto begin = files.begin() + f.firstFile, end = begin + f.fileCount;
+    const auto bySize = [](uint64_t a, uint64_t b) { return sizeOf(a) > sizeOf(b); };
+    if (std::is_sorted(begin, end, bySize)) continue;
+    pairs.clear();
+    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k)
+      pairs.push_back({files[k], extensions[k]});
+    std::stable_sort(pairs.begin(), pairs.end(),
+                     [&](const Pair& a, const Pair& b) { return bySize(a.file, b.file); });
+    for (uint32_t k = 0; k < f.fileCount; ++k) {
+      files[f.firstFile + k] = pairs[k].file;
+      extensions[f.firstFile + k] = pairs[k].extension;
+    }
   }
+  listChildren();
   // Children come after their parents: summing from the back finishes each before its parent.
   for (size_t i = folders.size(); i-- > 0;) {
     TreemapFolder& f = folders[i];
@@ -58,6 +127,44 @@ void TreemapTree::finish() {
     for (uint32_t c : f.children) sum = saturatedAdd(sum, folders[c].bytes);
     f.bytes = sum;
   }
+}
+
+std::vector<TypeRow> TreemapTree::typesBelow(uint32_t folder) const {
+  struct Sum {
+    int64_t files = 0, bytes = 0;
+    uint32_t largest = TypeRow::kNoFile, folder = 0;
+  };
+  // By id; the last one is kOtherExtension's.
+  const size_t named = extensionNames.size();
+  std::vector<Sum> sums(named + 1);
+  std::vector<uint32_t> waiting{folder};
+  while (!waiting.empty()) {
+    const uint32_t at = waiting.back();
+    waiting.pop_back();
+    const TreemapFolder& f = folders[at];
+    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k) {
+      Sum& sum = sums[std::min<size_t>(extensions[k], named)];
+      const int64_t size = sizeOf(files[k]);
+      ++sum.files;
+      sum.bytes = saturatedAdd(sum.bytes, size);
+      if (sum.largest == TypeRow::kNoFile || size > sizeOf(files[sum.largest]))
+        sum.largest = k, sum.folder = at;
+    }
+    // Backwards onto the stack, so that folders are met in their order.
+    waiting.insert(waiting.end(), f.children.rbegin(), f.children.rend());
+  }
+  std::vector<TypeRow> rows;
+  for (size_t i = 0; i <= named; ++i) {
+    const Sum& sum = sums[i];
+    if (sum.files == 0) continue;
+    const auto id = i == named ? kOtherExtension : static_cast<uint16_t>(i);
+    rows.push_back(
+        {std::string(extensionName(id)), sum.files, sum.bytes, sum.largest, sum.folder, id});
+  }
+  std::sort(rows.begin(), rows.end(), [](const TypeRow& a, const TypeRow& b) {
+    return a.bytes != b.bytes ? a.bytes > b.bytes : a.extension < b.extension;
+  });
+  return rows;
 }
 
 TreemapCollector::TreemapCollector(std::string root, bool wantTree, bool wantTypes)
@@ -72,11 +179,12 @@ void TreemapCollector::offer(const FoundFile& file) {
   lowerExtension(extension, lower.data(), lower.size());
   Shard& s = shards_.mine();
   std::lock_guard lock(s.mutex);
-  if (wantTypes_) {
-    Count& c = s.types[lower];
-    ++c.files;
-    c.bytes = saturatedAdd(c.bytes, file.size);
-  }
+  // One look-up serves table and tree: a shard's own id for the extension, and its kind.
+  auto [at, made] = s.typeIds.try_emplace(std::move(lower), static_cast<uint32_t>(s.types.size()));
+  if (made) s.types.push_back({at->first, kindOfExtension(at->first)});
+  Type& type = s.types[at->second];
+  ++type.files;
+  type.bytes = saturatedAdd(type.bytes, file.size);
   if (!wantTree_) return;
   const std::string_view folder =
       std::string_view(file.folder).substr(std::min(root_.size(), file.folder.size()));
@@ -86,7 +194,8 @@ void TreemapCollector::offer(const FoundFile& file) {
     s.paths.append(folder);
   }
   ++s.runs.back().count;
-  s.files.push_back(TreemapTree::pack(file.size, kindOfExtension(lower)));
+  s.files.push_back(TreemapTree::pack(file.size, type.kind));
+  s.extensions.push_back(at->second);
 }
 
 TreemapTree TreemapCollector::takeTree() {
@@ -108,6 +217,12 @@ TreemapTree TreemapCollector::takeTree() {
 
   TreemapTree tree;
   tree.files.reserve(fileCount);
+  tree.extensions.reserve(fileCount);
+  // Ids by bytes, largest first: should there be more extensions than ids, the smallest share one.
+  std::vector<std::vector<uint32_t>> rank;
+  const std::vector<TypeRow> rows = merged(&rank);
+  std::vector<uint16_t> idOfRank(rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) idOfRank[i] = tree.extensionId(rows[i].extension);
   struct Open {
     uint32_t folder;
     size_t length;  // of its path, without the closing "/"
@@ -131,9 +246,11 @@ TreemapTree TreemapCollector::takeTree() {
       at = end;
     }
     current = path;
-    for (uint32_t i = 0; i < p.run->count; ++i) {
-      const uint64_t f = p.shard->files[p.run->first + i];
-      tree.addFile(open.back().folder, TreemapTree::sizeOf(f), TreemapTree::kindOf(f));
+    const size_t shard = static_cast<size_t>(p.shard - shards_.all().data());
+    for (uint32_t i = p.run->first; i < p.run->first + p.run->count; ++i) {
+      const uint64_t f = p.shard->files[i];
+      tree.addFile(open.back().folder, TreemapTree::sizeOf(f), TreemapTree::kindOf(f),
+                   idOfRank[rank[shard][p.shard->extensions[i]]]);
     }
   }
   for (Shard& s : shards_.all()) {
@@ -141,26 +258,50 @@ TreemapTree TreemapCollector::takeTree() {
     std::string().swap(s.paths);
     std::vector<Run>().swap(s.runs);
     std::vector<uint64_t>().swap(s.files);
+    std::vector<uint32_t>().swap(s.extensions);
   }
   tree.finish();
   return tree;
 }
 
-std::vector<TypeRow> TreemapCollector::types() const {
-  std::unordered_map<std::string, Count> all;
-  for (const Shard& s : shards_.all())
-    for (const auto& [extension, c] : s.types) {
-      Count& sum = all[extension];
-      sum.files += c.files;
-      sum.bytes = saturatedAdd(sum.bytes, c.bytes);
-    }
+std::vector<TypeRow> TreemapCollector::merged(std::vector<std::vector<uint32_t>>* rank) const {
+  std::unordered_map<std::string_view, uint32_t> rowOf;
   std::vector<TypeRow> rows;
-  rows.reserve(all.size());
-  for (auto& [extension, c] : all) rows.push_back({extension, c.files, c.bytes});
-  std::sort(rows.begin(), rows.end(), [](const TypeRow& a, const TypeRow& b) {
-    return a.bytes != b.bytes ? a.bytes > b.bytes : a.extension < b.extension;
+  std::vector<std::vector<uint32_t>> rowOfType;
+  for (const Shard& s : shards_.all()) {
+    std::vector<uint32_t>& into = rowOfType.emplace_back();
+    for (const Type& t : s.types) {
+      const auto [at, made] = rowOf.try_emplace(t.name, static_cast<uint32_t>(rows.size()));
+      if (made) rows.push_back({t.name});
+      TypeRow& sum = rows[at->second];
+      sum.files += t.files;
+      sum.bytes = saturatedAdd(sum.bytes, t.bytes);
+      into.push_back(at->second);
+    }
+  }
+  std::vector<uint32_t> order(rows.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+    const TypeRow &x = rows[a], &y = rows[b];
+    return x.bytes != y.bytes ? x.bytes > y.bytes : x.extension < y.extension;
   });
-  return rows;
+  std::vector<TypeRow> sorted;
+  sorted.reserve(rows.size());
+  std::vector<uint32_t> placeOf(rows.size());
+  for (uint32_t i = 0; i < order.size(); ++i) {
+    placeOf[order[i]] = i;
+    sorted.push_back(std::move(rows[order[i]]));
+  }
+  if (rank) {
+    for (std::vector<uint32_t>& shard : rowOfType)
+      for (uint32_t& r : shard) r = placeOf[r];
+    *rank = std::move(rowOfType);
+  }
+  return sorted;
+}
+
+std::vector<TypeRow> TreemapCollector::types() const {
+  return merged(nullptr);
 }
 
 }  // namespace ql

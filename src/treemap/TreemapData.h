@@ -1,10 +1,11 @@
 #pragma once
 // What the treemap and the file-types table are drawn from, collected during the walk.
 //
-// TreemapTree holds every file's size and kind, 8 bytes a file and no name: the picture needs no
-// names, and a pane that shows one folder reads those names itself. Folders hold a name and the
-// range of their files, which lie together, largest first (equal sizes in the order the folder
-// was listed). Children come after their parents in `folders`.
+// TreemapTree holds every file's size and kind (8 bytes) and its extension's id (2 bytes), and no
+// name: the picture and the types of a folder need no names, and a pane that shows one folder
+// reads those names itself. Folders hold a name and the range of their files, which lie together,
+// largest first (equal sizes in the order the folder was listed). Children come after their
+// parents in `folders`.
 //
 // TreemapCollector is the walk's FileFeed for both. Each worker thread fills a shard of its own
 // (files of one folder arrive together from one thread); result() merges the shards in an order
@@ -17,6 +18,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -29,11 +31,26 @@
 
 namespace ql {
 
+// One extension's files below a folder, or in the whole walk.
+struct TypeRow {
+  static constexpr uint32_t kNoFile = UINT32_MAX;
+  std::string extension;  // lower case; "" for names without one
+  int64_t files = 0;
+  int64_t bytes = 0;
+  // The largest file of the extension (the first met of equal ones) and its folder: indexes into
+  // the tree's files and folders, kNoFile from TreemapCollector::types().
+  uint32_t largestFile = kNoFile, largestFolder = 0;
+  uint16_t extensionId = 0;  // in TreemapTree::extensionNames
+};
+
 struct TreemapFolder {
   std::string name;
   int64_t bytes = 0;  // everything below, once finished
   uint32_t firstFile = 0, fileCount = 0;
-  std::vector<uint32_t> children;
+  // Once finished, in the order they were added. One list for the tree rather than a vector a
+  // folder: a walk meets about one folder for three files, and a vector each cost a third of the
+  // tree.
+  std::span<const uint32_t> children;
 };
 
 class TreemapTree {
@@ -46,21 +63,44 @@ class TreemapTree {
   static int64_t sizeOf(uint64_t file) { return static_cast<int64_t>(file >> 8); }
   static FileKind kindOf(uint64_t file) { return static_cast<FileKind>(file & 0xff); }
 
-  TreemapTree() { folders.emplace_back(); }
+  // Extension ids: 0 is "" (no extension); a tree holds at most 65,535 names, and the extensions
+  // met after that share kOtherExtension, named "..." (which no extension can be: it has a dot).
+  static constexpr uint16_t kOtherExtension = 0xffff;
+  static constexpr std::string_view kOtherName = "...";
+
+  TreemapTree();
+  TreemapTree(const TreemapTree& other) { *this = other; }
+  TreemapTree& operator=(const TreemapTree& other);
+  TreemapTree(TreemapTree&&) = default;  // the list moves with its buffer: children stay valid
+  TreemapTree& operator=(TreemapTree&&) = default;
+
   uint32_t addFolder(uint32_t parent, std::string name);
   // A folder's files must be added one after the other, with no other folder's in between.
-  void addFile(uint32_t folder, int64_t size, FileKind kind);
-  // Sorts each folder's files and sums the folders; call once all is added.
+  void addFile(uint32_t folder, int64_t size, FileKind kind, uint16_t extension = 0);
+  // The id of a lower-case extension, made when new (kOtherExtension once the table is full).
+  uint16_t extensionId(std::string_view lowerCaseExtension);
+  std::string_view extensionName(uint16_t id) const {
+    return id < extensionNames.size() ? std::string_view(extensionNames[id]) : kOtherName;
+  }
+  // Sorts each folder's files, lists the children and sums the folders; call once all is added.
   void finish();
+  // The folder's path below the walked one, "a/b" ("" for the walked one).
+  std::string pathOf(uint32_t folder) const;
+
+  // The extensions of the files in `folder` and all below it, ordered as TreemapCollector::types().
+  // One pass over those files, nothing kept per folder.
+  std::vector<TypeRow> typesBelow(uint32_t folder) const;
 
   std::vector<TreemapFolder> folders;  // [0] is the walked folder
+  std::vector<uint32_t> parents;       // of each folder; [0] is 0
   std::vector<uint64_t> files;         // pack()ed
-};
+  std::vector<uint16_t> extensions;    // of each file, beside `files`
+  std::vector<std::string> extensionNames;
 
-struct TypeRow {
-  std::string extension;  // lower case; "" for names without one
-  int64_t files = 0;
-  int64_t bytes = 0;
+ private:
+  void listChildren();
+  std::vector<uint32_t> childList_;
+  std::unordered_map<std::string, uint16_t> extensionIds_;
 };
 
 class TreemapCollector : public FileFeed {
@@ -76,7 +116,9 @@ class TreemapCollector : public FileFeed {
   std::vector<TypeRow> types() const;
 
  private:
-  struct Count {
+  struct Type {  // an extension as one shard met it
+    std::string name;
+    FileKind kind;
     int64_t files = 0, bytes = 0;
   };
   struct Run {            // files of one folder, one after the other in the shard
@@ -89,8 +131,13 @@ class TreemapCollector : public FileFeed {
     std::string paths;  // one arena: no allocation per folder
     std::vector<Run> runs;
     std::vector<uint64_t> files;
-    std::unordered_map<std::string, Count> types;
+    std::vector<uint32_t> extensions;  // beside `files`, into `types`
+    std::unordered_map<std::string, uint32_t> typeIds;
+    std::vector<Type> types;
   };
+  // All shards' types added up, ordered as types(); with `rank`, where each shard's types went.
+  std::vector<TypeRow> merged(std::vector<std::vector<uint32_t>>* rank) const;
+
   const std::string root_;
   const bool wantTree_, wantTypes_;
   ThreadShards<Shard> shards_;

@@ -71,19 +71,21 @@ void squarify(const std::vector<Item>& items, Box box, double scale, Place&& pla
 
 }  // namespace
 
-TreemapLayout layoutTreemap(const TreemapTree& tree, int width, int height) {
+TreemapLayout layoutTreemap(const TreemapTree& tree, int width, int height, uint32_t root) {
   TreemapLayout layout;
   layout.width = std::max(width, 0);
   layout.height = std::max(height, 0);
-  if (tree.folders.empty() || layout.width == 0 || layout.height == 0 || tree.folders[0].bytes <= 0)
+  if (root >= tree.folders.size() || layout.width == 0 || layout.height == 0 ||
+      tree.folders[root].bytes <= 0)
     return layout;
   layout.rects.push_back(
-      {0, 0, layout.width, layout.height, 0, 0, 0, TreemapRect::Folder, FileKind::Other});
+      {0, 0, layout.width, layout.height, root, 0, 0, TreemapRect::Folder, FileKind::Other});
   // Folders waiting to be filled, by their place in `rects`: no recursion, so any depth will do.
   std::vector<size_t> waiting{0};
   std::vector<Item> items;
   while (!waiting.empty()) {
-    const TreemapRect r = layout.rects[waiting.back()];
+    const auto parent = static_cast<uint32_t>(waiting.back());
+    const TreemapRect r = layout.rects[parent];
     waiting.pop_back();
     if (r.w < 3 || r.h < 3) continue;  // no room inside the frame
     const TreemapFolder& f = tree.folders[r.folder];
@@ -120,13 +122,16 @@ TreemapLayout layoutTreemap(const TreemapTree& tree, int width, int height) {
                     0,
                     static_cast<uint16_t>(std::min(r.depth + 1, 0xffff)),
                     it.type,
-                    FileKind::Other};
+                    FileKind::Other,
+                    0,
+                    parent};
       if (it.type == TreemapRect::Folder) {
         c.folder = it.index;
         waiting.push_back(layout.rects.size());
       } else if (it.type == TreemapRect::File) {
         c.file = it.index;
         c.kind = TreemapTree::kindOf(tree.files[it.index]);
+        if (it.index < tree.extensions.size()) c.extension = tree.extensions[it.index];
       }
       layout.rects.push_back(c);
     });

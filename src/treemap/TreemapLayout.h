@@ -20,9 +20,11 @@ struct TreemapRect {
   int x = 0, y = 0, w = 0, h = 0;
   uint32_t folder = 0;  // the folder itself, or the one the file or rest lies in
   uint32_t file = 0;    // File: index into TreemapTree::files
-  uint16_t depth = 0;   // 0 for the walked folder
+  uint16_t depth = 0;   // 0 for the folder laid out
   Type type = Folder;
   FileKind kind = FileKind::Other;
+  uint16_t extension = 0;  // File: the id in TreemapTree::extensionNames
+  uint32_t parent = 0;     // the rectangle of the folder it lies in (0 for the first)
   bool contains(int px, int py) const { return px >= x && py >= y && px < x + w && py < y + h; }
 };
 
@@ -31,7 +33,8 @@ struct TreemapLayout {
   std::vector<TreemapRect> rects;  // a folder always before what lies in it
 };
 
-TreemapLayout layoutTreemap(const TreemapTree& tree, int width, int height);
+// `root` is the folder that fills the picture: 0 for the walked one, another to zoom in.
+TreemapLayout layoutTreemap(const TreemapTree& tree, int width, int height, uint32_t root = 0);
 
 // The innermost rectangle that holds the point (a file where there is one), -1 for none.
 int pickTreemap(const TreemapLayout& layout, int x, int y);

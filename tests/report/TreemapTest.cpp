@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QImage>
+#include <array>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -292,4 +293,65 @@ TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
   EXPECT_EQ(
       runProgram(QUORLANE_BIN_PATH, {"--treemap", "x.png", "--size", "0x5", qpath(root_)}).status,
       2);
+}
+
+// The file-types pane's rows for a folder: a plain count of the files below it, the same for any
+// thread count, with the largest file of each extension found where it lies.
+TEST_F(TreemapRunTest, TypesBelowAFolderMatchAPlainCount) {
+  const std::string sub = root_ + "/d";
+  for (const auto& [name, size] : std::vector<std::pair<std::string, int>>{
+           {"a.TXT", 500}, {"d/b.txt", 700}, {"d/d/c.Txt", 600}, {"d/noext", 3}, {"d/d/.rc", 4}})
+    makeFile(sub + "/" + name, size);
+  std::map<std::string, std::array<int64_t, 3>> plain;  // files, bytes, largest
+  for (const auto& e : std::filesystem::recursive_directory_iterator(sub)) {
+    if (!e.is_regular_file()) continue;
+    std::string ext(typeExtension(e.path().filename().string()));
+    for (char& ch : ext) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    auto& [files, bytes, largest] = plain[ext];
+    ++files;
+    bytes += static_cast<int64_t>(e.file_size());
+    largest = std::max(largest, static_cast<int64_t>(e.file_size()));
+  }
+  ASSERT_EQ(plain.size(), 3u);
+  std::vector<std::vector<uint16_t>> extensions;
+  for (const char* threads : {"1", "4"}) {
+    ::setenv("QUORLANE_THREADS", threads, 1);
+    TreemapCollector collector(root_, true, true);
+    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    const TreemapTree tree = collector.takeTree();
+    uint32_t d = 0;
+    for (uint32_t c : tree.folders[0].children)
+      if (tree.folders[c].name == "d") d = c;
+    ASSERT_NE(d, 0u);
+    std::map<std::string, std::array<int64_t, 3>> counted;
+    for (const TypeRow& r : tree.typesBelow(d)) {
+      const TreemapFolder& holder = tree.folders[r.largestFolder];
+      ASSERT_TRUE(r.largestFile >= holder.firstFile &&
+                  r.largestFile < holder.firstFile + holder.fileCount);
+      EXPECT_EQ(tree.extensions[r.largestFile], r.extensionId);
+      counted[r.extension] = {r.files, r.bytes, TreemapTree::sizeOf(tree.files[r.largestFile])};
+    }
+    EXPECT_EQ(counted, plain) << threads;
+    // The whole tree's rows are the table's.
+    const std::vector<TypeRow> all = tree.typesBelow(0), table = collector.types();
+    ASSERT_EQ(all.size(), table.size());
+    for (size_t i = 0; i < all.size(); ++i)
+      EXPECT_TRUE(all[i].extension == table[i].extension && all[i].files == table[i].files &&
+                  all[i].bytes == table[i].bytes)
+          << i;
+    extensions.push_back(tree.extensions);
+  }
+  ::unsetenv("QUORLANE_THREADS");
+  EXPECT_EQ(extensions[0], extensions[1]);
+}
+
+TEST(TreemapTree, ExtensionsPastTheTableShareOneRow) {
+  TreemapTree t;
+  for (int i = 0; i < 70000; ++i)
+    t.addFile(0, 1 + i % 3, FileKind::Other, t.extensionId("e" + std::to_string(i)));
+  t.finish();
+  const std::vector<TypeRow> rows = t.typesBelow(0);
+  ASSERT_EQ(rows.size(), size_t{TreemapTree::kOtherExtension});  // 65,534 names and the rest
+  EXPECT_EQ(rows[0].extension, TreemapTree::kOtherName);
+  EXPECT_EQ(rows[0].files, 70000 - 65534);
 }
