@@ -224,7 +224,9 @@ void MainWindow::wireSession() {
             if (node != kNoNode && walked) drives_->selectDrive(session_->tree().fullPath(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
-            showPictures(report_->selectedNode());
+            // A new source is shown whole; after a rescan the pictures stay where they were.
+            if (walked || (node != kNoNode && session_->tree().isRoot(node)))
+              showPictures(report_->selectedNode());
           }));
 }
 

@@ -21,15 +21,16 @@ PaneFrame::PaneFrame(ReportPane* report, DrivePane* drives, FileListPane* files,
   info_ = new Splitter(QStringLiteral("splInfo"), Splitter::PanesAbove, drives, filesArea, parent);
   pictures_ =
       new Splitter(QStringLiteral("splTreemap"), Splitter::PanesSideBySide, treemap, types, parent);
-  report_ = new Splitter(QStringLiteral("splReport"), Splitter::PanesAbove, report, pictures_, parent);
+  report_ =
+      new Splitter(QStringLiteral("splReport"), Splitter::PanesAbove, report, pictures_, parent);
   report_->setControl2Visible(false);
-  main_ = new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, info_, parent);
+  main_ =
+      new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, info_, parent);
   main_->setMinimumSize(1, 120);
   main_->setMinimumSize(2, 120);
 }
 
-void PaneFrame::show(bool report, bool drives, bool files, bool largest, bool treemap,
-                     bool types) {
+void PaneFrame::show(bool report, bool drives, bool files, bool largest, bool treemap, bool types) {
   const bool pictures = treemap || types;
   if (pictures) {
     pictures_->setControl1Visible(true);

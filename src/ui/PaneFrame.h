@@ -20,7 +20,7 @@ class PaneFrame {
 
   Splitter& main() { return *main_; }
   Splitter& info() { return *info_; }
-  Splitter& report() { return *report_; }     // the report over the pictures
+  Splitter& report() { return *report_; }      // the report over the pictures
   Splitter& pictures() { return *pictures_; }  // the treemap beside the types
   // The report, the drive table, and the file list or else the largest files; with none of the
   // last three the report stands alone. The shown list takes the preview. The treemap and the

@@ -87,34 +87,43 @@ std::shared_ptr<FileFeed> ScanSession::beginTreemap(const std::string& path) {
 void ScanSession::endTreemap(bool graft, const std::string& importedRoot) {
   std::shared_ptr<TreemapCollector> collector = std::move(collecting_);
   if (!collector) return;
+  // A folder measured again goes into the tree of its source, as it is now.
+  TreemapPlace old;
+  if (graft) {
+    old = treemaps_.find(collectingPath_);
+    if (!old.tree) return;  // nothing kept there: a later full read brings it
+  }
   // Merging a million files takes longer than the window may wait.
   QPointer<ScanSession> self(this);
-  QThreadPool::globalInstance()->start(
-      [self, collector, graft, importedRoot, path = collectingPath_]() mutable {
-        auto tree = std::make_shared<TreemapTree>(collector->takeTree());
-        collector.reset();
-        std::string top = path;
-        if (!importedRoot.empty()) {  // an import is collected from "/" down
-          std::vector<uint32_t> chain;
-          if (importedRoot[0] != '/' ||
-              !findTreemapFolder(*tree, std::string_view(importedRoot).substr(1), chain)) return;
-          *tree = treemapSubtree(*tree, chain.back());
-          top = importedRoot;
-        }
-        QMetaObject::invokeMethod(
-            qApp,
-            [self, tree, graft, top] {
-              if (!self) return;
-              self->guard_.run("Treemap", [&] {
-                if (graft)
-                  self->treemaps_.graft(top, std::move(*tree));
-                else
-                  self->treemaps_.put(top, std::move(*tree));
-                Q_EMIT self->treemapChanged();
-              });
-            },
-            Qt::QueuedConnection);
-      });
+  QThreadPool::globalInstance()->start([self, collector, old, importedRoot,
+                                        path = collectingPath_]() mutable {
+    TreemapTree fresh = collector->takeTree();
+    collector.reset();
+    std::string top = path;
+    if (old.tree) {
+      fresh = copyTreemap(*old.tree, 0, &fresh, old.folder());
+      top = old.top;
+      old.tree.reset();
+    } else if (!importedRoot.empty()) {  // an import is collected from "/" down
+      std::vector<uint32_t> chain;
+      if (importedRoot[0] != '/' ||
+          !findTreemapFolder(fresh, std::string_view(importedRoot).substr(1), chain))
+        return;
+      fresh = copyTreemap(fresh, chain.back());
+      top = importedRoot;
+    }
+    auto tree = std::make_shared<TreemapTree>(std::move(fresh));
+    QMetaObject::invokeMethod(
+        qApp,
+        [self, tree, top] {
+          if (!self) return;
+          self->guard_.run("Treemap", [&] {
+            self->treemaps_.put(top, std::move(*tree));
+            Q_EMIT self->treemapChanged();
+          });
+        },
+        Qt::QueuedConnection);
+  });
 }
 
 TreemapPlace ScanSession::treemapAt(const std::string& path) {

@@ -1,5 +1,9 @@
 #include "ui/TreemapPane.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -8,10 +12,6 @@
 #include <QThreadPool>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
@@ -27,20 +27,29 @@ namespace ql {
 namespace {
 QString kindName(FileKind kind) {
   switch (kind) {
-    case FileKind::Picture: return TL(4527, "Bilder");
-    case FileKind::Video: return TL(4528, "Videos");
-    case FileKind::Audio: return TL(4529, "Musik");
-    case FileKind::Archive: return TL(4530, "Archive");
-    case FileKind::Document: return TL(4531, "Dokumente");
-    case FileKind::Code: return TL(4532, "Quelltext");
-    case FileKind::Program: return TL(4533, "Programme");
-    default: return TL(4534, "Sonstige");
+    case FileKind::Picture:
+      return TL(4527, "Bilder");
+    case FileKind::Video:
+      return TL(4528, "Videos");
+    case FileKind::Audio:
+      return TL(4529, "Musik");
+    case FileKind::Archive:
+      return TL(4530, "Archive");
+    case FileKind::Document:
+      return TL(4531, "Dokumente");
+    case FileKind::Code:
+      return TL(4532, "Quelltext");
+    case FileKind::Program:
+      return TL(4533, "Programme");
+    default:
+      return TL(4534, "Sonstige");
   }
 }
 
 QString shareText(int64_t part, int64_t whole) {
   return whole > 0 ? QString::number(100.0 * static_cast<double>(part) / static_cast<double>(whole),
-                                     'f', 1) + QStringLiteral(" %")
+                                     'f', 1) +
+                         QStringLiteral(" %")
                    : QString();
 }
 }  // namespace
@@ -112,14 +121,18 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
   column->addWidget(canvas_, 1);
 }
 
-TreemapPane::~TreemapPane() { *alive_ = false; }
+TreemapPane::~TreemapPane() {
+  *alive_ = false;
+}
 
 void TreemapPane::showFolder(const std::string& path) {
   view_ = addSlash(path);
   request();
 }
 
-void TreemapPane::refresh() { request(); }
+void TreemapPane::refresh() {
+  request();
+}
 
 void TreemapPane::zoomInto(const std::string& path) {
   view_ = addSlash(path);
@@ -171,19 +184,24 @@ void TreemapPane::start() {
   updateCrumbs();
   running_ = true;
   const QSize size = canvas_->size();
-  auto job = [place, size, ticket = ticket_, top = view_] {
+  auto job = [place, size, ticket = ticket_, top = view_, highlight = highlight_,
+              on = highlightOn_] {
     auto frame = std::make_shared<Frame>();
     frame->ticket = ticket;
     frame->top = top;
-    frame->tree = place.folder() == 0
-                      ? place.tree
-                      : std::make_shared<const TreemapTree>(treemapSubtree(*place.tree, place.folder()));
+    frame->tree = place.tree;
+    frame->root = place.folder();
     const TreemapTree& tree = *frame->tree;
-    frame->parents.assign(tree.folders.size(), 0);
-    for (uint32_t i = 0; i < tree.folders.size(); ++i)
-      for (uint32_t c : tree.folders[i].children) frame->parents[c] = i;
-    frame->layout = layoutTreemap(tree, std::max(size.width(), 1), std::max(size.height(), 1));
+    frame->layout =
+        layoutTreemap(tree, std::max(size.width(), 1), std::max(size.height(), 1), frame->root);
     frame->image = paintTreemap(frame->layout);
+    if (on) {  // the files of other kinds fade
+      QPainter p(&frame->image);
+      const QColor fade(255, 255, 255, 190);
+      for (const TreemapRect& r : frame->layout.rects)
+        if (r.type == TreemapRect::File && tree.extensionName(r.extension) != highlight)
+          p.fillRect(QRect(r.x, r.y, r.w, r.h), fade);
+    }
     return frame;
   };
   QThreadPool::globalInstance()->start([this, job, alive = alive_] {
@@ -229,7 +247,8 @@ void TreemapPane::updateCrumbs() {
 
 std::string TreemapPane::pathOf(const Frame& f, uint32_t folder) const {
   std::vector<const std::string*> names;
-  for (uint32_t i = folder; i != 0; i = f.parents[i]) names.push_back(&f.tree->folders[i].name);
+  for (uint32_t i = folder; i != f.root && i != 0; i = f.tree->parents[i])
+    names.push_back(&f.tree->folders[i].name);
   std::string path = f.top;
   for (auto it = names.rbegin(); it != names.rend(); ++it) path += **it + '/';
   return path;
@@ -287,7 +306,7 @@ void TreemapPane::pointAt(QPoint at) {
     return;
   }
   const QString size = xFormatFileSizeAuto(hit.size, true);
-  const QString share = shareText(hit.size, frame_->tree->folders[0].bytes);
+  const QString share = shareText(hit.size, frame_->tree->folders[frame_->root].bytes);
   if (!hit.file) {
     Q_EMIT statusText(QStringLiteral("%1   %2   %3").arg(pathText(hit.folder), size, share));
     return;
@@ -295,10 +314,10 @@ void TreemapPane::pointAt(QPoint at) {
   nameOf(hit, [this, hit, size, share](const std::string& name) {
     Hit now;
     const QPoint at = canvas_->mapFromGlobal(QCursor::pos());
-    if (canvas_->underMouse() && hitAt(at, now) && (now.folder != hit.folder || now.rank != hit.rank))
+    if (canvas_->underMouse() && hitAt(at, now) &&
+        (now.folder != hit.folder || now.rank != hit.rank))
       return;  // the mouse has moved on
-    Q_EMIT statusText(
-        QStringLiteral("%1   %2   %3").arg(pathText(hit.folder + name), size, share));
+    Q_EMIT statusText(QStringLiteral("%1   %2   %3").arg(pathText(hit.folder + name), size, share));
   });
 }
 

@@ -76,9 +76,9 @@ class TreemapPane : public QWidget {
     uint64_t ticket = 0;
     QImage image;
     TreemapLayout layout;
-    std::shared_ptr<const TreemapTree> tree;  // folder 0 is the folder shown
-    std::vector<uint32_t> parents;
-    std::string top;  // the path of folder 0
+    std::shared_ptr<const TreemapTree> tree;
+    uint32_t root = 0;  // the folder shown
+    std::string top;    // its path
   };
   struct Names {
     std::string folder;
@@ -99,7 +99,7 @@ class TreemapPane : public QWidget {
   QToolButton* up_ = nullptr;
   QLabel* crumbs_ = nullptr;
   QWidget* canvas_ = nullptr;
-  std::string view_;  // the folder shown, with "/"
+  std::string view_;       // the folder shown, with "/"
   std::string sourceTop_;  // the top of its tree: not left upwards
   std::string highlight_;
   bool highlightOn_ = false;

@@ -12,16 +12,23 @@ bool below(const std::string& path, const std::string& top) {
   return path.size() >= top.size() && path.compare(0, top.size(), top) == 0;
 }
 
+void addUp(TreemapTree& tree, uint32_t folder, int64_t delta) {
+  for (uint32_t f = folder;; f = tree.parents[f]) {
+    tree.folders[f].bytes += delta;
+    if (f == 0) break;
+  }
+}
 }  // namespace
 
-bool findTreemapFolder(const TreemapTree& tree, std::string_view rest, std::vector<uint32_t>& chain) {
+bool findTreemapFolder(const TreemapTree& tree, std::string_view rest,
+                       std::vector<uint32_t>& chain) {
   chain.assign(1, 0);
   while (!rest.empty()) {
     const size_t end = std::min(rest.find('/'), rest.size());
     const std::string_view name = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
     if (name.empty()) continue;
-    const std::vector<uint32_t>& kids = tree.folders[chain.back()].children;
+    const auto kids = tree.folders[chain.back()].children;
     const auto it = std::find_if(kids.begin(), kids.end(),
                                  [&](uint32_t k) { return tree.folders[k].name == name; });
     if (it == kids.end()) return false;
@@ -29,12 +36,6 @@ bool findTreemapFolder(const TreemapTree& tree, std::string_view rest, std::vect
   }
   return true;
 }
-
-namespace {
-void addUp(TreemapTree& tree, const std::vector<uint32_t>& chain, size_t upTo, int64_t delta) {
-  for (size_t i = 0; i < upTo; ++i) tree.folders[chain[i]].bytes += delta;
-}
-}  // namespace
 
 void TreemapStore::put(const std::string& path, TreemapTree tree) {
   const std::string top = addSlash(path);
@@ -52,7 +53,8 @@ TreemapStore::Source* TreemapStore::sourceOf(const std::string& path, TreemapPla
   Source* best = nullptr;
   for (Source& s : sources_)
     if (below(p, s.path) && (!best || s.path.size() > best->path.size())) best = &s;
-  if (!best || !findTreemapFolder(*best->tree, std::string_view(p).substr(best->path.size()), place.chain))
+  if (!best ||
+      !findTreemapFolder(*best->tree, std::string_view(p).substr(best->path.size()), place.chain))
     return nullptr;
   place.tree = best->tree;
   place.top = best->path;
@@ -66,42 +68,9 @@ TreemapPlace TreemapStore::find(const std::string& path) const {
 }
 
 TreemapTree& TreemapStore::writable(Source& s) {
-  // A worker still lays out the old one: it keeps it, and the edit goes to a copy.
+  // A worker still draws the old one: it keeps it, and the edit goes to a copy.
   if (s.tree.use_count() > 1) s.tree = std::make_shared<TreemapTree>(*s.tree);
   return *s.tree;
-}
-
-void TreemapStore::graft(const std::string& path, TreemapTree fresh) {
-  TreemapPlace place;
-  Source* s = sourceOf(path, place);
-  if (!s) return;  // nothing kept there: a later full read brings it
-  if (place.chain.size() == 1) {
-    put(path, std::move(fresh));
-    return;
-  }
-  place.tree.reset();
-  TreemapTree& tree = writable(*s);
-  const uint32_t at = place.folder();
-  const int64_t delta = fresh.folders[0].bytes - tree.folders[at].bytes;
-  // The new folders and files go at the end, so each folder's files still lie together and
-  // children still follow their parents; the old ones stay behind, unreached.
-  const auto base = static_cast<uint32_t>(tree.folders.size() - 1);
-  const auto fileBase = static_cast<uint32_t>(tree.files.size());
-  auto index = [&](uint32_t k) { return k == 0 ? at : base + k; };
-  tree.files.insert(tree.files.end(), fresh.files.begin(), fresh.files.end());
-  std::string name = std::move(tree.folders[at].name);
-  for (uint32_t k = 0; k < fresh.folders.size(); ++k) {
-    TreemapFolder f = std::move(fresh.folders[k]);
-    f.firstFile += fileBase;
-    for (uint32_t& c : f.children) c = index(c);
-    if (k == 0) {
-      f.name = std::move(name);
-      tree.folders[at] = std::move(f);
-    } else {
-      tree.folders.push_back(std::move(f));
-    }
-  }
-  addUp(tree, place.chain, place.chain.size() - 1, delta);
 }
 
 void TreemapStore::removeFolder(const std::string& path) {
@@ -115,8 +84,16 @@ void TreemapStore::removeFolder(const std::string& path) {
   place.tree.reset();
   TreemapTree& tree = writable(*s);
   const uint32_t gone = place.folder();
-  std::erase(tree.folders[place.chain[place.chain.size() - 2]].children, gone);
-  addUp(tree, place.chain, place.chain.size() - 1, -tree.folders[gone].bytes);
+  addUp(tree, tree.parents[gone], -tree.folders[gone].bytes);
+  // The folder stays in its parent's list, empty: nothing draws or counts it.
+  std::vector<uint32_t> waiting{gone};
+  while (!waiting.empty()) {
+    TreemapFolder& f = tree.folders[waiting.back()];
+    waiting.pop_back();
+    f.bytes = 0;
+    f.fileCount = 0;
+    waiting.insert(waiting.end(), f.children.begin(), f.children.end());
+  }
 }
 
 void TreemapStore::removeFile(const std::string& folder, std::string_view name, int64_t size) {
@@ -124,22 +101,26 @@ void TreemapStore::removeFile(const std::string& folder, std::string_view name, 
   Source* s = sourceOf(folder, place);
   if (!s) return;
   place.tree.reset();
-  char lower[16];
-  const FileKind kind =
-      kindOfExtension({lower, lowerExtension(typeExtension(name), lower, sizeof lower)});
+  char lower[64];
+  const std::string_view extension(lower, lowerExtension(typeExtension(name), lower, sizeof lower));
   TreemapTree& tree = writable(*s);
   TreemapFolder& f = tree.folders[place.folder()];
-  const auto begin = tree.files.begin() + f.firstFile, end = begin + f.fileCount;
-  // Files keep no name: one of the same size and kind stands for it (they are drawn alike).
-  auto it = std::find_if(begin, end, [&](uint64_t file) {
-    return TreemapTree::sizeOf(file) == size && TreemapTree::kindOf(file) == kind;
-  });
-  if (it == end)
-    it = std::find_if(begin, end, [&](uint64_t file) { return TreemapTree::sizeOf(file) == size; });
-  if (it == end) return;
-  std::rotate(it, it + 1, end);  // the rest stays largest first
+  const uint32_t begin = f.firstFile, end = f.firstFile + f.fileCount;
+  // Files keep no name: one of the same size and extension stands for it (they draw alike).
+  uint32_t at = end;
+  for (uint32_t k = begin; k < end && at == end; ++k)
+    if (TreemapTree::sizeOf(tree.files[k]) == size &&
+        tree.extensionName(tree.extensions[k]) == extension)
+      at = k;
+  for (uint32_t k = begin; k < end && at == end; ++k)
+    if (TreemapTree::sizeOf(tree.files[k]) == size) at = k;
+  if (at == end) return;
+  // The rest moves up and stays largest first; the last place is left to nobody.
+  std::rotate(tree.files.begin() + at, tree.files.begin() + at + 1, tree.files.begin() + end);
+  std::rotate(tree.extensions.begin() + at, tree.extensions.begin() + at + 1,
+              tree.extensions.begin() + end);
   --f.fileCount;
-  addUp(tree, place.chain, place.chain.size(), -size);
+  addUp(tree, place.folder(), -size);
 }
 
 void TreemapStore::keepOnly(const std::vector<std::string>& paths) {
@@ -152,34 +133,53 @@ void TreemapStore::keepOnly(const std::vector<std::string>& paths) {
 size_t TreemapStore::memoryUse() const {
   size_t bytes = 0;
   for (const Source& s : sources_) {
-    bytes += s.tree->files.capacity() * sizeof(uint64_t) +
-             s.tree->folders.capacity() * sizeof(TreemapFolder);
-    for (const TreemapFolder& f : s.tree->folders)
-      bytes += f.children.capacity() * sizeof(uint32_t) +
-               (f.name.capacity() > 15 ? f.name.capacity() : 0);
+    const TreemapTree& t = *s.tree;
+    bytes += t.files.capacity() * sizeof(uint64_t) + t.extensions.capacity() * sizeof(uint16_t) +
+             t.folders.capacity() * sizeof(TreemapFolder) +
+             t.parents.capacity() * 2 * sizeof(uint32_t);
+    for (const TreemapFolder& f : t.folders)
+      bytes += f.name.capacity() > 15 ? f.name.capacity() : 0;
   }
   return bytes;
 }
 
-TreemapTree treemapSubtree(const TreemapTree& tree, uint32_t folder) {
+TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft,
+                        uint32_t at) {
   TreemapTree out;
-  out.folders.clear();
-  std::vector<std::pair<uint32_t, uint32_t>> todo{{folder, UINT32_MAX}};  // old index, new parent
-  while (!todo.empty()) {
-    const auto [old, parent] = todo.back();
-    todo.pop_back();
-    const TreemapFolder& f = tree.folders[old];
-    const auto index = static_cast<uint32_t>(out.folders.size());
-    TreemapFolder& n = out.folders.emplace_back();
-    n.name = f.name;
-    n.bytes = f.bytes;
-    n.firstFile = static_cast<uint32_t>(out.files.size());
-    n.fileCount = f.fileCount;
-    out.files.insert(out.files.end(), tree.files.begin() + f.firstFile,
-                     tree.files.begin() + f.firstFile + f.fileCount);
-    if (parent != UINT32_MAX) out.folders[parent].children.push_back(index);
-    for (auto c = f.children.rbegin(); c != f.children.rend(); ++c) todo.emplace_back(*c, index);
+  // Extension ids of each tree in the new one, made as they are met.
+  std::vector<int> ids[2];
+  auto copyFiles = [&](const TreemapTree& from, int which, uint32_t folder, uint32_t into) {
+    std::vector<int>& map = ids[which];
+    const TreemapFolder& f = from.folders[folder];
+    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k) {
+      const uint16_t id = from.extensions[k];
+      if (map.size() <= id) map.resize(size_t{id} + 1, -1);
+      if (map[id] < 0) map[id] = out.extensionId(from.extensionName(id));
+      out.addFile(into, TreemapTree::sizeOf(from.files[k]), TreemapTree::kindOf(from.files[k]),
+                  static_cast<uint16_t>(map[id]));
+    }
+  };
+  struct Todo {
+    const TreemapTree* from;
+    uint32_t folder, parent;
+  };
+  std::vector<Todo> waiting{{&tree, top, UINT32_MAX}};
+  while (!waiting.empty()) {
+    Todo t = waiting.back();
+    waiting.pop_back();
+    if (graft && t.from == &tree && t.folder == at) t = {graft, 0, t.parent};
+    const TreemapFolder& f = t.from->folders[t.folder];
+    const uint32_t index =
+        t.parent == UINT32_MAX
+            ? 0
+            : out.addFolder(
+                  t.parent,
+                  std::string(t.from == graft && t.folder == 0 ? tree.folders[at].name : f.name));
+    copyFiles(*t.from, t.from == &tree ? 0 : 1, t.folder, index);
+    for (auto c = f.children.rbegin(); c != f.children.rend(); ++c)
+      waiting.push_back({t.from, *c, index});
   }
+  out.finish();
   return out;
 }
 

@@ -19,8 +19,8 @@ namespace ql {
 // A folder of a kept tree, with the chain of folders from the tree's top down to it.
 struct TreemapPlace {
   std::shared_ptr<const TreemapTree> tree;  // null: nothing is known there
-  std::string top;                           // the path of the tree's folder 0, with "/"
-  std::vector<uint32_t> chain;               // folder indices, [0] = 0, back() = the folder
+  std::string top;                          // the path of the tree's folder 0, with "/"
+  std::vector<uint32_t> chain;              // folder indices, [0] = 0, back() = the folder
   uint32_t folder() const { return chain.empty() ? 0 : chain.back(); }
 };
 
@@ -28,8 +28,6 @@ class TreemapStore {
  public:
   // The files of a source (tree folder 0 stands for `path`); replaces what was kept for it.
   void put(const std::string& path, TreemapTree tree);
-  // A folder below a kept source was measured again: its part of the tree is replaced.
-  void graft(const std::string& path, TreemapTree tree);
   void removeFolder(const std::string& path);
   // One file of this name and size left `folder`.
   void removeFile(const std::string& folder, std::string_view name, int64_t size);
@@ -58,7 +56,9 @@ class TreemapStore {
 bool findTreemapFolder(const TreemapTree& tree, std::string_view below,
                        std::vector<uint32_t>& chain);
 
-// The folder and all below it as a tree of its own (folder 0 = `folder`).
-TreemapTree treemapSubtree(const TreemapTree& tree, uint32_t folder);
+// The folder `top` and all below it as a tree of its own (folder 0 = `top`); with `graft`, the
+// folder `at` holds what `graft` holds instead of its own (a folder measured again).
+TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft = nullptr,
+                        uint32_t at = 0);
 
 }  // namespace ql

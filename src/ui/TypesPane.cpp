@@ -41,7 +41,9 @@ TypesPane::TypesPane(ScanSession& session, const Guard& guard, QWidget* parent)
           guard_.wrap("lvwTypes_Click", [this](const QModelIndex& i) { pickRow(i.row()); }));
 }
 
-TypesPane::~TypesPane() { *alive_ = false; }
+TypesPane::~TypesPane() {
+  *alive_ = false;
+}
 
 void TypesPane::showFolder(const std::string& path) {
   if (addSlash(path) == folder_) return;
@@ -107,14 +109,16 @@ void TypesPane::accept(uint64_t ticket, std::vector<TypesRow> rows, int64_t tota
       item->setData(key, kSortRole);
       return item;
     };
-    const QString ext = r.extension.empty() ? TL(4541, "keine") : QString::fromStdString(r.extension);
+    const QString ext =
+        r.extension.empty() ? TL(4541, "keine") : QString::fromStdString(r.extension);
     QList<QStandardItem*> line{
         cell(ext, ext), cell(QString::number(r.files), QVariant::fromValue<qint64>(r.files)),
         cell(xFormatFileSizeAuto(r.bytes, true), QVariant::fromValue<qint64>(r.bytes)),
-        cell(total > 0 ? QString::number(100.0 * static_cast<double>(r.bytes) /
-                                             static_cast<double>(total),
-                                         'f', 1) + QStringLiteral(" %")
-                       : QString(),
+        cell(total > 0
+                 ? QString::number(
+                       100.0 * static_cast<double>(r.bytes) / static_cast<double>(total), 'f', 1) +
+                       QStringLiteral(" %")
+                 : QString(),
              QVariant::fromValue<qint64>(r.bytes)),
         cell(QStringLiteral("%1 (%2)").arg(pathText(r.largest),
                                            xFormatFileSizeAuto(r.largestSize, true)),
@@ -126,15 +130,38 @@ void TypesPane::accept(uint64_t ticket, std::vector<TypesRow> rows, int64_t tota
     model_->appendRow(line);
   }
   view_->setSortingEnabled(true);
-  view_->sortByColumn(view_->header()->sortIndicatorSection(), view_->header()->sortIndicatorOrder());
+  view_->sortByColumn(view_->header()->sortIndicatorSection(),
+                      view_->header()->sortIndicatorOrder());
   for (int c = 0; c < ColLargest; ++c) view_->resizeColumnToContents(c);
   if (again_) start();
 }
 
 std::vector<TypesRow> typesBelow(const TreemapTree& tree, uint32_t folder, const std::string& path,
                                  bool allocated) {
-  (void)tree, (void)folder, (void)path, (void)allocated;
-  return {};
+  std::vector<TypesRow> rows;
+  // Each folder that holds a largest file is listed once, however many kinds it leads.
+  std::unordered_map<uint32_t, std::vector<std::string>> named;
+  for (const TypeRow& t : tree.typesBelow(folder)) {
+    TypesRow& r = rows.emplace_back();
+    r.extension = t.extension;
+    r.files = t.files;
+    r.bytes = t.bytes;
+    if (t.largestFile == TypeRow::kNoFile) continue;
+    const TreemapFolder& f = tree.folders[t.largestFolder];
+    r.largestSize = TreemapTree::sizeOf(tree.files[t.largestFile]);
+    // The path from `folder` down to the one that holds it.
+    std::vector<uint32_t> chain;
+    for (uint32_t at = t.largestFolder; at != folder && at != 0; at = tree.parents[at])
+      chain.push_back(at);
+    r.largest = addSlash(path);
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+      r.largest += tree.folders[*it].name + '/';
+    auto [names, fresh] = named.try_emplace(t.largestFolder);
+    if (fresh) names->second = filesBySize(r.largest, allocated);
+    const uint32_t rank = t.largestFile - f.firstFile;
+    if (rank < names->second.size()) r.largest += names->second[rank];
+  }
+  return rows;
 }
 
 }  // namespace ql

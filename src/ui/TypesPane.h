@@ -25,7 +25,7 @@ class ScanSession;
 struct TypesRow {
   std::string extension;  // lower case, "" for none
   int64_t files = 0, bytes = 0;
-  std::string largest;    // the largest file's path
+  std::string largest;  // the largest file's path
   int64_t largestSize = 0;
 };
 
