@@ -96,6 +96,7 @@ class ScanSession : public QObject {
   // The report deleted or trashed a folder; files were deleted from a folder.
   void treemapFolderGone(const std::string& path);
   void treemapFileGone(const std::string& folder, std::string_view name, int64_t size);
+  size_t treemapBytes() const { return treemaps_.memoryUse(); }
 
   // Busy: a walk, an import or a long command of a pane runs; the window takes no new work.
   bool busy() const { return busy_; }
