@@ -24,6 +24,11 @@ PaneFrame::PaneFrame(ReportPane* report, DrivePane* drives, FileListPane* files,
   report_ =
       new Splitter(QStringLiteral("splReport"), Splitter::PanesAbove, report, pictures_, parent);
   report_->setControl2Visible(false);
+  // The pictures take the lower half and the types a third of it, at any size of the window.
+  report_->setKeepProportion(true);
+  report_->setProportion(50);
+  pictures_->setKeepProportion(true);
+  pictures_->setProportion(67);
   main_ =
       new Splitter(QStringLiteral("splMain"), Splitter::PanesSideBySide, report_, info_, parent);
   main_->setMinimumSize(1, 120);
@@ -41,12 +46,6 @@ void PaneFrame::show(bool report, bool drives, bool files, bool largest, bool tr
   report_->setControl1Visible(true);
   report_->setControl2Visible(pictures);
   report_->setControl1Visible(report || !pictures);
-  // The first time they show, the pictures take the lower half, the types a third of it.
-  if (pictures && !picturesPlaced_ && report_->height() > 100) {
-    picturesPlaced_ = true;
-    report_->setPosition(report_->height() / 2);
-    pictures_->setPosition(pictures_->width() * 2 / 3);
-  }
   const bool left = report || pictures;
   if (!drives && !files && !largest) {
     main_->setControl1Visible(true);

@@ -37,7 +37,6 @@ class PaneFrame {
   Splitter* main_ = nullptr;
   Splitter* report_ = nullptr;
   Splitter* pictures_ = nullptr;
-  bool picturesPlaced_ = false;
 };
 
 }  // namespace ql

@@ -101,24 +101,28 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
           }));
   bar->addWidget(up_);
   bar->addWidget(crumbs_, 1);
-  // The legend: one swatch a kind.
+  column->addLayout(bar);
+  canvas_ = new QWidget(this);
+  // The legend below the picture: one swatch a kind.
+  auto* legend = new QHBoxLayout;
+  legend->setContentsMargins(2, 0, 2, 2);
   for (int k = 1; k <= static_cast<int>(FileKind::Count); ++k) {
     const auto kind = static_cast<FileKind>(k % static_cast<int>(FileKind::Count));
     QPixmap swatch(10, 10);
     swatch.fill(treemapColor(kind));
     auto* icon = new QLabel(this);
     icon->setPixmap(swatch);
-    bar->addWidget(icon);
-    bar->addWidget(new QLabel(kindName(kind), this));
+    legend->addWidget(icon);
+    legend->addWidget(new QLabel(kindName(kind), this));
   }
-  column->addLayout(bar);
-  canvas_ = new QWidget(this);
+  legend->addStretch(1);
   canvas_->setObjectName(QStringLiteral("picTreemapCanvas"));
   canvas_->setMouseTracking(true);
   canvas_->setMinimumSize(40, 40);
   canvas_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
   canvas_->installEventFilter(this);
   column->addWidget(canvas_, 1);
+  column->addLayout(legend);
 }
 
 TreemapPane::~TreemapPane() {
