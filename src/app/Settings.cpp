@@ -51,6 +51,8 @@ constexpr SettingKey kKeys[] = {
     {"Optionen", "DiskinfoVisible", F::Flag, "1", nullptr, QL_FIELD(DiskinfoVisible)},
     {"Optionen", "FilelistVisible", F::Flag, "1", nullptr, QL_FIELD(FilelistVisible)},
     {"Optionen", "ToplistVisible", F::Flag, "0", nullptr, QL_FIELD(ToplistVisible)},
+    {"Optionen", "TreemapVisible", F::Flag, "0", nullptr, QL_FIELD(TreemapVisible)},
+    {"Optionen", "TypesVisible", F::Flag, "0", nullptr, QL_FIELD(TypesVisible)},
     {"Optionen", "ColPercentVisible", F::Flag, "1", nullptr, QL_FIELD(ColPercentVisible)},
     {"Optionen", "ColFileVisible", F::Flag, "1", nullptr, QL_FIELD(ColFileVisible)},
     {"Optionen", "ColFolderVisible", F::Flag, "1", nullptr, QL_FIELD(ColFolderVisible)},

@@ -90,6 +90,8 @@ struct MainOptions {
   int DiskinfoVisible = 0;
   int FilelistVisible = 0;
   int ToplistVisible = 0;
+  int TreemapVisible = 0;
+  int TypesVisible = 0;
   int ColPercentVisible = 0;
   int ColFileVisible = 0;
   int ColFolderVisible = 0;

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "treemap/FileKind.h"
+
 namespace ql {
 
 TopFiles::TopFiles(int limit) : limit_(std::clamp(limit, kMinimum, kMaximum)) {}
@@ -74,6 +76,19 @@ std::vector<FileRow> TopFiles::result() const {
     completeRow(r, c.mode, c.blocks, c.attributes);
   }
   return rows;
+}
+
+std::vector<FileRow> TopFiles::ofExtension(const std::vector<FileRow>& rows,
+                                           std::string_view extension) {
+  std::vector<FileRow> kept;
+  for (const FileRow& r : rows) {
+    const std::string_view own = typeExtension(r.name);
+    char lower[64];
+    if (own.size() == extension.size() &&
+        std::string_view(lower, lowerExtension(own, lower, sizeof lower)) == extension)
+      kept.push_back(r);
+  }
+  return kept;
 }
 
 }  // namespace ql

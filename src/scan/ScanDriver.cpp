@@ -90,6 +90,7 @@ std::string ScanDriver::currentFolder() const {
 
 void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   job_ = job;
+  walkPath_ = path;
   node_ = node;
   placed_.clear();
   stopSeen_ = {};

@@ -48,6 +48,9 @@ class ScanDriver : public QObject {
   // on the owner thread just before the walk starts, also for a files-only rescan, whose walk
   // offers nothing. The walk keeps its collector alive as long as it runs, even when abandoned.
   void setFeedFactory(std::function<std::shared_ptr<FileFeed>()> factory) { feedFactory_ = std::move(factory); }
+  // While the factory runs: the folder about to be walked, and whether its files are offered.
+  const std::string& walkPath() const { return walkPath_; }
+  bool walkOffersFiles() const { return job_ != Job::FilesRescan; }
 
   // Sources waiting to be read, taken from the front; sources added during a scan are read in
   // the same run. Paths are bytes, used exactly as given.
@@ -127,6 +130,7 @@ class ScanDriver : public QObject {
   bool async_ = false;
 
   Job job_ = Job::Source;
+  std::string walkPath_;
   std::shared_ptr<Run> run_;
   std::thread thread_;
   uint32_t node_ = kNoNode;       // the folder being read

@@ -33,6 +33,8 @@ enum : int {
   ShowDrives = 21,
   ShowFiles = 306,
   ShowLargest = 307,
+  ShowTreemap = 326,
+  ShowTypes = 327,
   Options = 14,
   BigIcons = 27,
   IconText = 34,
@@ -48,7 +50,7 @@ enum : int {
   Exit = 20,
 };
 static_assert(disjoint({Sources,    New,         Import,      Start,   Stop,     ShowReport,
-                        ShowDrives, ShowFiles,   ShowLargest, Options, BigIcons, IconText,
+                        ShowDrives, ShowFiles,   ShowLargest, ShowTreemap, ShowTypes, Options, BigIcons, IconText,
                         FontLarger, FontSmaller, Language,    German,  English,  Russian,
                         About,      Homepage,    Update,      Exit}));
 }  // namespace main

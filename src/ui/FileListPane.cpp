@@ -291,6 +291,7 @@ void FileListPane::onReadFinished() {
   fitColumns();
   say(filesInTotal(model_->rowCount(),
                    FormatSize(model_->unit(), total, true, false, true).trimmed()));
+  selectPending();
 }
 
 void FileListPane::showRows(const std::string& folder, std::vector<FileRow> rows, bool onDisk,
@@ -308,6 +309,7 @@ void FileListPane::showRows(const std::string& folder, std::vector<FileRow> rows
   fitColumns();
   say(filesInTotal(model_->rowCount(),
                    FormatSize(model_->unit(), total, true, false, true).trimmed()));
+  selectPending();
 }
 
 void FileListPane::stopReading() {
@@ -326,6 +328,7 @@ void FileListPane::clearList() {
   root_.clear();
   readOnly_ = false;
   collector_.reset();
+  collected_.clear();
   model_->clear();
   status_.clear();
   if (holdsPreview()) preview_->clear();
@@ -342,11 +345,43 @@ std::shared_ptr<TopFiles> FileListPane::beginRead() {
   return collector_;
 }
 
+void FileListPane::setExtensionFilter(const std::string& extension, bool all) {
+  if (kind_ != Kind::Top || (filtered_ != all && filter_ == extension)) return;
+  filter_ = extension;
+  filtered_ = !all;
+  std::vector<FileRow> rows = filtered_ ? TopFiles::ofExtension(collected_, filter_) : collected_;
+  std::vector<uint32_t> order = freshOrder(rows, model_->order());
+  model_->setRows(std::move(rows), std::move(order));
+}
+
+void FileListPane::selectFile(const std::string& name, std::function<void()> then) {
+  selectName_ = name;
+  afterSelect_ = std::move(then);
+  if (!reading()) selectPending();
+}
+
+void FileListPane::selectPending() {
+  const std::string name = std::exchange(selectName_, {});
+  const std::function<void()> then = std::exchange(afterSelect_, {});
+  if (name.empty()) return;
+  for (int i = 0; i < model_->rowCount(); ++i) {
+    if (model_->row(i).name != name) continue;
+    const QModelIndex at = model_->index(i, 0);
+    view_->selectionModel()->setCurrentIndex(
+        at, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view_->scrollTo(at);
+    showSelectionSize();
+    if (then) then();
+    return;
+  }
+}
+
 void FileListPane::endRead(const std::string& source, const std::string& root) {
   if (!collector_) return;
   root_ = root.empty() ? source : root;
-  std::vector<FileRow> rows = collector_->result();
+  collected_ = collector_->result();
   collector_.reset();
+  std::vector<FileRow> rows = filtered_ ? TopFiles::ofExtension(collected_, filter_) : collected_;
   std::vector<uint32_t> order = freshOrder(rows, model_->order());
   model_->setRows(std::move(rows), std::move(order));
   fitColumns();
@@ -468,6 +503,12 @@ int FileListPane::deleteFiles(bool toTrash) {
   std::vector<std::string> folders;
   QApplication::setOverrideCursor(Qt::WaitCursor);
   QStringList failures;
+  qsizetype failed = 0;
+  struct Gone {
+    std::string folder, name;
+    int64_t size;
+  };
+  std::vector<Gone> gone;
   for (int row : rows) {
     const FoundPath path = foundOf(row);
     const uint64_t inode = model_->row(row).inode;
@@ -478,6 +519,8 @@ int FileListPane::deleteFiles(bool toTrash) {
       failures << QString::fromStdString(error);
     }
     const std::string folder = kind_ == Kind::Files ? folder_ : model_->row(row).folder();
+    if (failures.size() == failed) gone.push_back({folder, model_->row(row).name, model_->row(row).size});
+    failed = failures.size();
     if (std::find(folders.begin(), folders.end(), folder) == folders.end()) folders.push_back(folder);
   }
   // Every selected row goes, done or not: the list shows what was asked, the next read corrects it.
@@ -486,6 +529,7 @@ int FileListPane::deleteFiles(bool toTrash) {
   QApplication::restoreOverrideCursor();
   for (const QString& f : failures) warn(f);
   say(QString());
+  for (const Gone& g : gone) Q_EMIT fileGone(g.folder, g.name, g.size);
   Q_EMIT filesDeleted(folders);
   return static_cast<int>(rows.size());
 }

@@ -79,6 +79,13 @@ class FileListPane : public QWidget {
   // that names `source`. Its rows are reached from `root`, the source of the tree ("": `source`).
   void endRead(const std::string& source, const std::string& root = {});
   int limit() const;
+  // Top: shows only the files of this extension (lower case, "" for none) among those
+  // collected; `all` shows them all again.
+  void setExtensionFilter(const std::string& extension, bool all = false);
+
+  // Selects the file of this name once the folder being read is in (at once when it is), then
+  // calls `then`; a name not in the list selects nothing and calls nothing.
+  void selectFile(const std::string& name, std::function<void()> then = {});
 
   void startSearch();
   // Deletes or trashes the selected files, from the last selected row to the first; every row
@@ -111,6 +118,8 @@ class FileListPane : public QWidget {
   void statusText(const QString& text);  // panel 2
   // Files were deleted or trashed from these folders.
   void filesDeleted(const std::vector<std::string>& folders);
+  // One file is gone (emitted for each before filesDeleted).
+  void fileGone(const std::string& folder, const std::string& name, qint64 size);
   void fullViewRequested();
 
  protected:
@@ -144,6 +153,12 @@ class FileListPane : public QWidget {
   std::string folder_;  // Files: the folder shown, with a trailing "/"; "" forces the next read
   std::string root_;    // the source the rows were found below
   std::shared_ptr<TopFiles> collector_;
+  std::vector<FileRow> collected_;  // Top: every row of the read, whatever the filter
+  std::string filter_;
+  bool filtered_ = false;
+  std::string selectName_;  // selected once the read is in
+  std::function<void()> afterSelect_;
+  void selectPending();
   bool fixingLimit_ = false;
   bool readOnly_ = false;  // the rows name files that are not on this machine
   bool allocated_ = false;

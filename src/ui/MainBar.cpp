@@ -34,6 +34,10 @@ MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
              "Dateiliste anzeigen", true, o.FilelistVisible);
   AddControl(T::Button, ShowLargest, 3724, "Größte Dateien", "view-sort-descending", false, 3725,
              "Liste mit den größten Dateien anzeigen", true, o.ToplistVisible);
+  AddControl(T::Button, ShowTreemap, 4520, "Treemap", "quorlane-treemap", false, 4521,
+             "Treemap des gewählten Ordners anzeigen", true, o.TreemapVisible);
+  AddControl(T::Button, ShowTypes, 4522, "Dateitypen", "quorlane-types", false, 4523,
+             "Dateitypen des gewählten Ordners anzeigen", true, o.TypesVisible);
   AddControl(T::Button, Options, 3547, "Optionen", "preferences-system", true, 3548, "Optionen");
   AddControl(T::Button, BigIcons, 3627, "Symbolgröße", "zoom-in", true, 3628, "Symbole vergrößern",
              true, o.BigIcons);
@@ -111,6 +115,8 @@ void MainBar::storeOptions(MainOptions& o) const {
   o.DiskinfoVisible = isChecked(ShowDrives);
   o.FilelistVisible = isChecked(ShowFiles);
   o.ToplistVisible = isChecked(ShowLargest);
+  o.TreemapVisible = isChecked(ShowTreemap);
+  o.TypesVisible = isChecked(ShowTypes);
   o.BigIcons = isChecked(BigIcons);
   o.SymbolText = isChecked(IconText);
 }

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QMenu>
 #include <QMessageBox>
 #include <QProcess>
 #include <QStatusBar>
@@ -83,9 +84,13 @@ void MainWindow::buildPanes(const MainOptions& o) {
   connect(report_, &ReportPane::busyChanged, this,
           guard_.wrap("Report_DeleteFolder", [this](bool busy) { session_->setBusy(busy); }));
   connect(report_, &ReportPane::currentFolderChanged, this,
-          guard_.wrap("tvwPL_SelChange", [this](uint32_t node) { showFolderFiles(node); }));
+          guard_.wrap("tvwPL_SelChange", [this](uint32_t node) {
+            showFolderFiles(node);
+            if (!fromTreemap_) showPictures(node);
+          }));
   connect(report_, &ReportPane::folderDeleted, this,
           guard_.wrap("Report_DeleteFolder", [this](const std::string& path) {
+            session_->treemapFolderGone(path);
             drives_->refreshDrive(path);
             files_->refresh();
           }));
@@ -112,6 +117,11 @@ void MainWindow::buildPanes(const MainOptions& o) {
   top_->setPreview(preview_, files_);
   for (FileListPane* pane : {files_, top_}) {
     connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
+    connect(pane, &FileListPane::fileGone, this,
+            guard_.wrap("Filelist_DeleteFiles", [this](const std::string& folder,
+                                                       const std::string& name, qint64 size) {
+              session_->treemapFileGone(folder, name, size);
+            }));
     connect(pane, &FileListPane::fullViewRequested, this,
             guard_.wrap("cbrFiles_Execute", [this, pane] {
               toggleFullView(pane == files_ ? ShowFiles : ShowLargest);
@@ -134,11 +144,56 @@ void MainWindow::buildPanes(const MainOptions& o) {
   for (FileListPane* pane : {files_, top_})
     pane->bar().control(cmd::files::FullView)->setCheckable(true);
 
-  frame_ = std::make_unique<PaneFrame>(report_, drives_, files_, top_, this);
+  buildPictures();
+  frame_ = std::make_unique<PaneFrame>(report_, drives_, files_, top_, treemap_, types_, this);
   splMain_ = &frame_->main();
   splInfo_ = &frame_->info();
   setCentralWidget(splMain_);
   setFontSize(o.FontSize);
+}
+
+void MainWindow::buildPictures() {
+  treemap_ = new TreemapPane(*session_, guard_, this);
+  types_ = new TypesPane(*session_, guard_, this);
+  connect(treemap_, &TreemapPane::statusText, status_, &QLabel::setText);
+  connect(treemap_, &TreemapPane::fileClicked, this,
+          guard_.wrap("Treemap_MouseUp", [this](const std::string& folder, const std::string& name,
+                                                bool menu, QPoint at) {
+            selectFromTreemap(folder, name, menu, at);
+          }));
+  connect(types_, &TypesPane::extensionPicked, this,
+          guard_.wrap("lvwTypes_Click", [this](const std::string& extension, bool picked) {
+            treemap_->setHighlight(picked ? extension : std::string(), picked);
+            top_->setExtensionFilter(extension, !picked);
+          }));
+  connect(session_, &ScanSession::treemapChanged, this, guard_.wrap("Treemap_Refresh", [this] {
+            treemap_->refresh();
+            types_->refresh();
+          }));
+}
+
+void MainWindow::showPictures(uint32_t node) {
+  const bool treemap = cbrMain_->isChecked(ShowTreemap), types = cbrMain_->isChecked(ShowTypes);
+  if ((!treemap && !types) || !session_->tree().isLive(node)) return;
+  if (!session_->tree().isFolder(node)) node = session_->tree().parent(node);
+  const std::string path = session_->tree().fullPath(node);
+  if (treemap) treemap_->showFolder(path);
+  if (types) types_->showFolder(path);
+}
+
+void MainWindow::selectFromTreemap(const std::string& folder, const std::string& name, bool menu,
+                                   QPoint at) {
+  const uint32_t node = session_->nodeOfPath(folder);
+  if (node == kNoNode || session_->busy()) return;
+  fromTreemap_ = true;
+  report_->selectNode(node);
+  fromTreemap_ = false;
+  const bool listShown = cbrMain_->isChecked(ShowFiles) && splInfo_->Control2Visible();
+  if (!listShown && !menu) return;
+  // The menu is the file list's own: for it the list reads the folder even when not in view.
+  showFolderFiles(node, true);
+  files_->selectFile(name, menu ? std::function<void()>([this, at] { files_->popupMenu()->popup(at); })
+                                : std::function<void()>());
 }
 
 void MainWindow::wireSession() {
@@ -169,6 +224,9 @@ void MainWindow::wireSession() {
             if (node != kNoNode && walked) drives_->selectDrive(session_->tree().fullPath(node));
             // The selection moved while the report took no input: the file list follows it now.
             showFolderFiles(report_->selectedNode());
+            // A new source is shown whole; after a rescan the pictures stay where they were.
+            if (walked || (node != kNoNode && session_->tree().isRoot(node)))
+              showPictures(report_->selectedNode());
           }));
 }
 
@@ -176,8 +234,8 @@ void MainWindow::setStartImports(const std::vector<std::string>& files) {
   for (const std::string& file : files) session_->importFile(file);
 }
 
-void MainWindow::showFolderFiles(uint32_t node) {
-  if (!cbrMain_->isChecked(ShowFiles) || !splInfo_->Control2Visible()) return;
+void MainWindow::showFolderFiles(uint32_t node, bool evenHidden) {
+  if (!evenHidden && (!cbrMain_->isChecked(ShowFiles) || !splInfo_->Control2Visible())) return;
   ScanSession::FolderFiles f;
   if (!session_->folderFiles(node, f)) return;
   if (f.imported)
@@ -209,6 +267,10 @@ void MainWindow::cbrMain_Execute(int id) {
 void MainWindow::runCommand(int id) {
   if (id == ShowReport || id == ShowDrives || id == ShowFiles || id == ShowLargest) {
     if (cbrMain_->toggleList(id)) showPanes();
+    return;
+  }
+  if (id == ShowTreemap || id == ShowTypes) {
+    showPanes();
     return;
   }
   if (id == New) {
@@ -266,8 +328,10 @@ void MainWindow::showOptions() {
 void MainWindow::showPanes() {
   const bool r = cbrMain_->isChecked(ShowReport), d = cbrMain_->isChecked(ShowDrives);
   const bool f = cbrMain_->isChecked(ShowFiles), t = cbrMain_->isChecked(ShowLargest);
-  frame_->show(r, d, f, t);
+  const bool tm = cbrMain_->isChecked(ShowTreemap), ty = cbrMain_->isChecked(ShowTypes);
+  frame_->show(r, d, f, t, tm, ty);
   if (f) showFolderFiles(report_->selectedNode());
+  showPictures(report_->selectedNode());
   // "Vollansicht" is checked on the bar of the pane that stands alone, and a click takes it back.
   report_->bar().setChecked(cmd::report::FullView, r && !d && !f && !t);
   files_->bar().setChecked(cmd::files::FullView, f && !r && !d);
@@ -319,6 +383,8 @@ void MainWindow::setControlsEnabled(bool on) {
   cbrMain_->setBusy(!on);
   report_->setControlsEnabled(on);
   for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(on);
+  // Pointing still names what lies where; a click waits (selectFromTreemap) until idle.
+  types_->view().setEnabled(on);
 }
 
 void MainWindow::openOnDesktop(const QUrl& url) {

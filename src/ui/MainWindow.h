@@ -22,6 +22,8 @@
 #include "ui/ScanSession.h"
 #include "ui/SourcesBox.h"
 #include "ui/Splitter.h"
+#include "ui/TreemapPane.h"
+#include "ui/TypesPane.h"
 
 namespace ql {
 
@@ -52,6 +54,8 @@ class MainWindow : public QMainWindow {
   FileListPane& topPane() { return *top_; }
   DrivePane& drivePane() { return *drives_; }
   PreviewPane& previewPane() { return *preview_; }
+  TreemapPane& treemapPane() { return *treemap_; }
+  TypesPane& typesPane() { return *types_; }
   SourcesBox& cboOrdner() { return *cboOrdner_; }
   MainBar& cbrMain() { return *cbrMain_; }
   QLabel& statusPanel1() { return *status_; }
@@ -82,7 +86,13 @@ class MainWindow : public QMainWindow {
   void fitDriveTable();
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
-  void showFolderFiles(uint32_t node);
+  void showFolderFiles(uint32_t node, bool evenHidden = false);
+  // The treemap and the types follow the report's folder, when they are in view.
+  void showPictures(uint32_t node);
+  void buildPictures();
+  // A file picked in the treemap: its folder in the report, the file in the file list, and
+  // with `menu` the file list's menu for it at `at`.
+  void selectFromTreemap(const std::string& folder, const std::string& name, bool menu, QPoint at);
   // "Vollansicht" of a pane's bar: `list` is the main bar's switch of that pane.
   void toggleFullView(int list);
   void activate();
@@ -105,6 +115,9 @@ class MainWindow : public QMainWindow {
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
   PreviewPane* preview_ = nullptr;  // beside whichever of the two lists is in view
+  TreemapPane* treemap_ = nullptr;
+  TypesPane* types_ = nullptr;
+  bool fromTreemap_ = false;  // the report's selection moves for a file picked in the treemap
   bool restartRequested_ = false;
   bool activated_ = false;
   int startState_ = 0;

@@ -1,10 +1,14 @@
 #include "ui/ScanSession.h"
 
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThreadPool>
 #include <algorithm>
 #include <cstring>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
+#include "scan/FeedFan.h"
 #include "scan/FileOps.h"
 #include "snapshot/SnapshotKeeper.h"
 #include "support/Logs.h"
@@ -80,7 +84,96 @@ void ScanSession::setCounting(bool allocated, bool linksOnce) {
 void ScanSession::setLargestFiles(LargestFiles list) {
   largest_ = std::move(list);
   // The largest files are collected inside each walk; the list belongs to the read made last.
-  driver_->setFeedFactory([this] { return largest_.begin(); });
+  driver_->setFeedFactory([this] {
+    return FeedFan::of({largest_.begin ? largest_.begin() : nullptr,
+                        driver_->walkOffersFiles() ? beginTreemap(driver_->walkPath()) : nullptr});
+  });
+}
+
+std::shared_ptr<FileFeed> ScanSession::beginTreemap(const std::string& path) {
+  collecting_ = std::make_shared<TreemapCollector>(path, true, false);
+  collectingPath_ = path;
+  return collecting_;
+}
+
+void ScanSession::endTreemap(bool graft, const std::string& importedRoot) {
+  std::shared_ptr<TreemapCollector> collector = std::move(collecting_);
+  if (!collector) return;
+  // A folder measured again goes into the tree of its source, as it is now.
+  TreemapPlace old;
+  if (graft) {
+    old = treemaps_.find(collectingPath_);
+    if (!old.tree) return;  // nothing kept there: a later full read brings it
+  }
+  // Merging a million files takes longer than the window may wait.
+  QPointer<ScanSession> self(this);
+  QThreadPool::globalInstance()->start([self, collector, old, importedRoot,
+                                        path = collectingPath_]() mutable {
+    TreemapTree fresh = collector->takeTree();
+    collector.reset();
+    std::string top = path;
+    if (old.tree) {
+      fresh = copyTreemap(*old.tree, 0, &fresh, old.folder());
+      top = old.top;
+      old.tree.reset();
+    } else if (!importedRoot.empty()) {  // an import is collected from "/" down
+      std::vector<uint32_t> chain;
+      if (importedRoot[0] != '/' ||
+          !findTreemapFolder(fresh, std::string_view(importedRoot).substr(1), chain))
+        return;
+      fresh = copyTreemap(fresh, chain.back());
+      top = importedRoot;
+    }
+    auto tree = std::make_shared<TreemapTree>(std::move(fresh));
+    QMetaObject::invokeMethod(
+        qApp,
+        [self, tree, top] {
+          if (!self) return;
+          self->guard_.run("Treemap", [&] {
+            self->treemaps_.put(top, std::move(*tree));
+            Q_EMIT self->treemapChanged();
+          });
+        },
+        Qt::QueuedConnection);
+  });
+}
+
+TreemapPlace ScanSession::treemapAt(const std::string& path) {
+  std::vector<std::string> roots;
+  for (uint32_t root : tree_.roots()) roots.push_back(tree_.fullPath(root));
+  treemaps_.keepOnly(roots);  // sources taken out of the report go with their files
+  return treemaps_.find(path);
+}
+
+uint32_t ScanSession::nodeOfPath(const std::string& path) const {
+  const std::string p = addSlash(path);
+  for (uint32_t root : tree_.roots()) {
+    const std::string top = addSlash(tree_.fullPath(root));
+    if (p.compare(0, top.size(), top) != 0) continue;
+    uint32_t node = root;
+    std::string_view rest = std::string_view(p).substr(top.size());
+    while (node != kNoNode && !rest.empty()) {
+      const size_t end = rest.find('/');
+      const std::string_view name = rest.substr(0, end);
+      rest.remove_prefix(end + 1);
+      uint32_t found = kNoNode;
+      for (uint32_t child : tree_.children(node))
+        if (tree_.isFolder(child) && tree_.text(child) == name) found = child;
+      node = found;
+    }
+    if (node != kNoNode) return node;
+  }
+  return kNoNode;
+}
+
+void ScanSession::treemapFolderGone(const std::string& path) {
+  treemaps_.removeFolder(path);
+  Q_EMIT treemapChanged();
+}
+
+void ScanSession::treemapFileGone(const std::string& folder, std::string_view name, int64_t size) {
+  treemaps_.removeFile(folder, name, size);
+  Q_EMIT treemapChanged();
 }
 
 void ScanSession::applyOptions(const MainOptions& options) {
@@ -114,12 +207,14 @@ void ScanSession::wireDriver() {
           guard_.wrap("Ordnerliste_Abarbeiten", [this] { finish(driver_->lastRoot(), true); }));
   connect(&d, &ScanDriver::rescanFinished, this,
           guard_.wrap("Report_Rescan", [this](uint32_t node) {
+            endTreemap(true);
             imports_->forget(node);
             endLargestFiles(node);
             finish(node, false);
           }));
   connect(&d, &ScanDriver::sourceFinished, this,
           guard_.wrap("QuelleEinlesen", [this](uint32_t root) {
+            endTreemap(false);
             endLargestFiles(root);
             keepSnapshot(root);
           }));
@@ -229,6 +324,7 @@ void ScanSession::stop() {
   if (!imports_->busy()) return;
   // Nothing of a stopped import joins the report.
   imports_->stop();
+  collecting_.reset();
   pendingImports_.clear();
   if (largest_.clear) largest_.clear();
   setBusy(false);
@@ -262,7 +358,9 @@ void ScanSession::importFile(const std::string& file) {
   setBusy(true);
   Q_EMIT statusText(
       TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
-  std::shared_ptr<FileFeed> feed = largest_.begin ? largest_.begin() : nullptr;
+  // The export's root is known only once read: its files are collected from "/" down.
+  std::shared_ptr<FileFeed> feed =
+      FeedFan::of({largest_.begin ? largest_.begin() : nullptr, beginTreemap("/")});
   imports_->start(file, std::move(feed), o);
 }
 
@@ -277,11 +375,13 @@ void ScanSession::onImportFinished(uint32_t root, const QString& error) {
   setBusy(false);
   Q_EMIT statusText(TL(3525, "OK."));
   if (root == kNoNode) {
+    collecting_.reset();
     if (largest_.clear) largest_.clear();
     Q_EMIT warning(TL(4057, "Die Datei '%1' kann nicht eingelesen werden:%!%2",
                       {pathText(importing_), error}));
   } else {
     if (largest_.end) largest_.end(tree_.fullPath(root), std::string());
+    endTreemap(false, addSlash(tree_.fullPath(root)));
     Q_EMIT sourceStarted(root);
     Q_EMIT readDone(root, false);
   }

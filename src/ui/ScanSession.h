@@ -22,12 +22,14 @@
 #include "lists/FileRow.h"
 #include "report/ReportTree.h"
 #include "scan/ScanDriver.h"
+#include "ui/TreemapStore.h"
 
 namespace ql {
 
 class ImportedSources;
 class FileFeed;
 class SnapshotKeeper;
+class TreemapCollector;
 
 class ScanSession : public QObject {
   Q_OBJECT
@@ -47,6 +49,7 @@ class ScanSession : public QObject {
   ScanDriver& driver() { return *driver_; }
   ImportedSources& imports() { return *imports_; }
   const Stop& stopFlag() const { return stop_; }
+  bool sizesAllocated() const { return options_.SizeAllocated != 0; }
   void setLargestFiles(LargestFiles list);
   void applyOptions(const MainOptions& options);
   // Sizes are counted the new way from now on, and the setting is kept. The tree holds one size
@@ -85,6 +88,17 @@ class ScanSession : public QObject {
   // An imported folder that is not on this machine cannot be read again, deleted or renamed.
   bool locked(uint32_t node) const;
 
+  // --- The treemap: every full read and import also keeps each file's size, kind and extension (10 bytes
+  // a file), so the treemap and types panes can show any folder without reading it again.
+  // The files of a folder of the report, empty while it is read or when nothing is known.
+  TreemapPlace treemapAt(const std::string& path);
+  // The report node of a folder's path, kNoNode when the report holds none.
+  uint32_t nodeOfPath(const std::string& path) const;
+  // The report deleted or trashed a folder; files were deleted from a folder.
+  void treemapFolderGone(const std::string& path);
+  void treemapFileGone(const std::string& folder, std::string_view name, int64_t size);
+  size_t treemapBytes() const { return treemaps_.memoryUse(); }
+
   // Busy: a walk, an import or a long command of a pane runs; the window takes no new work.
   bool busy() const { return busy_; }
   void setBusy(bool busy);
@@ -103,6 +117,8 @@ class ScanSession : public QObject {
   // `walked`), or a rescan of `node` ended, or an import joined the report as the root `node`
   // (after sourceStarted). The session is idle again.
   void readDone(uint32_t node, bool walked);
+  // What the treemap knows has changed (a read was taken in, something was deleted).
+  void treemapChanged();
 
  private:
   void wireDriver();
@@ -112,6 +128,9 @@ class ScanSession : public QObject {
   void onImportFinished(uint32_t root, const QString& error);
   void importNext();
   void keepSnapshot(uint32_t root);
+  std::shared_ptr<FileFeed> beginTreemap(const std::string& path);
+  // Builds the tree of the collection just ended off this thread; `graft` for a rescan.
+  void endTreemap(bool graft, const std::string& importedRoot = {});
 
   const Guard& guard_;
   Stop stop_;  // before the driver, which holds it
@@ -130,6 +149,9 @@ class ScanSession : public QObject {
   std::unique_ptr<SnapshotKeeper> snapshots_;
   int failuresAtStart_ = 0;
   qsizetype refusedAtStart_ = 0;
+  TreemapStore treemaps_;
+  std::shared_ptr<TreemapCollector> collecting_;  // of the walk or import under way
+  std::string collectingPath_;
 };
 
 }  // namespace ql

@@ -21,6 +21,9 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/PaneFrame.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Splitter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TranslateControls.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/TreemapPane.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/TreemapStore.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/TypesPane.cpp
   ${CMAKE_CURRENT_LIST_DIR}/WindowState.cpp
   ${CMAKE_CURRENT_LIST_DIR}/dialogs/ReportOutputDialog.cpp
   ${CMAKE_CURRENT_LIST_DIR}/dialogs/ShowLog.cpp
