@@ -26,6 +26,7 @@
 
 #include <mpi.h>
 
+#include <unistd.h>
 #include <QCoreApplication>
 #include <cerrno>
 #include <chrono>
@@ -37,7 +38,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "app/CommandLine.h"
@@ -61,8 +61,12 @@ constexpr size_t kBatchesInFlight = 2;
 
 // --- Messages: native byte order, as all ranks of a job run one build. ---
 
-void put32(std::string& out, uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
-void put64(std::string& out, uint64_t v) { out.append(reinterpret_cast<const char*>(&v), 8); }
+void put32(std::string& out, uint32_t v) {
+  out.append(reinterpret_cast<const char*>(&v), 4);
+}
+void put64(std::string& out, uint64_t v) {
+  out.append(reinterpret_cast<const char*>(&v), 8);
+}
 void putText(std::string& out, std::string_view s) {
   put64(out, s.size());
   out.append(s);
@@ -154,9 +158,8 @@ int envNumber(const char* name) {
 
 void simulatedLatency(ExportWalk& walk) {
   if (const int us = envNumber("QUORLANE_MPI_DELAY_US"); us > 0)
-    walk.setBeforeRead([us](const ExportFolder&) {
-      std::this_thread::sleep_for(std::chrono::microseconds(us));
-    });
+    walk.setBeforeRead(
+        [us](const ExportFolder&) { std::this_thread::sleep_for(std::chrono::microseconds(us)); });
 }
 
 // --- The other ranks: read what rank 0 hands out until it says the end. ---
@@ -198,7 +201,8 @@ int runReader(int rank) {
       if (status.MPI_TAG == kStart) {
         const std::string root(in.text());
         std::vector<std::string> excludes;
-        for (auto n = in.number<uint64_t>(); n > 0 && !in.bad; --n) excludes.emplace_back(in.text());
+        for (auto n = in.number<uint64_t>(); n > 0 && !in.bad; --n)
+          excludes.emplace_back(in.text());
         walk = std::make_unique<ExportWalk>(1, nullptr, excludes);
         walk->setRoot(root);
         simulatedLatency(*walk);
@@ -490,8 +494,7 @@ int runWriter(const Options& o, int ranks, int argc, char** argv) {
   {
     ExportWalk walk(1, &coordinator.stop, excludes);
     simulatedLatency(walk);
-    if (ranks > 1)
-      walk.setHelper([&](ExportWalk& w) { coordinator.help(w, excludes); });
+    if (ranks > 1) walk.setHelper([&](ExportWalk& w) { coordinator.help(w, excludes); });
     if (out.open(file))
       r = walk.run(o.folder, out.fd(), file != "-" && isZstdName(file));
     else
