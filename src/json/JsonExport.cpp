@@ -1,5 +1,7 @@
 #include "json/JsonExport.h"
 
+#include "json/ExportWalk.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -58,9 +60,6 @@ namespace {
 
 constexpr unsigned kMask = STATX_SIZE | STATX_BLOCKS | STATX_INO | STATX_NLINK | STATX_MODE | STATX_MNT_ID;
 constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-// Folders read by workers and not yet written: enough to keep the workers busy, few enough that
-// memory stays flat.
-constexpr uint32_t kAhead = 1024;
 // Folders kept open for their subfolders, well below any descriptor limit.
 constexpr int kOpenFolders = 256;
 // Workers when the disk keeps them waiting.
@@ -132,88 +131,34 @@ class Output {
   std::unique_ptr<ZstdWriter> zstd_;
 };
 
+}  // namespace
+
 // A folder kept open for its subfolders, which open themselves relative to it: no path is
 // looked up again. Closed when the last of them is open.
-struct OpenFolder {
+struct ExportOpenFolder {
   int fd;
   std::atomic<int>& count;
-  OpenFolder(int f, std::atomic<int>& c) : fd(f), count(c) {}
-  ~OpenFolder() {
+  ExportOpenFolder(int f, std::atomic<int>& c) : fd(f), count(c) {}
+  ~ExportOpenFolder() {
     ::close(fd);
     count.fetch_sub(1, std::memory_order_relaxed);
   }
 };
 
-struct Folder {
-  std::string path;  // for opening it
-  uint32_t nameAt = 0;  // its name within the path
-  std::shared_ptr<OpenFolder> parent;  // open until this folder is
-  std::string info;  // its info object without the closing brace
-  uint64_t mountId = 0;
-  // Its place in the writer's order: the index of each folder on the way down from the root
-  // among its parent's subfolders, as big-endian bytes, so that comparing the bytes compares the
-  // places in the text (and a shallow one needs no allocation).
-  std::string order;
-  // Filled by the one thread that reads it:
-  std::string text;  // its entries, each led by ",\n"; subfolders are cut in at `cuts`
-  std::vector<std::pair<size_t, std::shared_ptr<Folder>>> cuts;
-  int readError = 0;  // errno of an open or listing that failed, -1 for a stop
-  int shortage = 0;   // errno of a shortage that ends the export here
-  uint64_t entries = 0;
-  uint64_t files = 0, bytes = 0;  // its own non-folder entries
-  // Under the walk's mutex: 0 waiting, 1 being read, 2 read.
-  int state = 0;
-  bool byWorker = false;
-};
+ExportWalk::ExportWalk(int threads, const Stop* stop, const std::vector<std::string>& excludes)
+    : threads_(threads), stop_(stop), excludes_(excludes), writerReader_(kMask) {}
 
-class ExportWalk {
- public:
-  ExportWalk(int threads, const Stop* stop, const std::vector<std::string>& excludes)
-      : threads_(threads), stop_(stop), excludes_(excludes) {}
+DirReader ExportWalk::makeReader() {
+  return DirReader(kMask);
+}
 
-  ExportResult run(const std::string& source, int fd, bool compress);
+void ExportWalk::setRoot(const std::string& rootPath) {
+  rootPath_ = rootPath;
+  rootPrefix_ = addSlash(rootPath).size();
+}
 
- private:
-  void readFolder(Folder& f, DirReader& reader);
-  void readOrWait(const std::shared_ptr<Folder>& f);
-  void finished(const std::shared_ptr<Folder>& f, bool byWorker);  // under the mutex
-  void workerLoop();
-  void wakeWorkers(size_t folders);  // under the mutex
-  std::shared_ptr<Folder> takeFirst() {  // under the mutex
-    std::pop_heap(waiting_.begin(), waiting_.end(), later);
-    std::shared_ptr<Folder> f = std::move(waiting_.back());
-    waiting_.pop_back();
-    return f;
-  }
-  static bool later(const std::shared_ptr<Folder>& a, const std::shared_ptr<Folder>& b) {
-    return b->order < a->order;
-  }
-  void growIfWaiting(std::unique_lock<std::mutex>& lock);
-  bool stopped_() const { return stop_ && stop_->requested(); }
-
-  int threads_;
-  const Stop* stop_;
-  ExcludeList excludes_;
-  size_t rootPrefix_ = 0;  // the root's path with its "/": what a relative path leaves out
-  DirReader writerReader_{kMask};
-  std::mutex mutex_;
-  std::condition_variable work_;   // workers: something to read, or room to read ahead
-  std::condition_variable ready_;  // the writer: a folder it waits for was read
-  // Folders found and not yet taken, as a heap: the first in the writer's order on top.
-  std::vector<std::shared_ptr<Folder>> waiting_;
-  uint32_t ahead_ = 0;
-  size_t idle_ = 0;   // workers waiting for work_
-  size_t stale_ = 0;  // entries of waiting_ the writer took out of turn
-  std::atomic<int> openFolders_{0};
-  bool done_ = false;
-  // Only the writer touches these.
-  std::vector<std::thread> pool_;
-  bool canGrow_ = false;
-  std::chrono::steady_clock::time_point checkedAt_ = std::chrono::steady_clock::now();
-  long blocksRead_ = 0;
-};
-
-void ExportWalk::readFolder(Folder& f, DirReader& reader) {
+void ExportWalk::readFolder(ExportFolder& f, DirReader& reader) {
+  if (beforeRead_) beforeRead_(f);
   int fd;
   if (f.parent) {
     fd = ::openat(f.parent->fd, f.path.c_str() + f.nameAt, kDirFlags);
@@ -229,6 +174,16 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
     else
       f.readError = -fd;
     return;
+  }
+  if (!f.mountKnown) {
+    struct statx sx;
+    if (::statx(fd, "", AT_EMPTY_PATH | kStatxQuiet, STATX_MNT_ID, &sx) != 0) {
+      f.readError = errno;
+      ::close(fd);
+      return;
+    }
+    f.mountId = mountIdFrom(sx);
+    f.mountKnown = true;
   }
   std::string& text = f.text;
   const bool excluding = !excludes_.empty();
@@ -268,12 +223,12 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
         text += "\",\"excluded\":\"othfs\"}";
         return true;
       }
-      auto child = std::make_shared<Folder>();
+      auto child = std::make_shared<ExportFolder>();
       child->path = joinPath(f.path, name);
       child->nameAt = static_cast<uint32_t>(child->path.size() - name.size());
       appendInfo(child->info, name, *sx);
       child->mountId = mount;
-      if (threads_ > 1) {
+      if (parallel_) {
         const auto index = static_cast<uint32_t>(f.cuts.size());
         child->order.reserve(f.order.size() + 4);
         child->order = f.order;
@@ -297,7 +252,7 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
   }, stop_);
   // Kept open for the subfolders while few folders are; else they go by their paths.
   if (!f.cuts.empty() && openFolders_.fetch_add(1, std::memory_order_relaxed) < kOpenFolders) {
-    auto open = std::make_shared<OpenFolder>(fd, openFolders_);
+    auto open = std::make_shared<ExportOpenFolder>(fd, openFolders_);
     for (auto& cut : f.cuts) cut.second->parent = open;
   } else {
     if (!f.cuts.empty()) openFolders_.fetch_sub(1, std::memory_order_relaxed);
@@ -317,11 +272,11 @@ void ExportWalk::wakeWorkers(size_t folders) {
   for (size_t n = std::min(folders, idle_); n > 0; --n) work_.notify_one();
 }
 
-void ExportWalk::finished(const std::shared_ptr<Folder>& f, bool byWorker) {
+void ExportWalk::finished(const std::shared_ptr<ExportFolder>& f, bool byWorker) {
   f->state = 2;
   f->byWorker = byWorker;
   if (byWorker) ++ahead_;
-  if (threads_ > 1 && !f->cuts.empty()) {
+  if (parallel_ && !f->cuts.empty()) {
     // Readers take the first folder in the writer's order that no one has taken: what they read
     // is written soon, the folders held ahead stay few, and the writer seldom reads or waits.
     for (const auto& cut : f->cuts) {
@@ -333,15 +288,15 @@ void ExportWalk::finished(const std::shared_ptr<Folder>& f, bool byWorker) {
 }
 
 // The writer needs this folder now: it reads it itself unless a worker has it in hand.
-void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
+void ExportWalk::readOrWait(const std::shared_ptr<ExportFolder>& f) {
   std::unique_lock lock(mutex_);
   if (canGrow_) growIfWaiting(lock);
   if (f->state == 0) {
     f->state = 1;
     // It still waits among the folders to take: clear such entries out now and then, so that
     // written folders are not kept there.
-    if (threads_ > 1 && ++stale_ > 256 && stale_ > waiting_.size() / 2) {
-      std::erase_if(waiting_, [](const std::shared_ptr<Folder>& p) { return p->state != 0; });
+    if (parallel_ && ++stale_ > 256 && stale_ > waiting_.size() / 2) {
+      std::erase_if(waiting_, [](const std::shared_ptr<ExportFolder>& p) { return p->state != 0; });
       std::make_heap(waiting_.begin(), waiting_.end(), later);
       stale_ = 0;
     }
@@ -355,7 +310,7 @@ void ExportWalk::readOrWait(const std::shared_ptr<Folder>& f) {
   // the writer reads ahead is held like one a worker read.
   while (f->state != 2) {
     if (!waiting_.empty() && ahead_ < kAhead) {
-      std::shared_ptr<Folder> next = takeFirst();
+      std::shared_ptr<ExportFolder> next = takeFirst();
       if (next->state != 0) {
         if (stale_) --stale_;
         continue;
@@ -412,7 +367,7 @@ void ExportWalk::workerLoop() {
       --idle_;
     }
     if (done_) return;
-    std::shared_ptr<Folder> f = takeFirst();
+    std::shared_ptr<ExportFolder> f = takeFirst();
     if (f->state != 0) {  // the writer took it
       if (stale_) --stale_;
       continue;
@@ -428,7 +383,7 @@ void ExportWalk::workerLoop() {
 
 ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   ExportResult result;
-  auto root = std::make_shared<Folder>();
+  auto root = std::make_shared<ExportFolder>();
   root->path = rootText(addSlash(source));
   {
     // The source itself must open; anything below that cannot is marked and passed over.
@@ -449,7 +404,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
       root->path = real;
       std::free(real);
     }
-    rootPrefix_ = addSlash(root->path).size();
+    setRoot(root->path);
     appendInfo(root->info, root->path, sx);
     appendNumber(root->info, ",\"dev\":", (uint64_t{sx.stx_dev_major} << 32) | sx.stx_dev_minor);
     root->mountId = mountIdFrom(sx);
@@ -462,6 +417,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     head += "},\n";
     out.put(head);
   }
+  parallel_ = threads_ > 1 || helper_;
   canGrow_ = threads_ > 1 && threads_ - 1 < kMaxWorkers;
   try {
     for (int i = 1; i < threads_; ++i) pool_.emplace_back([this] { workerLoop(); });
@@ -471,15 +427,17 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   } catch (const std::bad_alloc&) {
     canGrow_ = false;
   }
+  std::thread helper;
+  if (helper_) helper = std::thread([this] { helper_(*this); });
 
   struct Frame {
-    std::shared_ptr<Folder> folder;
+    std::shared_ptr<ExportFolder> folder;
     size_t cut = 0;
     size_t at = 0;  // bytes of its text written
   };
   std::vector<Frame> frames;
   std::string piece;
-  auto open = [&](const std::shared_ptr<Folder>& f) {
+  auto open = [&](const std::shared_ptr<ExportFolder>& f) {
     readOrWait(f);
     piece.clear();
     piece.push_back('[');
@@ -498,7 +456,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   std::string shortage;  // what ran out, and where
   while (!frames.empty() && !out.error()) {
     Frame& top = frames.back();
-    Folder& f = *top.folder;
+    ExportFolder& f = *top.folder;
     if (f.shortage) {
       shortage = f.path + ": " + systemErrorText(f.shortage);
       break;
@@ -513,7 +471,7 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
       top.at = offset;
       // The frame owns it from here, so it goes as soon as it is written; `top` goes stale once
       // a frame is added.
-      const std::shared_ptr<Folder> next = std::move(child);
+      const std::shared_ptr<ExportFolder> next = std::move(child);
       open(next);
       continue;
     }
@@ -531,8 +489,10 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     done_ = true;
     waiting_.clear();
   }
+  ended_.store(true, std::memory_order_release);
   work_.notify_all();
   for (auto& t : pool_) t.join();
+  if (helper.joinable()) helper.join();
   if (!shortage.empty()) {
     result.error = shortage;
     return result;
@@ -552,7 +512,37 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
   return result;
 }
 
-}  // namespace
+void ExportWalk::take(std::vector<std::shared_ptr<ExportFolder>>& into, size_t most) {
+  std::lock_guard lock(mutex_);
+  while (most > 0 && !waiting_.empty() && ahead_ + helping_ < kAhead && !done_) {
+    std::shared_ptr<ExportFolder> f = takeFirst();
+    if (f->state != 0) {  // the writer took it
+      if (stale_) --stale_;
+      continue;
+    }
+    f->state = 1;
+    ++helping_;
+    --most;
+    into.push_back(std::move(f));
+  }
+}
+
+void ExportWalk::give(const std::shared_ptr<ExportFolder>& f) {
+  // Its subfolders' places follow from its own, as readFolder() gives them here.
+  for (size_t i = 0; i < f->cuts.size(); ++i) {
+    ExportFolder& child = *f->cuts[i].second;
+    child.order.reserve(f->order.size() + 4);
+    child.order = f->order;
+    for (int shift = 24; shift >= 0; shift -= 8)
+      child.order.push_back(static_cast<char>(i >> shift));
+  }
+  {
+    std::lock_guard lock(mutex_);
+    --helping_;
+    finished(f, true);
+  }
+  ready_.notify_one();
+}
 
 ExportResult exportJson(const std::string& source, int fd, int threads, const Stop* stop,
                         bool compress, const std::vector<std::string>& excludes) {
