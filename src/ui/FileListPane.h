@@ -79,6 +79,8 @@ class FileListPane : public QWidget {
   // that names `source`. Its rows are reached from `root`, the source of the tree ("": `source`).
   void endRead(const std::string& source, const std::string& root = {});
   int limit() const;
+  // Top: what "Neu oder größer" keeps (a file's full path and size); none hides the toggle.
+  void setNewOrGrownFilter(std::function<bool(const std::string& path, int64_t size)> keep);
 
   void startSearch();
   // Deletes or trashes the selected files, from the last selected row to the first; every row
@@ -155,6 +157,8 @@ class FileListPane : public QWidget {
   FileListPane* partner_ = nullptr;
   void buildPreviewSplit(const MainOptions& o);
   void onPreviewCommand(int id);
+  void applyNewOrGrown();
+  std::function<bool(const std::string&, int64_t)> newOrGrown_;
 };
 
 }  // namespace ql
