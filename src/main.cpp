@@ -4,26 +4,29 @@
 // window lives in a library of its own (app/WindowMain.cpp), loaded only when a window is
 // wanted, so that the runs without one start without the forty-odd libraries of the desktop.
 
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <string>
-#include <unistd.h>
 
 #include "app/CommandLine.h"
 #include "app/CompareRun.h"
-#include "support/Globals.h"
+#include "app/Settings.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
 #include "app/TreemapRun.h"
 #include "failure/FailureReport.h"
 #include "json/JsonExport.h"
+#include "json/Zstd.h"
 #include "output/OutputFile.h"
 #include "scan/FolderWalk.h"
 #include "support/Allocator.h"
+#include "support/Globals.h"
 #include "ui/PdfPage.h"
 
 using namespace ql;
@@ -88,10 +91,28 @@ int main(int argc, char** argv) {
         threads = std::atoi(forced);
       const ExportResult r = exportJsonToFile(command.sources.front(), command.exportFile, threads,
                                               nullptr, command.excludes);
-      if (r.ok) return 0;
-      std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
-      return 1;
+      if (!r.ok) {
+        std::fprintf(stderr, "quorlane: %s\n", r.error.c_str());
+        return 1;
+      }
+      if (!command.snapshot) return 0;
+      // The limits of the store are the window's options. A compressed export in a file is the
+      // snapshot already and is copied; any other is walked once more.
+      QCoreApplication app(argc, argv);
+      initFrame(command.translationMode);
+      MainOptions o;
+      OptionenLadenMain(o);
+      struct stat st {};
+      const bool copy = isZstdName(command.exportFile) && command.exportFile != "-" &&
+                        ::stat(command.exportFile.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+      const bool kept =
+          copy ? keepSnapshots(command.sources, o, command.excludes, nullptr, command.exportFile,
+                               static_cast<int64_t>(r.bytes), static_cast<int64_t>(r.files))
+               : keepSnapshots(command.sources, o, command.excludes, nullptr);
+      return kept ? 0 : 1;
     }
+    case ParsedCommandLine::Snapshots:
+      return listSnapshotsRun(command);
     case ParsedCommandLine::Window:
       return runWindow("quorlane_window_main", argc, argv);
     case ParsedCommandLine::Treemap:

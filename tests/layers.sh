@@ -4,7 +4,7 @@
 set -euo pipefail
 src=${1:?source folder}
 fail=0
-for dir in support lang report failure scan treemap; do
+for dir in support lang report failure scan treemap snapshot; do
   if hits=$(grep -rn '#include "\(app\|ui\)/' "$src/$dir"); then
     echo "$dir reaches up:"; echo "$hits"; fail=1
   fi

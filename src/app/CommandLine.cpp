@@ -49,6 +49,7 @@ bool pictureSize(const std::string& value, int& width, int& height) {
 ParsedCommandLine parseArguments(int argc, char** argv) {
   ParsedCommandLine p;
   bool silent = false, help = false, version = false, onlySources = false, exporting = false;
+  bool listing = false;
   auto usage = [&p](std::string why) {
     if (p.error.empty()) p.error = std::move(why);
   };
@@ -67,6 +68,10 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
       p.restart = true;
     } else if (std::strcmp(arg, "-TLMODUS") == 0) {
       p.translationMode = true;
+    } else if (std::strcmp(arg, "--snapshot") == 0) {
+      p.snapshot = true;
+    } else if (std::strcmp(arg, "--snapshots") == 0) {
+      listing = true;
     } else if (std::strcmp(arg, "--import") == 0 || std::strcmp(arg, "--export") == 0) {
       // The file is the next argument, whatever it looks like.
       if (i + 1 >= argc || !*argv[i + 1]) {
@@ -140,16 +145,22 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (picture && (exporting || silent || !p.imports.empty()))
     usage("--treemap and --types go with no -s, --export or --import");
   if (picture && p.sources.size() != 1) usage("--treemap and --types need exactly one folder");
+  if (p.snapshot && !silent && !exporting) usage("--snapshot goes with -s or --export");
+  if (p.snapshot && p.comparing) usage("--snapshot does not go with --compare");
+  if (listing && (silent || exporting || picture || !p.imports.empty() || p.snapshot))
+    usage("--snapshots goes alone with one folder");
+  if (listing && p.sources.size() != 1) usage("--snapshots needs exactly one folder");
   if (silent && p.error.empty() && p.sources.empty() && p.imports.empty() && !p.comparing)
     usage("-s needs at least one folder");
-  p.mode = help               ? ParsedCommandLine::Help
-           : version          ? ParsedCommandLine::Version
-           : !p.error.empty() ? ParsedCommandLine::UsageError
-           : exporting        ? ParsedCommandLine::Export
+  p.mode = help                     ? ParsedCommandLine::Help
+           : version                ? ParsedCommandLine::Version
+           : !p.error.empty()       ? ParsedCommandLine::UsageError
+           : exporting              ? ParsedCommandLine::Export
+           : listing                ? ParsedCommandLine::Snapshots
            : !p.treemapFile.empty() ? ParsedCommandLine::Treemap
-           : picture          ? ParsedCommandLine::Types
-           : silent           ? ParsedCommandLine::Silent
-                              : ParsedCommandLine::Window;
+           : picture                ? ParsedCommandLine::Types
+           : silent                 ? ParsedCommandLine::Silent
+                                    : ParsedCommandLine::Window;
   return p;
 }
 

@@ -12,7 +12,7 @@ namespace ql {
 std::string joinArguments(int argc, char** argv);
 
 struct ParsedCommandLine {
-  enum Mode { Window, Silent, Export, Help, Version, UsageError, Treemap, Types };
+  enum Mode { Window, Silent, Export, Help, Version, UsageError, Treemap, Types, Snapshots };
   Mode mode = Window;
   std::vector<std::string> sources;  // as given, never trimmed
   std::vector<std::string> imports;  // --import FILE: exports to read instead of walking
@@ -27,6 +27,7 @@ struct ParsedCommandLine {
   std::string treemapFile;            // --treemap FILE FOLDER: the picture (.png or .svg)
   std::string typesFile;              // --types FILE FOLDER: the extension table (CSV)
   int pictureWidth = 1600, pictureHeight = 1000;  // --size WIDTHxHEIGHT
+  bool snapshot = false;             // --snapshot: -s and --export also keep a snapshot
   bool restart = false;              // -RESTART
   bool translationMode = false;      // -TLMODUS
   std::string error;                 // UsageError: what is wrong, one line
@@ -34,8 +35,8 @@ struct ParsedCommandLine {
 
 // -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, --size logical|allocated,
 // --links once|each, --exclude PATTERN, --compare OLD NEW, --treemap FILE, --types FILE,
-// --size WIDTHxHEIGHT, -RESTART, -TLMODUS, --help, --version; after "--" every
-// argument is a source. Any other argument that begins with "-" is a usage error.
+// --size WIDTHxHEIGHT, --snapshot, --snapshots FOLDER, -RESTART, -TLMODUS, --help, --version;
+// after "--" every argument is a source. Any other argument that begins with "-" is a usage error.
 ParsedCommandLine parseArguments(int argc, char** argv);
 
 }  // namespace ql

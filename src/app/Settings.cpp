@@ -79,6 +79,11 @@ constexpr SettingKey kKeys[] = {
     // How sizes are counted: st_blocks x 512 instead of st_size; a hard-linked file once.
     {"Optionen", "SizeAllocated", F::Flag, "0", nullptr, QL_FIELD(SizeAllocated)},
     {"Optionen", "LinksOnce", F::Flag, "0", nullptr, QL_FIELD(LinksOnce)},
+    // Snapshots of each completed scan; the options dialog writes these.
+    {"Optionen", "Snapshots", F::Flag, "1", nullptr, QL_FIELD(Snapshots), false},
+    {"Optionen", "SnapshotKeep", F::Measure, "12", nullptr, QL_FIELD(SnapshotKeep), false},
+    {"Optionen", "SnapshotBudgetMB", F::Measure, "2000", nullptr, QL_FIELD(SnapshotBudgetMB),
+     false},
 
     {"ComboOrdner", "O", F::List, kProfileListEnd, nullptr},
     {"DriveFolders", "F", F::List, kProfileListEnd, nullptr},

@@ -103,6 +103,11 @@ struct MainOptions {
   QString ComboText;
   int SizeAllocated = 0;
   int LinksOnce = 0;
+  // Snapshots: one kept after each completed scan of a source; the last SnapshotKeep of each,
+  // SnapshotBudgetMB for all of them (0: no limit).
+  int Snapshots = 0;
+  int SnapshotKeep = 0;
+  int SnapshotBudgetMB = 0;
 
   bool operator==(const MainOptions&) const = default;
 };

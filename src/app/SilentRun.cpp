@@ -1,16 +1,23 @@
 #include "app/SilentRun.h"
 
+#include <QDateTime>
 #include <QFile>
+#include <cstdio>
+#include <cstdlib>
 
 #include "app/CommandLine.h"
-#include "support/Globals.h"
 #include "app/Settings.h"
-#include "lang/TL.h"
 #include "failure/FailureReport.h"
 #include "json/JsonImport.h"
+#include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
+#include "scan/FileOps.h"
+#include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
+#include "snapshot/SnapshotStore.h"
+#include "support/Globals.h"
+#include "support/Logs.h"
 
 namespace ql {
 
@@ -41,6 +48,47 @@ uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
                 TL(4296, "Der Export '%1' kann nicht eingelesen werden: %2", {name, r.error}),
                 {name});
   return kNoNode;
+}
+
+bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o,
+                   const std::vector<std::string>& excludes, const Stop* stop,
+                   const std::string& exportFile, int64_t bytes, int64_t files) {
+  int threads = FolderWalk::defaultThreads();
+  if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
+    threads = std::atoi(forced);
+  bool ok = true;
+  for (const std::string& source : sources) {
+    if (probePath(source) != 0) continue;  // not walked: told by the walk, or not there
+    const SnapshotResult r = exportFile.empty()
+                                 ? writeSnapshot(source, threads, stop, excludes)
+                                 : keepExportAsSnapshot(source, exportFile, bytes, files);
+    if (r.ok) continue;
+    ok = false;
+    const QString path = QFile::decodeName(QByteArray::fromStdString(source));
+    FailureReport(QStringLiteral("SnapshotSchreiben"), QStringLiteral("frmMain"), 0,
+                  TL(4570, "Der Schnappschuss von '%1' kann nicht geschrieben werden: %2",
+                     {path, QString::fromStdString(r.error)}),
+                  {path});
+  }
+  const PruneResult pruned =
+      pruneSnapshots(o.SnapshotKeep, static_cast<int64_t>(o.SnapshotBudgetMB) * 1000 * 1000);
+  if (!pruned.error.empty()) WriteErrorLog(QString::fromStdString(pruned.error));
+  return ok;
+}
+
+int listSnapshotsRun(const ParsedCommandLine& job) {
+  std::string error;
+  const std::vector<SnapshotInfo> list = listSnapshots(job.sources.front(), &error);
+  for (const SnapshotInfo& s : list) {
+    // Local time with its offset, so that the line says which moment it was.
+    const QDateTime local = QDateTime::fromSecsSinceEpoch(s.time);
+    const QByteArray when =
+        local.toOffsetFromUtc(local.offsetFromUtc()).toString(Qt::ISODate).toUtf8();
+    std::printf("%s\t%lld\t%lld\t%s\n", when.constData(), static_cast<long long>(s.bytes),
+                static_cast<long long>(s.files), s.file.c_str());
+  }
+  if (!error.empty()) std::fprintf(stderr, "quorlane: %s\n", error.c_str());
+  return std::fflush(stdout) == 0 && !std::ferror(stdout) ? 0 : 1;
 }
 
 int runSilent(const ParsedCommandLine& job) {
@@ -91,6 +139,9 @@ int runSilent(const ParsedCommandLine& job) {
   QString error;
   if (!ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
+  // Only a measurement that is whole is kept.
+  else if (job.snapshot)
+    keepSnapshots(job.sources, o, settings.excludes, &stop);
   return failureCount() ? 1 : 0;
 }
 

@@ -16,6 +16,18 @@ ScanDriver::Settings silentSettings(const ParsedCommandLine& job, MainOptions& o
 uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
                             const ScanDriver::Settings& settings, const Stop& stop);
 
+// --snapshot: keeps each existing source as a snapshot, by a second walk with the export's
+// walk, and prunes the store by the options `o`. With `exportFile` (a finished compressed export
+// of the one source, and its counts) the export itself is copied instead. A failure is reported;
+// false after one.
+bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o,
+                   const std::vector<std::string>& excludes, const Stop* stop,
+                   const std::string& exportFile = {}, int64_t bytes = 0, int64_t files = 0);
+// --snapshots FOLDER: one line a snapshot, newest first: local time (ISO 8601), bytes, files and
+// the file, separated by tabs. A damaged snapshot is named on standard error and left out.
+// 0, or 1 when the store cannot be read.
+int listSnapshotsRun(const ParsedCommandLine& job);
+
 // The job is a parsed silent command line. Returns the process's exit status: 0 when the report
 // was written, 1 after any failure.
 int runSilent(const ParsedCommandLine& job);

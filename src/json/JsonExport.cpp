@@ -160,6 +160,7 @@ struct Folder {
   int readError = 0;  // errno of an open or listing that failed, -1 for a stop
   int shortage = 0;   // errno of a shortage that ends the export here
   uint64_t entries = 0;
+  uint64_t files = 0, bytes = 0;  // its own non-folder entries
   // Under the walk's mutex: 0 waiting, 1 being read, 2 read.
   int state = 0;
   bool byWorker = false;
@@ -283,6 +284,8 @@ void ExportWalk::readFolder(Folder& f, DirReader& reader) {
       return true;
     }
     appendInfo(text, name, *sx);
+    ++f.files;
+    f.bytes += sx->stx_size;
     if (!S_ISREG(sx->stx_mode)) text += ",\"notreg\":true";
     if (S_ISLNK(sx->stx_mode) && e.linksToFolder()) text += ",\"dirlink\":true";
     if (e.error() == ENOMEM) {
@@ -486,6 +489,8 @@ ExportResult ExportWalk::run(const std::string& source, int fd, bool compress) {
     out.put(piece);
     ++result.folders;
     result.entries += f->entries;
+    result.files += f->files;
+    result.bytes += f->bytes;
     frames.push_back(Frame{f});
   };
   open(root);

@@ -34,6 +34,9 @@ struct ExportResult {
   bool writeFailed = false;
   uint64_t folders = 0;
   uint64_t entries = 0;
+  // Entries that are not folders (excluded ones left out) and the sum of their asize.
+  uint64_t files = 0;
+  uint64_t bytes = 0;
 };
 
 // Walks `source` and writes the export to `fd` (not closed). threads <= 1: the writer alone.

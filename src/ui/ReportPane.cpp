@@ -2,12 +2,14 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <QDateTime>
 #include <QEventLoop>
 #include <QFile>
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLocale>
 #include <QMenu>
 #include <QMessageBox>
 #include <QScrollBar>
@@ -20,15 +22,17 @@
 
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
+#include "report/ReportCommands.h"
+#include "report/ReportEdit.h"
+#include "report/SizeFormat.h"
+#include "scan/FileOps.h"
+#include "scan/ScanDriver.h"
+#include "scan/Trash.h"
+#include "snapshot/SnapshotStore.h"
+#include "ui/CommandIds.h"
+#include "ui/Desktop.h"
 #include "ui/dialogs/frmPrint.h"
 #include "ui/dialogs/frmSave.h"
-#include "report/ReportCommands.h"
-#include "scan/FileOps.h"
-#include "scan/Trash.h"
-#include "ui/Desktop.h"
-#include "report/ReportEdit.h"
-#include "scan/ScanDriver.h"
-#include "ui/CommandIds.h"
 
 namespace ql {
 
@@ -679,7 +683,21 @@ QMenu* ReportPane::compareMenu() {
   };
   snapshotFiles_.clear();
   const uint32_t source = compareSource();
-  (void)source;
+  // The kept snapshots of the source, newest first: a listing of one small folder, no file read.
+  if (source != kNoNode) {
+    for (const SnapshotInfo& s : listSnapshots(std::string(tree_.text(source)))) {
+      if (snapshotFiles_.size() > static_cast<size_t>(CompareSnapshotsLast - CompareSnapshots))
+        break;
+      const QString when =
+          QLocale().toString(QDateTime::fromSecsSinceEpoch(s.time), QLocale::ShortFormat);
+      add(CompareSnapshots + static_cast<int>(snapshotFiles_.size()),
+          TL(4614, "%1 – %2, %3 Dateien",
+             {when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)}));
+      snapshotFiles_.push_back(s.file);
+    }
+    if (snapshotFiles_.empty())
+      add(0, TL(4613, "Keine gespeicherten Messungen dieser Quelle"))->setEnabled(false);
+  }
   menu->addSeparator();
   add(CompareOther, TL(4602, "Andere Messung..."))->setEnabled(source != kNoNode);
   add(CompareOff, TL(4603, "Vergleich aus"))

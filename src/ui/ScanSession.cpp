@@ -6,7 +6,9 @@
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "scan/FileOps.h"
+#include "snapshot/SnapshotKeeper.h"
 #include "support/Globals.h"
+#include "support/Logs.h"
 #include "support/PathText.h"
 #include "ui/ImportedSources.h"
 
@@ -33,11 +35,26 @@ ScanSession::ScanSession(const Guard& guard, QObject* parent)
           guard_.wrap("Import", [this](uint32_t root, const QString& error) {
             onImportFinished(root, error);
           }));
+  snapshots_ =
+      std::make_unique<SnapshotKeeper>([this](const std::string& source, const std::string& error) {
+        QMetaObject::invokeMethod(
+            this,
+            guard_.wrap("SnapshotSchreiben",
+                        [this, source, error] {
+                          const QString text = TL(
+                              4570, "Der Schnappschuss von '%1' kann nicht geschrieben werden: %2",
+                              {pathText(source), QString::fromStdString(error)});
+                          WriteErrorLog(text);
+                          Q_EMIT statusText(text);
+                        }),
+            Qt::QueuedConnection);
+      });
   wireDriver();
 }
 
 // The driver and the imports go before the tree they read into and the stop they look at.
 ScanSession::~ScanSession() {
+  snapshots_.reset();  // stops a snapshot being written
   setFailureStop(nullptr);
   delete imports_;
   driver_.reset();
@@ -89,6 +106,10 @@ void ScanSession::wireDriver() {
             Q_EMIT sourceAccepted(path.toStdString());
           }));
   connect(&d, &ScanDriver::sourceStarted, this, &ScanSession::sourceStarted);
+  connect(&d, &ScanDriver::sourceStarted, this, [this] {
+    failuresAtStart_ = failureCount();
+    refusedAtStart_ = refused_.size();
+  });
   connect(&d, &ScanDriver::sourceRefused, this,
           guard_.wrap("QuelleEinlesen", [this](const QString& path, const QString& reason) {
             refused_ << TL(4044, "Der Ordner '%1' kann nicht gelesen werden: %2", {path, reason});
@@ -103,7 +124,20 @@ void ScanSession::wireDriver() {
             finish(node, false);
           }));
   connect(&d, &ScanDriver::sourceFinished, this,
-          guard_.wrap("QuelleEinlesen", [this](uint32_t root) { endLargestFiles(root); }));
+          guard_.wrap("QuelleEinlesen", [this](uint32_t root) {
+            endLargestFiles(root);
+            keepSnapshot(root);
+          }));
+}
+
+// Only a source read to its end, with no stop and no failure, is kept; the keeper reads it again
+// on its own thread after the scan.
+void ScanSession::keepSnapshot(uint32_t root) {
+  if (!options_.Snapshots || stop_.requested() || failureCount() != failuresAtStart_ ||
+      refused_.size() != refusedAtStart_ || !tree_.isLive(root))
+    return;
+  snapshots_->keep({tree_.fullPath(root), LoadExcludePatterns(), options_.SnapshotKeep,
+                    int64_t{options_.SnapshotBudgetMB} * 1000 * 1000});
 }
 
 void ScanSession::endLargestFiles(uint32_t node) {

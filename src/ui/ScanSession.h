@@ -27,6 +27,7 @@ namespace ql {
 
 class ImportedSources;
 class FileFeed;
+class SnapshotKeeper;
 
 class ScanSession : public QObject {
   Q_OBJECT
@@ -110,6 +111,7 @@ class ScanSession : public QObject {
   void endLargestFiles(uint32_t node);
   void onImportFinished(uint32_t root, const QString& error);
   void importNext();
+  void keepSnapshot(uint32_t root);
 
   const Guard& guard_;
   Stop stop_;  // before the driver, which holds it
@@ -124,6 +126,10 @@ class ScanSession : public QObject {
   std::deque<std::string> pendingImports_;
   std::string importing_;  // the export being read
   QStringList refused_;    // sources that could not be read in this run, told at its end
+  // A snapshot follows each source read to its end; these tell whether the source failed.
+  std::unique_ptr<SnapshotKeeper> snapshots_;
+  int failuresAtStart_ = 0;
+  qsizetype refusedAtStart_ = 0;
 };
 
 }  // namespace ql

@@ -4,6 +4,7 @@
 
 #include <QAction>
 #include <QHeaderView>
+#include <QMenu>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>
@@ -12,6 +13,7 @@
 #include "TestApp.h"
 #include "TestFs.h"
 #include "json/JsonExport.h"
+#include "snapshot/SnapshotStore.h"
 #include "support/Globals.h"
 #include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
@@ -23,6 +25,7 @@ class CompareViewTest : public ::testing::Test {
  protected:
   void SetUp() override {
     guiApp();
+    ::setenv("XDG_DATA_HOME", config.path().c_str(), 1);  // the snapshots of this test only
     globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
                        QString::fromStdString(config.path()));
@@ -140,6 +143,33 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   ASSERT_TRUE(QTest::qWaitFor([&] { return !pane.baseline().active(); }, 10000));
   EXPECT_TRUE(pane.view().isColumnHidden(ReportModel::ColChange));
   EXPECT_FALSE(top.bar().control(cmd::files::NewOrGrown)->isVisible());
+}
+
+// The snapshot kept after a scan is offered in the popup, and choosing it compares with it.
+TEST_F(CompareViewTest, ComparesWithTheSnapshotOfAnEarlierScan) {
+  MainWindow w;
+  w.show();
+  const std::string now = d / "now";
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({now});
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !listSnapshots(now).empty(); }, 20000));
+  makeFile(now + "/keep/g", 40);
+  w.session().readSources({now});
+  ASSERT_TRUE(finished.wait(10000));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return listSnapshots(now).size() == 2; }, 20000));
+
+  ReportPane& pane = w.reportPane();
+  QMenu* menu = pane.compareMenu();
+  // Newest first: the second entry is the scan before the change.
+  QAction* older =
+      menu->findChild<QAction*>(QStringLiteral("cmd%1").arg(cmd::report::CompareSnapshots + 1));
+  ASSERT_TRUE(older);
+  QSignalSpy compared(&pane, &ReportPane::compared);
+  older->trigger();
+  ASSERT_TRUE(compared.wait(10000));
+  ReportModel& m = pane.model();
+  EXPECT_EQ(m.index(0, ReportModel::ColChangeFiles).data().toString(), "+1");
 }
 
 }  // namespace

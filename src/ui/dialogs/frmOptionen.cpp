@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 #include "app/ExplorerEntry.h"
@@ -69,6 +70,29 @@ frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
   layout->addWidget(txtExclude);
   connect(txtExclude, &QPlainTextEdit::textChanged, this,
           guard_.wrap("txtExclude_Change", [this] { OptionenGeaendert(); }));
+  chkSnapshots = new QCheckBox(this);
+  chkSnapshots->setObjectName(QStringLiteral("chkSnapshots"));
+  layout->addWidget(chkSnapshots);
+  connect(chkSnapshots, &QCheckBox::clicked, this,
+          guard_.wrap("chk_Click", [this] { OptionenGeaendert(); }));
+  auto* limits = new QHBoxLayout;
+  lblSnapshotKeep = new QLabel(this);
+  txtSnapshotKeep = new QSpinBox(this);
+  txtSnapshotKeep->setObjectName(QStringLiteral("txtSnapshotKeep"));
+  txtSnapshotKeep->setRange(1, 9999);
+  lblSnapshotBudget = new QLabel(this);
+  txtSnapshotBudget = new QSpinBox(this);
+  txtSnapshotBudget->setObjectName(QStringLiteral("txtSnapshotBudget"));
+  txtSnapshotBudget->setRange(0, 2000000);
+  for (auto [label, box] :
+       {std::pair{lblSnapshotKeep, txtSnapshotKeep}, {lblSnapshotBudget, txtSnapshotBudget}}) {
+    label->setBuddy(box);
+    limits->addWidget(label);
+    limits->addWidget(box);
+    connect(box, &QSpinBox::valueChanged, this,
+            guard_.wrap("txtSnapshot_Change", [this] { OptionenGeaendert(); }));
+  }
+  layout->addLayout(limits);
   layout->addSpacing(8);
   auto* buttons = new QHBoxLayout;
   buttons->addStretch(1);
@@ -90,6 +114,9 @@ frmOptionen::frmOptionen(QWidget* parent) : QDialog(parent) {
     setWindowTitle(TL(3597, "Optionen"));
     lblExclude->setText(
         TL(4446, "Ausschließen (ein Muster je Zeile, mit / auf den Pfad unter der Quelle):"));
+    chkSnapshots->setText(TL(4572, "Nach jedem vollständigen Scan einen Schnappschuss behalten"));
+    lblSnapshotKeep->setText(TL(4573, "Schnappschüsse je Ordner:"));
+    lblSnapshotBudget->setText(TL(4574, "Höchstens MB für alle Schnappschüsse:"));
     TranslateControls(this);
     loaded_ = false;
     OptionenLaden();
@@ -120,6 +147,14 @@ void frmOptionen::OptionenLaden() {
     QStringList patterns;
     for (const std::string& p : LoadExcludePatterns()) patterns << QString::fromStdString(p);
     txtExclude->setPlainText(patterns.join(QLatin1Char('\n')));
+    chkSnapshots->setChecked(readFlag(QStringLiteral("Snapshots"), QStringLiteral("1")));
+    const auto number = [](const char* key, int deflt) {
+      bool ok = false;
+      const int n = GetSettings(kOptionen, QLatin1String(key)).trimmed().toInt(&ok);
+      return ok ? n : deflt;
+    };
+    txtSnapshotKeep->setValue(number("SnapshotKeep", 12));
+    txtSnapshotBudget->setValue(number("SnapshotBudgetMB", 2000));
   });
 }
 
@@ -135,6 +170,9 @@ void frmOptionen::OptionenSpeichern() {
     for (const QString& line : txtExclude->toPlainText().split(QLatin1Char('\n')))
       if (!line.trimmed().isEmpty()) patterns.push_back(line.toStdString());
     SaveExcludePatterns(patterns);
+    StoreSettings(kOptionen, QStringLiteral("Snapshots"), value(chkSnapshots));
+    StoreSettings(kOptionen, QStringLiteral("SnapshotKeep"), txtSnapshotKeep->value());
+    StoreSettings(kOptionen, QStringLiteral("SnapshotBudgetMB"), txtSnapshotBudget->value());
   });
 }
 

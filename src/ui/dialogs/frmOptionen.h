@@ -1,7 +1,7 @@
 #pragma once
 // The options dialog: the four yes/no options that have no button of their own (the file-manager
 // entry, one instance, links left out of the report, folder levels in colour) and the patterns
-// of names and paths the walk leaves out, with OK, Cancel
+// of names and paths the walk leaves out, the snapshots kept after each scan, with OK, Cancel
 // and Apply. Each option is written to the settings file when it is applied; the window reads
 // the whole section back after the dialog has closed.
 //
@@ -17,6 +17,7 @@ class QCheckBox;
 class QLabel;
 class QPlainTextEdit;
 class QPushButton;
+class QSpinBox;
 
 namespace ql {
 
@@ -31,6 +32,12 @@ class frmOptionen : public QDialog {
   QCheckBox* chkFolderColorFade = nullptr;
   QLabel* lblExclude = nullptr;
   QPlainTextEdit* txtExclude = nullptr;  // shell patterns the walk leaves out, one a line
+  // Snapshots after each completed scan: on or off, how many a folder, MB for all (0: no limit).
+  QCheckBox* chkSnapshots = nullptr;
+  QLabel* lblSnapshotKeep = nullptr;
+  QSpinBox* txtSnapshotKeep = nullptr;
+  QLabel* lblSnapshotBudget = nullptr;
+  QSpinBox* txtSnapshotBudget = nullptr;
   QPushButton* cmdOK = nullptr;
   QPushButton* cmdCancel = nullptr;
   QPushButton* cmdApply = nullptr;

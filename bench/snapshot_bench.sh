@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# What a snapshot costs: the silent run of a tree with and without --snapshot (warm cache, best of
+# RUNS), the snapshot's walk alone (--export to .json.zst), and the size of the snapshot kept.
+# Prints ratios from one run.
+#
+# usage: bench/snapshot_bench.sh [BUILD_DIR] [TREE]
+#   BUILD_DIR  where quorlane was built (default build/)
+#   TREE       folder to measure (default /tmp/qb1m; made with bench/maketree.py when missing)
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "${1:-$here/build}" && pwd)
+tree=${2:-/tmp/qb1m}
+runs=${RUNS:-3}
+bin=$build/src/quorlane
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+[ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
+[ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
+export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
+
+# Best wall time of RUNS runs of the command, in seconds; the store is emptied before each.
+best() {
+  local b=""
+  for _ in $(seq "$runs"); do
+    rm -rf "$out/data/Quorlane"
+    local s e
+    s=$(date +%s.%N)
+    "$@" >/dev/null
+    e=$(date +%s.%N)
+    b=$(echo "$s $e ${b:-1e9}" | awk '{t=$2-$1; print (t<$3)?t:$3}')
+  done
+  echo "$b"
+}
+
+"$bin" -s "$out/warm.txt" "$tree" >/dev/null  # warm the cache
+plain=$(best "$bin" -s "$out/r.txt" "$tree")
+with=$(best "$bin" -s "$out/r.txt" --snapshot "$tree")
+size=$(stat -c %s "$("$bin" --snapshots "$tree" | head -1 | cut -f4)")
+walk=$(best "$bin" --export "$out/e.json.zst" "$tree")
+awk -v p="$plain" -v w="$with" -v x="$walk" -v s="$size" 'BEGIN {
+  printf "silent run                %.2f s\n", p
+  printf "silent run --snapshot     %.2f s   ratio %.2f\n", w, w / p
+  printf "snapshot walk alone       %.2f s   ratio to the run %.2f\n", x, x / p
+  printf "snapshot on disk          %.1f MB\n", s / 1e6
+}'

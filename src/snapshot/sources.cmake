@@ -1,0 +1,4 @@
+list(APPEND QL_CORE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/SnapshotKeeper.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SnapshotStore.cpp
+)
