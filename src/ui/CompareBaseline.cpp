@@ -185,6 +185,8 @@ bool CompareBaseline::compare() {
   job->capacity = tree_.capacity();
   // The branch copied flat: the only work on this thread, one pass without a lookup.
   std::vector<uint32_t> open;  // places of the rows being visited
+  job->rows.reserve(tree_.liveCount());
+  job->names.reserve(tree_.liveCount() * 16);
   tree_.forEachPreorder(
       root,
       [&](uint32_t n) {
