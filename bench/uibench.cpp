@@ -4,6 +4,7 @@
 //
 // usage: QT_QPA_PLATFORM=offscreen quorlane_uibench TREE [COPIES] [FLAT]
 //        QT_QPA_PLATFORM=offscreen quorlane_uibench --import EXPORT
+//        QT_QPA_PLATFORM=offscreen quorlane_uibench --compare OLD NEW
 // The second form times the window's import of an export, with the same stall measurement;
 // run both forms under /usr/bin/time to compare the peak memory of a scan and of an import.
 // The tree is read COPIES times (default 2) as separate sources, so a 58,000-folder tree gives
@@ -11,6 +12,8 @@
 // its largest count (999). Then FLAT, a folder of 100,000 files (made when missing; default
 // /tmp/quorlane-flat100k), is shown in the file list and sorted by every column; "-" leaves
 // that out.
+// The third form imports NEW as the report's source and times its comparison with OLD (both
+// exports): from the choice to the change columns filled, with the stall and the memory it adds.
 
 #include <QApplication>
 #include <QDir>
@@ -24,9 +27,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/Globals.h"
 #include "report/ReportCommands.h"
 #include "support/Allocator.h"
+#include "support/Globals.h"
+#include "ui/CompareBaseline.h"
 #include "ui/ImportedSources.h"
 #include "treemap/TreemapPainter.h"
 #include "ui/CommandIds.h"
@@ -95,6 +99,59 @@ int importBench(const std::string& file) {
   for (uint32_t n : w.session().tree().preorder()) folders += w.session().tree().isFolder(n);
   std::printf("import: %zu folders shown after %.0f ms; longest stall of the user-interface thread: %.1f ms\n",
               folders, ms, stalls.worst / 1e6);
+  return 0;
+}
+
+int compareBench(const std::string& oldFile, const std::string& newFile) {
+  MainWindow w;
+  w.show();
+  QCoreApplication::processEvents();
+  QEventLoop loop;
+  QString error;
+  QObject::connect(&w.session().imports(), &ImportedSources::finished, &loop,
+                   [&](uint32_t, const QString& e) {
+                     error = e;
+                     loop.quit();
+                   });
+  w.session().importFile(newFile);
+  loop.exec();
+  if (!error.isEmpty()) {
+    std::fprintf(stderr, "import failed: %s\n", qPrintable(error));
+    return 1;
+  }
+  QCoreApplication::processEvents();
+  const long before = peakMb();
+  ReportPane& pane = w.reportPane();
+  QObject::connect(&pane, &ReportPane::compared, &loop, &QEventLoop::quit);
+  QObject::connect(&pane.baseline(), &CompareBaseline::loaded, &loop, [&](const QString& e) {
+    if (!e.isEmpty()) {
+      error = e;
+      loop.quit();
+    }
+  });
+  StallClock stalls;
+  QElapsedTimer t;
+  stalls.start();
+  t.start();
+  pane.compareWith(oldFile);
+  loop.exec();
+  QCoreApplication::processEvents();  // the columns are drawn
+  const double ms = t.nsecsElapsed() / 1e6;
+  stalls.tick.stop();
+  if (!error.isEmpty()) {
+    std::fprintf(stderr, "compare failed: %s\n", qPrintable(error));
+    return 1;
+  }
+  size_t changed = 0, rows = 0;
+  const ReportTree& tree = w.session().tree();
+  for (uint32_t n : tree.preorder()) {
+    ++rows;
+    changed += pane.baseline().changeOf(n) != 0;
+  }
+  std::printf("compare: %zu of %zu rows changed, shown after %.0f ms; longest stall: %.1f ms\n",
+              changed, rows, ms, stalls.worst / 1e6);
+  std::printf("peak memory: %ld MB with the report, %ld MB after the comparison\n", before,
+              peakMb());
   return 0;
 }
 
@@ -169,6 +226,7 @@ int main(int argc, char** argv) {
   globals().IniFile = QDir::tempPath() + QStringLiteral("/quorlane-uibench.ini");
   QFile::remove(globals().IniFile);
   if (QByteArray(argv[1]) == "--import" && argc > 2) return importBench(argv[2]);
+  if (QByteArray(argv[1]) == "--compare" && argc > 3) return compareBench(argv[2], argv[3]);
   const int copies = argc > 2 ? std::atoi(argv[2]) : 2;
   MainWindow w;
   w.show();

@@ -4,19 +4,18 @@
 // window lives in a library of its own (app/WindowMain.cpp), loaded only when a window is
 // wanted, so that the runs without one start without the forty-odd libraries of the desktop.
 
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "app/CommandLine.h"
 #include "app/CompareRun.h"
-#include "support/Globals.h"
 #include "app/Settings.h"
 #include "app/SilentRun.h"
 #include "app/Startup.h"
@@ -27,6 +26,7 @@
 #include "output/OutputFile.h"
 #include "scan/FolderWalk.h"
 #include "support/Allocator.h"
+#include "support/Globals.h"
 #include "ui/PdfPage.h"
 
 using namespace ql;

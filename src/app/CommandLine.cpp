@@ -152,15 +152,15 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (listing && p.sources.size() != 1) usage("--snapshots needs exactly one folder");
   if (silent && p.error.empty() && p.sources.empty() && p.imports.empty() && !p.comparing)
     usage("-s needs at least one folder");
-  p.mode = help               ? ParsedCommandLine::Help
-           : version          ? ParsedCommandLine::Version
-           : !p.error.empty() ? ParsedCommandLine::UsageError
-           : exporting        ? ParsedCommandLine::Export
-           : listing          ? ParsedCommandLine::Snapshots
+  p.mode = help                     ? ParsedCommandLine::Help
+           : version                ? ParsedCommandLine::Version
+           : !p.error.empty()       ? ParsedCommandLine::UsageError
+           : exporting              ? ParsedCommandLine::Export
+           : listing                ? ParsedCommandLine::Snapshots
            : !p.treemapFile.empty() ? ParsedCommandLine::Treemap
-           : picture          ? ParsedCommandLine::Types
-           : silent           ? ParsedCommandLine::Silent
-                              : ParsedCommandLine::Window;
+           : picture                ? ParsedCommandLine::Types
+           : silent                 ? ParsedCommandLine::Silent
+                                    : ParsedCommandLine::Window;
   return p;
 }
 

@@ -6,17 +6,17 @@
 #include <cstdlib>
 
 #include "app/CommandLine.h"
-#include "support/Globals.h"
 #include "app/Settings.h"
-#include "lang/TL.h"
 #include "failure/FailureReport.h"
 #include "json/JsonImport.h"
+#include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportTree.h"
 #include "scan/FileOps.h"
 #include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
 #include "snapshot/SnapshotStore.h"
+#include "support/Globals.h"
 #include "support/Logs.h"
 
 namespace ql {

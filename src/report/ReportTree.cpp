@@ -396,6 +396,26 @@ void ReportTree::sortAll() {
   if (observer_) observer_->endReorder();
 }
 
+void ReportTree::sortAllBy(const std::function<int64_t(uint32_t)>& key, bool descending) {
+  if (observer_) observer_->beginReorder();
+  std::vector<std::pair<int64_t, uint32_t>> decorated;
+  forEachPreorder(kSuperRoot, [&](uint32_t p) {
+    const uint32_t count = kids_[nodes_[p].kidsOffset];
+    if (count < 2) return true;
+    uint32_t* kids = kids_.data() + nodes_[p].kidsOffset + kRunHead;
+    decorated.clear();
+    for (uint32_t r = 0; r < count; ++r) decorated.emplace_back(key(kids[r]), kids[r]);
+    std::stable_sort(decorated.begin(), decorated.end(),
+                     [descending](const auto& a, const auto& b) {
+                       return descending ? a.first > b.first : a.first < b.first;
+                     });
+    for (uint32_t r = 0; r < count; ++r) kids[r] = decorated[r].second;
+    renumber(p, 0);
+    return true;
+  });
+  if (observer_) observer_->endReorder();
+}
+
 void ReportTree::sortKids(uint32_t p, uint32_t level) {
   const Node& parent = nodes_[p];
   if (kids_[parent.kidsOffset] < 2) return;

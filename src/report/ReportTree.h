@@ -16,6 +16,7 @@
 // worker threads and the owner thread moves them in with attachBranch().
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -210,6 +211,9 @@ class ReportTree {
   SortDefinition& sorter(uint32_t level);
   // Sorts the children of every node by the definition of their level (stable).
   void sortAll();
+  // Sorts the children of every node by a value the tree does not hold (a view's column), stably;
+  // the levels' definitions stay as they are.
+  void sortAllBy(const std::function<int64_t(uint32_t node)>& key, bool descending);
 
   // Rough bytes held, for the benchmark.
   size_t memoryBytes() const;

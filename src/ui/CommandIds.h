@@ -79,6 +79,11 @@ enum : int {
   Search = 30,
   Allocated = 36,
   LinksOnce = 37,
+  Compare = 38,  // opens its popup: the kept snapshots of the source, another export, off
+  CompareOther = 39,
+  CompareOff = 40,
+  CompareSnapshots = 41,  // 41 to 70: the snapshots in the popup, newest first
+  CompareSnapshotsLast = 70,
 };
 static_assert(disjoint({Rescan,
                         FullView,
@@ -98,7 +103,11 @@ static_assert(disjoint({Rescan,
                         SearchBox,
                         Search,
                         Allocated,
-                        LinksOnce}));
+                        LinksOnce,
+                        Compare,
+                        CompareOther,
+                        CompareOff,
+                        {CompareSnapshots, CompareSnapshotsLast}}));
 }  // namespace report
 
 // The report's popup menu.
@@ -137,6 +146,7 @@ enum : int {
   Trash = 321,
   Limit = 322,
   FullView = 323,
+  NewOrGrown = 326,  // the largest files: only those new or grown since the report's baseline
 };
 static_assert(disjoint({Title,
                         Refresh,
@@ -153,7 +163,8 @@ static_assert(disjoint({Title,
                         Delete,
                         Trash,
                         Limit,
-                        FullView}));
+                        FullView,
+                        NewOrGrown}));
 }  // namespace files
 
 // The popup menu of the two file lists; below 1100 the numbers of the report's popup family.

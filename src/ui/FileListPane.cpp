@@ -73,6 +73,23 @@ FileListPane::FileListPane(Kind kind, const Guard& guard, const MainOptions& o, 
   escape_->setContext(Qt::WindowShortcut);
   escape_->setEnabled(false);
   connect(escape_, &QShortcut::activated, this, guard_.wrap("Form_KeyUp", [this] { stopReading(); }));
+  if (kind_ == Kind::Top) {  // rows hidden by the baseline stay hidden through new rows and sorts
+    connect(model_.get(), &QAbstractItemModel::modelReset, this, [this] { applyNewOrGrown(); });
+    connect(model_.get(), &QAbstractItemModel::layoutChanged, this, [this] { applyNewOrGrown(); });
+  }
+}
+
+void FileListPane::setNewOrGrownFilter(std::function<bool(const std::string&, int64_t)> keep) {
+  newOrGrown_ = std::move(keep);
+  if (QAction* toggle = bar_->control(NewOrGrown))
+    toggle->setVisible(static_cast<bool>(newOrGrown_));
+  applyNewOrGrown();
+}
+
+void FileListPane::applyNewOrGrown() {
+  const bool on = newOrGrown_ && bar_->isChecked(NewOrGrown);
+  for (int r = 0; r < model_->rowCount(); ++r)
+    view_->setRowHidden(r, {}, on && !newOrGrown_(pathOf(r), model_->row(r).size));
 }
 
 FileListPane::~FileListPane() { view_->setModel(nullptr); }
@@ -100,6 +117,10 @@ void FileListPane::buildBar(const MainOptions& o) {
     connect(limit_, &QSpinBox::editingFinished, this,
             guard_.wrap("cbrTOP_ControlNotify", [this] { onLimitEdited(); }));
     b.AddWidget(Limit, limit_, false);
+    // Shown only while the report compares with a baseline.
+    b.AddControl(T::Button, NewOrGrown, 4617, "Neu oder größer", "quorlane-compare-new", false,
+                 4618, "Nur Dateien, die seit der Vergleichsmessung neu oder gewachsen sind", true)
+        ->setVisible(false);
   }
   b.AddControl(T::Button, Delete, 3692, "Löschen", "edit-delete", true, 3654, "Ausgewählte Datei(en) löschen");
   b.AddControl(T::Button, Trash, 3693, "Papierkorb", "user-trash", false, 3655,
@@ -244,6 +265,9 @@ void FileListPane::cbrExecute(int id) {
       case Search: startSearch(); break;
       case Preview:
       case Tile: onPreviewCommand(id); break;
+      case NewOrGrown:
+        applyNewOrGrown();
+        break;
       default: break;
     }
   }, {QString::number(id)});

@@ -86,6 +86,8 @@ class FileListPane : public QWidget {
   // Selects the file of this name once the folder being read is in (at once when it is), then
   // calls `then`; a name not in the list selects nothing and calls nothing.
   void selectFile(const std::string& name, std::function<void()> then = {});
+  // Top: what "Neu oder größer" keeps (a file's full path and size); none hides the toggle.
+  void setNewOrGrownFilter(std::function<bool(const std::string& path, int64_t size)> keep);
 
   void startSearch();
   // Deletes or trashes the selected files, from the last selected row to the first; every row
@@ -170,6 +172,8 @@ class FileListPane : public QWidget {
   FileListPane* partner_ = nullptr;
   void buildPreviewSplit(const MainOptions& o);
   void onPreviewCommand(int id);
+  void applyNewOrGrown();
+  std::function<bool(const std::string&, int64_t)> newOrGrown_;
 };
 
 }  // namespace ql

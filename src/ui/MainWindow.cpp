@@ -135,6 +135,16 @@ void MainWindow::buildPanes(const MainOptions& o) {
           if (pane == files_) session_->filesDeleted(report_->selectedNode(), folders);
         }));
   }
+  // With a baseline the largest files can be narrowed to those new or grown since.
+  connect(report_, &ReportPane::baselineChanged, this,
+          guard_.wrap("Report_Compare", [this](const CompareBaseline* baseline) {
+            if (!baseline)
+              top_->setNewOrGrownFilter({});
+            else
+              top_->setNewOrGrownFilter([baseline](const std::string& path, int64_t size) {
+                return baseline->newOrGrown(path, size);
+              });
+          }));
   session_->setLargestFiles(
       {[this] { return top_->beginRead(); },
        [this](const std::string& source, const std::string& root) { top_->endRead(source, root); },

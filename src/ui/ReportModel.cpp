@@ -8,6 +8,8 @@
 
 #include "lang/TL.h"
 #include "report/SizeFormat.h"
+#include "ui/CommandBar.h"
+#include "ui/CompareBaseline.h"
 
 namespace ql {
 
@@ -20,6 +22,8 @@ ReportModel::ReportModel(ReportTree& tree, QObject* parent) : QAbstractItemModel
     filesIcon_ = QIcon::fromTheme(QStringLiteral("text-x-generic"),
                                   style->standardIcon(QStyle::SP_FileIcon));
   }
+  newIcon_ = commandIcon(QStringLiteral("quorlane-compare-new"));
+  goneIcon_ = commandIcon(QStringLiteral("list-remove"));
 }
 
 ReportModel::~ReportModel() { tree_.setObserver(nullptr); }
@@ -54,13 +58,13 @@ void ReportModel::setSizeFormat(int unit, int decimals) {
   unit_ = unit;
   decimals_ = decimals ? 1 : 0;
   // Only the presentation changes: no row is touched.
-  Q_EMIT headerDataChanged(Qt::Horizontal, ColSize, ColSize);
+  Q_EMIT headerDataChanged(Qt::Horizontal, ColSize, ColChange);
   Q_EMIT layoutAboutToBeChanged();
   Q_EMIT layoutChanged();
 }
 
 QModelIndex ReportModel::index(int row, int column, const QModelIndex& parent) const {
-  if (row < 0 || column < 0 || column >= ColumnCount) return {};
+  if (row < 0 || column < 0 || column >= AllColumns) return {};
   const auto& kids = tree_.children(nodeOf(parent));
   if (static_cast<size_t>(row) >= kids.size()) return {};
   return createIndex(row, column, idOf(kids[static_cast<size_t>(row)]));
@@ -76,7 +80,67 @@ int ReportModel::rowCount(const QModelIndex& parent) const {
   return static_cast<int>(tree_.children(nodeOf(parent)).size());
 }
 
-int ReportModel::columnCount(const QModelIndex&) const { return ColumnCount; }
+int ReportModel::columnCount(const QModelIndex&) const {
+  return AllColumns;
+}
+
+void ReportModel::setBaseline(const CompareBaseline* baseline) {
+  baseline_ = baseline;
+  baselineChanged();
+}
+
+void ReportModel::baselineChanged() {
+  // Only the presentation changes, as with a new unit.
+  Q_EMIT layoutAboutToBeChanged();
+  Q_EMIT layoutChanged();
+}
+
+QVariant ReportModel::changeData(uint32_t n, int column, int role) const {
+  const CompareBaseline::Change* c = baseline_ ? baseline_->change(n) : nullptr;
+  if (!c) return role == ChangeStateRole ? QVariant(int(NotCompared)) : QVariant();
+  const auto signedText = [](const QString& text, int64_t value) {
+    return value > 0 ? QLatin1Char('+') + text : text;
+  };
+  const int64_t change = baseline_->changeOf(n);
+  const auto gone = [&] { return c->isNew ? CompareBaseline::Gone{} : baseline_->gone(n); };
+  switch (role) {
+    case Qt::DisplayRole:
+      switch (column) {
+        case ColChange:
+          return signedText(sizeText(change), change);
+        case ColChangePercent:
+          if (c->isNew) return TL(4607, "neu");
+          if (c->oldSize <= 0) return {};
+          return signedText(
+                     groupedFixed(
+                         100.0 * static_cast<double>(change) / static_cast<double>(c->oldSize), 1),
+                     change) +
+                 QLatin1String(" %");
+        case ColChangeFiles: {
+          const int64_t files = baseline_->filesChangeOf(n);
+          return signedText(groupedInteger(files), files);
+        }
+      }
+      break;
+    case Qt::DecorationRole:
+      if (column != ColChange) break;
+      if (c->isNew) return newIcon_;
+      if (gone().count > 0) return goneIcon_;
+      break;
+    case Qt::ToolTipRole:
+      if (column != ColChange) break;
+      if (c->isNew) return TL(4608, "Neu seit der Vergleichsmessung");
+      if (const CompareBaseline::Gone g = gone(); g.count > 0)
+        return TL(
+            4609, "%1 Ordner nicht mehr da (%2): %3",
+            {QString::number(g.count), sizeText(-g.bytes), g.names.join(QStringLiteral(", "))});
+      break;
+    case ChangeStateRole:
+      if (c->isNew) return int(New);
+      return gone().count > 0 ? int(LostFolders) : int(Compared);
+  }
+  return {};
+}
 
 QString ReportModel::sizeText(int64_t size) const {
   if (unit_ == 0) return groupedInteger(size);
@@ -86,6 +150,11 @@ QString ReportModel::sizeText(int64_t size) const {
 QVariant ReportModel::data(const QModelIndex& index, int role) const {
   if (!index.isValid()) return {};
   const uint32_t n = nodeOf(index);
+  if (index.column() >= ColumnCount) {
+    if (role == NodeRole) return QVariant::fromValue<quint32>(n);
+    if (role == Qt::TextAlignmentRole) return int(Qt::AlignRight | Qt::AlignVCenter);
+    return changeData(n, index.column(), role);
+  }
   const auto& node = tree_.node(n);
   switch (role) {
     case Qt::EditRole:
@@ -140,6 +209,12 @@ QVariant ReportModel::headerData(int section, Qt::Orientation orientation, int r
     case ColPercent: return TL(3698, "Prozent");
     case ColFiles: return TL(3573, "Dateien");
     case ColFolders: return TL(3574, "Ordner");
+    case ColChange:
+      return TL(4604, "Änderung (%1)", {TL(3515 + unit_, QString::fromLatin1(units[unit_]))});
+    case ColChangePercent:
+      return TL(4605, "Änderung %");
+    case ColChangeFiles:
+      return TL(4606, "Änderung Dateien");
   }
   return {};
 }
@@ -164,11 +239,17 @@ bool ReportModel::setData(const QModelIndex& index, const QVariant& value, int r
 void ReportModel::beginInsert(uint32_t parent, int first, int last) {
   beginInsertRows(indexOf(parent), first, last);
 }
-void ReportModel::endInsert() { endInsertRows(); }
+void ReportModel::endInsert() {
+  endInsertRows();
+  Q_EMIT structureChanged();
+}
 void ReportModel::beginRemove(uint32_t parent, int first, int last) {
   beginRemoveRows(indexOf(parent), first, last);
 }
-void ReportModel::endRemove() { endRemoveRows(); }
+void ReportModel::endRemove() {
+  endRemoveRows();
+  Q_EMIT structureChanged();
+}
 void ReportModel::beginReorder() { Q_EMIT layoutAboutToBeChanged(); }
 void ReportModel::endReorder() {
   // Indices keep their node; only the rows moved.
@@ -180,10 +261,13 @@ void ReportModel::endReorder() {
   Q_EMIT layoutChanged();
 }
 void ReportModel::beginReset() { beginResetModel(); }
-void ReportModel::endReset() { endResetModel(); }
+void ReportModel::endReset() {
+  endResetModel();
+  Q_EMIT structureChanged();
+}
 void ReportModel::valuesChanged(uint32_t parent, int firstRow, int lastRow) {
   const QModelIndex p = indexOf(parent);
-  Q_EMIT dataChanged(index(firstRow, 0, p), index(lastRow, ColumnCount - 1, p));
+  Q_EMIT dataChanged(index(firstRow, 0, p), index(lastRow, AllColumns - 1, p));
 }
 
 }  // namespace ql

@@ -1,7 +1,8 @@
 #pragma once
 // The report tree as a Qt item model, for QTreeView. The model holds no data of its own: it
 // shows the ReportTree and follows its changes. Columns: name, size (in the chosen unit),
-// percent, files, folders.
+// percent, files, folders; with a baseline to compare with, also the change of size (signed, in
+// the same unit), in percent and of files. Save and print know the first five.
 //
 // Threads: the owner thread of the tree only.
 
@@ -13,16 +14,27 @@
 
 namespace ql {
 
+class CompareBaseline;
+
 class ReportModel : public QAbstractItemModel, private TreeObserver {
   Q_OBJECT
  public:
   enum Column { ColName, ColSize, ColPercent, ColFiles, ColFolders, ColumnCount };
+  enum ChangeColumn { ColChange = ColumnCount, ColChangePercent, ColChangeFiles, AllColumns };
   static constexpr int NodeRole = Qt::UserRole + 1;
+  // On a change column: 0 the row is not compared, 1 it was there, 2 it is new; 3 some folders
+  // below it are gone (never on a new row).
+  static constexpr int ChangeStateRole = Qt::UserRole + 2;
+  enum ChangeState { NotCompared, Compared, New, LostFolders };
 
   explicit ReportModel(ReportTree& tree, QObject* parent = nullptr);
   ~ReportModel() override;
 
   ReportTree& tree() { return tree_; }
+  // The measurement the change columns compare with; none (nullptr) leaves them empty.
+  void setBaseline(const CompareBaseline* baseline);
+  // The baseline's values changed: every change cell is drawn again.
+  void baselineChanged();
   uint32_t nodeOf(const QModelIndex& index) const;
   QModelIndex indexOf(uint32_t node, int column = 0) const;
 
@@ -48,6 +60,10 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
     renamer_ = std::move(renamer);
   }
 
+ Q_SIGNALS:
+  // Rows came or went (not a sort, not a value): what was matched by path may be out of date.
+  void structureChanged();
+
  private:
   void beginInsert(uint32_t parent, int first, int last) override;
   void endInsert() override;
@@ -60,6 +76,7 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   void valuesChanged(uint32_t parent, int firstRow, int lastRow) override;
 
   QString sizeText(int64_t size) const;
+  QVariant changeData(uint32_t node, int column, int role) const;
 
   ReportTree& tree_;
   int unit_ = 0;
@@ -67,6 +84,8 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   QIcon folderIcon_, junctionIcon_, filesIcon_;
   std::function<bool(uint32_t, const QString&)> renamer_;
   std::function<QString(uint32_t)> rootCaption_;
+  const CompareBaseline* baseline_ = nullptr;
+  QIcon newIcon_, goneIcon_;
 };
 
 }  // namespace ql

@@ -1,32 +1,38 @@
 #include "ui/ReportPane.h"
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <QDateTime>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLocale>
 #include <QMenu>
 #include <QMessageBox>
 #include <QScrollBar>
 #include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cerrno>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <thread>
 
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
+#include "report/ReportCommands.h"
+#include "report/ReportEdit.h"
+#include "report/SizeFormat.h"
+#include "scan/FileOps.h"
+#include "scan/ScanDriver.h"
+#include "scan/Trash.h"
+#include "snapshot/SnapshotStore.h"
+#include "ui/CommandIds.h"
+#include "ui/Desktop.h"
 #include "ui/dialogs/frmPrint.h"
 #include "ui/dialogs/frmSave.h"
-#include "report/ReportCommands.h"
-#include "scan/FileOps.h"
-#include "scan/Trash.h"
-#include "ui/Desktop.h"
-#include "report/ReportEdit.h"
-#include "scan/ScanDriver.h"
-#include "ui/CommandIds.h"
 
 namespace ql {
 
@@ -48,7 +54,9 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
     : QWidget(parent), tree_(tree), driver_(driver), guard_(guard) {
   setObjectName(QStringLiteral("picReport"));
   decimals_ = options.SizeFormatNachkommastellenFolders ? 1 : 0;
+  noHardlinks_ = options.NoHardlinks != 0;
   model_ = std::make_unique<ReportModel>(tree_);
+  baseline_ = std::make_unique<CompareBaseline>(tree_);
   model_->setSizeFormat(options.FileSizeFormat >= 0 && options.FileSizeFormat <= 3 ? options.FileSizeFormat : 0,
                         decimals_);
 
@@ -68,7 +76,9 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   view_->header()->setStretchLastSection(false);
   view_->setColumnWidth(0, 320);
-  for (int c = 1; c < ReportModel::ColumnCount; ++c) view_->setColumnWidth(c, 110);
+  for (int c = 1; c < ReportModel::AllColumns; ++c) view_->setColumnWidth(c, 110);
+  for (int c = ReportModel::ColumnCount; c < ReportModel::AllColumns; ++c)
+    view_->setColumnHidden(c, true);
   view_->setColumnHidden(ReportModel::ColPercent, !options.ColPercentVisible);
   view_->setColumnHidden(ReportModel::ColFiles, !options.ColFileVisible);
   view_->setColumnHidden(ReportModel::ColFolders, !options.ColFolderVisible);
@@ -104,6 +114,22 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   view_->header()->setSectionsClickable(true);
   connect(view_->header(), &QHeaderView::sectionClicked, this,
           guard_.wrap("tvwPL_ColumnClick", [this](int section) { onColumnTitleClick(section); }));
+
+  // A baseline is matched again whenever folders came or went, once the walk is done.
+  connect(baseline_.get(), &CompareBaseline::loaded, this,
+          guard_.wrap("Compare_Loaded", [this](const QString& error) { onBaselineLoaded(error); }));
+  connect(baseline_.get(), &CompareBaseline::compared, this,
+          guard_.wrap("Compare_Compared", [this] {
+            model_->baselineChanged();
+            if (changeSort_ >= 0) {  // the new values in the order asked for
+              changeSortDescending_ = !changeSortDescending_;
+              sortByChange(changeSort_);
+            }
+            Q_EMIT compared();
+          }));
+  connect(model_.get(), &ReportModel::structureChanged, this, [this] { scheduleCompare(); });
+  connect(&driver_, &ScanDriver::finished, this, [this] { scheduleCompare(); });
+  connect(&driver_, &ScanDriver::rescanFinished, this, [this] { scheduleCompare(); });
 }
 
 ReportPane::~ReportPane() { view_->setModel(nullptr); }
@@ -127,6 +153,12 @@ void ReportPane::buildBar(const MainOptions& o) {
   b.AddControl(T::Button, Save, 3537, "Speichern", "document-save", true, 3538,
                "Ordnerliste in eine Textdatei speichern");
   b.AddControl(T::Button, Print, 3541, "Drucken", "document-print", true, 3542, "Ordnerliste drucken");
+  b.AddControl(T::SplitButton, Compare, 4600, "Vergleichen", "quorlane-compare", false, 4601,
+               "Mit einer früheren Messung der Quelle vergleichen");
+  // The popup lists the snapshots of the source selected when it opens.
+  if (QMenu* menu = b.control(Compare)->menu())
+    connect(menu, &QMenu::aboutToShow, this,
+            guard_.wrap("cbrReport_Compare", [this] { compareMenu(); }));
   b.AddControl(T::Button, PercentColumn, 3698, "Prozent", "quorlane-column-percent", true, 3699, "Spalte 'Prozent' anzeigen", true,
                o.ColPercentVisible);
   b.AddControl(T::Button, FilesColumn, 3676, "Dateien", "quorlane-column-files", false, 3565, "Spalte 'Dateianzahl' anzeigen", true,
@@ -163,6 +195,11 @@ void ReportPane::cbrReport_Execute(int id) {
     // up takes their road too, except the full view.
     if (id >= ExpandLevels && id != FullView) {
       expandToLevel(id - ExpandLevels);
+      return;
+    }
+    if (id >= CompareSnapshots && id <= CompareSnapshotsLast) {
+      if (static_cast<size_t>(id - CompareSnapshots) < snapshotFiles_.size())
+        compareWith(snapshotFiles_[static_cast<size_t>(id - CompareSnapshots)]);
       return;
     }
     switch (id) {
@@ -213,6 +250,22 @@ void ReportPane::cbrReport_Execute(int id) {
           startSearch();
         break;
       case FullView: Q_EMIT fullViewRequested(); break;
+      case Compare:
+        if (QMenu* menu = bar_->control(Compare)->menu()) {
+          QWidget* button = bar_->widgetForAction(bar_->control(Compare));
+          menu->popup(button ? button->mapToGlobal(QPoint(0, button->height())) : QCursor::pos());
+        }
+        return;
+      case CompareOther: {
+        const QString file = QFileDialog::getOpenFileName(
+            this, TL(4615, "Messung zum Vergleichen wählen"), QString(),
+            TL(4616, "Exporte (*.json *.zst);;Alle Dateien (*)"));
+        if (!file.isEmpty()) compareWith(encode(file));
+        return;
+      }
+      case CompareOff:
+        compareOff();
+        break;
       case Allocated:
       case LinksOnce:
         Q_EMIT countingChanged(bar_->isChecked(Allocated), bar_->isChecked(LinksOnce));
@@ -530,6 +583,13 @@ void ReportPane::storeOptions(MainOptions& o) const {
 
 void ReportPane::onColumnTitleClick(int section) {
   if (tree_.empty() || !view_->isEnabled()) return;
+  if (section >= ReportModel::ColumnCount) {
+    sortByChange(section);
+    view_->setCurrentIndex(model_->index(0, 0));
+    view_->scrollToTop();
+    return;
+  }
+  changeSort_ = -1;
   sortByColumnTitle(tree_, section + 1);
   view_->setCurrentIndex(model_->index(0, 0));
   view_->scrollToTop();
@@ -538,7 +598,7 @@ void ReportPane::onColumnTitleClick(int section) {
 // Every column fitted to its content, and the report made exactly as wide as its columns.
 void ReportPane::fitColumns() {
   int width = 0;
-  for (int c = 0; c < ReportModel::ColumnCount; ++c) {
+  for (int c = 0; c < ReportModel::AllColumns; ++c) {
     view_->resizeColumnToContents(c);
     if (!view_->isColumnHidden(c)) width += view_->columnWidth(c);
   }
@@ -590,8 +650,145 @@ void ReportPane::onCurrentChanged(const QModelIndex& current) {
   uint32_t node = model_->nodeOf(current);
   if (!tree_.isLive(node)) return;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  Q_EMIT statusText(decode(tree_.fullPath(node)));
+  QString text = decode(tree_.fullPath(node));
+  // What the report cannot show as rows: the folders of the baseline that are gone.
+  if (const QString gone = model_
+                               ->index(static_cast<int>(tree_.node(node).row),
+                                       ReportModel::ColChange, model_->indexOf(tree_.parent(node)))
+                               .data(Qt::ToolTipRole)
+                               .toString();
+      baseline_->change(node) && !baseline_->change(node)->isNew && !gone.isEmpty())
+    text += QStringLiteral("  —  ") + gone;
+  Q_EMIT statusText(text);
   Q_EMIT currentFolderChanged(node);
+}
+
+// --- Comparing --------------------------------------------------------------------------------
+
+uint32_t ReportPane::compareSource() const {
+  const uint32_t node = selectedNode();
+  if (node != kNoNode) return tree_.rootOf(node);
+  return tree_.roots().size() == 1 ? tree_.roots().front() : kNoNode;
+}
+
+QMenu* ReportPane::compareMenu() {
+  using namespace cmd::report;
+  QMenu* menu = bar_->control(Compare)->menu();
+  menu->clear();
+  const auto add = [menu](int id, const QString& caption) {
+    QAction* a = menu->addAction(caption);
+    a->setData(id);
+    a->setObjectName(QStringLiteral("cmd%1").arg(id));
+    return a;
+  };
+  snapshotFiles_.clear();
+  const uint32_t source = compareSource();
+  // The kept snapshots of the source, newest first: a listing of one small folder, no file read.
+  if (source != kNoNode) {
+    for (const SnapshotInfo& s : listSnapshots(std::string(tree_.text(source)))) {
+      if (snapshotFiles_.size() > static_cast<size_t>(CompareSnapshotsLast - CompareSnapshots))
+        break;
+      const QString when =
+          QLocale().toString(QDateTime::fromSecsSinceEpoch(s.time), QLocale::ShortFormat);
+      add(CompareSnapshots + static_cast<int>(snapshotFiles_.size()),
+          TL(4614, "%1 – %2, %3 Dateien",
+             {when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)}));
+      snapshotFiles_.push_back(s.file);
+    }
+    if (snapshotFiles_.empty())
+      add(0, TL(4613, "Keine gespeicherten Messungen dieser Quelle"))->setEnabled(false);
+  }
+  menu->addSeparator();
+  add(CompareOther, TL(4602, "Andere Messung..."))->setEnabled(source != kNoNode);
+  add(CompareOff, TL(4603, "Vergleich aus"))
+      ->setEnabled(baseline_->active() || baseline_->loading());
+  return menu;
+}
+
+void ReportPane::compareWith(const std::string& file) {
+  const uint32_t source = compareSource();
+  if (source == kNoNode) {
+    Q_EMIT statusText(TL(4620, "Wählen Sie zuerst die Quelle, die verglichen werden soll."));
+    return;
+  }
+  ImportOptions o;
+  o.filesLabel = TL(3514, "Dateien").toStdString();
+  o.noHardlinks = noHardlinks_;
+  o.allocated = bar_->isChecked(cmd::report::Allocated);
+  o.linksOnce = bar_->isChecked(cmd::report::LinksOnce);
+  const size_t slash = file.rfind('/');
+  baselineName_ = decode(slash == std::string::npos ? file : file.substr(slash + 1));
+  baseline_->load(file, std::string(tree_.text(source)), o);
+  Q_EMIT statusText(TL(4610, "Lese die Vergleichsmessung '%1'...", {baselineName_}));
+}
+
+void ReportPane::compareOff() {
+  const bool was = baseline_->active();
+  baseline_->clear();
+  model_->setBaseline(nullptr);
+  for (int c = ReportModel::ColumnCount; c < ReportModel::AllColumns; ++c)
+    view_->setColumnHidden(c, true);
+  changeSort_ = -1;
+  if (was) Q_EMIT baselineChanged(nullptr);
+}
+
+void ReportPane::onBaselineLoaded(const QString& error) {
+  if (!error.isEmpty()) {  // the view stays as it was
+    Q_EMIT statusText(TL(4612, "'%1' kann nicht verglichen werden: %2", {baselineName_, error}));
+    return;
+  }
+  model_->setBaseline(baseline_.get());
+  for (int c = ReportModel::ColumnCount; c < ReportModel::AllColumns; ++c)
+    view_->setColumnHidden(c, false);
+  Q_EMIT baselineChanged(baseline_.get());
+  Q_EMIT statusText(TL(4611, "Vergleich mit '%1'", {baselineName_}));
+  compareQueued_ = false;
+  compareNow();
+}
+
+void ReportPane::scheduleCompare() {
+  if (compareQueued_ || !baseline_->active()) return;
+  compareQueued_ = true;
+  QTimer::singleShot(0, this, guard_.wrap("Compare_Again", [this] { compareNow(); }));
+}
+
+// During a walk the rows keep what the last match found; the walk's end matches again.
+void ReportPane::compareNow() {
+  compareQueued_ = false;
+  if (!baseline_->active() || driver_.busy()) return;
+  if (!baseline_->compare()) {
+    const QString source = decode(baseline_->source());
+    compareOff();
+    Q_EMIT statusText(TL(4619, "Vergleich beendet: '%1' ist nicht mehr im Bericht.", {source}));
+  }
+}
+
+// The first click on a change column puts the largest growth first; the next turns it over.
+void ReportPane::sortByChange(int section) {
+  if (!baseline_->active()) return;
+  changeSortDescending_ = section == changeSort_ ? !changeSortDescending_ : true;
+  changeSort_ = section;
+  const CompareBaseline& b = *baseline_;
+  std::function<int64_t(uint32_t)> key;
+  switch (section) {
+    case ReportModel::ColChangePercent:
+      key = [&b](uint32_t n) -> int64_t {
+        const CompareBaseline::Change* c = b.change(n);
+        if (!c) return 0;
+        if (c->isNew || c->oldSize <= 0)
+          return b.changeOf(n) > 0 ? INT64_MAX : 0;  // grown from nothing
+        return static_cast<int64_t>(1e6 * static_cast<double>(b.changeOf(n)) /
+                                    static_cast<double>(c->oldSize));
+      };
+      break;
+    case ReportModel::ColChangeFiles:
+      key = [&b](uint32_t n) { return b.filesChangeOf(n); };
+      break;
+    default:
+      key = [&b](uint32_t n) { return b.changeOf(n); };
+      break;
+  }
+  tree_.sortAllBy(key, changeSortDescending_);
 }
 
 bool ReportPane::eventFilter(QObject* watched, QEvent* event) {

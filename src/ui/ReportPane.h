@@ -12,10 +12,11 @@
 #include <memory>
 
 #include "app/Settings.h"
-#include "ui/ReportModel.h"
-#include "report/ReportTree.h"
-#include "ui/PaneBar.h"
 #include "failure/Guard.h"
+#include "report/ReportTree.h"
+#include "ui/CompareBaseline.h"
+#include "ui/PaneBar.h"
+#include "ui/ReportModel.h"
 
 class QMenu;
 
@@ -70,6 +71,15 @@ class ReportPane : public QWidget {
   // Check marks and units into the options kept at exit.
   void storeOptions(MainOptions& o) const;
 
+  // --- Comparing with an earlier measurement of a source
+  // Reads the export or snapshot in `file` as the baseline of the selected row's source (the only
+  // source when none is selected); the change columns follow once it is read and matched.
+  void compareWith(const std::string& file);
+  void compareOff();
+  const CompareBaseline& baseline() const { return *baseline_; }
+  // The popup of "Vergleichen", filled anew for the selected source.
+  QMenu* compareMenu();
+
  Q_SIGNALS:
   void statusText(const QString& text);
   void currentFolderChanged(uint32_t node);
@@ -82,6 +92,10 @@ class ReportPane : public QWidget {
   void folderDeleted(const std::string& path);
   // The pane works on the disk (true) or is done (false): the window takes no other command.
   void busyChanged(bool busy);
+  // A baseline was taken or dropped (nullptr).
+  void baselineChanged(const CompareBaseline* baseline);
+  // The change columns hold the values of a new match.
+  void compared();
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
@@ -103,6 +117,12 @@ class ReportPane : public QWidget {
   // The first selected row in the order of the rows; kNoNode when none is selected.
   uint32_t firstSelectedNode() const;
   void warn(const QString& text);
+  void onBaselineLoaded(const QString& error);
+  void scheduleCompare();
+  void compareNow();
+  void sortByChange(int section);
+  // The source a comparison is for: the selected row's, or the only one.
+  uint32_t compareSource() const;
 
   ReportTree& tree_;
   ScanDriver& driver_;
@@ -116,6 +136,13 @@ class ReportPane : public QWidget {
   QString lastSaveFolder_;
   std::function<void(const QString&)> warn_;
   std::function<bool(uint32_t)> locked_;
+  std::unique_ptr<CompareBaseline> baseline_;
+  QString baselineName_;  // the file or snapshot the baseline came from, for the status bar
+  bool compareQueued_ = false;
+  int changeSort_ = -1;  // the change column the report was sorted by last, -1 for another
+  bool changeSortDescending_ = true;
+  bool noHardlinks_ = false;
+  std::vector<std::string> snapshotFiles_;  // of the popup's entries, in their order
 };
 
 }  // namespace ql

@@ -11,8 +11,8 @@
 #include "scan/FeedFan.h"
 #include "scan/FileOps.h"
 #include "snapshot/SnapshotKeeper.h"
-#include "support/Logs.h"
 #include "support/Globals.h"
+#include "support/Logs.h"
 #include "support/PathText.h"
 #include "ui/ImportedSources.h"
 
@@ -39,15 +39,20 @@ ScanSession::ScanSession(const Guard& guard, QObject* parent)
           guard_.wrap("Import", [this](uint32_t root, const QString& error) {
             onImportFinished(root, error);
           }));
-  snapshots_ = std::make_unique<SnapshotKeeper>([this](const std::string& source,
-                                                       const std::string& error) {
-    QMetaObject::invokeMethod(this, guard_.wrap("SnapshotSchreiben", [this, source, error] {
-      const QString text = TL(4570, "Der Schnappschuss von '%1' kann nicht geschrieben werden: %2",
+  snapshots_ =
+      std::make_unique<SnapshotKeeper>([this](const std::string& source, const std::string& error) {
+        QMetaObject::invokeMethod(
+            this,
+            guard_.wrap("SnapshotSchreiben",
+                        [this, source, error] {
+                          const QString text = TL(
+                              4570, "Der Schnappschuss von '%1' kann nicht geschrieben werden: %2",
                               {pathText(source), QString::fromStdString(error)});
-      WriteErrorLog(text);
-      Q_EMIT statusText(text);
-    }), Qt::QueuedConnection);
-  });
+                          WriteErrorLog(text);
+                          Q_EMIT statusText(text);
+                        }),
+            Qt::QueuedConnection);
+      });
   wireDriver();
 }
 

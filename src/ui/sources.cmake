@@ -1,6 +1,7 @@
 # The window library: panes, the window and its dialogs (WindowMain.cpp is the module's entry).
 list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/CommandBar.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/CompareBaseline.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Desktop.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DriveModel.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DrivePane.cpp
