@@ -1,11 +1,10 @@
 // The options dialog as the user meets it (what counts as a change, OK, Cancel, Apply, and the
-// file-manager entry following the settings file), the window taking the section back after it
-// has closed, and the about box.
+// file-manager entry following the settings file), and the window taking the section back after
+// it has closed.
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QFile>
-#include <QLabel>
 #include <QPushButton>
 #include <QSettings>
 #include <QTimer>
@@ -17,12 +16,8 @@
 #include "support/Globals.h"
 #include "support/Profile.h"
 #include "app/Settings.h"
-#include "lang/TL.h"
 #include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
-#include "ui/TranslateControls.h"
-#include "ui/dialogs/frmInfo.h"
-#include "ui/dialogs/frmInternetUpdate.h"
 #include "ui/dialogs/frmOptionen.h"
 
 namespace ql::test {
@@ -146,29 +141,6 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
   const QModelIndex root = w.reportPane().model().index(0, 0);
   ASSERT_EQ(w.reportPane().model().rowCount(root), 1);  // the link to a folder is left out at once
   EXPECT_EQ(w.reportPane().model().index(0, 0, root).data().toString(), "sub");
-}
-
-TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
-  frmInfo f;
-  frmInternetUpdate u;  // one form of the version in both: three numbers
-  EXPECT_EQ(f.lblVersion->text(), "Version " + u.lblVersionInstall->text());
-  EXPECT_EQ(u.lblVersionInstall->text().count('.'), 2);
-  EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("href=\"") + webHost()));
-  EXPECT_FALSE(programIcon().pixmap(32, 32).isNull());  // built in, and the SVG reader is there
-
-  MainWindow w;
-  EXPECT_EQ(withDialog(w, cmd::main::About, [](QDialog* d) { d->accept(); }), "frmInfo");
-}
-
-// Qt's standard buttons and dialogs follow the program's language, not the system's.
-TEST_F(OptionsTest, QtsOwnTextsFollowTheProgramsLanguage) {
-  const auto cancel = [] { return QCoreApplication::translate("QPlatformTheme", "Cancel"); };
-  ASSERT_TRUE(installQtTranslations(kLangRussian));
-  EXPECT_EQ(cancel(), QString::fromUtf8("Отмена"));
-  ASSERT_TRUE(installQtTranslations(kLangGerman));
-  EXPECT_EQ(cancel(), QStringLiteral("Abbrechen"));
-  ASSERT_TRUE(installQtTranslations(kLangEnglish));
-  EXPECT_EQ(cancel(), QStringLiteral("Cancel"));
 }
 
 }  // namespace
