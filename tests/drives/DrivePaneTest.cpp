@@ -1,11 +1,9 @@
 // The drive pane as a user meets it: rows that fill in while one mount hangs, the commands of
-// its bar, the locations kept across a restart, and the double click that asks for a scan.
+// its bar, the locations it keeps, and the double click that asks for a scan.
 
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
-#include <QMenu>
-#include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -15,7 +13,6 @@
 #include "support/Globals.h"
 #include "ui/CommandIds.h"
 #include "ui/DrivePane.h"
-#include "ui/MainWindow.h"
 
 Q_DECLARE_METATYPE(std::vector<std::string>)
 
@@ -139,39 +136,10 @@ TEST_F(DrivePaneTest, DoubleClickAndScanCommandsAskForScans) {
   ASSERT_EQ(scans.count(), 1);
   EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
 
-  // The popup's first entry scans the selected drive.
-  QMenu* menu = pane->drivePopup();
-  ASSERT_EQ(menu->actions().at(0)->data().toInt(), cmd::drives::PopupScan);
-  menu->actions().at(0)->trigger();
-  menu->close();
-  ASSERT_EQ(scans.count(), 1);
-  EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
-
   pane->bar().control(cmd::drives::ScanAll)->trigger();
   ASSERT_EQ(scans.count(), 1);
   EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(),
             (std::vector<std::string>{"/", "/hung", "/data", "/gone"}));
-}
-
-// In the window: a drive asked for is read as a source, and its row is selected afterwards.
-TEST(DrivesInWindow, AScanAskedByThePaneReadsTheSourceAndSelectsItsDrive) {
-  guiApp();
-  TempDir d, config;
-  globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
-  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
-  makeFile(d / "f", 10);
-  MainWindow w;
-  w.show();
-  QCoreApplication::processEvents();
-  ASSERT_GT(w.drivePane().rowCount(), 0);
-  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
-  Q_EMIT w.drivePane().scanRequested({d.path()});
-  ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.session().tree().roots().size(), 1u);
-  EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[0]).size, 10);
-  const int row = w.drivePane().view().currentIndex().row();
-  ASSERT_GE(row, 0);
-  EXPECT_EQ(w.drivePane().model().rowOf(d.path()), row);
 }
 
 }  // namespace
