@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <QClipboard>
 #include <QDir>
 #include <QFile>
 #include <QMessageBox>
@@ -73,19 +72,6 @@ TEST(frmFehler, SaveWritesTheReport) {
   EXPECT_EQ(saved.readAll(), kReport.toUtf8());
   ASSERT_EQ(boxes.seen.size(), 1);
   EXPECT_TRUE(boxes.seen[0].endsWith(QLatin1Char('|') + saved.fileName()));
-}
-
-TEST(frmFehler, ContinueAndEndPutTheReportOnTheClipboard) {
-  for (const char* name : {"cmdWeiter", "cmdBeenden"}) {
-    Fixture f;
-    bool ended = false;
-    f.dialog.setEndProcess([&ended] { ended = true; });
-    QGuiApplication::clipboard()->setText(QStringLiteral("old"));
-    f.button(name)->click();
-    EXPECT_EQ(ended, name == std::string("cmdBeenden"));
-    EXPECT_EQ(QGuiApplication::clipboard()->text(),
-              QStringLiteral("Time: 01.02.2024 10:11:12\nFunc: x\nComp: box\n"));
-  }
 }
 
 TEST(frmFehler, FailureReportShowsTheDialog) {
