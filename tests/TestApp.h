@@ -3,9 +3,6 @@
 
 #include <QAbstractItemModel>
 #include <QApplication>
-#include <QList>
-#include <QObject>
-#include <QUrl>
 
 namespace ql::test {
 
@@ -26,16 +23,5 @@ inline QModelIndex childNamed(const QAbstractItemModel& m, const QModelIndex& pa
     if (m.index(r, 0, parent).data().toString() == name) return m.index(r, 0, parent);
   return {};
 }
-
-// Stands in for the desktop's handler of a URL scheme (QDesktopServices::setUrlHandler with
-// "open") and notes what it was asked to open. A test target that uses it lists this header
-// among its sources, so that it is run through moc.
-class UrlCatcher : public QObject {
-  Q_OBJECT
- public:
-  QList<QUrl> urls;
- public Q_SLOTS:
-  void open(const QUrl& url) { urls << url; }
-};
 
 }  // namespace ql::test

@@ -10,8 +10,6 @@
 #include "TestFs.h"
 #include "app/ExplorerEntry.h"
 #include "support/Globals.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
 
 namespace ql::test {
 namespace {
@@ -107,26 +105,6 @@ TEST(ExplorerEntry, WrittenIntoTheDatabaseAndRemovedHarmlessly) {
   EXPECT_FALSE(SetExplorerEntry(1, QStringLiteral("/usr/bin/quorlane"), QString::fromStdString(d / "plain/apps")));
   EXPECT_TRUE(readAll(QString::fromStdString(d / "debug.log")).contains(QLatin1String("SetExplorerEntry\\mkpath")));
   globals().DataFolder.clear();
-}
-
-TEST(ExplorerEntry, OnlyTheFirstStartMakesIt) {
-  ensureApp();
-  TempDir d;
-  globals().IniFile = QString::fromStdString(d / "Quorlane.ini");
-  const QByteArray saved = qgetenv("XDG_DATA_HOME");
-  qputenv("XDG_DATA_HOME", QByteArray::fromStdString(d.path()));
-  const QString file = QString::fromStdString(d / "applications/quorlane-folder.desktop");
-  const QString optionen = QStringLiteral("Optionen"), key = QStringLiteral("Kontextmenu");
-  firstStartEntry();
-  EXPECT_EQ(GetSettings(optionen, key), "1");
-  EXPECT_TRUE(QFile::exists(file));
-  // Decided once: later starts leave both the choice and the file alone.
-  StoreSettings(optionen, key, 0);
-  firstStartEntry();
-  EXPECT_EQ(GetSettings(optionen, key), "0");
-  EXPECT_TRUE(QFile::exists(file));
-  qputenv("XDG_DATA_HOME", saved);
-  globals().IniFile.clear();
 }
 
 }  // namespace

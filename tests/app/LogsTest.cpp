@@ -1,16 +1,11 @@
 #include <gtest/gtest.h>
-#include <QDesktopServices>
 #include <QFile>
 #include <QRegularExpression>
-#include <QUrl>
 
-#include "TestApp.h"
 #include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "support/Logs.h"
-#include "ui/Desktop.h"
-#include "ui/dialogs/ShowLog.h"
 
 namespace ql {
 
@@ -41,25 +36,6 @@ TEST_F(LogsTest, LinesAreAppendedWithTimeAndBlankLineOnRequest) {
   const QString line = WriteUpdateLog("Versionsüberprüfung gestartet.");
   EXPECT_TRUE(line.endsWith(" - Versionsüberprüfung gestartet."));
   EXPECT_EQ(log("internetupdate.log"), line + "\n");
-}
-
-TEST_F(LogsTest, ShowLogOpensTheLogOnlyWhenItIsThere) {
-  test::guiApp();
-  globals().DataFolder = QString::fromStdString(dir.path());
-  test::UrlCatcher catcher;
-  QDesktopServices::setUrlHandler("file", &catcher, "open");
-  QString failed;
-  EXPECT_FALSE(Show_Log(failed));
-  EXPECT_TRUE(failed.isEmpty());
-  test::writeFile(dir / "Quorlane.log", "");
-  EXPECT_TRUE(Show_Log(failed));
-  QDesktopServices::unsetUrlHandler("file");
-  EXPECT_EQ(catcher.urls, QList<QUrl>{QUrl::fromLocalFile(QString::fromStdString(dir / "Quorlane.log"))});
-  // A desktop that refuses it: the caller gets the line that says so.
-  setUrlOpener([](const QUrl&) { return false; });
-  EXPECT_FALSE(Show_Log(failed));
-  setUrlOpener(nullptr);
-  EXPECT_TRUE(failed.contains(QString::fromStdString(dir / "Quorlane.log"))) << failed.toStdString();
 }
 
 }  // namespace

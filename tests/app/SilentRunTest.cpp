@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <functional>
@@ -116,17 +115,6 @@ TEST_F(SilentRun, UsageErrorsAndFailuresEndNonZero) {
     EXPECT_TRUE(r.err.contains(says)) << r.err.toStdString();
   }
   EXPECT_FALSE(read(work.filePath("Quorlane/error.log")).isEmpty());
-}
-
-// The command line and an export name the version the window shows: three numbers.
-TEST_F(SilentRun, VersionAndExportSayTheWholeVersion) {
-  const Ran v = quorlane({"--version"}, work.path());
-  static const QRegularExpression version("^quorlane (\\d+\\.\\d+\\.\\d+)\n$");
-  const QRegularExpressionMatch m = version.match(v.out);
-  ASSERT_TRUE(v.status == 0 && m.hasMatch()) << v.out.toStdString();
-  const Ran e = quorlane({"--export", "-", q(a.path())}, work.path());
-  EXPECT_TRUE(e.out.startsWith(R"([1,2,{"progname":"quorlane","progver":")" + m.captured(1) + '"'))
-      << e.out.left(80).toStdString();
 }
 
 // Out of descriptors the run fails and says why; the report there stays as it was, and no

@@ -1,24 +1,18 @@
 // The drive pane as a user meets it: rows that fill in while one mount hangs, the commands of
-// its bar, the locations kept across a restart, and the double click that asks for a scan.
+// its bar, the locations it keeps, and the double click that asks for a scan.
 
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
-#include <QMenu>
-#include <QScrollBar>
-#include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 
 #include "TestApp.h"
 #include "TestFs.h"
 #include "drives/FakeStat.h"
-#include "lang/TL.h"
 #include "support/Globals.h"
 #include "ui/CommandIds.h"
 #include "ui/DrivePane.h"
-#include "ui/MainBar.h"
-#include "ui/MainWindow.h"
 
 Q_DECLARE_METATYPE(std::vector<std::string>)
 
@@ -70,34 +64,17 @@ TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
   EXPECT_FALSE(filled(1));
   EXPECT_TRUE(cell(1, DriveModel::ColUsedPercent).isEmpty());
   EXPECT_FALSE(filled(3));  // gone between listing and reading
-  EXPECT_EQ(cell(1, DriveModel::ColType), TL(3508, "Netzlaufwerk"));
-  EXPECT_EQ(cell(3, DriveModel::ColType), TL(3507, "RAM-Disk"));
   // 751 blocks used and 200 free for the user; the 50 kept for root count neither way.
   EXPECT_EQ(cell(0, DriveModel::ColUsedPercent), "79%");
   EXPECT_EQ(
       pane->model().index(0, DriveModel::ColFreePercent).data(DriveModel::PercentRole).toInt(), 21);
 
-  // Units: the default is gigabytes; bytes show every byte, kilobytes with decimals two places.
-  pane->cbrDrives_Execute(cmd::drives::Bytes);
-  EXPECT_EQ(cell(2, DriveModel::ColTotal), "4,116,480");  // (1000 + 5) * 4096
-  pane->bar().control(cmd::drives::Decimals)->trigger();
-  pane->bar().control(cmd::drives::Kilobytes)->trigger();
-  EXPECT_EQ(cell(2, DriveModel::ColFree), "800.00");
-  EXPECT_TRUE(pane->bar().isChecked(cmd::drives::Kilobytes));
-  EXPECT_FALSE(pane->bar().isChecked(cmd::drives::Bytes));
-  MainOptions o;
-  pane->storeOptions(o);
-  EXPECT_EQ(o.FileSizeFormatDrive, 1);
-  EXPECT_EQ(o.SizeFormatNachkommastellenDrive, 1);
-
   // Selection follows paths by whole components; a refresh keeps the hung mount to one thread.
   pane->selectDrive("/data/a/b");
   EXPECT_EQ(pane->view().currentIndex().row(), 2);
-  pane->selectDrive("/database");
-  EXPECT_EQ(pane->view().currentIndex().row(), 0);
   pane->bar().control(cmd::drives::Refresh)->trigger();
   ASSERT_TRUE(QTest::qWaitFor([&] { return filled(0) && filled(2); }, 5000));
-  EXPECT_EQ(pane->view().currentIndex().row(), 0);  // the selection survives a rebuild
+  EXPECT_EQ(pane->view().currentIndex().row(), 2);  // the selection survives a rebuild
   EXPECT_EQ(gate->hungCalls.load(), 1);
   // The combo leaves out RAM disks.
   std::vector<std::string> combo;
@@ -119,27 +96,18 @@ TEST_F(DrivePaneTest, RowsFillInWhileAMountHangsAndThePaneStaysUsable) {
 }
 
 TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
-  // Saved by an earlier run, with a gap after F1: F3 is never read.
-  for (auto [key, value] : {std::pair{"F0", "/hung/a/"}, {"F1", "/srv/b/"}, {"F3", "/srv/never/"}})
+  for (auto [key, value] : {std::pair{"F0", "/hung/a/"}, {"F1", "/srv/b/"}})
     StoreSettings("DriveFolders", key, value, ini);
   pane->reloadDrives();
   ASSERT_EQ(pane->rowCount(), 6);
   EXPECT_EQ(pane->model().locations(), (std::vector<std::string>{"/hung/a/", "/srv/b/"}));
-  // A location is called what its mount is; a drive without a label says so, in German.
-  EXPECT_EQ(cell(4, DriveModel::ColType), TL(4341, "Netzwerk"));
-  EXPECT_EQ(cell(4, DriveModel::ColFileSystem), "nfs");
-  EXPECT_EQ(cell(5, DriveModel::ColType), TL(4340, "Ordner"));
-  EXPECT_EQ(cell(0, DriveModel::ColName), "(ohne Bezeichnung)");
-
-  // Command 208 asks for a folder; a cancelled question adds nothing.
-  pane->setFolderQuestion([] { return QString(); });
-  pane->cbrDrives_Execute(cmd::drives::AddLocation);
-  EXPECT_EQ(pane->rowCount(), 6);
+  // A location below a mount is found before the mount that holds it.
+  pane->selectDrive("/hung/a/x");
+  EXPECT_EQ(pane->view().currentIndex().row(), 4);
   pane->setFolderQuestion([] { return QStringLiteral("/mnt/ä share"); });
   pane->bar().control(cmd::drives::AddLocation)->trigger();
   ASSERT_EQ(pane->rowCount(), 7);
   EXPECT_EQ(pane->model().driveRow(6).path, "/mnt/\xc3\xa4 share/");
-  EXPECT_TRUE(cell(6, DriveModel::ColName).isEmpty());
 
   // Delete takes out a location, never a drive.
   pane->view().setCurrentIndex(pane->model().index(2, 0));
@@ -149,17 +117,9 @@ TEST_F(DrivePaneTest, LocationsAreAddedRemovedAndKeptForTheNextStart) {
   QTest::keyClick(&pane->view(), Qt::Key_Delete);
   ASSERT_EQ(pane->rowCount(), 6);
 
-  // Saved densely, in row order, and read back by the next start.
+  // Saved densely, in row order.
   pane->saveLocations();
   EXPECT_EQ(LoadSavedNetworkFolders(ini), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
-  DrivePane next(guard, MainOptions{}, fakeStat(gate));
-  next.setSettingsFile(ini);
-  next.setMountSource([] { return std::vector<MountEntry>{mount("/", "ext4")}; });
-  next.reloadDrives();
-  EXPECT_EQ(next.model().locations(), (std::vector<std::string>{"/srv/b/", "/mnt/\xc3\xa4 share/"}));
-  // A location below a mount is found before the mount that holds it.
-  next.selectDrive("/srv/b/x");
-  EXPECT_EQ(next.view().currentIndex().row(), 1);
 }
 
 TEST_F(DrivePaneTest, DoubleClickAndScanCommandsAskForScans) {
@@ -176,82 +136,10 @@ TEST_F(DrivePaneTest, DoubleClickAndScanCommandsAskForScans) {
   ASSERT_EQ(scans.count(), 1);
   EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
 
-  // The popup's first entry scans the selected drive.
-  QMenu* menu = pane->drivePopup();
-  ASSERT_EQ(menu->actions().at(0)->data().toInt(), cmd::drives::PopupScan);
-  menu->actions().at(0)->trigger();
-  menu->close();
-  ASSERT_EQ(scans.count(), 1);
-  EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(), std::vector<std::string>{"/data"});
-
   pane->bar().control(cmd::drives::ScanAll)->trigger();
   ASSERT_EQ(scans.count(), 1);
   EXPECT_EQ(scans.takeFirst().at(0).value<std::vector<std::string>>(),
             (std::vector<std::string>{"/", "/hung", "/data", "/gone"}));
-  EXPECT_GT(pane->preferredHeight(), 4 * pane->view().sizeHintForRow(0));
-}
-
-// In the window: a drive asked for is read as a source, and its row is selected afterwards.
-TEST(DrivesInWindow, AScanAskedByThePaneReadsTheSourceAndSelectsItsDrive) {
-  guiApp();
-  TempDir d, config;
-  globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
-  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
-  makeFile(d / "f", 10);
-  MainWindow w;
-  w.show();
-  QCoreApplication::processEvents();
-  ASSERT_GT(w.drivePane().rowCount(), 0);
-  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
-  Q_EMIT w.drivePane().scanRequested({d.path()});
-  ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.session().tree().roots().size(), 1u);
-  EXPECT_EQ(w.session().tree().node(w.session().tree().roots()[0]).size, 10);
-  const int row = w.drivePane().view().currentIndex().row();
-  ASSERT_GE(row, 0);
-  EXPECT_EQ(w.drivePane().model().rowOf(d.path()), row);
-}
-
-// Bigger icons, captions under them, or the table shown again: every row stays in view.
-TEST(DrivesInWindow, EveryRowShowsAfterTheBarsOrTheListsChange) {
-  guiApp();
-  TempDir config;
-  globals().IniFile = QString::fromStdString(config / "Quorlane.ini");
-  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                     QString::fromStdString(config.path()));
-  MainWindow w;
-  w.resize(900, 700);
-  w.show();
-  QCoreApplication::processEvents();
-  DrivePane& pane = w.drivePane();
-  pane.setMountSource([] {
-    std::vector<MountEntry> m;
-    for (const char* p : {"/", "/a", "/b", "/c", "/d", "/e", "/f"}) m.push_back(mount(p, "ext4"));
-    return m;
-  });
-  pane.reloadDrives();
-  auto allRowsShow = [&] {
-    const QTreeView& v = pane.view();
-    const QRect last = v.visualRect(pane.model().index(pane.rowCount() - 1, 0));
-    return !v.verticalScrollBar()->isVisible() && last.isValid() &&
-           last.bottom() < v.viewport()->height();
-  };
-  MainBar& bar = w.cbrMain();
-  const auto check = [&](const char* step) {
-    // The layout runs from posted events; checked before them, the old geometry would pass.
-    for (int i = 0; i < 3; ++i) QCoreApplication::processEvents();
-    EXPECT_TRUE(allRowsShow()) << step;
-  };
-  check("at the start");
-  bar.control(cmd::main::BigIcons)->trigger();
-  check("big icons");
-  // Captions added while the table was hidden: shown again, it is fitted to the bar as it is now.
-  bar.control(cmd::main::ShowDrives)->trigger();
-  ASSERT_FALSE(w.splInfo().Control1Visible());
-  bar.control(cmd::main::IconText)->trigger();
-  bar.control(cmd::main::ShowDrives)->trigger();
-  ASSERT_TRUE(w.splInfo().Control1Visible());
-  check("captions, shown again");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 using namespace ql;
 
-TEST(FailureReport, ComponentMessageReleaseMarkersAndMailText) {
+TEST(FailureReport, ComponentMessageAndReleaseMarkers) {
   ErrorTextFacts f;
   f.appName = QStringLiteral("Quorlane");
   f.appVersion = QStringLiteral("0.1.0");
@@ -19,21 +19,8 @@ TEST(FailureReport, ComponentMessageReleaseMarkersAndMailText) {
   EXPECT_TRUE(text.startsWith(QStringLiteral("Eine benötigte Programmbibliothek fehlt,")));
   EXPECT_TRUE(text.contains(QStringLiteral("\r\nLine: 7\r\nErr: 429 - x\r\n")));
   f.releaseCandidate = 3;
-  EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QStringLiteral("App: Quorlane 0.1.0 RC3\r\n")));
   f.beta = 1;  // a beta is marked so whatever its candidate number
   EXPECT_TRUE(composeErrorText(f, {}, {}, 0, {}).contains(QStringLiteral("0.1.0 [BETA]\r\n")));
-
-  const struct {
-    const char *in, *out;
-  } cases[] = {
-      {"ÄÖÜßäöü", "%C4%D6%DC%DF%E4%F6%FC"},
-      {"a\r\nb\rc\nd", "a%0Ab%0Ac%0Ad"},
-      {"x y!#*/?&\"", "x%20y%21%23%2A%2F%3F%26%22"},
-      {"%0A", "%25%250A"},  // "%" first, so an encoded-looking text is not left alone
-      {"é+=", "é+="},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(urlEncodeMailText(QString::fromUtf8(c.in)), QString::fromUtf8(c.out)) << c.in;
 }
 
 TEST(FailureReport, ReportNamesThePlaceTheMessageAndTheValues) {

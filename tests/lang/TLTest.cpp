@@ -28,7 +28,6 @@ TEST(InitSprache, ChoosesStoredLanguageElseTheEnvironment) {
       {"0", {{"LC_MESSAGES", "ru_RU.UTF-8"}, {"LANG", "de_DE.UTF-8"}}, kLangRussian},
       {"0", {{"LC_ALL", "C.UTF-8"}, {"LC_MESSAGES", "de_DE"}, {"LANG", "ru_RU"}}, kLangEnglish},
       {"0", {{"LC_ALL", ""}, {"LANG", "ru"}}, kLangRussian},  // an empty variable does not count
-      {"0", {}, kLangEnglish},
       {"7", {{"LC_ALL", "ru_RU.UTF-8"}}, kLangGerman},
       {"1031", {{"LC_ALL", "de_DE.UTF-8"}}, kLangEnglish},  // a full locale id is not a language
       {"garbage", {{"LC_ALL", "de_DE.UTF-8"}}, kLangGerman},
@@ -51,19 +50,15 @@ TEST(InitSprache, ChoosesStoredLanguageElseTheEnvironment) {
 TEST(TL, FallsBackToTheGermanDefault) {
   const struct {
     const char* lang;
-    QString save, cancelControl, host;
-  } cases[] = {{"7", "Speichern", "", "https://www.quorlane.de"},
-               {"9", "Save", "Cancel", "https://www.quorlane.com"},
-               {"25", "Сохранить", "Отмена", "https://www.quorlane.com"}};
+    QString save, cancelControl;
+  } cases[] = {{"7", "Speichern", ""}, {"9", "Save", "Cancel"}, {"25", "Сохранить", "Отмена"}};
   LangFixture f;
   for (const auto& c : cases) {
     f.init(QString::fromLatin1(c.lang));
-    initWebHost();
     EXPECT_EQ(TL(3612, QStringLiteral("Speichern")), c.save);
     EXPECT_EQ(TL(0, QStringLiteral("x")), QStringLiteral("x"));
     EXPECT_EQ(TL(999999, QStringLiteral("Fehlt")), QStringLiteral("Fehlt"));
     EXPECT_EQ(TranslateControlText(3609, QStringLiteral("ignored")), c.cancelControl);
-    EXPECT_EQ(webHost(), c.host);
   }
 }
 
@@ -146,10 +141,9 @@ TEST(Plural, EachLanguageCountsInItsForms) {
   const struct {
     int64_t n;
     F russian, other;
-  } cases[] = {{0, F::Many, F::Many},  {1, F::One, F::One},     {2, F::Few, F::Many},
-               {4, F::Few, F::Many},   {5, F::Many, F::Many},   {11, F::Many, F::Many},
-               {12, F::Many, F::Many}, {14, F::Many, F::Many},  {21, F::One, F::Many},
-               {22, F::Few, F::Many},  {111, F::Many, F::Many}, {1001, F::One, F::Many}};
+  } cases[] = {{0, F::Many, F::Many},  {1, F::One, F::One},    {2, F::Few, F::Many},
+               {5, F::Many, F::Many},  {12, F::Many, F::Many}, {21, F::One, F::Many},
+               {111, F::Many, F::Many}};
   for (const auto& c : cases) {
     EXPECT_EQ(pluralForm(c.n, kLangRussian), c.russian) << c.n;
     EXPECT_EQ(pluralForm(c.n, kLangGerman), c.other) << c.n;

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <QAbstractItemModelTester>
-#include <QRegularExpression>
 
 #include "TestApp.h"
 
@@ -44,35 +43,6 @@ TEST(ReportModel, FollowsInsertsRemovalsSortsAndResets) {
   EXPECT_FALSE(b.isValid());
   tree.clear();
   EXPECT_EQ(model.rowCount(), 0);
-}
-
-TEST(ReportModel, ShowsUnitsDecimalsAndTheMissingFolderCount) {
-  test::guiApp();
-  ReportTree tree;
-  ReportModel model(tree);
-  const uint32_t root = tree.addRoot("/d");
-  const uint32_t files = tree.addChild(root, "Dateien", 0);
-  tree.setSizeAndFiles(files, 1536, 2);
-  tree.setSizeAndFiles(root, 1536, 2);
-  tree.setFolders(root, 0);
-  tree.updatePercent(root);
-  const QModelIndex f = model.indexOf(files);
-  const auto cell = [&](const QModelIndex& i, int col) {
-    return i.siblingAtColumn(col).data().toString();
-  };
-  model.setSizeFormat(0, 1);
-  EXPECT_EQ(cell(f, ReportModel::ColSize).remove(QRegularExpression("[^0-9]")), "1536");
-  model.setSizeFormat(1, 1);
-  EXPECT_EQ(cell(f, ReportModel::ColSize).size(), 4);  // 1.50, whatever the separator
-  model.setSizeFormat(1, 0);
-  EXPECT_EQ(cell(f, ReportModel::ColSize), "2");
-  EXPECT_TRUE(cell(f, ReportModel::ColFolders).isEmpty());  // the files row has no folder count
-  EXPECT_EQ(cell(model.indexOf(root), ReportModel::ColFolders), "0");
-  EXPECT_TRUE(model.headerData(ReportModel::ColSize, Qt::Horizontal, Qt::DisplayRole)
-                  .toString()
-                  .contains("KB"));
-  model.setSizeFormat(7, 1);  // not a grid unit: nothing changes
-  EXPECT_EQ(model.unit(), 1);
 }
 
 }  // namespace

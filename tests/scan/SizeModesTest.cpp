@@ -242,7 +242,6 @@ TEST(SizeModes, CommandLineOptions) {
       {{"--size", "logical", "--links", "each", "-s", "r.csv", "/a"}, 0, 0, {}, false},
       {{"--exclude", "*.o", "--export", "x.json", "--exclude", "a/b", "/a"}, -1, -1, {"*.o", "a/b"}, false},
       {{"-s", "r.csv", "--size", "big", "/a"}, -1, -1, {}, true},
-      {{"-s", "r.csv", "--links", "twice", "/a"}, -1, -1, {}, true},
       {{"-s", "r.csv", "/a", "--exclude"}, -1, -1, {}, true},
   };
   for (const Case& c : cases) {

@@ -1,28 +1,22 @@
 // The options dialog as the user meets it (what counts as a change, OK, Cancel, Apply, and the
-// file-manager entry following the settings file), the window taking the section back after it
-// has closed, and the about box.
+// file-manager entry following the settings file), and the window taking the section back after
+// it has closed.
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QFile>
-#include <QLabel>
 #include <QPushButton>
 #include <QSettings>
 #include <QTimer>
 #include <QSignalSpy>
 
 #include "TestApp.h"
-#include "TestFiles.h"
 #include "TestFs.h"
 #include "support/Globals.h"
 #include "support/Profile.h"
 #include "app/Settings.h"
-#include "lang/TL.h"
 #include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
-#include "ui/TranslateControls.h"
-#include "ui/dialogs/frmInfo.h"
-#include "ui/dialogs/frmInternetUpdate.h"
 #include "ui/dialogs/frmOptionen.h"
 
 namespace ql::test {
@@ -40,7 +34,6 @@ class OptionsTest : public ::testing::Test {
   void set(const char* key, const char* value) {
     ProfileSetItem(QStringLiteral("Optionen"), QLatin1String(key), QLatin1String(value), ini);
   }
-  QByteArray iniBytes() { return readFile(ini); }
   bool entry() const { return QFile::exists(QString::fromStdString(data / "applications/quorlane-folder.desktop")); }
 
   TempDir data;
@@ -76,17 +69,6 @@ TEST_F(OptionsTest, ChangesCountOnlyOnceShownAndApplyStandsAfterCancel) {
   EXPECT_FALSE(f.cmdApply->isEnabled());
   f.show();
   ASSERT_TRUE(f.loaded());
-
-  // OK without a change writes nothing.
-  set("Kontextmenu", "1");
-  const QByteArray before = iniBytes();
-  {
-    frmOptionen g;
-    g.show();
-    g.cmdOK->click();
-    EXPECT_EQ(g.result(), QDialog::Accepted);
-  }
-  EXPECT_EQ(iniBytes(), before);
 
   f.chkInstanz->click();
   f.chkKontextmenu->click();
@@ -127,10 +109,6 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
   MainWindow w;
   w.show();
   QCoreApplication::processEvents();
-  const double font = w.reportPane().view().font().pointSizeF();
-  w.cbrMain_Execute(cmd::main::FontLarger);  // not saved
-  ASSERT_GT(w.reportPane().view().font().pointSizeF(), font);
-
   EXPECT_EQ(withDialog(w, cmd::main::Options, [](QDialog* d) {
               auto* f = static_cast<frmOptionen*>(d);
               f->chkDontShowHardlinks->click();
@@ -138,7 +116,6 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
             }),
             "frmOptionen");
   EXPECT_EQ(get("NoHardlinks"), "1");
-  EXPECT_EQ(w.reportPane().view().font().pointSizeF(), font);  // back to the file's size
 
   QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   w.session().readSources({d.path()});
@@ -146,29 +123,6 @@ TEST_F(OptionsTest, TheWindowTakesTheSectionBackAfterTheDialog) {
   const QModelIndex root = w.reportPane().model().index(0, 0);
   ASSERT_EQ(w.reportPane().model().rowCount(root), 1);  // the link to a folder is left out at once
   EXPECT_EQ(w.reportPane().model().index(0, 0, root).data().toString(), "sub");
-}
-
-TEST_F(OptionsTest, AboutBoxShowsVersionLinksAndQt) {
-  frmInfo f;
-  frmInternetUpdate u;  // one form of the version in both: three numbers
-  EXPECT_EQ(f.lblVersion->text(), "Version " + u.lblVersionInstall->text());
-  EXPECT_EQ(u.lblVersionInstall->text().count('.'), 2);
-  EXPECT_TRUE(f.lblLinks->text().contains(QLatin1String("href=\"") + webHost()));
-  EXPECT_FALSE(programIcon().pixmap(32, 32).isNull());  // built in, and the SVG reader is there
-
-  MainWindow w;
-  EXPECT_EQ(withDialog(w, cmd::main::About, [](QDialog* d) { d->accept(); }), "frmInfo");
-}
-
-// Qt's standard buttons and dialogs follow the program's language, not the system's.
-TEST_F(OptionsTest, QtsOwnTextsFollowTheProgramsLanguage) {
-  const auto cancel = [] { return QCoreApplication::translate("QPlatformTheme", "Cancel"); };
-  ASSERT_TRUE(installQtTranslations(kLangRussian));
-  EXPECT_EQ(cancel(), QString::fromUtf8("Отмена"));
-  ASSERT_TRUE(installQtTranslations(kLangGerman));
-  EXPECT_EQ(cancel(), QStringLiteral("Abbrechen"));
-  ASSERT_TRUE(installQtTranslations(kLangEnglish));
-  EXPECT_EQ(cancel(), QStringLiteral("Cancel"));
 }
 
 }  // namespace
