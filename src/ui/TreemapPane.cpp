@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <QCoreApplication>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -103,19 +104,25 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
   bar->addWidget(crumbs_, 1);
   column->addLayout(bar);
   canvas_ = new QWidget(this);
-  // The legend below the picture: one swatch a kind.
-  auto* legend = new QHBoxLayout;
+  // The legend below the picture: one swatch a kind, in two rows, so that every name is whole
+  // in a narrow pane.
+  auto* legend = new QGridLayout;
   legend->setContentsMargins(2, 0, 2, 2);
-  for (int k = 1; k <= static_cast<int>(FileKind::Count); ++k) {
-    const auto kind = static_cast<FileKind>(k % static_cast<int>(FileKind::Count));
+  legend->setHorizontalSpacing(4);
+  legend->setVerticalSpacing(0);
+  const int kinds = static_cast<int>(FileKind::Count);
+  const int perRow = (kinds + 1) / 2;
+  for (int k = 1; k <= kinds; ++k) {
+    const auto kind = static_cast<FileKind>(k % kinds);
     QPixmap swatch(10, 10);
     swatch.fill(treemapColor(kind));
     auto* icon = new QLabel(this);
     icon->setPixmap(swatch);
-    legend->addWidget(icon);
-    legend->addWidget(new QLabel(kindName(kind), this));
+    const int row = (k - 1) / perRow, col = (k - 1) % perRow * 2;
+    legend->addWidget(icon, row, col);
+    legend->addWidget(new QLabel(kindName(kind), this), row, col + 1);
   }
-  legend->addStretch(1);
+  legend->setColumnStretch(perRow * 2, 1);
   canvas_->setObjectName(QStringLiteral("picTreemapCanvas"));
   canvas_->setMouseTracking(true);
   canvas_->setMinimumSize(40, 40);
