@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -16,6 +17,7 @@
 #include "scan/FileOps.h"
 #include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
+#include "snapshot/SnapshotFeed.h"
 #include "snapshot/SnapshotStore.h"
 #include "support/Logs.h"
 
@@ -52,14 +54,20 @@ uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
 
 bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o,
                    const std::vector<std::string>& excludes, const Stop* stop,
-                   const std::string& exportFile, int64_t bytes, int64_t files) {
+                   const std::string& exportFile, int64_t bytes, int64_t files,
+                   const SnapshotFeeds& fed) {
   int threads = FolderWalk::defaultThreads();
   if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
     threads = std::atoi(forced);
   bool ok = true;
   for (const std::string& source : sources) {
     if (probePath(source) != 0) continue;  // not walked: told by the walk, or not there
-    const SnapshotResult r = exportFile.empty()
+    const std::string kept = snapshotSourcePath(source);
+    const auto feed = std::find_if(fed.begin(), fed.end(), [&](const auto& f) {
+      return f.second && f.second->complete() && snapshotSourcePath(f.first) == kept;
+    });
+    const SnapshotResult r = feed != fed.end() ? feed->second->keep(source, excludes, stop)
+                             : exportFile.empty()
                                  ? writeSnapshot(source, threads, stop, excludes)
                                  : keepExportAsSnapshot(source, exportFile, bytes, files);
     if (r.ok) continue;
@@ -115,6 +123,21 @@ int runSilent(const ParsedCommandLine& job) {
   const int failuresBefore = failureCount();
   // Exports named with --import come first, each as one root, as if its folder had been walked.
   for (const std::string& file : job.imports) importForSilentRun(file, tree, settings, stop);
+  // --snapshot: each source's walk keeps its files for the snapshot written after the report.
+  SnapshotFeeds fed;
+  if (job.snapshot) {
+    driver.setFeedFactory([&]() -> std::shared_ptr<FileFeed> {
+      const uint32_t root = driver.lastRoot();
+      if (root == kNoNode) return nullptr;
+      auto feed = std::make_shared<SnapshotFeed>(tree.fullPath(root));
+      fed.emplace_back(tree.fullPath(root), feed);
+      return feed;
+    });
+    QObject::connect(&driver, &ScanDriver::sourceFinished, [&](uint32_t root) {
+      if (!fed.empty() && tree.isLive(root) && fed.back().first == tree.fullPath(root))
+        fed.back().second->takeFolders(tree, root);
+    });
+  }
   if (!job.sources.empty()) {
     driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
     driver.runToEnd();
@@ -141,7 +164,7 @@ int runSilent(const ParsedCommandLine& job) {
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
   // Only a measurement that is whole is kept.
   else if (job.snapshot)
-    keepSnapshots(job.sources, o, settings.excludes, &stop);
+    keepSnapshots(job.sources, o, settings.excludes, &stop, {}, 0, 0, fed);
   return failureCount() ? 1 : 0;
 }
 

@@ -27,6 +27,7 @@ namespace ql {
 
 class ImportedSources;
 class FileFeed;
+class SnapshotFeed;
 class SnapshotKeeper;
 
 class ScanSession : public QObject {
@@ -112,6 +113,7 @@ class ScanSession : public QObject {
   void onImportFinished(uint32_t root, const QString& error);
   void importNext();
   void keepSnapshot(uint32_t root);
+  std::shared_ptr<FileFeed> walkFeed();
 
   const Guard& guard_;
   Stop stop_;  // before the driver, which holds it
@@ -128,6 +130,11 @@ class ScanSession : public QObject {
   QStringList refused_;    // sources that could not be read in this run, told at its end
   // A snapshot follows each source read to its end; these tell whether the source failed.
   std::unique_ptr<SnapshotKeeper> snapshots_;
+  // The source whose walk starts next, and the feed that keeps its files for its snapshot.
+  uint32_t startedRoot_ = kNoNode;
+  std::shared_ptr<SnapshotFeed> snapshotFeed_;
+  uint32_t snapshotRoot_ = kNoNode;
+  uint64_t snapshotGeneration_ = 0;
   int failuresAtStart_ = 0;
   qsizetype refusedAtStart_ = 0;
 };
