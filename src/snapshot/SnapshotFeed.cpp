@@ -52,8 +52,7 @@ uint64_t hashOf(std::string_view path) {
 // Reads a spool from an offset on, through a buffer that stays where a later seek still lands.
 class SpoolReader {
  public:
-  SpoolReader(const Spool& spool, size_t bufferSize)
-      : spool_(spool), buffer_(new char[bufferSize]), capacity_(bufferSize) {}
+  SpoolReader(const Spool& spool, size_t bufferSize) : spool_(spool), capacity_(bufferSize) {}
 
   void seek(uint64_t at) { at_ = at; }
   bool atEnd() const { return at_ >= spool_.size(); }
@@ -90,6 +89,7 @@ class SpoolReader {
  private:
   bool have(size_t n) {
     if (at_ >= start_ && at_ + n <= start_ + length_) return true;
+    if (!buffer_) buffer_.reset(new char[capacity_]);  // a shard's only when it is read
     const ssize_t got = spool_.read(at_, buffer_.get(), capacity_);
     if (got < 0) error_ = errno ? errno : EIO;
     start_ = at_;
@@ -176,8 +176,9 @@ bool SnapshotFeed::ok() const {
 void SnapshotFeed::offer(const FoundFile& file) {
   const std::string_view folder =
       std::string_view(file.folder).substr(std::min(prefix_.size(), file.folder.size()));
-  // Built before the lock: a name and three or five numbers.
-  std::string record;
+  // Built before the lock: a name and three or five numbers, in a buffer each thread keeps.
+  thread_local std::string record;
+  record.clear();
   const bool linked = file.nlink > 1;
   record.push_back(
       static_cast<char>(kFile | (linked ? kLinked : 0) | (S_ISREG(file.mode) ? 0 : kNotRegular)));
@@ -248,6 +249,7 @@ class SnapshotFeed::Writer {
   void put() {
     if (text.size() >= kSize) flush(false);
   }
+  // `end` ends the frame; 0, or the errno value of the first write that failed.
   int flush(bool end) {
     if (!error_) error_ = zstd_.write(fd_, text, end);
     text.clear();
@@ -286,7 +288,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
 
   std::vector<SpoolReader> runReaders;
   for (size_t i = 0; i < shards_.all().size(); ++i)
-    runReaders.emplace_back(shards_.all()[i].spool ? *shards_.all()[i].spool : folders_, 16384);
+    runReaders.emplace_back(shards_.all()[i].spool ? *shards_.all()[i].spool : folders_, 1 << 16);
   std::string name, heading;
   // The files of the folder at `path` (below the source, with its "/").
   auto writeFiles = [&](const std::string& path) -> bool {
