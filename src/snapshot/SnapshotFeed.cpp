@@ -228,21 +228,16 @@ void SnapshotFeed::takeFolders(const ReportTree& tree, uint32_t root) {
   folders_.flush();
 }
 
-void SnapshotFeed::gatherRuns() {
-  size_t count = 0;
-  for (const Shard& s : shards_.all()) count += s.runs.size();
-  index_.reserve(count);
-  for (uint64_t i = 0; i < shards_.all().size(); ++i) {
-    Shard& s = shards_.all()[i];
+void SnapshotFeed::sortRuns() {
+  for (Shard& s : shards_.all()) {
     if (s.spool) s.spool->flush();
-    for (const auto& [hash, offset] : s.runs) index_.push_back(RunAt{hash, offset << 4 | i});
-    std::vector<std::pair<uint64_t, uint64_t>>().swap(s.runs);
+    std::sort(s.runs.begin(), s.runs.end());
     std::string().swap(s.folder);
   }
-  std::sort(index_.begin(), index_.end());
+  sorted_ = true;
 }
 
-// The export's text, compressed, in pieces of about a megabyte.
+// The export's text, compressed, in pieces of a quarter megabyte.
 class SnapshotFeed::Writer {
  public:
   explicit Writer(int fd) : fd_(fd) { text.reserve(kSize + 65536); }
@@ -258,7 +253,7 @@ class SnapshotFeed::Writer {
   std::string text;
 
  private:
-  static constexpr size_t kSize = 1 << 20;
+  static constexpr size_t kSize = 256 * 1024;
   int fd_;
   int error_ = 0;
   ZstdWriter zstd_;
@@ -271,7 +266,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
     result.error = "the walk's files were not kept";
     return result;
   }
-  if (index_.empty()) gatherRuns();
+  if (!sorted_) sortRuns();
   std::string rootName = removeSlash(prefix_);
   if (char* real = ::realpath(rootName.c_str(), nullptr)) {
     rootName = real;
@@ -288,40 +283,43 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
 
   std::vector<SpoolReader> runReaders;
   for (size_t i = 0; i < shards_.all().size(); ++i)
-    runReaders.emplace_back(shards_.all()[i].spool ? *shards_.all()[i].spool : folders_, 1 << 16);
+    runReaders.emplace_back(shards_.all()[i].spool ? *shards_.all()[i].spool : folders_, 16384);
   std::string name, heading;
   // The files of the folder at `path` (below the source, with its "/").
   auto writeFiles = [&](const std::string& path) -> bool {
     const uint64_t hash = hashOf(path);
-    auto it = std::lower_bound(index_.begin(), index_.end(), RunAt{hash, 0});
-    for (; it != index_.end() && it->hash == hash; ++it) {
-      SpoolReader& in = runReaders[it->at & 15];
-      in.seek(it->at >> 4);
-      uint8_t tag;
-      if (!in.byte(tag) || tag != kRun || !in.text(heading)) return false;
-      if (heading != path) continue;  // another folder of the same hash
-      while (!in.atEnd()) {
-        if (!in.byte(tag)) return false;
-        if (tag == kRun) break;
-        uint64_t asize, blocks, ino = 0, nlink = 0;
-        if (!in.text(name) || !in.number(asize) || !in.number(blocks)) return false;
-        if ((tag & kLinked) && (!in.number(ino) || !in.number(nlink))) return false;
-        t += ",\n{\"name\":\"";
-        appendJsonEscaped(t, name);
-        t.push_back('"');
-        appendNumber(t, ",\"asize\":", asize);
-        appendNumber(t, ",\"dsize\":", blocks * 512);
-        if (tag & kLinked) {
-          appendNumber(t, ",\"ino\":", ino);
-          appendNumber(t, ",\"nlink\":", nlink);
-          t += ",\"hlnkc\":true";
+    for (size_t shard = 0; shard < shards_.all().size(); ++shard) {
+      const auto& runs = shards_.all()[shard].runs;
+      auto it = std::lower_bound(runs.begin(), runs.end(), std::pair<uint64_t, uint64_t>{hash, 0});
+      for (; it != runs.end() && it->first == hash; ++it) {
+        SpoolReader& in = runReaders[shard];
+        in.seek(it->second);
+        uint8_t tag;
+        if (!in.byte(tag) || tag != kRun || !in.text(heading)) return false;
+        if (heading != path) continue;  // another folder of the same hash
+        while (!in.atEnd()) {
+          if (!in.byte(tag)) return false;
+          if (tag == kRun) break;
+          uint64_t asize, blocks, ino = 0, nlink = 0;
+          if (!in.text(name) || !in.number(asize) || !in.number(blocks)) return false;
+          if ((tag & kLinked) && (!in.number(ino) || !in.number(nlink))) return false;
+          t += ",\n{\"name\":\"";
+          appendJsonEscaped(t, name);
+          t.push_back('"');
+          appendNumber(t, ",\"asize\":", asize);
+          appendNumber(t, ",\"dsize\":", blocks * 512);
+          if (tag & kLinked) {
+            appendNumber(t, ",\"ino\":", ino);
+            appendNumber(t, ",\"nlink\":", nlink);
+            t += ",\"hlnkc\":true";
+          }
+          if (tag & kNotRegular) t += ",\"notreg\":true";
+          t.push_back('}');
+          ++result.files;
+          result.bytes += asize;
+          ++result.entries;
+          out.put();
         }
-        if (tag & kNotRegular) t += ",\"notreg\":true";
-        t.push_back('}');
-        ++result.files;
-        result.bytes += asize;
-        ++result.entries;
-        out.put();
       }
     }
     return true;
@@ -357,7 +355,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
   bool damaged = !writeFiles({});
   std::string path;           // of the innermost open folder, below the source, with its "/"
   std::vector<size_t> marks;  // the path's length before each open folder's name
-  SpoolReader rows(folders_, 1 << 16);
+  SpoolReader rows(folders_, 16384);
   while (!damaged && !rows.atEnd()) {
     if (stop && stop->requested()) {
       result.error = rootName + ": " + systemErrorText(ECANCELED);
@@ -409,10 +407,8 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
 
 SnapshotResult SnapshotFeed::keep(const std::string& source,
                                   const std::vector<std::string>& excludes, const Stop* stop) {
-  SnapshotResult r = keepWrittenSnapshot(
+  return keepWrittenSnapshot(
       source, [&](int fd) { return write(fd, excludes, stop); }, measuredMs_);
-  std::vector<RunAt>().swap(index_);
-  return r;
 }
 
 }  // namespace ql

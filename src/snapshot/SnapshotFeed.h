@@ -6,9 +6,9 @@
 // Files are kept out of memory: each shard (files of one folder arrive together from one worker)
 // appends compact records to an unlinked temporary file through a buffer of its own, and memory
 // holds only a 16-byte index entry per folder run (a hash of the folder's path below the source,
-// and where the run starts). The folders of the report tree are written to a temporary file of
-// their own when taken, so a tree changed afterwards (deletes, rescans) changes nothing, and
-// nothing refers to its nodes.
+// and where the run starts, per shard). The folders of the report tree are written to a temporary
+// file of their own when taken, so a tree changed afterwards (deletes, rescans) changes nothing,
+// and nothing refers to its nodes.
 //
 // What the export holds that the walk does not see: a folder's own st_size and st_blocks (written
 // without them; readers take 0); whether a folder could not be read (written as empty, without
@@ -54,7 +54,7 @@ class Spool {
   ssize_t read(uint64_t offset, char* into, size_t size) const;
 
  private:
-  static constexpr size_t kBuffer = 256 * 1024;
+  static constexpr size_t kBuffer = 128 * 1024;
   int fd_ = -1;
   int error_ = 0;
   uint64_t written_ = 0;
@@ -86,17 +86,12 @@ class SnapshotFeed : public FileFeed {
     std::mutex mutex;
     std::unique_ptr<Spool> spool;                     // made on the first file
     std::string folder;                               // the folder of the run under way
-    std::vector<std::pair<uint64_t, uint64_t>> runs;  // hash of its path, offset
+    std::vector<std::pair<uint64_t, uint64_t>> runs;  // hash of its path, offset; then sorted
     bool failed = false;
-  };
-  struct RunAt {
-    uint64_t hash;
-    uint64_t at;  // offset << 4 | shard
-    bool operator<(const RunAt& o) const { return hash < o.hash || (hash == o.hash && at < o.at); }
   };
   class Writer;
 
-  void gatherRuns();
+  void sortRuns();
   ExportResult write(int fd, const std::vector<std::string>& excludes, const Stop* stop);
 
   const std::string prefix_;  // the root with "/": what the walk's folder paths begin with
@@ -104,7 +99,7 @@ class SnapshotFeed : public FileFeed {
   Spool folders_;
   bool tookFolders_ = false;
   int64_t measuredMs_ = 0;
-  std::vector<RunAt> index_;  // sorted
+  bool sorted_ = false;
 };
 
 }  // namespace ql
