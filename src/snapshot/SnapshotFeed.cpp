@@ -7,9 +7,12 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <condition_variable>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <system_error>
+#include <thread>
 
 #include "json/Zstd.h"
 #include "scan/DirReader.h"
@@ -22,9 +25,10 @@ namespace {
 // Records. A run of one folder's files: kRun, the folder's path below the source (with its "/",
 // "" for the source), then its files, each kFile (with kLinked and kNotRegular as they hold), the
 // name, asize, st_blocks, and for a file of several names its inode and link count. A folder row:
-// its depth below the source, kJunction or 0, its name. Numbers are LEB128.
+// its depth below the source, kJunction or kOwnFiles (files of its own, which have runs), its
+// name. Numbers are LEB128.
 constexpr uint8_t kRun = 0, kFile = 1, kLinked = 2, kNotRegular = 4;
-constexpr uint8_t kJunction = 1;
+constexpr uint8_t kJunction = 1, kOwnFiles = 2;
 
 void putNumber(std::string& out, uint64_t v) {
   while (v >= 0x80) {
@@ -208,6 +212,15 @@ void SnapshotFeed::takeFolders(const ReportTree& tree, uint32_t root) {
   measuredMs_ = nowMs();
   tookFolders_ = true;
   std::string record;
+  // Files are counted by name in every way of counting: what the folder rows below do not hold
+  // are the folder's own. Only folders with files of their own are looked up when writing.
+  auto ownFiles = [&](uint32_t n) {
+    int64_t own = tree.node(n).files;
+    for (uint32_t c : tree.children(n))
+      if (tree.isFolder(c)) own -= tree.node(c).files;
+    return own != 0;
+  };
+  rootFiles_ = ownFiles(root);
   uint64_t depth = 0;  // open folders, the root included
   tree.forEachPreorder(
       root,
@@ -217,7 +230,7 @@ void SnapshotFeed::takeFolders(const ReportTree& tree, uint32_t root) {
         const bool junction = tree.hasFlag(n, ReportTree::Junction);
         record.clear();
         putNumber(record, depth);
-        record.push_back(static_cast<char>(junction ? kJunction : 0));
+        record.push_back(static_cast<char>(junction ? kJunction : ownFiles(n) ? kOwnFiles : 0));
         putText(record, tree.text(n));
         folders_.append(record);
         if (junction) return false;
@@ -237,26 +250,79 @@ void SnapshotFeed::sortRuns() {
   sorted_ = true;
 }
 
-// The export's text, compressed, in pieces of a quarter megabyte.
+// The export's text, compressed, in pieces of a quarter megabyte. A thread of its own compresses
+// one piece while the next is made, so the two halves of the work share the cores; without a
+// thread to be had the pieces are compressed as they are made.
 class SnapshotFeed::Writer {
  public:
-  explicit Writer(int fd) : fd_(fd) { text.reserve(kSize + 65536); }
-  void put() {
-    if (text.size() >= kSize) flush(false);
+  explicit Writer(int fd) : fd_(fd) {
+    text.reserve(kSize + 65536);
+    try {
+      thread_ = std::thread([this] { compress(); });
+    } catch (const std::system_error&) {
+    }
   }
-  // `end` ends the frame; 0, or the errno value of the first write that failed.
-  int flush(bool end) {
-    if (!error_) error_ = zstd_.write(fd_, text, end);
-    text.clear();
+  ~Writer() { finish(); }
+  void put() {
+    if (text.size() >= kSize) hand(false);
+  }
+  // Ends the frame; 0, or the errno value of the first write that failed.
+  int end() {
+    hand(true);
+    finish();
     return error_;
   }
   std::string text;
 
  private:
+  void hand(bool last) {
+    if (!thread_.joinable()) {
+      if (!error_) error_ = zstd_.write(fd_, text, last);
+      text.clear();
+      return;
+    }
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !full_; });
+    text.swap(piece_);
+    last_ = last;
+    full_ = true;
+    changed_.notify_all();
+    lock.unlock();
+    text.clear();
+  }
+  void compress() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      changed_.wait(lock, [this] { return full_ || quit_; });
+      if (!full_) return;
+      const bool skip = error_ != 0, last = last_;
+      lock.unlock();
+      const int error = skip ? 0 : zstd_.write(fd_, piece_, last);
+      lock.lock();
+      if (!error_) error_ = error;
+      full_ = false;
+      changed_.notify_all();
+    }
+  }
+  void finish() {
+    if (!thread_.joinable()) return;
+    {
+      std::lock_guard lock(mutex_);
+      quit_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+
   static constexpr size_t kSize = 256 * 1024;
   int fd_;
-  int error_ = 0;
   ZstdWriter zstd_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string piece_;  // being compressed
+  bool full_ = false, last_ = false, quit_ = false;
+  int error_ = 0;
+  std::thread thread_;
 };
 
 ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& excludes,
@@ -352,7 +418,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
     t += "\",\"excluded\":\"othfs\"}";
   };
 
-  bool damaged = !writeFiles({});
+  bool damaged = rootFiles_ && !writeFiles({});
   std::string path;           // of the innermost open folder, below the source, with its "/"
   std::vector<size_t> marks;  // the path's length before each open folder's name
   SpoolReader rows(folders_, 16384);
@@ -383,7 +449,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
     marks.push_back(path.size());
     path += name;
     path.push_back('/');
-    damaged = !writeFiles(path);
+    damaged = (flags & kOwnFiles) && !writeFiles(path);
     out.put();
   }
   if (damaged) {
@@ -395,7 +461,7 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
   }
   t.append(marks.size(), ']');
   t += "]]\n";
-  if (const int error = out.flush(true)) {
+  if (const int error = out.end()) {
     result.error = systemErrorText(error);
     result.writeFailed = true;
     return result;

@@ -98,6 +98,7 @@ class SnapshotFeed : public FileFeed {
   ThreadShards<Shard> shards_;
   Spool folders_;
   bool tookFolders_ = false;
+  bool rootFiles_ = false;  // the source has files of its own
   int64_t measuredMs_ = 0;
   bool sorted_ = false;
 };
