@@ -3,6 +3,10 @@
 #include <QDateTime>
 #include <QFile>
 #include <algorithm>
+#include <functional>
+#include <future>
+#include <system_error>
+#include <thread>
 #include <cstdio>
 #include <cstdlib>
 
@@ -63,13 +67,15 @@ bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o
   for (const std::string& source : sources) {
     if (probePath(source) != 0) continue;  // not walked: told by the walk, or not there
     const std::string kept = snapshotSourcePath(source);
-    const auto feed = std::find_if(fed.begin(), fed.end(), [&](const auto& f) {
-      return f.second && f.second->complete() && snapshotSourcePath(f.first) == kept;
+    const auto feed = std::find_if(fed.begin(), fed.end(), [&](const FedSnapshot& f) {
+      return (f.written || (f.feed && f.feed->complete())) && snapshotSourcePath(f.source) == kept;
     });
-    const SnapshotResult r = feed != fed.end() ? feed->second->keep(source, excludes, stop)
-                             : exportFile.empty()
-                                 ? writeSnapshot(source, threads, stop, excludes)
-                                 : keepExportAsSnapshot(source, exportFile, bytes, files);
+    const SnapshotResult r = feed == fed.end()
+                                 ? exportFile.empty()
+                                       ? writeSnapshot(source, threads, stop, excludes)
+                                       : keepExportAsSnapshot(source, exportFile, bytes, files)
+                             : feed->written ? *feed->written
+                                             : feed->feed->keep(source, excludes, stop);
     if (r.ok) continue;
     ok = false;
     const QString path = QFile::decodeName(QByteArray::fromStdString(source));
@@ -130,12 +136,12 @@ int runSilent(const ParsedCommandLine& job) {
       const uint32_t root = driver.lastRoot();
       if (root == kNoNode) return nullptr;
       auto feed = std::make_shared<SnapshotFeed>(tree.fullPath(root));
-      fed.emplace_back(tree.fullPath(root), feed);
+      fed.push_back({tree.fullPath(root), feed, {}});
       return feed;
     });
     QObject::connect(&driver, &ScanDriver::sourceFinished, [&](uint32_t root) {
-      if (!fed.empty() && tree.isLive(root) && fed.back().first == tree.fullPath(root))
-        fed.back().second->takeFolders(tree, root);
+      if (!fed.empty() && tree.isLive(root) && fed.back().source == tree.fullPath(root))
+        fed.back().feed->takeFolders(tree, root);
     });
   }
   if (!job.sources.empty()) {
@@ -159,8 +165,36 @@ int runSilent(const ParsedCommandLine& job) {
                   {failureCommandLine()});
     return 1;
   }
+  // The snapshots are written from the walk's feeds while the report is, and kept once it is.
+  std::promise<bool> reportSaved;
+  std::thread snapshotWriter;
+  if (job.snapshot) {
+    try {
+      snapshotWriter = std::thread(
+          [&fed, &excludes = settings.excludes, saved = reportSaved.get_future().share()] {
+            const std::function<bool()> keepIf = [&saved] { return saved.get(); };
+            try {
+              for (FedSnapshot& f : fed)
+                if (f.feed && f.feed->complete())
+                  f.written = f.feed->keep(f.source, excludes, &stop, keepIf);
+            } catch (const std::bad_alloc&) {  // what was not written is written afterwards
+            }
+          });
+    } catch (const std::system_error&) {
+    }
+  }
   QString error;
-  if (!ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
+  bool saved = false;
+  try {
+    saved = ReportWriter::SPEICHERN(tree, job.outputFile, options, error);
+  } catch (...) {
+    reportSaved.set_value(false);
+    if (snapshotWriter.joinable()) snapshotWriter.join();
+    throw;
+  }
+  reportSaved.set_value(saved);
+  if (snapshotWriter.joinable()) snapshotWriter.join();
+  if (!saved)
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
   // Only a measurement that is whole is kept.
   else if (job.snapshot)

@@ -4,8 +4,10 @@
 #include "app/CommandLine.h"
 #include "app/Settings.h"
 #include "scan/ScanDriver.h"
+#include "snapshot/SnapshotStore.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -22,13 +24,19 @@ ScanDriver::Settings silentSettings(const ParsedCommandLine& job, MainOptions& o
 uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
                             const ScanDriver::Settings& settings, const Stop& stop);
 
-// What the walk of each source kept for its snapshot, by the source's root path.
-using SnapshotFeeds = std::vector<std::pair<std::string, std::shared_ptr<SnapshotFeed>>>;
+// What the walk of a source kept for its snapshot, and the snapshot once written from it.
+struct FedSnapshot {
+  std::string source;  // the root's path
+  std::shared_ptr<SnapshotFeed> feed;
+  std::optional<SnapshotResult> written;
+};
+using SnapshotFeeds = std::vector<FedSnapshot>;
 
 // --snapshot: keeps each existing source as a snapshot and prunes the store by the options `o`.
-// A source in `fed` is written from its walk's feed; with `exportFile` (a finished compressed
-// export of the one source, and its counts) the export itself is copied; any other source is
-// walked once more with the export's walk. A failure is reported; false after one.
+// A source in `fed` keeps what was written from its walk's feed, or is written from it now; with
+// `exportFile` (a finished compressed export of the one source, and its counts) the export itself
+// is copied; any other source is walked once more with the export's walk. A failure is reported;
+// false after one.
 bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o,
                    const std::vector<std::string>& excludes, const Stop* stop,
                    const std::string& exportFile = {}, int64_t bytes = 0, int64_t files = 0,

@@ -472,9 +472,10 @@ ExportResult SnapshotFeed::write(int fd, const std::vector<std::string>& exclude
 }
 
 SnapshotResult SnapshotFeed::keep(const std::string& source,
-                                  const std::vector<std::string>& excludes, const Stop* stop) {
+                                  const std::vector<std::string>& excludes, const Stop* stop,
+                                  const std::function<bool()>& keepIf) {
   return keepWrittenSnapshot(
-      source, [&](int fd) { return write(fd, excludes, stop); }, measuredMs_);
+      source, [&](int fd) { return write(fd, excludes, stop); }, measuredMs_, keepIf);
 }
 
 }  // namespace ql

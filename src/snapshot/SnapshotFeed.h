@@ -20,6 +20,7 @@
 // ended; then keep() on any one thread.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -77,9 +78,9 @@ class SnapshotFeed : public FileFeed {
   // The folder rows below `root` of the tree the walk filled; the time it was measured is now.
   void takeFolders(const ReportTree& tree, uint32_t root);
   // Writes the export as the newest snapshot of `source`. `excludes` tell which junction rows a
-  // pattern made; `stop` ends the writing (nothing is kept).
+  // pattern made; `stop` ends the writing (nothing is kept); `keepIf` as keepWrittenSnapshot has it.
   SnapshotResult keep(const std::string& source, const std::vector<std::string>& excludes,
-                      const Stop* stop);
+                      const Stop* stop, const std::function<bool()>& keepIf = {});
 
  private:
   struct alignas(64) Shard {

@@ -333,7 +333,7 @@ SnapshotResult writeSnapshot(const std::string& source, int threads, const Stop*
 
 SnapshotResult keepWrittenSnapshot(const std::string& source,
                                    const std::function<ExportResult(int fd)>& write,
-                                   int64_t timeMs) {
+                                   int64_t timeMs, const std::function<bool()>& keepIf) {
   SnapshotResult r;
   if (snapshotRoot().empty()) {
     r.error = "no folder for snapshots (neither XDG_DATA_HOME nor HOME is set)";
@@ -353,6 +353,10 @@ SnapshotResult keepWrittenSnapshot(const std::string& source,
     r.error = e.error.empty() ? std::string("stopped")
               : e.writeFailed ? part + ": " + e.error
                               : e.error;
+    return r;
+  }
+  if (keepIf && !keepIf()) {
+    r.error = "not kept";
     return r;
   }
   if (!out.commit()) {

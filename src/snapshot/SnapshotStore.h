@@ -63,10 +63,11 @@ std::vector<SnapshotInfo> listAllSnapshots(std::string* error = nullptr);
 SnapshotResult writeSnapshot(const std::string& source, int threads, const Stop* stop = nullptr,
                              const std::vector<std::string>& excludes = {}, int64_t timeMs = 0);
 // Keeps what `write` puts into the descriptor it is given (a whole compressed export; it returns
-// its counts, or the error) as the newest snapshot of `source`, atomically as above.
+// its counts, or the error) as the newest snapshot of `source`, atomically as above. `keepIf`,
+// when given, is asked once all is written: false leaves nothing (the error says "not kept").
 SnapshotResult keepWrittenSnapshot(const std::string& source,
                                    const std::function<ExportResult(int fd)>& write,
-                                   int64_t timeMs = 0);
+                                   int64_t timeMs = 0, const std::function<bool()>& keepIf = {});
 // An unlinked temporary file for a snapshot in the making (O_TMPFILE): in the store, made when
 // missing, else in $TMPDIR or /tmp. -1 when none can be had.
 int openSnapshotTemporary();
