@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # What a snapshot costs: the silent run of a tree with and without --snapshot (warm cache, best of
-# RUNS), the snapshot's walk alone (--export to .json.zst), and the size of the snapshot kept.
-# Prints ratios from one run.
+# RUNS; the snapshot comes from the run's own walk), the export's walk alone (--export to
+# .json.zst, what a second walk for the snapshot would cost), the size of the snapshot kept, and
+# the peak memory of the silent run with and without it. Prints ratios from one run.
 #
 # usage: bench/snapshot_bench.sh [BUILD_DIR] [TREE]
 #   BUILD_DIR  where quorlane was built (default build/)
@@ -37,9 +38,17 @@ plain=$(best "$bin" -s "$out/r.txt" "$tree")
 with=$(best "$bin" -s "$out/r.txt" --snapshot "$tree")
 size=$(stat -c %s "$("$bin" --snapshots "$tree" | head -1 | cut -f4)")
 walk=$(best "$bin" --export "$out/e.json.zst" "$tree")
-awk -v p="$plain" -v w="$with" -v x="$walk" -v s="$size" 'BEGIN {
+# Peak resident memory in MB of one run.
+peak() {
+  rm -rf "$out/data/Quorlane"
+  /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1 | awk '{printf "%.0f", $1 / 1024}'
+}
+memPlain=$(peak "$bin" -s "$out/r.txt" "$tree")
+memWith=$(peak "$bin" -s "$out/r.txt" --snapshot "$tree")
+awk -v p="$plain" -v w="$with" -v x="$walk" -v s="$size" -v mp="$memPlain" -v mw="$memWith" 'BEGIN {
   printf "silent run                %.2f s\n", p
   printf "silent run --snapshot     %.2f s   ratio %.2f\n", w, w / p
-  printf "snapshot walk alone       %.2f s   ratio to the run %.2f\n", x, x / p
+  printf "export walk alone         %.2f s   ratio to the run %.2f\n", x, x / p
   printf "snapshot on disk          %.1f MB\n", s / 1e6
+  printf "peak memory               %d MB, with --snapshot %d MB\n", mp, mw
 }'

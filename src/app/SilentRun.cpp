@@ -2,6 +2,11 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <algorithm>
+#include <functional>
+#include <future>
+#include <system_error>
+#include <thread>
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,6 +20,7 @@
 #include "scan/FileOps.h"
 #include "scan/FolderWalk.h"
 #include "scan/ScanDriver.h"
+#include "snapshot/SnapshotFeed.h"
 #include "snapshot/SnapshotStore.h"
 #include "support/Globals.h"
 #include "support/Logs.h"
@@ -52,16 +58,24 @@ uint32_t importForSilentRun(const std::string& file, ReportTree& tree,
 
 bool keepSnapshots(const std::vector<std::string>& sources, const MainOptions& o,
                    const std::vector<std::string>& excludes, const Stop* stop,
-                   const std::string& exportFile, int64_t bytes, int64_t files) {
+                   const std::string& exportFile, int64_t bytes, int64_t files,
+                   const SnapshotFeeds& fed) {
   int threads = FolderWalk::defaultThreads();
   if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
     threads = std::atoi(forced);
   bool ok = true;
   for (const std::string& source : sources) {
     if (probePath(source) != 0) continue;  // not walked: told by the walk, or not there
-    const SnapshotResult r = exportFile.empty()
-                                 ? writeSnapshot(source, threads, stop, excludes)
-                                 : keepExportAsSnapshot(source, exportFile, bytes, files);
+    const std::string kept = snapshotSourcePath(source);
+    const auto feed = std::find_if(fed.begin(), fed.end(), [&](const FedSnapshot& f) {
+      return (f.written || (f.feed && f.feed->complete())) && snapshotSourcePath(f.source) == kept;
+    });
+    const SnapshotResult r = feed == fed.end()
+                                 ? exportFile.empty()
+                                       ? writeSnapshot(source, threads, stop, excludes)
+                                       : keepExportAsSnapshot(source, exportFile, bytes, files)
+                             : feed->written ? *feed->written
+                                             : feed->feed->keep(source, excludes, stop);
     if (r.ok) continue;
     ok = false;
     const QString path = QFile::decodeName(QByteArray::fromStdString(source));
@@ -115,6 +129,21 @@ int runSilent(const ParsedCommandLine& job) {
   const int failuresBefore = failureCount();
   // Exports named with --import come first, each as one root, as if its folder had been walked.
   for (const std::string& file : job.imports) importForSilentRun(file, tree, settings, stop);
+  // --snapshot: each source's walk keeps its files for the snapshot written after the report.
+  SnapshotFeeds fed;
+  if (job.snapshot) {
+    driver.setFeedFactory([&]() -> std::shared_ptr<FileFeed> {
+      const uint32_t root = driver.lastRoot();
+      if (root == kNoNode) return nullptr;
+      auto feed = std::make_shared<SnapshotFeed>(tree.fullPath(root));
+      fed.push_back({tree.fullPath(root), feed, {}});
+      return feed;
+    });
+    QObject::connect(&driver, &ScanDriver::sourceFinished, [&](uint32_t root) {
+      if (!fed.empty() && tree.isLive(root) && fed.back().source == tree.fullPath(root))
+        fed.back().feed->takeFolders(tree, root);
+    });
+  }
   if (!job.sources.empty()) {
     driver.sourceQueue().assign(job.sources.begin(), job.sources.end());
     driver.runToEnd();
@@ -136,12 +165,40 @@ int runSilent(const ParsedCommandLine& job) {
                   {failureCommandLine()});
     return 1;
   }
+  // The snapshots are written from the walk's feeds while the report is, and kept once it is.
+  std::promise<bool> reportSaved;
+  std::thread snapshotWriter;
+  if (job.snapshot) {
+    try {
+      snapshotWriter = std::thread(
+          [&fed, &excludes = settings.excludes, saved = reportSaved.get_future().share()] {
+            const std::function<bool()> keepIf = [&saved] { return saved.get(); };
+            try {
+              for (FedSnapshot& f : fed)
+                if (f.feed && f.feed->complete())
+                  f.written = f.feed->keep(f.source, excludes, &stop, keepIf);
+            } catch (const std::bad_alloc&) {  // what was not written is written afterwards
+            }
+          });
+    } catch (const std::system_error&) {
+    }
+  }
   QString error;
-  if (!ReportWriter::SPEICHERN(tree, job.outputFile, options, error))
+  bool saved = false;
+  try {
+    saved = ReportWriter::SPEICHERN(tree, job.outputFile, options, error);
+  } catch (...) {
+    reportSaved.set_value(false);
+    if (snapshotWriter.joinable()) snapshotWriter.join();
+    throw;
+  }
+  reportSaved.set_value(saved);
+  if (snapshotWriter.joinable()) snapshotWriter.join();
+  if (!saved)
     FailureReport(QStringLiteral("SPEICHERN"), QStringLiteral("frmSave"), 0, error);
   // Only a measurement that is whole is kept.
   else if (job.snapshot)
-    keepSnapshots(job.sources, o, settings.excludes, &stop);
+    keepSnapshots(job.sources, o, settings.excludes, &stop, {}, 0, 0, fed);
   return failureCount() ? 1 : 0;
 }
 

@@ -302,8 +302,9 @@ WalkOutcome FolderWalk::scanFolder(const std::string& folder, WalkSink& sink) {
     // Asking for more of the basic fields costs the kernel nothing: it fills them all anyway.
     unsigned mask =
         options_.feed
-            ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS)
-                                        : STATX_SIZE;
+            ? (STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS |
+               STATX_NLINK | STATX_INO)
+            : STATX_SIZE;
     if (options_.mode.allocated) mask |= STATX_BLOCKS;
     if (options_.mode.linksOnce) mask |= STATX_NLINK | STATX_INO;
     for (int i = 0; i < maxThreads; ++i) {
@@ -518,6 +519,9 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       f.mode = sx->stx_mode;
       f.blocks = sx->stx_blocks;
       f.attributes = sx->stx_attributes & sx->stx_attributes_mask;
+      f.length = sx->stx_size;
+      f.ino = sx->stx_ino;
+      f.nlink = sx->stx_nlink;
       options_.feed->offer(f);
     }
     return true;

@@ -73,7 +73,7 @@ struct ScanResult {
   int64_t folders = 0;
 };
 
-// A file the walk met, for the largest-files list.
+// A file the walk met, for the largest-files list, the treemap and the snapshot.
 struct FoundFile {
   std::string folder;  // with a trailing "/"
   std::string_view name;
@@ -84,6 +84,9 @@ struct FoundFile {
   uint32_t mode = 0;
   uint64_t blocks = 0;  // 512-byte blocks allocated, for the sparse mark
   uint64_t attributes = 0;  // statx attribute bits (compressed, encrypted, ...)
+  uint64_t length = 0;      // st_size, whichever size the walk counts
+  uint64_t ino = 0;
+  uint32_t nlink = 0;
 };
 
 class FileFeed {

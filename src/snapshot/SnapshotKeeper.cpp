@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "scan/FolderWalk.h"
+#include "snapshot/SnapshotFeed.h"
 #include "snapshot/SnapshotStore.h"
 
 namespace ql {
@@ -34,10 +35,12 @@ SnapshotKeeper::~SnapshotKeeper() {
 
 void SnapshotKeeper::keep(Job job) {
   std::lock_guard lock(mutex_);
-  if (std::any_of(queue_.begin(), queue_.end(),
-                  [&](const Job& j) { return j.source == job.source; }))
-    return;
-  queue_.push_back(std::move(job));
+  const auto waiting = std::find_if(queue_.begin(), queue_.end(),
+                                    [&](const Job& j) { return j.source == job.source; });
+  if (waiting != queue_.end())
+    *waiting = std::move(job);  // the newer measurement
+  else
+    queue_.push_back(std::move(job));
   if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
   changed_.notify_all();
 }
@@ -58,7 +61,10 @@ void SnapshotKeeper::run() {
     writing_ = true;
     lock.unlock();
     const SnapshotResult r =
-        writeSnapshot(job.source, FolderWalk::defaultThreads(), &stop_, job.excludes);
+        job.feed && job.feed->complete()
+            ? job.feed->keep(job.source, job.excludes, &stop_)
+            : writeSnapshot(job.source, FolderWalk::defaultThreads(), &stop_, job.excludes);
+    job.feed.reset();  // its temporary files go
     if (r.ok)
       pruneSnapshots(job.keep, job.budgetBytes);
     else if (!stop_.requested() && failed_)

@@ -1,17 +1,18 @@
 #pragma once
-// Keeps snapshots for the window: each source handed in is walked once more by the export's
-// walk, on a thread of the keeper's own at low CPU and I/O priority (nice 10, idle I/O class),
-// one after the other, and the store is pruned after each. The scan that asked has ended by then,
-// so it is not slowed; the second walk finds the folders in the cache and mostly costs CPU.
+// Keeps snapshots for the window: each source handed in is written from what its scan's feed
+// kept (see SnapshotFeed), on a thread of the keeper's own at low CPU and I/O priority (nice 10,
+// idle I/O class), one after the other, and the store is pruned after each. A source handed in
+// without a feed is walked once more by the export's walk.
 //
 // Threads: keep() and the destructor belong to the owner's thread; `failed` is called on the
 // keeper's thread. The destructor stops the snapshot being written (its temporary file goes)
-// and waits for the thread, which ends at the walk's next entry.
+// and waits for the thread, which ends at the next folder.
 
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,6 +22,8 @@
 
 namespace ql {
 
+class SnapshotFeed;
+
 class SnapshotKeeper {
  public:
   struct Job {
@@ -28,6 +31,7 @@ class SnapshotKeeper {
     std::vector<std::string> excludes;
     int keep = 12;            // per source, 0: no limit
     int64_t budgetBytes = 0;  // for the whole store, 0: no limit
+    std::shared_ptr<SnapshotFeed> feed;  // what the scan kept; none: walked again
   };
   using Failed = std::function<void(const std::string& source, const std::string& error)>;
 
@@ -36,7 +40,7 @@ class SnapshotKeeper {
   SnapshotKeeper(const SnapshotKeeper&) = delete;
   SnapshotKeeper& operator=(const SnapshotKeeper&) = delete;
 
-  // Queues a snapshot; a source already waiting is not queued twice.
+  // Queues a snapshot; one of a source already waiting takes that one's place.
   void keep(Job job);
   // Waits until nothing is queued or being written (tests and benchmarks).
   void waitIdle();

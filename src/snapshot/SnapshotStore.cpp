@@ -326,6 +326,14 @@ std::vector<SnapshotInfo> listAllSnapshots(std::string* error) {
 
 SnapshotResult writeSnapshot(const std::string& source, int threads, const Stop* stop,
                              const std::vector<std::string>& excludes, int64_t timeMs) {
+  return keepWrittenSnapshot(
+      source, [&](int fd) { return exportJson(source, fd, threads, stop, true, excludes); },
+      timeMs);
+}
+
+SnapshotResult keepWrittenSnapshot(const std::string& source,
+                                   const std::function<ExportResult(int fd)>& write,
+                                   int64_t timeMs, const std::function<bool()>& keepIf) {
   SnapshotResult r;
   if (snapshotRoot().empty()) {
     r.error = "no folder for snapshots (neither XDG_DATA_HOME nor HOME is set)";
@@ -335,13 +343,41 @@ SnapshotResult writeSnapshot(const std::string& source, int threads, const Stop*
   if (folder.empty()) return r;
   const int64_t ms = timeMs ? timeMs : nowMs();
   const std::string part = partName(folder, ms);
-  const ExportResult e = exportJsonToFile(source, part, threads, stop, excludes);
-  if (!e.ok) {  // nothing was committed
-    r.error = e.error.empty() ? std::string("stopped") : e.error;
+  OutputFile out;
+  if (!out.open(part)) {
+    r.error = out.error();
+    return r;
+  }
+  const ExportResult e = write(out.fd());
+  if (!e.ok) {  // nothing is committed: the part goes with `out`
+    r.error = e.error.empty() ? std::string("stopped")
+              : e.writeFailed ? part + ": " + e.error
+                              : e.error;
+    return r;
+  }
+  if (keepIf && !keepIf()) {
+    r.error = "not kept";
+    return r;
+  }
+  if (!out.commit()) {
+    r.error = out.error();
     return r;
   }
   return placeSnapshot(folder, part, source, ms, static_cast<int64_t>(e.bytes),
                        static_cast<int64_t>(e.files));
+}
+
+int openSnapshotTemporary() {
+  std::vector<std::string> places;
+  if (const std::string root = snapshotRoot(); !root.empty() && makeFolders(root) == 0)
+    places.push_back(root);
+  if (const char* tmp = std::getenv("TMPDIR"); tmp && tmp[0] == '/') places.emplace_back(tmp);
+  places.emplace_back("/tmp");
+  for (const std::string& place : places) {
+    const int fd = ::open(place.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd >= 0) return fd;
+  }
+  return -1;
 }
 
 SnapshotResult keepExportAsSnapshot(const std::string& source, const std::string& exportFile,

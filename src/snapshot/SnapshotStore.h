@@ -19,9 +19,11 @@
 // rewritten in place, so there is nothing to lock).
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "json/JsonExport.h"
 #include "support/Stop.h"
 
 namespace ql {
@@ -60,6 +62,15 @@ std::vector<SnapshotInfo> listAllSnapshots(std::string* error = nullptr);
 // and keeps the result as its newest snapshot. `timeMs` (ms since the epoch) names it; 0: now.
 SnapshotResult writeSnapshot(const std::string& source, int threads, const Stop* stop = nullptr,
                              const std::vector<std::string>& excludes = {}, int64_t timeMs = 0);
+// Keeps what `write` puts into the descriptor it is given (a whole compressed export; it returns
+// its counts, or the error) as the newest snapshot of `source`, atomically as above. `keepIf`,
+// when given, is asked once all is written: false leaves nothing (the error says "not kept").
+SnapshotResult keepWrittenSnapshot(const std::string& source,
+                                   const std::function<ExportResult(int fd)>& write,
+                                   int64_t timeMs = 0, const std::function<bool()>& keepIf = {});
+// An unlinked temporary file for a snapshot in the making (O_TMPFILE): in the store, made when
+// missing, else in $TMPDIR or /tmp. -1 when none can be had.
+int openSnapshotTemporary();
 // Keeps an export just written (compressed, a regular file) as the newest snapshot of `source`:
 // a copy that shares the blocks where the file system can (reflink), else a plain copy.
 SnapshotResult keepExportAsSnapshot(const std::string& source, const std::string& exportFile,

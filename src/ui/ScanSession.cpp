@@ -5,11 +5,13 @@
 #include <QThreadPool>
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
 #include "scan/FeedFan.h"
 #include "scan/FileOps.h"
+#include "snapshot/SnapshotFeed.h"
 #include "snapshot/SnapshotKeeper.h"
 #include "support/Globals.h"
 #include "support/Logs.h"
@@ -53,6 +55,7 @@ ScanSession::ScanSession(const Guard& guard, QObject* parent)
                         }),
             Qt::QueuedConnection);
       });
+  driver_->setFeedFactory([this] { return walkFeed(); });
   wireDriver();
 }
 
@@ -87,12 +90,23 @@ void ScanSession::setCounting(bool allocated, bool linksOnce) {
 }
 
 void ScanSession::setLargestFiles(LargestFiles list) {
-  largest_ = std::move(list);
   // The largest files are collected inside each walk; the list belongs to the read made last.
-  driver_->setFeedFactory([this] {
-    return FeedFan::of({largest_.begin ? largest_.begin() : nullptr,
-                        driver_->walkOffersFiles() ? beginTreemap(driver_->walkPath()) : nullptr});
-  });
+  largest_ = std::move(list);
+}
+
+// Each walk feeds the largest files and the treemap; a source's walk also keeps its files for its
+// snapshot.
+std::shared_ptr<FileFeed> ScanSession::walkFeed() {
+  snapshotFeed_.reset();
+  const uint32_t root = std::exchange(startedRoot_, kNoNode);
+  if (options_.Snapshots && tree_.isLive(root)) {
+    snapshotFeed_ = std::make_shared<SnapshotFeed>(tree_.fullPath(root));
+    snapshotRoot_ = root;
+    snapshotGeneration_ = tree_.generation();
+    if (!snapshotFeed_->ok()) snapshotFeed_.reset();  // no temporary file: walked again later
+  }
+  return FeedFan::of({largest_.begin ? largest_.begin() : nullptr, snapshotFeed_,
+                      driver_->walkOffersFiles() ? beginTreemap(driver_->walkPath()) : nullptr});
 }
 
 std::shared_ptr<FileFeed> ScanSession::beginTreemap(const std::string& path) {
@@ -199,7 +213,8 @@ void ScanSession::wireDriver() {
             Q_EMIT sourceAccepted(path.toStdString());
           }));
   connect(&d, &ScanDriver::sourceStarted, this, &ScanSession::sourceStarted);
-  connect(&d, &ScanDriver::sourceStarted, this, [this] {
+  connect(&d, &ScanDriver::sourceStarted, this, [this](uint32_t root) {
+    startedRoot_ = root;
     failuresAtStart_ = failureCount();
     refusedAtStart_ = refused_.size();
   });
@@ -225,14 +240,20 @@ void ScanSession::wireDriver() {
           }));
 }
 
-// Only a source read to its end, with no stop and no failure, is kept; the keeper reads it again
-// on its own thread after the scan.
+// Only a source read to its end, with no stop and no failure, is kept. Its folders are taken
+// from the tree now, before anyone can change it; the keeper writes the snapshot on its own
+// thread after the scan (without a feed it reads the source again).
 void ScanSession::keepSnapshot(uint32_t root) {
+  std::shared_ptr<SnapshotFeed> feed = std::exchange(snapshotFeed_, nullptr);
   if (!options_.Snapshots || stop_.requested() || failureCount() != failuresAtStart_ ||
       refused_.size() != refusedAtStart_ || !tree_.isLive(root))
     return;
+  if (feed && snapshotRoot_ == root && snapshotGeneration_ == tree_.generation())
+    feed->takeFolders(tree_, root);
+  else
+    feed.reset();
   snapshots_->keep({tree_.fullPath(root), LoadExcludePatterns(), options_.SnapshotKeep,
-                    int64_t{options_.SnapshotBudgetMB} * 1000 * 1000});
+                    int64_t{options_.SnapshotBudgetMB} * 1000 * 1000, std::move(feed)});
 }
 
 void ScanSession::endLargestFiles(uint32_t node) {

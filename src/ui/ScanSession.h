@@ -28,6 +28,7 @@ namespace ql {
 
 class ImportedSources;
 class FileFeed;
+class SnapshotFeed;
 class SnapshotKeeper;
 class TreemapCollector;
 
@@ -131,6 +132,7 @@ class ScanSession : public QObject {
   std::shared_ptr<FileFeed> beginTreemap(const std::string& path);
   // Builds the tree of the collection just ended off this thread; `graft` for a rescan.
   void endTreemap(bool graft, const std::string& importedRoot = {});
+  std::shared_ptr<FileFeed> walkFeed();
 
   const Guard& guard_;
   Stop stop_;  // before the driver, which holds it
@@ -147,6 +149,11 @@ class ScanSession : public QObject {
   QStringList refused_;    // sources that could not be read in this run, told at its end
   // A snapshot follows each source read to its end; these tell whether the source failed.
   std::unique_ptr<SnapshotKeeper> snapshots_;
+  // The source whose walk starts next, and the feed that keeps its files for its snapshot.
+  uint32_t startedRoot_ = kNoNode;
+  std::shared_ptr<SnapshotFeed> snapshotFeed_;
+  uint32_t snapshotRoot_ = kNoNode;
+  uint64_t snapshotGeneration_ = 0;
   int failuresAtStart_ = 0;
   qsizetype refusedAtStart_ = 0;
   TreemapStore treemaps_;

@@ -1,7 +1,9 @@
 // The snapshot store: retention and the budget across sources, damaged snapshots, writes under a
-// full disk, the command line, and the window's snapshot after a completed scan.
+// full disk, the command line, the window's snapshot after a completed scan, and snapshots made
+// from the walk's own files.
 
 #include <gtest/gtest.h>
+#include <grp.h>
 #include <sys/mount.h>
 #include <QTest>
 #include <cstdlib>
@@ -10,6 +12,8 @@
 #include "TestFs.h"
 #include "TestProcess.h"
 #include "json/JsonImport.h"
+#include "lang/TL.h"
+#include "snapshot/SnapshotFeed.h"
 #include "snapshot/SnapshotStore.h"
 #include "ui/ScanSession.h"
 
@@ -182,6 +186,124 @@ TEST_F(Snapshots, WindowKeepsOneAfterACompletedScanNotAfterAnImport) {
   ASSERT_TRUE(QTest::qWaitFor([&] { return !s.busy(); }, 20000));
   EXPECT_EQ(s.tree().roots().size(), 2u);
   EXPECT_EQ(listAllSnapshots().size(), 1u);
+}
+
+// Every row of a tree as one line (path, sums, flags), sorted: the walk lists rows of equal size
+// in the listing's order, a snapshot in its own.
+std::vector<std::string> reportLines(const ReportTree& t) {
+  std::vector<std::string> lines;
+  for (uint32_t n : t.preorder()) {
+    const ReportTree::Node& node = t.node(n);
+    lines.push_back(t.fullPath(n) + " size=" + std::to_string(node.size) +
+                    " files=" + std::to_string(node.files) + " folders=" +
+                    std::to_string(t.folders(n)) + " flags=" + std::to_string(node.flags));
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+// A file of `size` bytes, its name taken byte for byte.
+void writeBytes(const std::string& path, size_t size) {
+  const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0) << path;
+  const std::string data(size, 'x');
+  ASSERT_EQ(::write(fd, data.data(), size), static_cast<ssize_t>(size));
+  ::close(fd);
+}
+
+// Odd names, two names of one file (one beside it, one elsewhere), a link to a folder and one to
+// a file, an empty folder, a folder left out by a pattern.
+void makeCraftedTree(const std::string& t) {
+  makeDir(t);
+  makeDir(t + "/odd\xff \"quoted\"\nline");
+  writeBytes(t + "/odd\xff \"quoted\"\nline/f\xfe\\", 3000);
+  makeDir(t + "/sub");
+  makeDir(t + "/sub/deeper");
+  writeBytes(t + "/sub/deeper/data", 9000);
+  ASSERT_EQ(::link((t + "/sub/deeper/data").c_str(), (t + "/sub/hard").c_str()), 0);
+  ASSERT_EQ(::link((t + "/sub/deeper/data").c_str(), (t + "/sub/deeper/again").c_str()), 0);
+  makeFile(t + "/sparse", 1 << 20);
+  makeFile(t + "/zero", 0);
+  makeDir(t + "/empty");
+  makeDir(t + "/skipped");
+  makeFile(t + "/skipped/f", 5);
+  ASSERT_EQ(::symlink("sub", (t + "/dirlink").c_str()), 0);
+  ASSERT_EQ(::symlink("sparse", (t + "/filelink").c_str()), 0);
+}
+
+// The snapshot comes from the walk itself: changes on the disk after the walk are not in it, and
+// its import gives the walk's report, in each way of counting.
+TEST_F(Snapshots, SnapshotFromTheWalkImportsAsTheWalksReport) {
+  ensureApp();
+  const std::string t = d / "t";
+  makeCraftedTree(t);
+  const std::vector<std::string> excludes{"skip*"};
+  for (const SizeMode mode : {SizeMode{false, false}, SizeMode{true, false}, SizeMode{false, true}}) {
+    SCOPED_TRACE(std::to_string(mode.allocated) + std::to_string(mode.linksOnce));
+    ReportTree walked;
+    ScanDriver driver(walked, testStop);
+    ScanDriver::Settings settings;
+    settings.mode = mode;
+    settings.excludes = excludes;
+    driver.setSettings(settings);
+    std::shared_ptr<SnapshotFeed> feed;
+    driver.setFeedFactory([&] { return feed = std::make_shared<SnapshotFeed>(t); });
+    driver.sourceQueue().push_back(t);
+    driver.runToEnd();
+    ASSERT_TRUE(feed && feed->ok());
+    feed->takeFolders(walked, driver.lastRoot());
+    // The disk changes before the snapshot is written.
+    writeBytes(t + "/sub/deeper/data", 100);
+    makeDir(t + "/later" + std::to_string(mode.allocated + 2 * mode.linksOnce));
+
+    const SnapshotResult r = feed->keep(t, excludes, nullptr);
+    ASSERT_TRUE(r.ok) << r.error;
+    ReportTree imported;
+    ImportOptions io;
+    io.filesLabel = TL(3514, "Dateien").toStdString();
+    io.allocated = mode.allocated;
+    io.linksOnce = mode.linksOnce;
+    const ImportResult i = importJsonFile(r.info.file, imported, io);
+    ASSERT_TRUE(i.ok) << i.error.toStdString();
+    EXPECT_EQ(reportLines(imported), reportLines(walked));
+    writeBytes(t + "/sub/deeper/data", 9000);
+  }
+}
+
+// The silent run's --snapshot, read back with --import, writes the walk's report, here with a
+// folder the user cannot read (the runs go as nobody).
+TEST_F(Snapshots, SilentRunSnapshotImportsAsItsReport) {
+  const std::string t = d / "t";
+  makeCraftedTree(t);
+  makeDir(t + "/locked");
+  makeFile(t + "/locked/inside", 7);
+  ASSERT_EQ(::chmod((t + "/locked").c_str(), 0), 0);
+  makeDir(d / "home");
+  ASSERT_EQ(::chmod((d / "home").c_str(), 0777), 0);
+  std::function<void()> asUser;
+  if (::geteuid() == 0)
+    asUser = [] {
+      if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(126);
+    };
+  const auto quorlane = [&](const QStringList& args) {
+    return runProgram(QUORLANE_BIN_PATH, args,
+                      {{"XDG_DATA_HOME", qpath(d / "home")}, {"XDG_CONFIG_HOME", qpath(d / "home")},
+                       {"HOME", qpath(d / "home")}},
+                      qpath(d / "home"), asUser);
+  };
+  for (const char* size : {"logical", "allocated"}) {
+    SCOPED_TRACE(size);
+    Outcome r = quorlane({"-s0", "walk.csv", "--size", size, "--snapshot", qpath(t)});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    r = quorlane({"--snapshots", qpath(t)});
+    const QByteArray file = r.out.split('\n')[0].split('\t').value(3);
+    ASSERT_FALSE(file.isEmpty()) << r.out.toStdString() << r.err.toStdString();
+    r = quorlane({"-s0", "import.csv", "--size", size, "--import", QString::fromUtf8(file)});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    const QByteArray walked = readFile(d / "home/walk.csv");
+    EXPECT_TRUE(walked.contains("locked")) << walked.toStdString();
+    EXPECT_EQ(readFile(d / "home/import.csv"), walked);
+  }
 }
 
 }  // namespace
