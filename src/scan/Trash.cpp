@@ -6,7 +6,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -44,18 +43,6 @@ std::string parentOf(const std::string& path) {
   return slash == 0 || slash == std::string::npos ? std::string("/") : path.substr(0, slash);
 }
 
-std::string dataHome() {
-  const char* xdg = std::getenv("XDG_DATA_HOME");
-  if (xdg && xdg[0] == '/') return xdg;
-  std::string home;
-  if (const char* h = std::getenv("HOME"); h && h[0] == '/') {
-    home = h;
-  } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {
-    home = pw->pw_dir;
-  }
-  return home.empty() ? std::string() : joinPath(home, ".local/share");
-}
-
 // The mount of the nearest part of `path` that is there.
 uint64_t mountOfNearest(std::string path) {
   for (;;) {
@@ -90,7 +77,7 @@ std::string topOfMount(const std::string& folder, uint64_t mount) {
 // of the note in `notePath` is filled from `item`.
 int chooseTrash(const std::string& item, const std::string& folder, uint64_t mount,
                 std::string& trash, std::string& notePath) {
-  const std::string data = dataHome();
+  const std::string data = xdgDataHome();
   if (!data.empty() && mountOfNearest(joinPath(data, "Trash")) == mount) {
     std::string error;
     if (!createPath(data, error)) return errno ? errno : EACCES;

@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -71,18 +70,6 @@ bool parseName(const std::string& name, int64_t& ms, int64_t& bytes, int64_t& fi
   t.tm_sec = s;
   ms = static_cast<int64_t>(::timegm(&t)) * 1000 + milli;
   return bytes >= 0 && files >= 0 && snapshotName(ms, bytes, files) == name;
-}
-
-std::string dataHome() {
-  const char* xdg = std::getenv("XDG_DATA_HOME");
-  if (xdg && xdg[0] == '/') return xdg;
-  std::string home;
-  if (const char* h = std::getenv("HOME"); h && h[0] == '/') {
-    home = h;
-  } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {
-    home = pw->pw_dir;
-  }
-  return home.empty() ? std::string() : joinPath(home, ".local/share");
 }
 
 // Makes the folder and the ones above it, private to the user.
@@ -264,7 +251,7 @@ int copyAll(int in, int out) {
 }  // namespace
 
 std::string snapshotRoot() {
-  const std::string data = dataHome();
+  const std::string data = xdgDataHome();
   return data.empty() ? std::string() : joinPath(data, "Quorlane/snapshots");
 }
 

@@ -1,5 +1,9 @@
 #include "support/Path.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <cstring>
 
 namespace ql {
@@ -40,6 +44,18 @@ std::string systemErrorText(int err) {
   char buf[256];
   // GNU strerror_r returns the text, which may or may not live in buf.
   return std::string(strerror_r(err, buf, sizeof buf));
+}
+
+std::string xdgDataHome() {
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg && xdg[0] == '/') return xdg;
+  std::string home;
+  if (const char* h = std::getenv("HOME"); h && h[0] == '/') {
+    home = h;
+  } else if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) {
+    home = pw->pw_dir;
+  }
+  return home.empty() ? std::string() : joinPath(home, ".local/share");
 }
 
 }  // namespace ql

@@ -27,4 +27,8 @@ std::string extensionOf(std::string_view name);
 // The system's text for an errno value.
 std::string systemErrorText(int err);
 
+// $XDG_DATA_HOME, else ~/.local/share (the home from HOME, else the password database); empty
+// when neither gives an absolute path.
+std::string xdgDataHome();
+
 }  // namespace ql
