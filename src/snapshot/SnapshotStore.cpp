@@ -167,6 +167,10 @@ void newestFirst(std::vector<SnapshotInfo>& list) {
 // The source's folder, made when missing, with its path written inside. Empty with `error` when
 // that fails, or when the folder belongs to another path (two paths of the same hash).
 std::string prepareFolder(const std::string& source, std::string& error) {
+  if (snapshotRoot().empty()) {
+    error = "no folder for snapshots (neither XDG_DATA_HOME nor HOME is set)";
+    return {};
+  }
   const std::string path = snapshotSourcePath(source);
   const std::string folder = snapshotFolder(path);
   if (const int err = makeFolders(folder)) {
@@ -322,10 +326,6 @@ SnapshotResult keepWrittenSnapshot(const std::string& source,
                                    const std::function<ExportResult(int fd)>& write,
                                    int64_t timeMs, const std::function<bool()>& keepIf) {
   SnapshotResult r;
-  if (snapshotRoot().empty()) {
-    r.error = "no folder for snapshots (neither XDG_DATA_HOME nor HOME is set)";
-    return r;
-  }
   const std::string folder = prepareFolder(source, r.error);
   if (folder.empty()) return r;
   const int64_t ms = timeMs ? timeMs : nowMs();
@@ -370,10 +370,6 @@ int openSnapshotTemporary() {
 SnapshotResult keepExportAsSnapshot(const std::string& source, const std::string& exportFile,
                                     int64_t bytes, int64_t files, int64_t timeMs) {
   SnapshotResult r;
-  if (snapshotRoot().empty()) {
-    r.error = "no folder for snapshots (neither XDG_DATA_HOME nor HOME is set)";
-    return r;
-  }
   const std::string folder = prepareFolder(source, r.error);
   if (folder.empty()) return r;
   const int in = ::open(exportFile.c_str(), O_RDONLY | O_CLOEXEC);
