@@ -139,11 +139,11 @@ TEST_F(MpiExport, AnOddTreeIsExportedAndReportedAsByOneProgram) {
 
 // One folder too large to share and a chain no rank can run ahead in.
 TEST_F(MpiExport, AWideFolderAndADeepChain) {
-  makeWideFolder(d / "wide", 20000);
+  makeWideFolder(d / "wide", 200000);
   expectSameExports(at("wide"), {1, 2, 4, 7});
-  makeChain(d / "chain", 2000);
+  makeChain(d / "chain", 10000);
   expectSameExports(at("chain"), {1, 2, 4, 7});
-  EXPECT_EQ(readFile(at("out/mpi.json")).count("\"level\""), 2000);
+  EXPECT_EQ(readFile(at("out/mpi.json")).count("\"level\""), 10000);
 }
 
 TEST_F(MpiExport, ARankThatDiesFailsTheRunAndTheOldExportStays) {
