@@ -93,8 +93,11 @@ TEST(SizeReader, AHungMountNeverHoldsUpTheOthers) {
   EXPECT_EQ(got[fine[0]].total, 1001 * 4096);
   EXPECT_EQ(got[fine[2]].free, 250 * 4096);
   EXPECT_EQ(got[fine[3]].total, 0);  // gone between listing and reading
-  // A refresh does not pile up threads on the hung mount.
+  // A refresh does not pile up threads on the hung mount (once its worker is surely inside).
+  for (int i = 0; i < 1000 && gate->hungCalls.load() == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(reader->start("/hung"), 0u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(gate->hungCalls.load(), 1);
   // The reader may go while its worker still hangs; the worker ends without it.
   reader.reset();
