@@ -31,7 +31,8 @@ floor=$out/floorwalk
 gcc -O2 -pthread -o "$floor" "$shared/floorwalk.c"
 ncdu=$(command -v ncdu || true)
 
-cmds=(-n "floorwalk 2" "$floor $tree 2" -n "quorlane --export" "$bin --export $out/q.json $tree")
+cmds=(-n "floorwalk 2" "$floor $tree 2" -n "quorlane --export" "$bin --export $out/q.json $tree"
+  -n "quorlane --export .zst" "$bin --export $out/q.json.zst $tree")
 [ -n "$ncdu" ] && cmds+=(-n "ncdu -0 -o" "$ncdu -0 -o $out/n.json $tree")
 hyperfine -N --warmup 2 --runs "$runs" --export-json "$out/warm.json" "${cmds[@]}" >/dev/null
 
@@ -47,7 +48,7 @@ fi
 peak=$( { /usr/bin/time -f %M "$bin" --export "$out/q.json" "$tree"; } 2>&1 | tail -1)
 
 python3 - "$out" "$cold" "$peak" "$(nproc)" "$tree" <<'PY'
-import json, sys
+import json, os, sys
 out, cold, peak, cores, tree = sys.argv[1], sys.argv[2] == "1", int(sys.argv[3]), sys.argv[4], sys.argv[5]
 print(f"{tree}, {cores} cores")
 def table(name, floor):
@@ -59,10 +60,14 @@ def table(name, floor):
     print(f"  --export / {floor}: {ours / res[floor][0]:.2f}x")
     if "ncdu -0 -o" in res:
         print(f"  ncdu -0 -o / --export: {res['ncdu -0 -o'][0] / ours:.2f}x")
+    if "quorlane --export .zst" in res:
+        print(f"  --export .zst / --export: {res['quorlane --export .zst'][0] / ours:.2f}x")
 table("warm", "floorwalk 2")
 if cold:
     table("cold", "floorwalk 8")
 else:
     print("cold: left out (needs root)")
 print(f"peak memory of --export: {peak} kB")
+plain, packed = os.path.getsize(f"{out}/q.json"), os.path.getsize(f"{out}/q.json.zst")
+print(f"export {plain / 1e6:.1f} MB, compressed {packed / 1e6:.1f} MB ({100 * packed / plain:.0f} %)")
 PY

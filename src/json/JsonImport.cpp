@@ -460,8 +460,8 @@ class Builder {
     if (!d.own.empty() || !d.below.empty()) {
       // Own files once among themselves (the files row), then once with all below.
       d.ownBytes -= dedupLinks(d.own);
-      addLinks(d.below, d.own);
-      d.size -= dropRepeats(d.below);
+      d.size -= addLinks(d.below, d.own);
+      trimLinks(d.below);
     }
     int64_t size = d.ownBytes, files = d.ownFiles;
     if (!checkedAdd(size, d.size) || !checkedAdd(files, d.files) || d.folders > INT32_MAX)
@@ -488,7 +488,7 @@ class Builder {
       return true;
     }
     OpenDir& p = dirs_.back();
-    addLinks(p.below, d.below);
+    p.size -= addLinks(p.below, d.below);
     if (!checkedAdd(p.size, size) || !checkedAdd(p.files, files) || !checkedAdd(p.folders, 1 + d.folders))
       return fail(TL(4040, "Überlauf der Summe"));
     ++p.rows;

@@ -633,6 +633,17 @@ void FolderWalk::complete(Worker& w, Dir* d) {
 // Links once: the inodes of the folder's own files and of its children's sets, each counted once
 // in the folder's sum.
 void FolderWalk::mergeLinks(Dir* d) {
+  if (d == root_) {  // its set goes nowhere: only its repeats are wanted
+    std::vector<Links*> sets;
+    if (d->links) sets.push_back(d->links);
+    for (uint32_t i = 0; i < d->childCount; ++i)
+      if (d->children[i]->links) sets.push_back(d->children[i]->links);
+    d->size -= repeatsAcross(sets);
+    for (Links* s : sets) delete s;
+    d->links = nullptr;
+    for (uint32_t i = 0; i < d->childCount; ++i) d->children[i]->links = nullptr;
+    return;
+  }
   Links* into = d->links;
   d->links = nullptr;
   bool merged = false;
@@ -644,11 +655,11 @@ void FolderWalk::mergeLinks(Dir* d) {
       into = from;
       continue;
     }
-    addLinks(*into, *from);
+    d->size -= addLinks(*into, *from);
     delete from;
     merged = true;
   }
-  if (merged) d->size -= dropRepeats(*into);
+  if (merged) trimLinks(*into);
   d->links = into;
 }
 

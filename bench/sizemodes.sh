@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# What counting like du costs: the silent run with --size allocated, --links once and both,
+# against the default count (warm cache, best of RUNS), and the memory --links once takes for
+# each file of several names, on a tree where LINKED files have a second name in another folder.
+# Prints ratios from one run.
+#
+# usage: bench/sizemodes.sh [BUILD_DIR] [TREE] [LINKED]
+#   BUILD_DIR  where quorlane was built (default build/)
+#   TREE       folder to time (default /tmp/qb1m; made with bench/maketree.py when missing)
+#   LINKED     files of two names in the memory tree (default 200000; made in /tmp/qblinks-LINKED)
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "${1:-$here/build}" && pwd)
+tree=${2:-/tmp/qb1m}
+linked=${3:-200000}
+runs=${RUNS:-5}
+bin=$build/src/quorlane
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+[ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
+[ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
+links=/tmp/qblinks-$linked
+if [ ! -d "$links" ]; then
+  python3 - "$links" "$linked" <<'PY'
+import os, sys
+root, n = sys.argv[1], int(sys.argv[2])
+for i in range(n):
+    a = os.path.join(root, "a", f"{i // 1000:04d}")
+    b = os.path.join(root, "b", f"{i // 1000:04d}")
+    if i % 1000 == 0:
+        os.makedirs(a); os.makedirs(b)
+    f = os.path.join(a, f"f{i:07d}")
+    with open(f, "wb") as h:
+        h.truncate(4096 + i)
+    os.link(f, os.path.join(b, f"f{i:07d}"))
+PY
+fi
+export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
+
+# Best wall time of RUNS runs of the command, in seconds.
+best() {
+  local b=""
+  for _ in $(seq "$runs"); do
+    local s e
+    s=$(date +%s.%N)
+    "$@" >/dev/null
+    e=$(date +%s.%N)
+    b=$(echo "$s $e ${b:-1e9}" | awk '{t=$2-$1; print (t<$3)?t:$3}')
+  done
+  echo "$b"
+}
+# Peak resident memory of one run, in kB.
+peak() { /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1; }
+
+"$bin" -s "$out/warm.csv" "$tree" >/dev/null
+plain=$(best "$bin" -s "$out/r.csv" "$tree")
+alloc=$(best "$bin" -s "$out/r.csv" --size allocated "$tree")
+once=$(best "$bin" -s "$out/r.csv" --links once "$tree")
+both=$(best "$bin" -s "$out/r.csv" --size allocated --links once "$tree")
+"$bin" -s "$out/warm.csv" "$links" >/dev/null
+lEach=$(best "$bin" -s "$out/r.csv" "$links")
+lOnce=$(best "$bin" -s "$out/r.csv" --links once "$links")
+mEach=$(peak "$bin" -s "$out/r.csv" --links each "$links")
+mOnce=$(peak "$bin" -s "$out/r.csv" --links once "$links")
+awk -v p="$plain" -v a="$alloc" -v o="$once" -v b="$both" -v le="$lEach" -v lo="$lOnce" \
+    -v me="$mEach" -v mo="$mOnce" -v n="$linked" -v t="$tree" 'BEGIN {
+  printf "%s: silent run, logical, every name   %.3f s\n", t, p
+  printf "  --size allocated                  %.3f s   %.3fx\n", a, a / p
+  printf "  --links once                      %.3f s   %.3fx\n", o, o / p
+  printf "  --size allocated --links once     %.3f s   %.3fx\n", b, b / p
+  printf "%d files of two names: --links once %.3f s   %.3fx every name\n", n, lo, lo / le
+  printf "  peak memory %.1f MB, every name %.1f MB: %.1f bytes a linked file\n",
+         mo / 1024, me / 1024, (mo - me) * 1024 / n
+}'
