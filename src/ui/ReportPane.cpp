@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <thread>
 
+#include "lang/Plural.h"
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportCommands.h"
@@ -697,9 +698,10 @@ QMenu* ReportPane::compareMenu() {
         break;
       const QString when =
           QLocale().toString(QDateTime::fromSecsSinceEpoch(s.time), QLocale::ShortFormat);
+      const QStringList args{when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)};
       add(CompareSnapshots + static_cast<int>(snapshotFiles_.size()),
-          TL(4614, "%1 – %2, %3 Dateien",
-             {when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)}));
+          plural(s.files, TL(4630, "%1 – %2, %3 Datei", args),
+                 TL(4631, "%1 – %2, %3 Dateien", args), TL(4614, "%1 – %2, %3 Dateien", args)));
       snapshotFiles_.push_back(s.file);
     }
     if (snapshotFiles_.empty())
