@@ -283,6 +283,26 @@ CompareBaseline::Gone CompareBaseline::gone(uint32_t node) const {
   return g;
 }
 
+std::vector<CompareBaseline::GoneFolder> CompareBaseline::goneFolders() const {
+  std::vector<GoneFolder> out;
+  if (!data_ || tree_.generation() != generation_) return out;
+  out.reserve(gone_.size());
+  for (const auto& [parent, old] : gone_)
+    if (tree_.isLive(parent))
+      out.push_back(GoneFolder{parent, decode(data_->tree.text(old)), data_->tree.node(old).size,
+                               data_->tree.node(old).files});
+  return out;
+}
+
+void CompareBaseline::treeChanged() {
+  gone_ = {};
+  if (matchJob_) {
+    std::lock_guard lock(matchJob_->mutex);
+    matchJob_->owner = nullptr;
+  }
+  matchJob_.reset();
+}
+
 bool CompareBaseline::newOrGrown(std::string_view path, int64_t size) const {
   // The file's path below the source ...
   std::string_view rest = path;

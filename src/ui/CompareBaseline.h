@@ -41,6 +41,12 @@ class CompareBaseline : public QObject {
     int64_t bytes = 0, files = 0;
     QStringList names;  // the first few
   };
+  // One folder of the baseline that is gone, below a row that is still there.
+  struct GoneFolder {
+    uint32_t parent;  // the report's node
+    QString name;
+    int64_t size, files;  // as it was
+  };
 
   explicit CompareBaseline(const ReportTree& tree, QObject* parent = nullptr);
   ~CompareBaseline() override;
@@ -72,6 +78,12 @@ class CompareBaseline : public QObject {
   int64_t changeOf(uint32_t node) const;
   int64_t filesChangeOf(uint32_t node) const;
   Gone gone(uint32_t node) const;
+  // Every gone folder the last match found, in the order of their parents' nodes.
+  std::vector<GoneFolder> goneFolders() const;
+  // Rows of the report came or went: what the last match said of gone folders no longer holds
+  // (their parents may be gone too), and a match under way is out of date. The values of the
+  // rows stay until the next match.
+  void treeChanged();
   // Whether a file of the report (its full path, its size as counted) is new since the baseline
   // or larger than it was there.
   bool newOrGrown(std::string_view path, int64_t size) const;

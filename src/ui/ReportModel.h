@@ -1,14 +1,22 @@
 #pragma once
-// The report tree as a Qt item model, for QTreeView. The model holds no data of its own: it
-// shows the ReportTree and follows its changes. Columns: name, size (in the chosen unit),
-// percent, files, folders; with a baseline to compare with, also the change of size (signed, in
-// the same unit), in percent and of files. Save and print know the first five.
+// The report tree as a Qt item model, for QTreeView. The model shows the ReportTree and follows
+// its changes. Columns: name, size (in the chosen unit), percent, files, folders; with a baseline
+// to compare with, also the change of size (signed, in the same unit), in percent and of files.
+// Save and print know the first five and read the tree, not the model.
+//
+// With a baseline, each folder of it that is gone is a row of the model below its folder (only
+// the topmost gone folder of a branch), greyed and with its old size as the change. These rows
+// are the model's own: the tree knows nothing of them, no node stands behind them (nodeOf() gives
+// kNoNode), and they go before any row of the tree comes or goes, so they never outlive the rows
+// they were matched against.
 //
 // Threads: the owner thread of the tree only.
 
 #include <QAbstractItemModel>
 #include <QIcon>
 #include <functional>
+#include <unordered_map>
+#include <vector>
 
 #include "report/ReportTree.h"
 
@@ -23,9 +31,9 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   enum ChangeColumn { ColChange = ColumnCount, ColChangePercent, ColChangeFiles, AllColumns };
   static constexpr int NodeRole = Qt::UserRole + 1;
   // On a change column: 0 the row is not compared, 1 it was there, 2 it is new; 3 some folders
-  // below it are gone (never on a new row).
+  // below it are gone (never on a new row); 4 the row is a folder that is gone.
   static constexpr int ChangeStateRole = Qt::UserRole + 2;
-  enum ChangeState { NotCompared, Compared, New, LostFolders };
+  enum ChangeState { NotCompared, Compared, New, LostFolders, GoneFolder };
 
   explicit ReportModel(ReportTree& tree, QObject* parent = nullptr);
   ~ReportModel() override;
@@ -33,10 +41,18 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   ReportTree& tree() { return tree_; }
   // The measurement the change columns compare with; none (nullptr) leaves them empty.
   void setBaseline(const CompareBaseline* baseline);
-  // The baseline's values changed: every change cell is drawn again.
+  // The baseline's values changed: every change cell is drawn again, the gone rows are new.
   void baselineChanged();
+  // kSuperRoot for no index, kNoNode for a gone folder's row.
   uint32_t nodeOf(const QModelIndex& index) const;
   QModelIndex indexOf(uint32_t node, int column = 0) const;
+  bool isGone(const QModelIndex& index) const { return goneRow(index) != nullptr; }
+
+  // What the tree is sorted by for a change column, in the order the column shows.
+  std::function<int64_t(uint32_t node)> changeKey(int column) const;
+  // The change column the tree is sorted by next (-1: another column): the gone rows then stand
+  // among a folder's rows where their change puts them, else after them.
+  void setChangeOrder(int column, bool descending);
 
   // Unit 0 Bytes, 1 KB, 2 MB, 3 GB; decimals 1 shows two places (never for bytes).
   void setSizeFormat(int unit, int decimals);
@@ -78,6 +94,31 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   QString sizeText(int64_t size) const;
   QVariant changeData(uint32_t node, int column, int role) const;
 
+  // A gone folder's row. Its id is its place in gone_; `slot` its place among its folder's gone
+  // rows, as shown.
+  struct GoneRow {
+    uint32_t parent = 0, slot = 0;
+    int64_t size = 0, files = 0;
+    QString name;
+  };
+  // The gone rows below one folder, as shown: the one in slot s stands before the folder's row
+  // `before[s]` of the tree (before[] never decreases). Only the first `shown` are in the model.
+  struct GoneGroup {
+    std::vector<uint32_t> rows;
+    std::vector<uint32_t> before;
+    uint32_t shown = 0;
+  };
+  const GoneRow* goneRow(const QModelIndex& index) const;
+  QVariant goneData(const GoneRow& gone, int column, int role) const;
+  int64_t goneKey(const GoneRow& gone, int column) const;
+  const GoneGroup* groupOf(uint32_t parent) const;
+  // The row shown for the tree's row `row` below `parent`, past the gone rows before it.
+  int shownRow(uint32_t parent, uint32_t row) const;
+  int goneShownRow(uint32_t id) const;
+  void placeGone(uint32_t parent, GoneGroup& group);
+  void showGoneRows();
+  void dropGoneRows();
+
   ReportTree& tree_;
   int unit_ = 0;
   int decimals_ = 1;
@@ -86,6 +127,10 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   std::function<QString(uint32_t)> rootCaption_;
   const CompareBaseline* baseline_ = nullptr;
   QIcon newIcon_, goneIcon_;
+  std::vector<GoneRow> gone_;
+  std::unordered_map<uint32_t, GoneGroup> goneGroups_;  // by parent node
+  int changeOrder_ = -1;
+  bool changeDescending_ = true;
 };
 
 }  // namespace ql

@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <thread>
 
+#include "lang/Plural.h"
 #include "lang/TL.h"
 #include "output/ReportWriter.h"
 #include "report/ReportCommands.h"
@@ -89,7 +90,10 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   connect(view_, &QWidget::customContextMenuRequested, this,
           guard_.wrap("tvwPL_MouseUp", [this](const QPoint& at) {
             const QModelIndex i = view_->indexAt(at);
-            if (!i.isValid() || !view_->isEnabled() || !tree_.isFolder(model_->nodeOf(i))) return;  // not on a files row
+            const uint32_t n = model_->nodeOf(i);
+            // Not on a files row nor on a folder that is gone.
+            if (!i.isValid() || !view_->isEnabled() || !tree_.isLive(n) || !tree_.isFolder(n))
+              return;
             view_->setCurrentIndex(i);
             reportPopup()->popup(view_->viewport()->mapToGlobal(at));
           }));
@@ -106,8 +110,10 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   connect(view_, &QTreeView::expanded, this, guard_.wrap("tvwPL_Expand", [this](const QModelIndex& i) {
             onExpanded(i);
           }));
-  connect(view_, &QTreeView::collapsed, this, guard_.wrap("tvwPL_Collapse", [this](const QModelIndex& i) {
-            tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, false);
+  connect(view_, &QTreeView::collapsed, this,
+          guard_.wrap("tvwPL_Collapse", [this](const QModelIndex& i) {
+            if (tree_.isLive(model_->nodeOf(i)))
+              tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, false);
           }));
   // A click on a column title sorts. (The header reports no click when a drag of a column
   // border ends over a title, so that release never sorts.)
@@ -127,7 +133,10 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
             }
             Q_EMIT compared();
           }));
-  connect(model_.get(), &ReportModel::structureChanged, this, [this] { scheduleCompare(); });
+  connect(model_.get(), &ReportModel::structureChanged, this, [this] {
+    baseline_->treeChanged();
+    scheduleCompare();
+  });
   connect(&driver_, &ScanDriver::finished, this, [this] { scheduleCompare(); });
   connect(&driver_, &ScanDriver::rescanFinished, this, [this] { scheduleCompare(); });
 }
@@ -295,6 +304,7 @@ void ReportPane::reportUnexpandable() {
 // A folder opened by hand below the deepest level the view can lay out closes again.
 void ReportPane::onExpanded(const QModelIndex& index) {
   const uint32_t node = model_->nodeOf(index);
+  if (!tree_.isLive(node)) return;
   if (static_cast<int>(tree_.level(node)) >= expandableLevels()) {
     view_->collapse(index);
     reportUnexpandable();
@@ -324,7 +334,7 @@ void ReportPane::syncExpandedFlags() {
 
 void ReportPane::expandSubfolders(bool expand) {
   const QModelIndex i = view_->currentIndex().siblingAtColumn(0);
-  if (!i.isValid()) return;
+  if (!i.isValid() || !tree_.isLive(model_->nodeOf(i))) return;
   if (expand) {
     const int level = static_cast<int>(tree_.level(model_->nodeOf(i)));
     const int depth = expandableLevels() - 1 - level;
@@ -590,6 +600,7 @@ void ReportPane::onColumnTitleClick(int section) {
     return;
   }
   changeSort_ = -1;
+  model_->setChangeOrder(-1, true);
   sortByColumnTitle(tree_, section + 1);
   view_->setCurrentIndex(model_->index(0, 0));
   view_->scrollToTop();
@@ -651,12 +662,9 @@ void ReportPane::onCurrentChanged(const QModelIndex& current) {
   if (!tree_.isLive(node)) return;
   if (!tree_.isFolder(node)) node = tree_.parent(node);
   QString text = decode(tree_.fullPath(node));
-  // What the report cannot show as rows: the folders of the baseline that are gone.
-  if (const QString gone = model_
-                               ->index(static_cast<int>(tree_.node(node).row),
-                                       ReportModel::ColChange, model_->indexOf(tree_.parent(node)))
-                               .data(Qt::ToolTipRole)
-                               .toString();
+  // The folders of the baseline that are gone below it, counted.
+  if (const QString gone =
+          model_->indexOf(node, ReportModel::ColChange).data(Qt::ToolTipRole).toString();
       baseline_->change(node) && !baseline_->change(node)->isNew && !gone.isEmpty())
     text += QStringLiteral("  —  ") + gone;
   Q_EMIT statusText(text);
@@ -690,9 +698,10 @@ QMenu* ReportPane::compareMenu() {
         break;
       const QString when =
           QLocale().toString(QDateTime::fromSecsSinceEpoch(s.time), QLocale::ShortFormat);
+      const QStringList args{when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)};
       add(CompareSnapshots + static_cast<int>(snapshotFiles_.size()),
-          TL(4614, "%1 – %2, %3 Dateien",
-             {when, xFormatFileSizeAuto(s.bytes, true), groupedInteger(s.files)}));
+          plural(s.files, TL(4630, "%1 – %2, %3 Datei", args),
+                 TL(4631, "%1 – %2, %3 Dateien", args), TL(4614, "%1 – %2, %3 Dateien", args)));
       snapshotFiles_.push_back(s.file);
     }
     if (snapshotFiles_.empty())
@@ -726,6 +735,7 @@ void ReportPane::compareOff() {
   const bool was = baseline_->active();
   baseline_->clear();
   model_->setBaseline(nullptr);
+  model_->setChangeOrder(-1, true);
   for (int c = ReportModel::ColumnCount; c < ReportModel::AllColumns; ++c)
     view_->setColumnHidden(c, true);
   changeSort_ = -1;
@@ -768,27 +778,9 @@ void ReportPane::sortByChange(int section) {
   if (!baseline_->active()) return;
   changeSortDescending_ = section == changeSort_ ? !changeSortDescending_ : true;
   changeSort_ = section;
-  const CompareBaseline& b = *baseline_;
-  std::function<int64_t(uint32_t)> key;
-  switch (section) {
-    case ReportModel::ColChangePercent:
-      key = [&b](uint32_t n) -> int64_t {
-        const CompareBaseline::Change* c = b.change(n);
-        if (!c) return 0;
-        if (c->isNew || c->oldSize <= 0)
-          return b.changeOf(n) > 0 ? INT64_MAX : 0;  // grown from nothing
-        return static_cast<int64_t>(1e6 * static_cast<double>(b.changeOf(n)) /
-                                    static_cast<double>(c->oldSize));
-      };
-      break;
-    case ReportModel::ColChangeFiles:
-      key = [&b](uint32_t n) { return b.filesChangeOf(n); };
-      break;
-    default:
-      key = [&b](uint32_t n) { return b.changeOf(n); };
-      break;
-  }
-  tree_.sortAllBy(key, changeSortDescending_);
+  // The gone rows take their places among the sorted rows as the tree's order ends.
+  model_->setChangeOrder(section, changeSortDescending_);
+  tree_.sortAllBy(model_->changeKey(section), changeSortDescending_);
 }
 
 bool ReportPane::eventFilter(QObject* watched, QEvent* event) {

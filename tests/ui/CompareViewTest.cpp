@@ -1,8 +1,10 @@
 // Comparing the report with an earlier measurement in the window: the change columns, the new
-// and gone marks, the sort by change, the largest files narrowed to the new and grown, and what
-// happens when the tree changes under the comparison.
+// marks and the rows of gone folders, the sort by change, the largest files narrowed to the new
+// and grown, and what happens when the tree changes under the comparison.
 
+#include <QAbstractItemModelTester>
 #include <QAction>
+#include <QApplication>
 #include <QHeaderView>
 #include <QMenu>
 #include <QRegularExpression>
@@ -74,6 +76,15 @@ class CompareViewTest : public ::testing::Test {
   static int stateOf(ReportModel& m, int row, const QModelIndex& parent) {
     return m.index(row, ReportModel::ColChange, parent).data(ReportModel::ChangeStateRole).toInt();
   }
+  // The names of the rows below the source that are gone folders.
+  static QStringList goneRows(ReportModel& m) {
+    QStringList names;
+    const QModelIndex root = m.index(0, 0);
+    for (int r = 0; r < m.rowCount(root); ++r)
+      if (stateOf(m, r, root) == ReportModel::GoneFolder)
+        names << m.index(r, 0, root).data().toString();
+    return names;
+  }
 
   TempDir d, config;
   std::string baseline = d / "then.json";
@@ -83,6 +94,8 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   MainWindow w;
   ReportPane& pane = w.reportPane();
   ReportModel& m = pane.model();
+  // Every row that comes or goes, the gone ones too, is announced as the view needs it.
+  QAbstractItemModelTester tester(&m, QAbstractItemModelTester::FailureReportingMode::Fatal);
   EXPECT_TRUE(pane.view().isColumnHidden(ReportModel::ColChange));
   EXPECT_FALSE(w.topPane().bar().control(cmd::files::NewOrGrown)->isVisible());
   pane.cbrReport_Execute(cmd::report::Bytes);
@@ -96,17 +109,46 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   const auto click = [&] { Q_EMIT header->sectionClicked(ReportModel::ColChange); };
   using Rows = std::vector<std::pair<QString, QString>>;
   click();
-  EXPECT_EQ(rows(m), (Rows{{"grow", "+1000"}, {"new", "+300"}, {"keep", "0"}}));
+  EXPECT_EQ(rows(m), (Rows{{"grow", "+1000"}, {"new", "+300"}, {"keep", "0"}, {"gone", "-50"}}));
+  // The gone folder is a row of its own: greyed, nothing to select or open, all it held lost.
+  const QModelIndex gone = m.index(3, 0, root);
+  EXPECT_EQ(stateOf(m, 3, root), ReportModel::GoneFolder);
+  EXPECT_EQ(gone.data(Qt::ForegroundRole).value<QColor>(),
+            QApplication::palette().color(QPalette::Disabled, QPalette::Text));
+  EXPECT_EQ(m.flags(gone), Qt::NoItemFlags);
+  EXPECT_EQ(m.nodeOf(gone), kNoNode);
+  EXPECT_EQ(m.parent(gone), root);
+  EXPECT_EQ(m.rowCount(gone), 0);
+  EXPECT_FALSE(m.index(3, ReportModel::ColSize, root).data().isValid());
+  EXPECT_EQ(plain(m.index(3, ReportModel::ColChangePercent, root).data()), "-1000");  // -100.0 %
+  EXPECT_EQ(plain(m.index(3, ReportModel::ColChangeFiles, root).data()), "-1");
   click();
-  EXPECT_EQ(rows(m), (Rows{{"keep", "0"}, {"new", "+300"}, {"grow", "+1000"}}));
+  EXPECT_EQ(rows(m), (Rows{{"gone", "-50"}, {"keep", "0"}, {"new", "+300"}, {"grow", "+1000"}}));
+  // A click on the gone row leaves the selection where it was.
+  pane.view().setCurrentIndex(m.index(1, 0, root));
+  QTest::mouseClick(pane.view().viewport(), Qt::LeftButton, {},
+                    pane.view().visualRect(m.index(0, 0, root)).center());
+  EXPECT_EQ(pane.selectedNode(), m.nodeOf(m.index(1, 0, root)));
   // The source lost "gone" (50 bytes) and gained 1,300: the percent is of what it held then.
   EXPECT_EQ(plain(m.index(0, ReportModel::ColChange).data()), "+1250");
   EXPECT_EQ(plain(m.index(0, ReportModel::ColChangePercent).data()), "+581");  // +58.1 %
   EXPECT_EQ(plain(m.index(0, ReportModel::ColChangeFiles).data()), "0");
   EXPECT_EQ(stateOf(m, 0, {}), ReportModel::LostFolders);
   EXPECT_TRUE(m.index(0, ReportModel::ColChange).data(Qt::ToolTipRole).toString().contains("gone"));
-  EXPECT_EQ(stateOf(m, 1, root), ReportModel::New);
-  EXPECT_EQ(stateOf(m, 2, root), ReportModel::Compared);
+  EXPECT_EQ(stateOf(m, 2, root), ReportModel::New);
+  EXPECT_EQ(stateOf(m, 1, root), ReportModel::Compared);
+
+  // "Vergleich aus" takes the gone row away with the columns; comparing again brings it back,
+  // after the tree's rows, which keep their order.
+  pane.cbrReport_Execute(cmd::report::CompareOff);
+  EXPECT_EQ(m.rowCount(root), 3);
+  EXPECT_TRUE(goneRows(m).isEmpty());
+  {
+    QSignalSpy compared(&pane, &ReportPane::compared);
+    pane.compareWith(baseline);
+    ASSERT_TRUE(compared.wait(10000));
+  }
+  EXPECT_EQ(rows(m), (Rows{{"keep", "0"}, {"new", "+300"}, {"grow", "+1000"}, {"gone", "-50"}}));
 
   // The largest files: only those new or grown since, once asked for.
   FileListPane& top = w.topPane();
@@ -131,15 +173,27 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   EXPECT_TRUE(w.statusPanel1().text().contains("bad.json"));
   EXPECT_EQ(plain(m.index(0, ReportModel::ColChange).data()), "+1250");
 
-  // A deleted folder is matched again and shows up as gone; without its source the comparison
-  // ends and holds no node of the cleared tree.
+  // A deleted folder is matched again and shows up as gone.
   pane.selectNode(m.nodeOf(m.index(0, 0, root)));  // "keep"
   QSignalSpy compared(&pane, &ReportPane::compared);
   pane.deleteFolder(false);
   ASSERT_TRUE(compared.wait(10000));
-  EXPECT_EQ(m.rowCount(root), 2);
+  EXPECT_EQ(m.rowCount(root), 4);
+  EXPECT_EQ(goneRows(m), (QStringList{"keep", "gone"}));  // the largest loss first
   EXPECT_TRUE(m.index(0, ReportModel::ColChange).data(Qt::ToolTipRole).toString().contains("keep"));
-  pane.bar().control(cmd::report::RemoveAll)->trigger();
+  // A rescan takes the gone rows away before it touches the tree; a folder that came back is a
+  // row of the tree again.
+  makeDir(d / "now/gone");
+  pane.selectNode(m.nodeOf(root));
+  pane.cbrReport_Execute(cmd::report::Rescan);
+  EXPECT_EQ(m.rowCount(root), 0);
+  ASSERT_TRUE(compared.wait(10000));
+  EXPECT_EQ(goneRows(m), QStringList{"keep"});
+  EXPECT_EQ(m.rowCount(root), 4);
+  // Without its source the comparison ends and holds no node of the cleared tree.
+  pane.selectNode(m.nodeOf(root));
+  pane.cbrReport_Execute(cmd::report::Remove);
+  EXPECT_EQ(m.rowCount(), 0);
   ASSERT_TRUE(QTest::qWaitFor([&] { return !pane.baseline().active(); }, 10000));
   EXPECT_TRUE(pane.view().isColumnHidden(ReportModel::ColChange));
   EXPECT_FALSE(top.bar().control(cmd::files::NewOrGrown)->isVisible());
