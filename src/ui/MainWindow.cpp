@@ -48,6 +48,7 @@ MainWindow::MainWindow(QWidget* parent)
   connect(cboOrdner_, &SourcesBox::startRequested, this,
           guard_.wrap("cboOrdner_KeyUp", [this] { startFromSourcesBox(); }));
   cbrMain_ = new MainBar(cboOrdner_, options_, this);
+  nextLanguage_ = language();
   addToolBar(Qt::TopToolBarArea, cbrMain_);
   connect(cbrMain_, &CommandBar::execute, this, &MainWindow::cbrMain_Execute);
   buildPanes(options_);
@@ -315,7 +316,12 @@ void MainWindow::runCommand(int id) {
     cbrMain_->showLanguages();
   } else if (id == German || id == English || id == Russian) {
     const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
-    restartRequested_ = storeLanguage(this, language, askRestart_);
+    // A refused restart leaves everything as it was, the check mark too.
+    if (storeLanguage(this, language)) {
+      nextLanguage_ = language;
+      restartRequested_ = language != ql::language();
+    }
+    cbrMain_->markLanguage(nextLanguage_);
   }
 }
 

@@ -6,17 +6,21 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 
+#include <sys/stat.h>
 #include "TestApp.h"
 #include "TestFs.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
+#include "lang/TL.h"
 #include "support/Globals.h"
 #include "ui/CommandIds.h"
-#include <sys/stat.h>
 
 #include "ui/MainWindow.h"
 
@@ -123,6 +127,54 @@ TEST_F(MainWindowTest, MainCommands) {
   w.reportPane().bar().control(cmd::report::FullView)->trigger();
   EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_TRUE(w.topPane().isVisible());
+}
+
+// Every language is offered, the one of this run marked, and the main part of the button opens
+// the menu. A choice is stored only when the restart is agreed to; Cancel puts the mark back.
+TEST_F(MainWindowTest, ALanguageIsStoredOnlyWhenTheRestartIsAgreed) {
+  StoreSettings("Allgemein", "Lang", kLangGerman);
+  FailureReport(Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), false, QString()));
+  ASSERT_EQ(language(), kLangGerman);
+  MainWindow w;
+  bringUp(w);
+  MainBar& bar = w.cbrMain();
+  QMenu* menu = bar.control(cmd::main::Language)->menu();
+  EXPECT_EQ(menu->actions(),
+            (QList<QAction*>{bar.control(cmd::main::German), bar.control(cmd::main::English),
+                             bar.control(cmd::main::Russian)}));
+  EXPECT_TRUE(bar.isChecked(cmd::main::German));
+  QWidget* popup = nullptr;
+  QTimer::singleShot(100, [&] {  // the menu runs a loop of its own
+    popup = QApplication::activePopupWidget();
+    if (popup) popup->close();
+  });
+  QWidget* button = bar.widgetForAction(bar.control(cmd::main::Language));
+  QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(button->width() / 3, button->height() / 2));
+  EXPECT_EQ(popup, menu);
+
+  QStringList asked;
+  const auto answer = [&](QMessageBox::StandardButton button) {
+    QTimer::singleShot(0, [&asked, button] {
+      if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+        asked << box->text();
+        box->button(button)->click();
+      }
+    });
+  };
+  answer(QMessageBox::Cancel);
+  bar.control(cmd::main::Russian)->trigger();
+  ASSERT_EQ(asked.size(), 1);
+  EXPECT_FALSE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "7");
+  EXPECT_TRUE(bar.isChecked(cmd::main::German));
+  EXPECT_FALSE(bar.isChecked(cmd::main::Russian));
+  answer(QMessageBox::Ok);
+  bar.control(cmd::main::English)->trigger();
+  ASSERT_EQ(asked.size(), 2);
+  EXPECT_TRUE(asked[1].contains("Neustart"));  // in the language of this run
+  EXPECT_TRUE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
+  EXPECT_TRUE(bar.isChecked(cmd::main::English));
 }
 
 TEST_F(MainWindowTest, ReportCommands) {
