@@ -1,8 +1,10 @@
 // The window as a user meets it: sources from the command line, the tree growing, a title
 // click, and a close during a scan.
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
+#include <QCompleter>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -363,27 +365,47 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
 
 }
 
-// Typing offers the known folders below the text in a list, but Enter reads what was typed.
+// Typing offers the known folders below the text in a list, but Enter reads what was typed; an
+// entry is taken only when picked in the list, and Delete there takes it out of the box.
 TEST_F(MainWindowTest, TheSourcesBoxReadsWhatWasTyped) {
   MainWindow w;
   bringUp(w);
   SourcesBox& box = w.cboOrdner();
+  const QString large = QString::fromStdString(d / "large");
   box.addSource(d / "large");
+  QAbstractItemView* list = box.completer()->popup();
   const auto type = [&](const std::string& text) {
     box.setEditText(QString());
     QTest::keyClicks(box.lineEdit(), QString::fromStdString(text));
+    ASSERT_TRUE(list->isVisible());
+    ASSERT_EQ(QApplication::activePopupWidget(), list);
   };
-  const auto press = [&](int key) {
-    QWidget* popup = QApplication::activePopupWidget();
-    QTest::keyClick(popup ? popup : box.lineEdit(), Qt::Key(key));
+  const auto press = [&](int key) { QTest::keyClick(list, Qt::Key(key)); };
+  const auto readRoot = [&] {
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().busy(); }, 10000));
+    const auto& roots = w.session().tree().roots();
+    return roots.empty() ? std::string() : std::string(w.session().tree().text(roots.back()));
   };
-  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   type(d.path());
+  EXPECT_EQ(list->model()->index(0, 0).data().toString(), large);
   press(Qt::Key_Return);
-  ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.session().tree().roots().size(), 1u);
-  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), d.path());
+  EXPECT_EQ(readRoot(), d.path());
 
+  w.reportPane().bar().control(cmd::report::RemoveAll)->trigger();
+  type(d.path());
+  press(Qt::Key_Down);
+  EXPECT_EQ(list->currentIndex().data().toString(), large);
+  press(Qt::Key_Return);
+  EXPECT_FALSE(list->isVisible());
+  EXPECT_EQ(readRoot(), d / "large");
+
+  const int entries = box.count();
+  type(d.path());
+  press(Qt::Key_Down);
+  press(Qt::Key_Delete);
+  EXPECT_EQ(box.count(), entries - 1);
+  EXPECT_EQ(box.findText(large), -1);
+  EXPECT_EQ(box.currentText(), QString::fromStdString(d.path()));  // what was typed
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
