@@ -14,6 +14,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <QToolBar>
 
 #include <sys/stat.h>
 #include "TestApp.h"
@@ -406,6 +407,41 @@ TEST_F(MainWindowTest, TheSourcesBoxReadsWhatWasTyped) {
   EXPECT_EQ(box.count(), entries - 1);
   EXPECT_EQ(box.findText(large), -1);
   EXPECT_EQ(box.currentText(), QString::fromStdString(d.path()));  // what was typed
+}
+
+// At the window's first size, with the report fitted to its columns after a read, every command
+// of the report's bar stands in view, with small and with big icons; where the pane is made too
+// narrow for the search box, the search still works.
+TEST_F(MainWindowTest, TheReportBarShowsEveryCommandAtTheFirstSize) {
+  MainWindow w;
+  bringUp(w);
+  ASSERT_EQ(w.size(), QSize(1200, 760));
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  CommandBar& bar = w.reportPane().bar();
+  for (bool big : {false, true}) {
+    if (big) w.cbrMain().control(cmd::main::BigIcons)->trigger();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    for (int id : bar.ids()) {
+      SCOPED_TRACE(std::to_string(id) + (big ? " big" : " small"));
+      QWidget* control = nullptr;  // on whichever row of the bar it stands
+      for (QToolBar* row : w.reportPane().findChildren<QToolBar*>())
+        if (!control) control = row->widgetForAction(bar.control(id));
+      ASSERT_NE(control, nullptr);
+      EXPECT_TRUE(control->isVisible());
+    }
+  }
+
+  w.splMain().setPosition(200);
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+  ASSERT_FALSE(w.reportPane().searchBox().isVisible());
+  bar.control(cmd::report::Search)->trigger();
+  auto* field = qobject_cast<QLineEdit*>(QApplication::activePopupWidget());
+  ASSERT_NE(field, nullptr);
+  QTest::keyClicks(field, "ediu");
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
