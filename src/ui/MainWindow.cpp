@@ -54,6 +54,9 @@ MainWindow::MainWindow(QWidget* parent)
   buildPanes(options_);
   wireSession();
 
+  // An open the desktop gave up on after the command had returned is told where the user looks.
+  connect(&desktopNotices(), &DesktopNotices::failed, this,
+          guard_.wrap("Desktop_Failed", [this](const QString& text) { status_->setText(text); }));
   status_->setText(TL(3525, "OK."));
   restoreBarLayouts(*this, report_->bar());
   const RestoredPlace place = restoreWindowPlace(*this);

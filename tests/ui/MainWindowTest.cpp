@@ -17,6 +17,7 @@
 #include <QToolBar>
 
 #include <sys/stat.h>
+#include <fstream>
 #include "TestApp.h"
 #include "TestFs.h"
 #include "app/Settings.h"
@@ -130,6 +131,27 @@ TEST_F(MainWindowTest, MainCommands) {
   w.reportPane().bar().control(cmd::report::FullView)->trigger();
   EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_TRUE(w.topPane().isVisible());
+}
+
+// A page the desktop's opener gives up on (here: no browser) is told in the status bar, with the
+// reason, once the opener has ended; the window does not wait for it.
+TEST_F(MainWindowTest, AnOpenTheDesktopGivesUpOnIsToldInTheStatusBar) {
+  TempDir bin;
+  {
+    std::ofstream script(bin / "xdg-open");
+    script << "#!/bin/sh\nexit 3\n";
+  }
+  ::chmod((bin / "xdg-open").c_str(), 0755);
+  const QByteArray path = qgetenv("PATH");
+  qputenv("PATH", QByteArray::fromStdString(bin.path()) + ':' + path);
+  MainWindow w;
+  bringUp(w);
+  initWebHost();
+  w.cbrMain().control(cmd::main::Homepage)->trigger();
+  EXPECT_TRUE(
+      QTest::qWaitFor([&] { return w.statusPanel1().text().contains("Webbrowser"); }, 10000));
+  EXPECT_TRUE(w.statusPanel1().text().contains(webHost()));
+  qputenv("PATH", path);
 }
 
 // Every language is offered, the one of this run marked, and the main part of the button opens
