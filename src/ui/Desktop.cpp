@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QMimeData>
+#include <QProcess>
 #include <QStandardPaths>
 #ifdef QUORLANE_HAVE_DBUS
 #include <QDBusConnection>
@@ -12,6 +13,7 @@
 #include <QDBusMessage>
 #endif
 
+#include "failure/Guard.h"
 #include "lang/TL.h"
 #include "support/Path.h"
 #include "support/PathText.h"
@@ -19,16 +21,63 @@
 namespace ql {
 
 namespace {
-bool desktopOpen(const QUrl& url) {
-  return QDesktopServices::openUrl(url);
+// Why xdg-open gave up, by its exit code.
+QString xdgOpenFailure(int code) {
+  switch (code) {
+    case 2:
+      return TL(4622, "es ist nicht da");
+    case 3:
+      return TL(4623, "kein Programm dafür eingerichtet (etwa kein Webbrowser)");
+    case 4:
+      return TL(4624, "das Programm dafür meldete einen Fehler");
+    default:
+      return TL(4625, "xdg-open endete mit Code %1", {QString::number(code)});
+  }
+}
+
+// Hands the URL to xdg-open and returns at once: a desktop may keep xdg-open running as long as
+// the program it started, so its answer is taken when it ends. Without xdg-open Qt may still
+// find a browser of its own.
+bool desktopOpen(const QUrl& url, const QString& what) {
+  const QString program = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+  if (program.isEmpty()) return QDesktopServices::openUrl(url);
+  static const Guard guard("modDesktop");
+  // The runs belong to the notices, which are never destroyed: a program started through
+  // xdg-open outlives this one instead of going down with it.
+  auto* run = new QProcess(&desktopNotices());
+  run->setProcessChannelMode(QProcess::ForwardedChannels);
+  run->setStandardInputFile(QProcess::nullDevice());
+  QObject::connect(
+      run, &QProcess::finished, run,
+      guard.wrap("xdg-open", [run, what](int code, QProcess::ExitStatus status) {
+        run->deleteLater();
+        if (status == QProcess::NormalExit && code == 0) return;
+        Q_EMIT desktopNotices().failed(cannotOpenText(
+            what, status == QProcess::NormalExit ? xdgOpenFailure(code)
+                                                 : TL(4382, "der Desktop hat es abgelehnt")));
+      }));
+  QObject::connect(run, &QProcess::errorOccurred, run,
+                   guard.wrap("xdg-open", [run, what](QProcess::ProcessError error) {
+                     if (error != QProcess::FailedToStart) return;  // the end is told by finished
+                     run->deleteLater();
+                     Q_EMIT desktopNotices().failed(
+                         cannotOpenText(what, TL(4382, "der Desktop hat es abgelehnt")));
+                   }));
+  run->start(program, {QString::fromLatin1(url.toEncoded())});
+  return true;
 }
 
 std::function<bool(const QUrl&)>& opener() {
-  static std::function<bool(const QUrl&)> o = desktopOpen;
+  static std::function<bool(const QUrl&)> o;
   return o;
 }
 bool openerReplaced = false;
 }  // namespace
+
+DesktopNotices& desktopNotices() {
+  static auto* notices = new DesktopNotices;
+  return *notices;
+}
 
 QUrl fileUrl(const std::string& path) {
   const QByteArray bytes(path.data(), static_cast<qsizetype>(path.size()));
@@ -37,14 +86,15 @@ QUrl fileUrl(const std::string& path) {
 
 void setUrlOpener(std::function<bool(const QUrl&)> o) {
   openerReplaced = bool(o);
-  opener() = o ? std::move(o) : desktopOpen;
+  opener() = std::move(o);
 }
 
-bool openUrl(const QUrl& url, QString& why) {
+bool openUrl(const QUrl& url, QString& why, const QString& what) {
   why.clear();
-  if (opener()(url)) return true;
-  // Qt hands the URL to xdg-open (or a browser it finds) and writes only to standard error
-  // when there is none: that is by far the common case, so it is named.
+  if (openerReplaced ? opener()(url)
+                     : desktopOpen(url, what.isEmpty() ? url.toDisplayString() : what))
+    return true;
+  // Refused at once: by far the most common cause is that there is no xdg-open, so it is named.
   why = QStandardPaths::findExecutable(QStringLiteral("xdg-open")).isEmpty()
             ? TL(4381, "kein Programm zum Öffnen gefunden (xdg-open fehlt)")
             : TL(4382, "der Desktop hat es abgelehnt");
@@ -58,7 +108,8 @@ QString cannotOpenText(const QString& what, const QString& why) {
 namespace {
 QString openPath(const std::string& path, const QUrl& url) {
   QString why;
-  return openUrl(url, why) ? QString() : cannotOpenText(pathText(path), why);
+  const QString what = pathText(path);
+  return openUrl(url, why, what) ? QString() : cannotOpenText(what, why);
 }
 }  // namespace
 

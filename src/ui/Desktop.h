@@ -3,6 +3,7 @@
 // manager, put it on the clipboard. Paths are bytes; the URL carries them percent-encoded, so a
 // name that is not valid UTF-8 reaches the other program unchanged. No shell is ever involved.
 
+#include <QObject>
 #include <QUrl>
 #include <functional>
 #include <string>
@@ -17,11 +18,21 @@ QUrl fileUrl(const std::string& path);
 // one back.
 void setUrlOpener(std::function<bool(const QUrl&)> opener);
 
-// Opens a URL with the desktop (a web page in the browser, a file with its application). The
-// desktop tells only yes or no; on no, `why` says what is most likely missing.
-bool openUrl(const QUrl& url, QString& why);
+// Opens a URL with the desktop (a web page in the browser, a file with its application); `what`
+// names it for the user (the URL itself when empty). False with `why` when it could not even be
+// handed over. xdg-open answers later, when it ends: a failure it reports then (no browser, no
+// application for the type) reaches desktopNotices() as the line for the status bar.
+bool openUrl(const QUrl& url, QString& why, const QString& what = QString());
 // The line that tells the user a failed open: what could not be opened, and why.
 QString cannotOpenText(const QString& what, const QString& why);
+
+// Tells of opens that failed after openUrl had returned.
+class DesktopNotices : public QObject {
+  Q_OBJECT
+ Q_SIGNALS:
+  void failed(const QString& text);  // what cannotOpenText says
+};
+DesktopNotices& desktopNotices();
 
 // The path calls below return an empty text when the desktop took the path, else that line,
 // for the status bar or the dialog that asked.

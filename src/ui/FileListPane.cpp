@@ -262,7 +262,12 @@ void FileListPane::cbrExecute(int id) {
       case UnitBytes + 2:
       case UnitBytes + 3: setSizeFormat(id - UnitBytes); break;
       case Decimals: setSizeFormat(model_->unit()); break;
-      case Search: startSearch(); break;
+      case Search:
+        if (search_->isHidden())
+          bar_->popSearchField(*search_, guard_, "txtSearch_KeyUp", [this] { startSearch(); });
+        else
+          startSearch();
+        break;
       case Preview:
       case Tile: onPreviewCommand(id); break;
       case NewOrGrown:

@@ -106,6 +106,10 @@ void MainBar::showLanguages() {
                                             : mapToGlobal(QPoint(0, height())));
 }
 
+void MainBar::markLanguage(int language) {
+  setChecked(language == kLangGerman ? German : language == kLangRussian ? Russian : English, true);
+}
+
 void MainBar::setBusy(bool busy) {
   setAllEnabled(!busy);
   control(cmd::main::Stop)->setEnabled(busy);

@@ -23,6 +23,8 @@ class MainBar : public CommandBar {
   void toggleFullView(int id);
   // Opens the language menu below its button (the button's own click does the same).
   void showLanguages();
+  // Moves the check mark of the language menu to `language` (7, 9 or 25).
+  void markLanguage(int language);
   // Busy: only Stop is live.
   void setBusy(bool busy);
   // The check marks the settings keep.

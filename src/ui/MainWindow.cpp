@@ -48,11 +48,15 @@ MainWindow::MainWindow(QWidget* parent)
   connect(cboOrdner_, &SourcesBox::startRequested, this,
           guard_.wrap("cboOrdner_KeyUp", [this] { startFromSourcesBox(); }));
   cbrMain_ = new MainBar(cboOrdner_, options_, this);
+  nextLanguage_ = language();
   addToolBar(Qt::TopToolBarArea, cbrMain_);
   connect(cbrMain_, &CommandBar::execute, this, &MainWindow::cbrMain_Execute);
   buildPanes(options_);
   wireSession();
 
+  // An open the desktop gave up on after the command had returned is told where the user looks.
+  connect(&desktopNotices(), &DesktopNotices::failed, this,
+          guard_.wrap("Desktop_Failed", [this](const QString& text) { status_->setText(text); }));
   status_->setText(TL(3525, "OK."));
   restoreBarLayouts(*this, report_->bar());
   const RestoredPlace place = restoreWindowPlace(*this);
@@ -315,7 +319,12 @@ void MainWindow::runCommand(int id) {
     cbrMain_->showLanguages();
   } else if (id == German || id == English || id == Russian) {
     const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
-    restartRequested_ = storeLanguage(this, language, askRestart_);
+    // A refused restart leaves everything as it was, the check mark too.
+    if (storeLanguage(this, language)) {
+      nextLanguage_ = language;
+      restartRequested_ = language != ql::language();
+    }
+    cbrMain_->markLanguage(nextLanguage_);
   }
 }
 

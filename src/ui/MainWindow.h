@@ -63,10 +63,6 @@ class MainWindow : public QMainWindow {
   Splitter& splInfo() { return *splInfo_; }
 
   bool restartRequested() const { return restartRequested_; }
-  // Whether the user agrees to restart after a language change; a message box unless replaced.
-  void setLanguageQuestion(std::function<bool(const QString&)> ask) {
-    askRestart_ = std::move(ask);
-  }
   // Where warnings go; a message box unless replaced (tests).
   void setWarningHandler(std::function<void(const QString&)> warn);
 
@@ -119,11 +115,11 @@ class MainWindow : public QMainWindow {
   TypesPane* types_ = nullptr;
   bool fromTreemap_ = false;  // the report's selection moves for a file picked in the treemap
   bool restartRequested_ = false;
+  int nextLanguage_ = 0;  // the language stored for the next start
   bool activated_ = false;
   int startState_ = 0;
   int reportWidth_ = 0;
   MainOptions options_;
-  std::function<bool(const QString&)> askRestart_;
   std::function<void(const QString&)> warn_;
 };
 

@@ -1,5 +1,9 @@
 #include "ui/PaneBar.h"
 
+#include <algorithm>
+
+#include "lang/TL.h"
+
 namespace ql {
 
 PaneBar::PaneBar(const QString& objectName, const QString& title, int firstUnit, QWidget* parent)
@@ -26,6 +30,26 @@ void PaneBar::AddSizeUnits(int decimalsId, bool decimalsOn) {
 
 void PaneBar::checkUnit(int unit) {
   for (int u = 0; u < 4; ++u) setChecked(firstUnit_ + u, u == unit);
+}
+
+void PaneBar::popSearchField(QLineEdit& box, const Guard& guard, const char* procedure,
+                             std::function<void()> search) {
+  auto* field = new QLineEdit(box.text(), this);
+  field->setObjectName(QStringLiteral("txtSearchPopup"));
+  field->setWindowFlags(Qt::Popup);
+  field->setAttribute(Qt::WA_DeleteOnClose);
+  field->setPlaceholderText(TL(3678, "Suchen"));
+  field->setMinimumWidth(std::clamp(box.maximumWidth(), 120, 240));
+  connect(field, &QLineEdit::returnPressed, this,
+          guard.wrap(procedure, [&box, field, search = std::move(search)] {
+            box.setText(field->text());
+            field->close();
+            search();
+          }));
+  const QWidget* row = rows().isEmpty() ? static_cast<QWidget*>(this) : rows().last();
+  field->move(row->mapToGlobal(QPoint(0, row->height())));
+  field->show();
+  field->setFocus();
 }
 
 }  // namespace ql

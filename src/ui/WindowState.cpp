@@ -58,25 +58,22 @@ void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar) {
   layouts.setValue(QStringLiteral("Toolbar2"), !reportBar.isHidden());
 }
 
-bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask) {
+bool storeLanguage(QWidget* parent, int language) {
   const auto store = [language] {
     StoreSettings(QStringLiteral("Allgemein"), QStringLiteral("Lang"), language);
   };
   // The language of this run takes back a change agreed earlier, without a question.
   if (language == ql::language()) {
     store();
-    return false;
+    return true;
   }
-  const QString text =
-      language == kLangGerman
-          ? QStringLiteral("Quorlane muss jetzt neu gestartet werden.")
-          : QStringLiteral("Quorlane must be restarted to change the GUI language.");
-  const bool agreed =
-      ask ? ask(text)
-          : QMessageBox::information(parent, QStringLiteral("Quorlane"), text,
-                                     QMessageBox::Ok | QMessageBox::Cancel) == QMessageBox::Ok;
-  if (agreed) store();
-  return agreed;
+  const QString text = TL(
+      4621, "Die Sprache wechselt mit einem Neustart: Quorlane startet neu, wenn Sie es beenden.");
+  if (QMessageBox::information(parent, QStringLiteral("Quorlane"), text,
+                               QMessageBox::Ok | QMessageBox::Cancel) != QMessageBox::Ok)
+    return false;
+  store();
+  return true;
 }
 
 }  // namespace ql

@@ -5,7 +5,6 @@
 
 #include <QMainWindow>
 #include <QToolBar>
-#include <functional>
 
 #include "app/Settings.h"
 
@@ -28,9 +27,9 @@ void saveWindowPlace(const QMainWindow& window, int reportWidth);
 void restoreBarLayouts(QMainWindow& window, QToolBar& reportBar);
 void saveBarLayouts(const QMainWindow& window, const QToolBar& reportBar);
 
-// Asks whether to restart in `language` now (through `ask` when given, else a message box) and
-// stores it for the next start only when the user agrees; true then. The language of this run
-// is stored without a question (it takes back an earlier choice) and needs no restart.
-bool storeLanguage(QWidget* parent, int language, const std::function<bool(const QString&)>& ask);
+// Stores `language` for the next start. Another language than the one of this run asks first
+// whether to restart in it (the restart follows when the window closes); true when stored. The
+// language of this run is stored without a question: it takes back an earlier choice.
+bool storeLanguage(QWidget* parent, int language);
 
 }  // namespace ql

@@ -1,22 +1,30 @@
 // The window as a user meets it: sources from the command line, the tree growing, a title
 // click, and a close during a scan.
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
+#include <QCompleter>
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
+#include <QToolBar>
 
+#include <sys/stat.h>
+#include <fstream>
 #include "TestApp.h"
 #include "TestFs.h"
 #include "app/Settings.h"
 #include "failure/FailureReport.h"
+#include "lang/TL.h"
 #include "support/Globals.h"
 #include "ui/CommandIds.h"
-#include <sys/stat.h>
 
 #include "ui/MainWindow.h"
 
@@ -123,6 +131,75 @@ TEST_F(MainWindowTest, MainCommands) {
   w.reportPane().bar().control(cmd::report::FullView)->trigger();
   EXPECT_TRUE(bar.isChecked(cmd::main::ShowLargest));
   EXPECT_TRUE(w.topPane().isVisible());
+}
+
+// A page the desktop's opener gives up on (here: no browser) is told in the status bar, with the
+// reason, once the opener has ended; the window does not wait for it.
+TEST_F(MainWindowTest, AnOpenTheDesktopGivesUpOnIsToldInTheStatusBar) {
+  TempDir bin;
+  {
+    std::ofstream script(bin / "xdg-open");
+    script << "#!/bin/sh\nexit 3\n";
+  }
+  ::chmod((bin / "xdg-open").c_str(), 0755);
+  const QByteArray path = qgetenv("PATH");
+  qputenv("PATH", QByteArray::fromStdString(bin.path()) + ':' + path);
+  MainWindow w;
+  bringUp(w);
+  initWebHost();
+  w.cbrMain().control(cmd::main::Homepage)->trigger();
+  EXPECT_TRUE(
+      QTest::qWaitFor([&] { return w.statusPanel1().text().contains("Webbrowser"); }, 10000));
+  EXPECT_TRUE(w.statusPanel1().text().contains(webHost()));
+  qputenv("PATH", path);
+}
+
+// Every language is offered, the one of this run marked, and the main part of the button opens
+// the menu. A choice is stored only when the restart is agreed to; Cancel puts the mark back.
+TEST_F(MainWindowTest, ALanguageIsStoredOnlyWhenTheRestartIsAgreed) {
+  StoreSettings("Allgemein", "Lang", kLangGerman);
+  FailureReport(Init_Sprache(QString(), QStringLiteral("QuorlaneTL.txt"), false, QString()));
+  ASSERT_EQ(language(), kLangGerman);
+  MainWindow w;
+  bringUp(w);
+  MainBar& bar = w.cbrMain();
+  QMenu* menu = bar.control(cmd::main::Language)->menu();
+  EXPECT_EQ(menu->actions(),
+            (QList<QAction*>{bar.control(cmd::main::German), bar.control(cmd::main::English),
+                             bar.control(cmd::main::Russian)}));
+  EXPECT_TRUE(bar.isChecked(cmd::main::German));
+  QWidget* popup = nullptr;
+  QTimer::singleShot(100, [&] {  // the menu runs a loop of its own
+    popup = QApplication::activePopupWidget();
+    if (popup) popup->close();
+  });
+  QWidget* button = bar.widgetForAction(bar.control(cmd::main::Language));
+  QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(button->width() / 3, button->height() / 2));
+  EXPECT_EQ(popup, menu);
+
+  QStringList asked;
+  const auto answer = [&](QMessageBox::StandardButton button) {
+    QTimer::singleShot(0, [&asked, button] {
+      if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+        asked << box->text();
+        box->button(button)->click();
+      }
+    });
+  };
+  answer(QMessageBox::Cancel);
+  bar.control(cmd::main::Russian)->trigger();
+  ASSERT_EQ(asked.size(), 1);
+  EXPECT_FALSE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "7");
+  EXPECT_TRUE(bar.isChecked(cmd::main::German));
+  EXPECT_FALSE(bar.isChecked(cmd::main::Russian));
+  answer(QMessageBox::Ok);
+  bar.control(cmd::main::English)->trigger();
+  ASSERT_EQ(asked.size(), 2);
+  EXPECT_TRUE(asked[1].contains("Neustart"));  // in the language of this run
+  EXPECT_TRUE(w.restartRequested());
+  EXPECT_EQ(GetSettings("Allgemein", "Lang"), "9");
+  EXPECT_TRUE(bar.isChecked(cmd::main::English));
 }
 
 TEST_F(MainWindowTest, ReportCommands) {
@@ -311,27 +388,82 @@ TEST_F(MainWindowTest, SourcesKeepTheirBytes) {
 
 }
 
-// Typing offers the known folders below the text in a list, but Enter reads what was typed.
+// Typing offers the known folders below the text in a list, but Enter reads what was typed; an
+// entry is taken only when picked in the list, and Delete there takes it out of the box.
 TEST_F(MainWindowTest, TheSourcesBoxReadsWhatWasTyped) {
   MainWindow w;
   bringUp(w);
   SourcesBox& box = w.cboOrdner();
+  const QString large = QString::fromStdString(d / "large");
   box.addSource(d / "large");
+  QAbstractItemView* list = box.completer()->popup();
   const auto type = [&](const std::string& text) {
     box.setEditText(QString());
     QTest::keyClicks(box.lineEdit(), QString::fromStdString(text));
+    ASSERT_TRUE(list->isVisible());
+    ASSERT_EQ(QApplication::activePopupWidget(), list);
   };
-  const auto press = [&](int key) {
-    QWidget* popup = QApplication::activePopupWidget();
-    QTest::keyClick(popup ? popup : box.lineEdit(), Qt::Key(key));
+  const auto press = [&](int key) { QTest::keyClick(list, Qt::Key(key)); };
+  const auto readRoot = [&] {
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !w.session().busy(); }, 10000));
+    const auto& roots = w.session().tree().roots();
+    return roots.empty() ? std::string() : std::string(w.session().tree().text(roots.back()));
   };
-  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
   type(d.path());
+  EXPECT_EQ(list->model()->index(0, 0).data().toString(), large);
   press(Qt::Key_Return);
-  ASSERT_TRUE(finished.wait(10000));
-  ASSERT_EQ(w.session().tree().roots().size(), 1u);
-  EXPECT_EQ(w.session().tree().text(w.session().tree().roots()[0]), d.path());
+  EXPECT_EQ(readRoot(), d.path());
 
+  w.reportPane().bar().control(cmd::report::RemoveAll)->trigger();
+  type(d.path());
+  press(Qt::Key_Down);
+  EXPECT_EQ(list->currentIndex().data().toString(), large);
+  press(Qt::Key_Return);
+  EXPECT_FALSE(list->isVisible());
+  EXPECT_EQ(readRoot(), d / "large");
+
+  const int entries = box.count();
+  type(d.path());
+  press(Qt::Key_Down);
+  press(Qt::Key_Delete);
+  EXPECT_EQ(box.count(), entries - 1);
+  EXPECT_EQ(box.findText(large), -1);
+  EXPECT_EQ(box.currentText(), QString::fromStdString(d.path()));  // what was typed
+}
+
+// At the window's first size, with the report fitted to its columns after a read, every command
+// of the report's bar stands in view, with small and with big icons; where the pane is made too
+// narrow for the search box, the search still works.
+TEST_F(MainWindowTest, TheReportBarShowsEveryCommandAtTheFirstSize) {
+  MainWindow w;
+  bringUp(w);
+  ASSERT_EQ(w.size(), QSize(1200, 760));
+  QSignalSpy finished(&w.session().driver(), &ScanDriver::finished);
+  w.session().readSources({d.path()});
+  ASSERT_TRUE(finished.wait(10000));
+  CommandBar& bar = w.reportPane().bar();
+  for (bool big : {false, true}) {
+    if (big) w.cbrMain().control(cmd::main::BigIcons)->trigger();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    for (int id : bar.ids()) {
+      SCOPED_TRACE(std::to_string(id) + (big ? " big" : " small"));
+      QWidget* control = nullptr;  // on whichever row of the bar it stands
+      for (QToolBar* row : w.reportPane().findChildren<QToolBar*>())
+        if (!control) control = row->widgetForAction(bar.control(id));
+      ASSERT_NE(control, nullptr);
+      EXPECT_TRUE(control->isVisible());
+    }
+  }
+
+  w.splMain().setPosition(200);
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+  ASSERT_FALSE(w.reportPane().searchBox().isVisible());
+  bar.control(cmd::report::Search)->trigger();
+  auto* field = qobject_cast<QLineEdit*>(QApplication::activePopupWidget());
+  ASSERT_NE(field, nullptr);
+  QTest::keyClicks(field, "ediu");
+  QTest::keyClick(field, Qt::Key_Return);
+  EXPECT_EQ(w.reportPane().view().currentIndex().data().toString(), "medium");
 }
 
 TEST_F(MainWindowTest, ADeepTreeOpensAsFarAsTheViewCanLayItOut) {
