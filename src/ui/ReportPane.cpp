@@ -499,21 +499,7 @@ void ReportPane::startSearch() {
 }
 
 void ReportPane::popSearchField() {
-  auto* field = new QLineEdit(search_->text(), this);
-  field->setObjectName(QStringLiteral("txtSearchPopup"));
-  field->setWindowFlags(Qt::Popup);
-  field->setAttribute(Qt::WA_DeleteOnClose);
-  field->setPlaceholderText(TL(3678, "Suchen"));
-  field->setMinimumWidth(search_->maximumWidth());
-  connect(field, &QLineEdit::returnPressed, this, guard_.wrap("txtSearch_KeyUp", [this, field] {
-    search_->setText(field->text());
-    field->close();
-    startSearch();
-  }));
-  const QWidget* row = bar_->rows().isEmpty() ? static_cast<QWidget*>(bar_) : bar_->rows().last();
-  field->move(row->mapToGlobal(QPoint(0, row->height())));
-  field->show();
-  field->setFocus();
+  bar_->popSearchField(*search_, guard_, "txtSearch_KeyUp", [this] { startSearch(); });
 }
 
 ReportLook ReportPane::look() const {
