@@ -52,7 +52,7 @@ int walkForTreemap(const ParsedCommandLine& job, TreemapCollector& collector) {
   return failures.count() ? 1 : 0;
 }
 
-int writeTypesFile(const ParsedCommandLine& job, const TreemapCollector& collector) {
+int writeTypesFile(const ParsedCommandLine& job, TreemapCollector& collector) {
   OutputFile file;
   if (file.open(job.typesFile) && file.write(typesTableCsv(collector.types())) && file.commit())
     return 0;
@@ -61,7 +61,7 @@ int writeTypesFile(const ParsedCommandLine& job, const TreemapCollector& collect
 }
 
 int runTypes(const ParsedCommandLine& job) {
-  TreemapCollector collector(job.sources.front(), false, true);
+  TreemapCollector collector(job.sources.front(), false, true, job.linksOnce == 1);
   if (walkForTreemap(job, collector) != 0) return 1;
   return writeTypesFile(job, collector);
 }

@@ -12,7 +12,7 @@ namespace ql {
 // could not be read.
 int walkForTreemap(const ParsedCommandLine& job, TreemapCollector& collector);
 // Writes the table of the job's types file; 0 or 1.
-int writeTypesFile(const ParsedCommandLine& job, const TreemapCollector& collector);
+int writeTypesFile(const ParsedCommandLine& job, TreemapCollector& collector);
 // --types alone: walk and table.
 int runTypes(const ParsedCommandLine& job);
 

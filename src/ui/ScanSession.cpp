@@ -110,7 +110,7 @@ std::shared_ptr<FileFeed> ScanSession::walkFeed() {
 }
 
 std::shared_ptr<FileFeed> ScanSession::beginTreemap(const std::string& path) {
-  collecting_ = std::make_shared<TreemapCollector>(path, true, false);
+  collecting_ = std::make_shared<TreemapCollector>(path, true, false, options_.LinksOnce != 0);
   collectingPath_ = path;
   return collecting_;
 }

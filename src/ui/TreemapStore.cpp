@@ -109,18 +109,19 @@ void TreemapStore::removeFile(const std::string& folder, std::string_view name, 
   // Files keep no name: one of the same size and extension stands for it (they draw alike).
   uint32_t at = end;
   for (uint32_t k = begin; k < end && at == end; ++k)
-    if (TreemapTree::sizeOf(tree.files[k]) == size &&
+    if (TreemapTree::ownSize(tree.files[k]) == size &&
         tree.extensionName(tree.extensions[k]) == extension)
       at = k;
   for (uint32_t k = begin; k < end && at == end; ++k)
-    if (TreemapTree::sizeOf(tree.files[k]) == size) at = k;
+    if (TreemapTree::ownSize(tree.files[k]) == size) at = k;
   if (at == end) return;
+  const int64_t counted = TreemapTree::sizeOf(tree.files[at]);
   // The rest moves up and stays largest first; the last place is left to nobody.
   std::rotate(tree.files.begin() + at, tree.files.begin() + at + 1, tree.files.begin() + end);
   std::rotate(tree.extensions.begin() + at, tree.extensions.begin() + at + 1,
               tree.extensions.begin() + end);
   --f.fileCount;
-  addUp(tree, place.folder(), -size);
+  addUp(tree, place.folder(), -counted);
 }
 
 void TreemapStore::keepOnly(const std::vector<std::string>& paths) {
@@ -155,8 +156,7 @@ TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree
       const uint16_t id = from.extensions[k];
       if (map.size() <= id) map.resize(size_t{id} + 1, -1);
       if (map[id] < 0) map[id] = out.extensionId(from.extensionName(id));
-      out.addFile(into, TreemapTree::sizeOf(from.files[k]), TreemapTree::kindOf(from.files[k]),
-                  static_cast<uint16_t>(map[id]));
+      out.addPacked(into, from.files[k], static_cast<uint16_t>(map[id]));
     }
   };
   struct Todo {

@@ -73,7 +73,7 @@ extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int 
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QGuiApplication app(argc, argv);
   initFrame(job.translationMode);
-  TreemapCollector collector(job.sources.front(), true, !job.typesFile.empty());
+  TreemapCollector collector(job.sources.front(), true, !job.typesFile.empty(), job.linksOnce == 1);
   if (walkForTreemap(job, collector) != 0) return 1;
   if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
   const TreemapTree tree = collector.takeTree();

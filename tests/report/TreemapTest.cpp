@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <QImage>
 #include <array>
 #include <filesystem>
@@ -240,6 +241,68 @@ TEST_F(TreemapRunTest, SameForAnyThreadCountAndTypesMatchAPlainCount) {
                 a.kind == b.kind)
         << i;
   }
+}
+
+// A file of several names counts as the report counts it: with links once one name carries its
+// bytes, so table and picture add up to the walk's own sum, in both size modes and for any
+// number of threads (which name counts does not depend on them).
+TEST_F(TreemapRunTest, LinksCountAsTheReportCountsThem) {
+  makeDir(root_ + "/l");
+  makeDir(root_ + "/l/sub");
+  writeFile(root_ + "/l/a.dat", QByteArray(70000, 'x'));
+  writeFile(root_ + "/l/sub/e.bin", QByteArray(5000, 'y'));
+  writeFile(root_ + "/l/sub/p.bin", QByteArray(3000, 'z'));
+  for (const auto& [from, to] : {std::pair{"/l/a.dat", "/l/b.log"},
+                                 {"/l/a.dat", "/src/c.dat"},
+                                 {"/l/a.dat", "/l/sub/z.dat"},
+                                 {"/l/sub/e.bin", "/e2.bin"},
+                                 {"/l/sub/p.bin", "/src/p2.bin"}})
+    ASSERT_EQ(::link((root_ + from).c_str(), (root_ + to).c_str()), 0) << to;
+  struct : WalkSink {
+    void branchDone(uint32_t, ReportTree&&) override {}
+    void failure(const WalkFailure& f) override { ADD_FAILURE() << f.path; }
+  } sink;
+  std::vector<int64_t> reports;
+  for (const SizeMode mode :
+       {SizeMode{false, true}, SizeMode{true, true}, SizeMode{false, false}}) {
+    SCOPED_TRACE(std::to_string(mode.allocated) + std::to_string(mode.linksOnce));
+    Stop stop;
+    WalkOptions options;
+    options.mode = mode;
+    FolderWalk walk(options, stop);
+    const ScanResult report = walk.scanFolder(root_, sink).total;
+    reports.push_back(report.size);
+    std::vector<uint64_t> files[2];
+    for (int i = 0; i < 2; ++i) {
+      ::setenv("QUORLANE_THREADS", i ? "4" : "1", 1);
+      ParsedCommandLine j = job();
+      j.sizeAllocated = mode.allocated;
+      j.linksOnce = mode.linksOnce;
+      TreemapCollector collector(root_, true, true, mode.linksOnce);
+      ASSERT_EQ(walkForTreemap(j, collector), 0);
+      int64_t bytes = 0, names = 0;
+      for (const TypeRow& r : collector.types()) bytes += r.bytes, names += r.files;
+      const TreemapTree tree = collector.takeTree();
+      EXPECT_EQ(bytes, report.size);
+      EXPECT_EQ(tree.folders[0].bytes, report.size);
+      EXPECT_EQ(names, report.files);
+      // The first name in path order counts: of l/sub's, only p.bin's.
+      auto child = [&](uint32_t folder, std::string_view name) {
+        for (uint32_t c : tree.folders[folder].children)
+          if (tree.folders[c].name == name) return c;
+        return 0u;
+      };
+      const uint32_t sub = child(child(0, "l"), "sub");
+      ASSERT_NE(sub, 0u);
+      if (!mode.allocated) {
+        EXPECT_EQ(tree.folders[sub].bytes, mode.linksOnce ? 3000 : 78000);
+      }
+      files[i] = tree.files;
+    }
+    EXPECT_EQ(files[0], files[1]);
+  }
+  ::unsetenv("QUORLANE_THREADS");
+  EXPECT_EQ(reports[0] + 3 * 70000 + 5000 + 3000, reports[2]);
 }
 
 TEST_F(TreemapRunTest, ProgramDrawsTheLargeFileInItsColourAndWritesTheTable) {
