@@ -168,9 +168,74 @@ std::vector<TypeRow> TreemapTree::typesBelow(uint32_t folder) const {
   return rows;
 }
 
+bool findTreemapFolder(const TreemapTree& tree, std::string_view rest,
+                       std::vector<uint32_t>& chain) {
+  chain.assign(1, 0);
+  while (!rest.empty()) {
+    const size_t end = std::min(rest.find('/'), rest.size());
+    const std::string_view name = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (name.empty()) continue;
+    const auto kids = tree.folders[chain.back()].children;
+    const auto it = std::find_if(kids.begin(), kids.end(),
+                                 [&](uint32_t k) { return tree.folders[k].name == name; });
+    if (it == kids.end()) return false;
+    chain.push_back(*it);
+  }
+  return true;
+}
+
+TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft,
+                        uint32_t at) {
+  TreemapTree out;
+  // Extension ids of each tree in the new one, made as they are met.
+  std::vector<int> ids[2];
+  auto copyFiles = [&](const TreemapTree& from, int which, uint32_t folder, uint32_t into) {
+    std::vector<int>& map = ids[which];
+    const TreemapFolder& f = from.folders[folder];
+    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k) {
+      const uint16_t id = from.extensions[k];
+      if (map.size() <= id) map.resize(size_t{id} + 1, -1);
+      if (map[id] < 0) map[id] = out.extensionId(from.extensionName(id));
+      out.addPacked(into, from.files[k], static_cast<uint16_t>(map[id]));
+    }
+  };
+  struct Todo {
+    const TreemapTree* from;
+    uint32_t folder, parent;
+  };
+  std::vector<Todo> waiting{{&tree, top, UINT32_MAX}};
+  while (!waiting.empty()) {
+    Todo t = waiting.back();
+    waiting.pop_back();
+    if (graft && t.from == &tree && t.folder == at) t = {graft, 0, t.parent};
+    const TreemapFolder& f = t.from->folders[t.folder];
+    const uint32_t index =
+        t.parent == UINT32_MAX
+            ? 0
+            : out.addFolder(
+                  t.parent,
+                  std::string(t.from == graft && t.folder == 0 ? tree.folders[at].name : f.name));
+    copyFiles(*t.from, t.from == &tree ? 0 : 1, t.folder, index);
+    for (auto c = f.children.rbegin(); c != f.children.rend(); ++c)
+      waiting.push_back({t.from, *c, index});
+  }
+  out.finish();
+  return out;
+}
+
+bool cutTreemapTo(TreemapTree& tree, std::string_view top) {
+  std::vector<uint32_t> chain;
+  if (!findTreemapFolder(tree, top, chain)) return false;  // a leading "/" names no folder
+  if (chain.size() > 1) tree = copyTreemap(tree, chain.back());
+  return true;
+}
+
 TreemapCollector::TreemapCollector(std::string root, bool wantTree, bool wantTypes, bool linksOnce)
-    : root_(
-          addSlash(root.size() > 1 && root.back() == '/' ? root.substr(0, root.size() - 1) : root)),
+    : root_(root.empty()
+                ? root
+                : addSlash(root.size() > 1 && root.back() == '/' ? root.substr(0, root.size() - 1)
+                                                                 : root)),
       wantTree_(wantTree),
       wantTypes_(wantTypes),
       linksOnce_(linksOnce) {}

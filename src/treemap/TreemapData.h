@@ -117,9 +117,24 @@ class TreemapTree {
   std::unordered_map<std::string, uint16_t> extensionIds_;
 };
 
+// Descends from folder 0 by the names of `below` ("a/b/"): the chain of folders down to it.
+// False when a name is not there.
+bool findTreemapFolder(const TreemapTree& tree, std::string_view below,
+                       std::vector<uint32_t>& chain);
+
+// The folder `top` and all below it as a tree of its own (folder 0 = `top`); with `graft`, the
+// folder `at` holds what `graft` holds instead of its own (a folder measured again).
+TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft = nullptr,
+                        uint32_t at = 0);
+
+// A tree collected with no root (an import's: its folder is known only once read) cut to the
+// folder `top` as the export names it ("/a/b/"); false when nothing was collected there.
+bool cutTreemapTo(TreemapTree& tree, std::string_view top);
+
 class TreemapCollector : public FileFeed {
  public:
-  // `root` is the walked folder as the walk was given it; `linksOnce` as the walk counts.
+  // `root` is the walked folder as the walk was given it, "" for none (the files' folders as they
+  // come); `linksOnce` as the walk counts.
   TreemapCollector(std::string root, bool wantTree, bool wantTypes, bool linksOnce = false);
 
   int64_t minimumSize() const override { return 0; }

@@ -227,7 +227,7 @@ TEST_F(TreemapRunTest, SameForAnyThreadCountAndTypesMatchAPlainCount) {
   for (const char* threads : {"1", "4"}) {
     ::setenv("QUORLANE_THREADS", threads, 1);
     TreemapCollector collector(root_, true, true);
-    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    ASSERT_EQ(readForTreemap(job(), collector), 0);
     std::map<std::string, std::pair<int64_t, int64_t>> counted;
     for (const TypeRow& r : collector.types()) counted[r.extension] = {r.files, r.bytes};
     EXPECT_EQ(counted, plain) << threads;
@@ -279,7 +279,7 @@ TEST_F(TreemapRunTest, LinksCountAsTheReportCountsThem) {
       j.sizeAllocated = mode.allocated;
       j.linksOnce = mode.linksOnce;
       TreemapCollector collector(root_, true, true, mode.linksOnce);
-      ASSERT_EQ(walkForTreemap(j, collector), 0);
+      ASSERT_EQ(readForTreemap(j, collector), 0);
       int64_t bytes = 0, names = 0;
       for (const TypeRow& r : collector.types()) bytes += r.bytes, names += r.files;
       const TreemapTree tree = collector.takeTree();
@@ -342,6 +342,31 @@ TEST_F(TreemapRunTest, ProgramDrawsTheLargeFileInItsColourAndWritesTheTable) {
   }
 }
 
+// An export draws and counts as the folder it was made of, in either way of counting links.
+TEST_F(TreemapRunTest, AnExportGivesWhatItsFolderGives) {
+  ASSERT_EQ(::link((root_ + "/pic.jpg").c_str(), (root_ + "/src/pic2.jpg").c_str()), 0);
+  const QString json = qpath(dir_ / "t.json");
+  ASSERT_EQ(runProgram(QUORLANE_BIN_PATH, {"--export", json, qpath(root_)}).status, 0);
+  for (const QString links : {"each", "once"}) {
+    SCOPED_TRACE(links.toStdString());
+    const QString png[2] = {qpath(dir_ / "w.png"), qpath(dir_ / "i.png")},
+                  csv[2] = {qpath(dir_ / "w.csv"), qpath(dir_ / "i.csv")};
+    for (const QStringList& args :
+         {QStringList{"--treemap", png[0], "--types", csv[0], qpath(root_)},
+          {"--types", csv[1], "--import", json},
+          {"--treemap", png[1], "--import", json}}) {
+      const Outcome o = runProgram(QUORLANE_BIN_PATH, QStringList{"--links", links} + args,
+                                   {{"DISPLAY", ""}, {"QT_QPA_PLATFORM", ""}});
+      ASSERT_EQ(o.status, 0) << args.join(' ').toStdString() << o.err.toStdString();
+    }
+    EXPECT_EQ(readFile(csv[0]), readFile(csv[1]));
+    EXPECT_EQ(readFile(csv[0]).contains("\r\n\"jpg\";2;\"12345\";"), links == "once");
+    const QImage picture = QImage::fromData(readFile(png[1]), "PNG");
+    EXPECT_EQ(picture.size(), QSize(1600, 1000));
+    EXPECT_TRUE(picture == QImage::fromData(readFile(png[0]), "PNG"));
+  }
+}
+
 TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
   const Outcome missing =
       runProgram(QUORLANE_BIN_PATH, {"--types", qpath(dir_ / "t.csv"), qpath(dir_ / "gone")});
@@ -356,6 +381,14 @@ TEST_F(TreemapRunTest, FailuresEndWithStatusOne) {
   EXPECT_EQ(
       runProgram(QUORLANE_BIN_PATH, {"--treemap", "x.png", "--size", "0x5", qpath(root_)}).status,
       2);
+  EXPECT_EQ(runProgram(QUORLANE_BIN_PATH, {"--types", "t.csv", "--import", "x.json", qpath(root_)})
+                .status,
+            2);
+  writeFile(dir_ / "cut.json", QByteArray("[1,2,{},[{\"name\":\"/x\"},{\"name\":\"a\",\"asize\":"));
+  EXPECT_EQ(runProgram(QUORLANE_BIN_PATH,
+                       {"--types", qpath(dir_ / "t.csv"), "--import", qpath(dir_ / "cut.json")})
+                .status,
+            1);
 }
 
 // The file-types pane's rows for a folder: a plain count of the files below it, the same for any
@@ -380,7 +413,7 @@ TEST_F(TreemapRunTest, TypesBelowAFolderMatchAPlainCount) {
   for (const char* threads : {"1", "4"}) {
     ::setenv("QUORLANE_THREADS", threads, 1);
     TreemapCollector collector(root_, true, true);
-    ASSERT_EQ(walkForTreemap(job(), collector), 0);
+    ASSERT_EQ(readForTreemap(job(), collector), 0);
     const TreemapTree tree = collector.takeTree();
     uint32_t d = 0;
     for (uint32_t c : tree.folders[0].children)
