@@ -181,6 +181,10 @@ uint32_t ScanSession::nodeOfPath(const std::string& path) const {
   return kNoNode;
 }
 
+std::string ScanSession::readingFolder() const {
+  return driver_->busy() ? addSlash(driver_->walkPath()) : std::string();
+}
+
 void ScanSession::treemapFolderGone(const std::string& path) {
   treemaps_.removeFolder(path);
   Q_EMIT treemapChanged();

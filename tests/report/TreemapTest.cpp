@@ -502,4 +502,16 @@ TEST(TreemapPainter, CushionsKeepTheKindAndAMarkDimsTheRest) {
   for (const auto& [image, dimmed] : {std::pair{&audio, "mp4"}, {&ogg, "mp4"}, {&ogg, "mp3"}})
     EXPECT_LT(saturation(*image, middle(dimmed)) * 2, saturation(cushions, middle(dimmed)))
         << dimmed;
+  // A folder still being read is striped over, and nothing beside it changes.
+  const QImage reading = paintTreemap(l, {.reading = a});
+  const auto folder = std::find_if(l.rects.begin(), l.rects.end(), [&](const TreemapRect& r) {
+    return r.type == TreemapRect::Folder && r.folder == a;
+  });
+  ASSERT_NE(folder, l.rects.end());
+  int64_t striped = 0, outside = 0;
+  for (int y = 0; y < l.height; ++y)
+    for (int x = 0; x < l.width; ++x)
+      (folder->contains(x, y) ? striped : outside) += reading.pixel(x, y) != cushions.pixel(x, y);
+  EXPECT_EQ(outside, 0);
+  EXPECT_GT(striped, int64_t{folder->w} * folder->h / 8);
 }
