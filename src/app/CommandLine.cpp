@@ -142,9 +142,9 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (p.comparing && (!silent || !p.sources.empty() || !p.imports.empty()))
     usage("--compare goes with -s REPORT and nothing else to read");
   const bool picture = !p.treemapFile.empty() || !p.typesFile.empty();
-  if (picture && (exporting || silent || !p.imports.empty()))
-    usage("--treemap and --types go with no -s, --export or --import");
-  if (picture && p.sources.size() != 1) usage("--treemap and --types need exactly one folder");
+  if (picture && (exporting || silent)) usage("--treemap and --types go with no -s or --export");
+  if (picture && p.sources.size() + p.imports.size() != 1)
+    usage("--treemap and --types need exactly one folder or one --import");
   if (p.snapshot && !silent && !exporting) usage("--snapshot goes with -s or --export");
   if (p.snapshot && p.comparing) usage("--snapshot does not go with --compare");
   if (listing && (silent || exporting || picture || !p.imports.empty() || p.snapshot))

@@ -24,8 +24,8 @@ struct ParsedCommandLine {
   std::vector<std::string> excludes;  // --exclude PATTERN, in the order given
   bool comparing = false;             // -s REPORT --compare OLD NEW: each an export or a folder
   std::string compareOld, compareNew;
-  std::string treemapFile;            // --treemap FILE FOLDER: the picture (.png or .svg)
-  std::string typesFile;              // --types FILE FOLDER: the extension table (CSV)
+  std::string treemapFile;  // --treemap FILE FOLDER|--import EXPORT: the picture (.png or .svg)
+  std::string typesFile;    // --types FILE FOLDER|--import EXPORT: the extension table (CSV)
   int pictureWidth = 1600, pictureHeight = 1000;  // --size WIDTHxHEIGHT
   bool snapshot = false;             // --snapshot: -s and --export also keep a snapshot
   bool restart = false;              // -RESTART

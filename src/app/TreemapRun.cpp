@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "json/JsonImport.h"
 #include "output/OutputFile.h"
 #include "support/Path.h"
 #include "treemap/TypesTable.h"
@@ -31,7 +32,27 @@ class Failures : public WalkSink {
 };
 }  // namespace
 
-int walkForTreemap(const ParsedCommandLine& job, TreemapCollector& collector) {
+TreemapCollector treemapCollector(const ParsedCommandLine& job, bool wantTree, bool wantTypes) {
+  return TreemapCollector(job.imports.empty() ? job.sources.front() : std::string(), wantTree,
+                          wantTypes, job.linksOnce == 1);
+}
+
+int readForTreemap(const ParsedCommandLine& job, TreemapCollector& collector, std::string* top) {
+  if (!job.imports.empty()) {
+    ImportOptions io;
+    io.allocated = job.sizeAllocated == 1;
+    io.linksOnce = job.linksOnce == 1;
+    io.feed = &collector;
+    ReportTree tree;
+    const ImportResult r = importJsonFile(job.imports.front(), tree, io);
+    if (!r.ok) {
+      std::fprintf(stderr, "quorlane: %s: %s\n", job.imports.front().c_str(),
+                   r.error.toLocal8Bit().constData());
+      return 1;
+    }
+    if (top) *top = tree.fullPath(r.root, true);
+    return 0;
+  }
   WalkOptions o;
   if (const char* forced = std::getenv("QUORLANE_THREADS"); forced && std::atoi(forced) > 0)
     o.threads = std::atoi(forced);
@@ -49,10 +70,11 @@ int walkForTreemap(const ParsedCommandLine& job, TreemapCollector& collector) {
                  systemErrorText(r.openError).c_str());
     return 1;
   }
+  if (top) *top = addSlash(folder);
   return failures.count() ? 1 : 0;
 }
 
-int writeTypesFile(const ParsedCommandLine& job, const TreemapCollector& collector) {
+int writeTypesFile(const ParsedCommandLine& job, TreemapCollector& collector) {
   OutputFile file;
   if (file.open(job.typesFile) && file.write(typesTableCsv(collector.types())) && file.commit())
     return 0;
@@ -61,8 +83,8 @@ int writeTypesFile(const ParsedCommandLine& job, const TreemapCollector& collect
 }
 
 int runTypes(const ParsedCommandLine& job) {
-  TreemapCollector collector(job.sources.front(), false, true);
-  if (walkForTreemap(job, collector) != 0) return 1;
+  TreemapCollector collector = treemapCollector(job, false, true);
+  if (readForTreemap(job, collector) != 0) return 1;
   return writeTypesFile(job, collector);
 }
 

@@ -439,12 +439,15 @@ class Builder {
                                                fields_.asize, fields_.dsize});
       pendingNames_ += fields_.name;
     }
-    if (o_.feed && fields_.asize >= feedMinimum_) {
+    if (o_.feed && size >= feedMinimum_) {
       if (feedFolder_.empty()) feedFolder_ = addSlash(path_);
       FoundFile f;
       f.folder = feedFolder_;
       f.name = fields_.name;
-      f.size = fields_.asize;
+      f.size = size;  // as counted, like a walk's
+      f.length = static_cast<uint64_t>(fields_.asize);
+      f.ino = fields_.ino;
+      f.nlink = fields_.hlnkc ? 2 : 1;
       f.modified = fields_.mtime;
       f.accessed = -1;  // exports carry no access time
       f.mode = fields_.mode;

@@ -520,6 +520,7 @@ void FolderWalk::enumerate(Worker& w, Dir* d, int fd) {
       f.blocks = sx->stx_blocks;
       f.attributes = sx->stx_attributes & sx->stx_attributes_mask;
       f.length = sx->stx_size;
+      f.device = makedev(sx->stx_dev_major, sx->stx_dev_minor);
       f.ino = sx->stx_ino;
       f.nlink = sx->stx_nlink;
       options_.feed->offer(f);

@@ -85,6 +85,7 @@ struct FoundFile {
   uint64_t blocks = 0;  // 512-byte blocks allocated, for the sparse mark
   uint64_t attributes = 0;  // statx attribute bits (compressed, encrypted, ...)
   uint64_t length = 0;      // st_size, whichever size the walk counts
+  uint64_t device = 0;      // with ino: which file a name is of
   uint64_t ino = 0;
   uint32_t nlink = 0;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "support/Path.h"
 
@@ -77,11 +78,11 @@ std::string TreemapTree::pathOf(uint32_t folder) const {
   return path;
 }
 
-void TreemapTree::addFile(uint32_t folder, int64_t size, FileKind kind, uint16_t extension) {
+void TreemapTree::addPacked(uint32_t folder, uint64_t file, uint16_t extension) {
   TreemapFolder& f = folders[folder];
   if (f.fileCount == 0) f.firstFile = static_cast<uint32_t>(files.size());
   assert(f.firstFile + f.fileCount == files.size());
-  files.push_back(pack(size, kind));
+  files.push_back(file);
   extensions.push_back(extension);
   ++f.fileCount;
 }
@@ -105,7 +106,7 @@ void TreemapTree::finish() {
   std::vector<Pair> pairs;
   for (TreemapFolder& f : folders) {
     const auto begin = files.begin() + f.firstFile, end = begin + f.fileCount;
-    const auto bySize = [](uint64_t a, uint64_t b) { return sizeOf(a) > sizeOf(b); };
+    const auto bySize = [](uint64_t a, uint64_t b) { return ownSize(a) > ownSize(b); };
     if (std::is_sorted(begin, end, bySize)) continue;
     pairs.clear();
     for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k)
@@ -167,11 +168,77 @@ std::vector<TypeRow> TreemapTree::typesBelow(uint32_t folder) const {
   return rows;
 }
 
-TreemapCollector::TreemapCollector(std::string root, bool wantTree, bool wantTypes)
-    : root_(
-          addSlash(root.size() > 1 && root.back() == '/' ? root.substr(0, root.size() - 1) : root)),
+bool findTreemapFolder(const TreemapTree& tree, std::string_view rest,
+                       std::vector<uint32_t>& chain) {
+  chain.assign(1, 0);
+  while (!rest.empty()) {
+    const size_t end = std::min(rest.find('/'), rest.size());
+    const std::string_view name = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (name.empty()) continue;
+    const auto kids = tree.folders[chain.back()].children;
+    const auto it = std::find_if(kids.begin(), kids.end(),
+                                 [&](uint32_t k) { return tree.folders[k].name == name; });
+    if (it == kids.end()) return false;
+    chain.push_back(*it);
+  }
+  return true;
+}
+
+TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft,
+                        uint32_t at) {
+  TreemapTree out;
+  // Extension ids of each tree in the new one, made as they are met.
+  std::vector<int> ids[2];
+  auto copyFiles = [&](const TreemapTree& from, int which, uint32_t folder, uint32_t into) {
+    std::vector<int>& map = ids[which];
+    const TreemapFolder& f = from.folders[folder];
+    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k) {
+      const uint16_t id = from.extensions[k];
+      if (map.size() <= id) map.resize(size_t{id} + 1, -1);
+      if (map[id] < 0) map[id] = out.extensionId(from.extensionName(id));
+      out.addPacked(into, from.files[k], static_cast<uint16_t>(map[id]));
+    }
+  };
+  struct Todo {
+    const TreemapTree* from;
+    uint32_t folder, parent;
+  };
+  std::vector<Todo> waiting{{&tree, top, UINT32_MAX}};
+  while (!waiting.empty()) {
+    Todo t = waiting.back();
+    waiting.pop_back();
+    if (graft && t.from == &tree && t.folder == at) t = {graft, 0, t.parent};
+    const TreemapFolder& f = t.from->folders[t.folder];
+    const uint32_t index =
+        t.parent == UINT32_MAX
+            ? 0
+            : out.addFolder(
+                  t.parent,
+                  std::string(t.from == graft && t.folder == 0 ? tree.folders[at].name : f.name));
+    copyFiles(*t.from, t.from == &tree ? 0 : 1, t.folder, index);
+    for (auto c = f.children.rbegin(); c != f.children.rend(); ++c)
+      waiting.push_back({t.from, *c, index});
+  }
+  out.finish();
+  return out;
+}
+
+bool cutTreemapTo(TreemapTree& tree, std::string_view top) {
+  std::vector<uint32_t> chain;
+  if (!findTreemapFolder(tree, top, chain)) return false;  // a leading "/" names no folder
+  if (chain.size() > 1) tree = copyTreemap(tree, chain.back());
+  return true;
+}
+
+TreemapCollector::TreemapCollector(std::string root, bool wantTree, bool wantTypes, bool linksOnce)
+    : root_(root.empty()
+                ? root
+                : addSlash(root.size() > 1 && root.back() == '/' ? root.substr(0, root.size() - 1)
+                                                                 : root)),
       wantTree_(wantTree),
-      wantTypes_(wantTypes) {}
+      wantTypes_(wantTypes),
+      linksOnce_(linksOnce) {}
 
 void TreemapCollector::offer(const FoundFile& file) {
   const std::string_view extension = typeExtension(file.name);
@@ -185,20 +252,59 @@ void TreemapCollector::offer(const FoundFile& file) {
   Type& type = s.types[at->second];
   ++type.files;
   type.bytes = saturatedAdd(type.bytes, file.size);
-  if (!wantTree_) return;
+  // As the walk counts: only names of a file that holds a byte.
+  const bool linked = linksOnce_ && file.nlink > 1 && file.size > 0;
+  if (!wantTree_ && !linked) return;
   const std::string_view folder =
       std::string_view(file.folder).substr(std::min(root_.size(), file.folder.size()));
-  if (s.runs.empty() || std::string_view(s.paths).substr(s.runs.back().pathAt) != folder) {
-    s.runs.push_back(Run{s.paths.size(), static_cast<uint32_t>(folder.size()),
-                         static_cast<uint32_t>(s.files.size()), 0});
+  if (s.lastSize == UINT32_MAX || std::string_view(s.paths).substr(s.lastAt) != folder) {
+    s.lastAt = s.paths.size();
+    s.lastSize = static_cast<uint32_t>(folder.size());
     s.paths.append(folder);
+    if (wantTree_)
+      s.runs.push_back(Run{s.lastAt, s.lastSize, static_cast<uint32_t>(s.files.size()), 0});
   }
+  if (linked)
+    s.linked.push_back({file.device, file.ino, file.size, s.lastAt, s.lastSize, at->second,
+                        static_cast<uint32_t>(s.files.size())});
+  if (!wantTree_) return;
   ++s.runs.back().count;
   s.files.push_back(TreemapTree::pack(file.size, type.kind));
   s.extensions.push_back(at->second);
 }
 
+void TreemapCollector::settleLinks() {
+  if (std::exchange(settled_, true)) return;
+  struct Name {
+    const Linked* link;
+    uint32_t shard;
+    std::string_view path;
+  };
+  std::vector<Name> names;
+  auto& shards = shards_.all();
+  for (uint32_t i = 0; i < shards.size(); ++i)
+    for (const Linked& l : shards[i].linked)
+      names.push_back({&l, i, std::string_view(shards[i].paths).substr(l.pathAt, l.pathSize)});
+  // By file, then in the order the tree is merged in: folders by path, a folder's names as
+  // listed (they all lie in one shard, in order).
+  std::sort(names.begin(), names.end(), [](const Name& a, const Name& b) {
+    if (a.link->device != b.link->device) return a.link->device < b.link->device;
+    if (a.link->inode != b.link->inode) return a.link->inode < b.link->inode;
+    if (pathBefore(a.path, b.path) || pathBefore(b.path, a.path)) return pathBefore(a.path, b.path);
+    return a.shard != b.shard ? a.shard < b.shard : a.link < b.link;
+  });
+  for (size_t i = 1; i < names.size(); ++i) {
+    const Linked &l = *names[i].link, &previous = *names[i - 1].link;
+    if (l.device != previous.device || l.inode != previous.inode) continue;
+    Shard& s = shards[names[i].shard];
+    s.types[l.type].bytes -= l.size;
+    if (wantTree_) s.files[l.file] |= TreemapTree::kFurtherName;
+  }
+  for (Shard& s : shards) std::vector<Linked>().swap(s.linked);
+}
+
 TreemapTree TreemapCollector::takeTree() {
+  settleLinks();
   struct Piece {
     std::string_view path;  // "a/b/", "" for the walked folder
     const Shard* shard;
@@ -248,14 +354,14 @@ TreemapTree TreemapCollector::takeTree() {
     current = path;
     const size_t shard = static_cast<size_t>(p.shard - shards_.all().data());
     for (uint32_t i = p.run->first; i < p.run->first + p.run->count; ++i) {
-      const uint64_t f = p.shard->files[i];
-      tree.addFile(open.back().folder, TreemapTree::sizeOf(f), TreemapTree::kindOf(f),
-                   idOfRank[rank[shard][p.shard->extensions[i]]]);
+      tree.addPacked(open.back().folder, p.shard->files[i],
+                     idOfRank[rank[shard][p.shard->extensions[i]]]);
     }
   }
   for (Shard& s : shards_.all()) {
     std::lock_guard lock(s.mutex);
     std::string().swap(s.paths);
+    s.lastSize = UINT32_MAX;
     std::vector<Run>().swap(s.runs);
     std::vector<uint64_t>().swap(s.files);
     std::vector<uint32_t>().swap(s.extensions);
@@ -300,7 +406,8 @@ std::vector<TypeRow> TreemapCollector::merged(std::vector<std::vector<uint32_t>>
   return sorted;
 }
 
-std::vector<TypeRow> TreemapCollector::types() const {
+std::vector<TypeRow> TreemapCollector::types() {
+  settleLinks();
   return merged(nullptr);
 }
 

@@ -78,6 +78,13 @@ class Raster {
     for (int row = y; row < y + h; ++row) std::fill_n(bits_ + row * stride_ + x, w, c);
   }
 
+  // Diagonal stripes, one pixel in six.
+  void hatch(int x, int y, int w, int h, QRgb c) {
+    for (int row = y; row < y + h; ++row)
+      for (int col = x + (6 - (x + row) % 6) % 6; col < x + w; col += 6)
+        bits_[row * stride_ + col] = c;
+  }
+
   void cushion(int x, int y, int w, int h, const Surface& s, QRgb c) {
     columns_.resize(static_cast<size_t>(w));
     for (int i = 0; i < w; ++i) columns_[i] = -(2 * s.x2 * (x + i + 0.5) + s.x1);
@@ -181,6 +188,9 @@ QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
       }
     }
   }
+  for (const TreemapRect& r : layout.rects)
+    if (r.type == TreemapRect::Folder && r.folder == look.reading)
+      raster.hatch(r.x, r.y, r.w, r.h, frame);
   return image;
 }
 

@@ -6,6 +6,7 @@
 // Files are cushions: each folder adds a ridge along both of its sides (lower for deeper ones),
 // and a file is lit by how its surface faces a light from the top left, so that a folder's files
 // read as one bulge and nesting shows without labels. The flat look shades each file alone.
+// Links to folders, other mounts and excluded entries hold no bytes and so get no area.
 
 #include <QColor>
 #include <QImage>
@@ -21,6 +22,9 @@ struct TreemapLook {
   enum class Mark : uint8_t { None, Kind, Extension } mark = Mark::None;
   FileKind kind = FileKind::Other;
   uint16_t extension = 0;  // an id of TreemapTree::extensionNames
+  // A folder still being read (an index of TreemapTree::folders): hatched over, since what it
+  // shows is what it held before.
+  uint32_t reading = UINT32_MAX;
 };
 
 QColor treemapColor(FileKind kind);

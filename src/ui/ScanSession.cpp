@@ -110,7 +110,7 @@ std::shared_ptr<FileFeed> ScanSession::walkFeed() {
 }
 
 std::shared_ptr<FileFeed> ScanSession::beginTreemap(const std::string& path) {
-  collecting_ = std::make_shared<TreemapCollector>(path, true, false);
+  collecting_ = std::make_shared<TreemapCollector>(path, true, false, options_.LinksOnce != 0);
   collectingPath_ = path;
   return collecting_;
 }
@@ -135,12 +135,8 @@ void ScanSession::endTreemap(bool graft, const std::string& importedRoot) {
       fresh = copyTreemap(*old.tree, 0, &fresh, old.folder());
       top = old.top;
       old.tree.reset();
-    } else if (!importedRoot.empty()) {  // an import is collected from "/" down
-      std::vector<uint32_t> chain;
-      if (importedRoot[0] != '/' ||
-          !findTreemapFolder(fresh, std::string_view(importedRoot).substr(1), chain))
-        return;
-      fresh = copyTreemap(fresh, chain.back());
+    } else if (!importedRoot.empty()) {  // an import is collected by whole paths
+      if (!cutTreemapTo(fresh, importedRoot)) return;
       top = importedRoot;
     }
     auto tree = std::make_shared<TreemapTree>(std::move(fresh));
@@ -183,6 +179,10 @@ uint32_t ScanSession::nodeOfPath(const std::string& path) const {
     if (node != kNoNode) return node;
   }
   return kNoNode;
+}
+
+std::string ScanSession::readingFolder() const {
+  return driver_->busy() ? addSlash(driver_->walkPath()) : std::string();
 }
 
 void ScanSession::treemapFolderGone(const std::string& path) {
@@ -384,9 +384,9 @@ void ScanSession::importFile(const std::string& file) {
   setBusy(true);
   Q_EMIT statusText(
       TL(4056, "Importiere... %1 von %2 MB", {QStringLiteral("0"), QStringLiteral("?")}));
-  // The export's root is known only once read: its files are collected from "/" down.
+  // The export's root is known only once read: its files are collected by their whole paths.
   std::shared_ptr<FileFeed> feed =
-      FeedFan::of({largest_.begin ? largest_.begin() : nullptr, beginTreemap("/")});
+      FeedFan::of({largest_.begin ? largest_.begin() : nullptr, beginTreemap("")});
   imports_->start(file, std::move(feed), o);
 }
 

@@ -95,6 +95,9 @@ class ScanSession : public QObject {
   TreemapPlace treemapAt(const std::string& path);
   // The report node of a folder's path, kNoNode when the report holds none.
   uint32_t nodeOfPath(const std::string& path) const;
+  // The folder a walk reads now (a source, or a folder measured again), "" when none: what is
+  // kept for it is what it held before.
+  std::string readingFolder() const;
   // The report deleted or trashed a folder; files were deleted from a folder.
   void treemapFolderGone(const std::string& path);
   void treemapFileGone(const std::string& folder, std::string_view name, int64_t size);

@@ -128,6 +128,9 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
   canvas_->setMinimumSize(40, 40);
   canvas_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
   canvas_->installEventFilter(this);
+  // A folder read again is hatched while it is read.
+  connect(&session_, &ScanSession::busyChanged, this,
+          guard_.wrap("Treemap_Busy", [this](bool) { request(); }));
   column->addWidget(canvas_, 1);
   column->addLayout(legend);
 }
@@ -195,7 +198,17 @@ void TreemapPane::start() {
   updateCrumbs();
   running_ = true;
   const QSize size = canvas_->size();
-  auto job = [place, size, ticket = ticket_, top = view_, highlight = highlight_,
+  // A folder read again shows what it held before, hatched: the one shown, or one below it.
+  TreemapLook look;
+  const std::string reading = session_.readingFolder();
+  std::vector<uint32_t> chain;
+  if (!reading.empty() && view_.compare(0, reading.size(), reading) == 0)
+    look.reading = place.folder();
+  else if (!reading.empty() && reading.compare(0, view_.size(), view_) == 0 &&
+           findTreemapFolder(*place.tree, std::string_view(reading).substr(place.top.size()),
+                             chain))
+    look.reading = chain.back();
+  auto job = [place, size, look, ticket = ticket_, top = view_, highlight = highlight_,
               on = highlightOn_] {
     auto frame = std::make_shared<Frame>();
     frame->ticket = ticket;
@@ -205,7 +218,7 @@ void TreemapPane::start() {
     const TreemapTree& tree = *frame->tree;
     frame->layout =
         layoutTreemap(tree, std::max(size.width(), 1), std::max(size.height(), 1), frame->root);
-    frame->image = paintTreemap(frame->layout);
+    frame->image = paintTreemap(frame->layout, look);
     if (on) {  // the files of other kinds fade
       QPainter p(&frame->image);
       const QColor fade(255, 255, 255, 190);
@@ -317,7 +330,8 @@ void TreemapPane::pointAt(QPoint at) {
     return;
   }
   const QString size = xFormatFileSizeAuto(hit.size, true);
-  const QString share = shareText(hit.size, frame_->tree->folders[frame_->root].bytes);
+  const QString share =
+      shareText(hit.size, frame_->tree->folders[frame_->root].bytes) + unshownText(hit.folder);
   if (!hit.file) {
     Q_EMIT statusText(QStringLiteral("%1   %2   %3").arg(pathText(hit.folder), size, share));
     return;
@@ -330,6 +344,32 @@ void TreemapPane::pointAt(QPoint at) {
       return;  // the mouse has moved on
     Q_EMIT statusText(QStringLiteral("%1   %2   %3").arg(pathText(hit.folder + name), size, share));
   });
+}
+
+QString TreemapPane::unshownText(const std::string& folder) const {
+  QString text;
+  const std::string reading = session_.readingFolder();
+  if (!reading.empty() && folder.compare(0, reading.size(), reading) == 0)
+    text += QStringLiteral("   ") + TL(4525, "Wird eingelesen...");
+  // Links to folders, other mounts and excluded entries hold no bytes: they get no area, and
+  // the report knows them as rows of their folder.
+  const ReportTree& tree = session_.tree();
+  const uint32_t node = session_.nodeOfPath(folder);
+  if (node == kNoNode) return text;
+  QStringList names;
+  for (uint32_t c : tree.children(node)) {
+    if (!tree.hasFlag(c, ReportTree::Junction)) continue;
+    if (names.size() == 3) {
+      names << QStringLiteral("...");
+      break;
+    }
+    names << pathText(tree.text(c));
+  }
+  if (!names.isEmpty())
+    text += QStringLiteral("   ") +
+            TL(4660, "Ohne Fläche (Verknüpfung, anderes Laufwerk, ausgelassen): %1",
+               {names.join(QStringLiteral(", "))});
+  return text;
 }
 
 void TreemapPane::clickAt(QPoint at, bool menu, QPoint global) {

@@ -92,6 +92,8 @@ class TreemapPane : public QWidget {
   void clickAt(QPoint at, bool menu, QPoint global);
   void updateCrumbs();
   std::string pathOf(const Frame& f, uint32_t folder) const;
+  // What the status adds for a folder: still being read, and its rows that have no area.
+  QString unshownText(const std::string& folder) const;
   QPoint toLayout(QPoint at) const;
 
   ScanSession& session_;

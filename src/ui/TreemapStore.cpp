@@ -20,23 +20,6 @@ void addUp(TreemapTree& tree, uint32_t folder, int64_t delta) {
 }
 }  // namespace
 
-bool findTreemapFolder(const TreemapTree& tree, std::string_view rest,
-                       std::vector<uint32_t>& chain) {
-  chain.assign(1, 0);
-  while (!rest.empty()) {
-    const size_t end = std::min(rest.find('/'), rest.size());
-    const std::string_view name = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (name.empty()) continue;
-    const auto kids = tree.folders[chain.back()].children;
-    const auto it = std::find_if(kids.begin(), kids.end(),
-                                 [&](uint32_t k) { return tree.folders[k].name == name; });
-    if (it == kids.end()) return false;
-    chain.push_back(*it);
-  }
-  return true;
-}
-
 void TreemapStore::put(const std::string& path, TreemapTree tree) {
   const std::string top = addSlash(path);
   auto kept = std::make_shared<TreemapTree>(std::move(tree));
@@ -109,18 +92,19 @@ void TreemapStore::removeFile(const std::string& folder, std::string_view name, 
   // Files keep no name: one of the same size and extension stands for it (they draw alike).
   uint32_t at = end;
   for (uint32_t k = begin; k < end && at == end; ++k)
-    if (TreemapTree::sizeOf(tree.files[k]) == size &&
+    if (TreemapTree::ownSize(tree.files[k]) == size &&
         tree.extensionName(tree.extensions[k]) == extension)
       at = k;
   for (uint32_t k = begin; k < end && at == end; ++k)
-    if (TreemapTree::sizeOf(tree.files[k]) == size) at = k;
+    if (TreemapTree::ownSize(tree.files[k]) == size) at = k;
   if (at == end) return;
+  const int64_t counted = TreemapTree::sizeOf(tree.files[at]);
   // The rest moves up and stays largest first; the last place is left to nobody.
   std::rotate(tree.files.begin() + at, tree.files.begin() + at + 1, tree.files.begin() + end);
   std::rotate(tree.extensions.begin() + at, tree.extensions.begin() + at + 1,
               tree.extensions.begin() + end);
   --f.fileCount;
-  addUp(tree, place.folder(), -size);
+  addUp(tree, place.folder(), -counted);
 }
 
 void TreemapStore::keepOnly(const std::vector<std::string>& paths) {
@@ -141,46 +125,6 @@ size_t TreemapStore::memoryUse() const {
       bytes += f.name.capacity() > 15 ? f.name.capacity() : 0;
   }
   return bytes;
-}
-
-TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft,
-                        uint32_t at) {
-  TreemapTree out;
-  // Extension ids of each tree in the new one, made as they are met.
-  std::vector<int> ids[2];
-  auto copyFiles = [&](const TreemapTree& from, int which, uint32_t folder, uint32_t into) {
-    std::vector<int>& map = ids[which];
-    const TreemapFolder& f = from.folders[folder];
-    for (uint32_t k = f.firstFile; k < f.firstFile + f.fileCount; ++k) {
-      const uint16_t id = from.extensions[k];
-      if (map.size() <= id) map.resize(size_t{id} + 1, -1);
-      if (map[id] < 0) map[id] = out.extensionId(from.extensionName(id));
-      out.addFile(into, TreemapTree::sizeOf(from.files[k]), TreemapTree::kindOf(from.files[k]),
-                  static_cast<uint16_t>(map[id]));
-    }
-  };
-  struct Todo {
-    const TreemapTree* from;
-    uint32_t folder, parent;
-  };
-  std::vector<Todo> waiting{{&tree, top, UINT32_MAX}};
-  while (!waiting.empty()) {
-    Todo t = waiting.back();
-    waiting.pop_back();
-    if (graft && t.from == &tree && t.folder == at) t = {graft, 0, t.parent};
-    const TreemapFolder& f = t.from->folders[t.folder];
-    const uint32_t index =
-        t.parent == UINT32_MAX
-            ? 0
-            : out.addFolder(
-                  t.parent,
-                  std::string(t.from == graft && t.folder == 0 ? tree.folders[at].name : f.name));
-    copyFiles(*t.from, t.from == &tree ? 0 : 1, t.folder, index);
-    for (auto c = f.children.rbegin(); c != f.children.rend(); ++c)
-      waiting.push_back({t.from, *c, index});
-  }
-  out.finish();
-  return out;
 }
 
 }  // namespace ql

@@ -51,14 +51,4 @@ class TreemapStore {
   std::vector<Source> sources_;
 };
 
-// Descends from folder 0 by the names of `below` ("a/b/"): the chain of folders down to it.
-// False when a name is not there.
-bool findTreemapFolder(const TreemapTree& tree, std::string_view below,
-                       std::vector<uint32_t>& chain);
-
-// The folder `top` and all below it as a tree of its own (folder 0 = `top`); with `graft`, the
-// folder `at` holds what `graft` holds instead of its own (a folder measured again).
-TreemapTree copyTreemap(const TreemapTree& tree, uint32_t top, const TreemapTree* graft = nullptr,
-                        uint32_t at = 0);
-
 }  // namespace ql

@@ -63,8 +63,8 @@ extern "C" __attribute__((visibility("default"))) int quorlane_render_pdf_page(i
   return ql::renderPdfPageMain(argc, argv);
 }
 
-// --treemap: the walk, the layout and the picture, with no display (and the types table when
-// --types is given too).
+// --treemap: the walk or the export, the layout and the picture, with no display (and the types
+// table when --types is given too).
 extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int argc, char** argv) {
   using namespace ql;
   const ParsedCommandLine job = parseArguments(argc, argv);
@@ -73,10 +73,12 @@ extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int 
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QGuiApplication app(argc, argv);
   initFrame(job.translationMode);
-  TreemapCollector collector(job.sources.front(), true, !job.typesFile.empty());
-  if (walkForTreemap(job, collector) != 0) return 1;
+  TreemapCollector collector = treemapCollector(job, true, !job.typesFile.empty());
+  std::string top;
+  if (readForTreemap(job, collector, &top) != 0) return 1;
   if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
-  const TreemapTree tree = collector.takeTree();
+  TreemapTree tree = collector.takeTree();
+  if (!job.imports.empty() && !cutTreemapTo(tree, top)) tree = TreemapTree();
   std::string error;
   if (writeTreemapPicture(layoutTreemap(tree, job.pictureWidth, job.pictureHeight), job.treemapFile, error))
     return 0;

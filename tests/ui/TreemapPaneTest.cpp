@@ -9,7 +9,9 @@
 
 #include "TestApp.h"
 #include "TestFs.h"
+#include "report/SizeFormat.h"
 #include "support/Globals.h"
+#include "support/PathText.h"
 #include "ui/CommandIds.h"
 #include "ui/MainWindow.h"
 
@@ -42,6 +44,7 @@ class TreemapPaneTest : public ::testing::Test {
     makeFile(d / "a/sub/x.bin", 1000);
     makeFile(d / "b/pic.jpg", 200000);
     makeFile(d / "top.dat", 50000);
+    ASSERT_EQ(::symlink("a", (d / "link").c_str()), 0);  // a junction: a row with no area
   }
 
   // The centre of the largest file of `folder` on the canvas.
@@ -87,6 +90,16 @@ TEST_F(TreemapPaneTest, ZoomClickDeleteAndPickAKind) {
   QTest::keyClick(&map, Qt::Key_Backspace);
   EXPECT_EQ(map.folder(), root);
   ASSERT_TRUE(waitUntil([&] { return !map.drawing() && (big = fileOf(map, a, 400000)).x() >= 0; }));
+
+  // Pointing at a file names its path, size and share, and the link of its folder, which has no
+  // area.
+  const QPoint topDat = fileOf(map, root, 50000);
+  QTest::mouseMove(&map.canvas(), topDat);
+  const QString said = pathText(root + "top.dat") + "   " + xFormatFileSizeAuto(50000, true) +
+                       "   " + QString::number(100.0 * 50000 / 654000, 'f', 1) + " %";
+  ASSERT_TRUE(waitUntil([&] { return w.statusPanel1().text().startsWith(said); }))
+      << w.statusPanel1().text().toStdString();
+  EXPECT_TRUE(w.statusPanel1().text().endsWith(": link")) << w.statusPanel1().text().toStdString();
 
   // A click selects the folder in the report and the file in the file list; the treemap stays.
   QTest::mouseClick(&map.canvas(), Qt::LeftButton, {}, big);
