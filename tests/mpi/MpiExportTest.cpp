@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <deque>
 
 #include "TestFiles.h"
 #include "TestFs.h"
@@ -52,6 +53,24 @@ void makeOddTree(const std::string& t) {
 void makeWideFolder(const std::string& t, int files) {
   makeDir(t);
   for (int i = 0; i < files; ++i) makeFile(t + "/f" + std::to_string(i), i % 97);
+}
+
+// A tree as disks have them, breadth first: 6 to 18 files a folder and 1 to 6 folders below it,
+// until `files` files exist (about one folder for three files).
+void makeBushyTree(const std::string& t, int files) {
+  uint32_t seed = 7;
+  auto next = [&seed](uint32_t n) { return (seed = seed * 1103515245 + 12345) / 65536 % n; };
+  makeDir(t);
+  std::deque<std::string> open{t};
+  for (int made = 0; made < files && !open.empty(); open.pop_front()) {
+    const std::string& at = open.front();
+    for (uint32_t i = 6 + next(13); i > 0 && made < files; --i, ++made)
+      makeFile(at + "/f" + std::to_string(made) + ".dat", next(1u << 20));
+    for (uint32_t i = 1 + next(6); i > 0; --i) {
+      open.push_back(at + "/d" + std::to_string(i));
+      makeDir(open.back());
+    }
+  }
 }
 
 // Folders in a chain, far longer as a path than the system's limit.
@@ -137,8 +156,11 @@ TEST_F(MpiExport, AnOddTreeIsExportedAndReportedAsByOneProgram) {
             QStringList{});
 }
 
-// One folder too large to share and a chain no rank can run ahead in.
-TEST_F(MpiExport, AWideFolderAndADeepChain) {
+// A tree of the common shape, one folder too large to share and a chain no rank can run ahead in.
+TEST_F(MpiExport, ABushyTreeAWideFolderAndADeepChain) {
+  makeBushyTree(d / "bushy", 200000);
+  expectSameExports(at("bushy"), {1, 2, 4, 7});
+  EXPECT_GT(readFile(at("out/mpi.json")).count("\"name\":\"d"), 50000);
   makeWideFolder(d / "wide", 200000);
   expectSameExports(at("wide"), {1, 2, 4, 7});
   makeChain(d / "chain", 10000);
