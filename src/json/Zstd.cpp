@@ -23,6 +23,7 @@ constexpr int kLevel = 1;
 constexpr int kHashLog = 10;
 constexpr int kMinMatch = 5;
 constexpr int kWindowLog = 21;  // 2 MiB
+constexpr int kJobSize = 2 << 20;
 
 int writeAll(int fd, const char* data, size_t size) {
   while (size > 0) {
@@ -54,6 +55,11 @@ ZstdWriter::ZstdWriter() : cctx_(ZSTD_createCCtx()), outSize_(ZSTD_CStreamOutSiz
     ZSTD_CCtx_setParameter(cctx_, ZSTD_c_minMatch, kMinMatch);
     // A damaged file is then found by any reader, even where its blocks still decode.
     ZSTD_CCtx_setParameter(cctx_, ZSTD_c_checksumFlag, 1);
+    // Compressed on a thread of zstd's own, in pieces of 2 MiB, so that the writer goes on
+    // putting the text in order meanwhile. Where the library has no threads this is refused and
+    // the writer compresses itself.
+    if (!ZSTD_isError(ZSTD_CCtx_setParameter(cctx_, ZSTD_c_nbWorkers, 1)))
+      ZSTD_CCtx_setParameter(cctx_, ZSTD_c_jobSize, kJobSize);
   }
 }
 
