@@ -34,6 +34,7 @@ export QT_QPA_PLATFORM=offscreen
 
 hyperfine -N --warmup 1 --runs 3 --export-json "$out/t.json" \
   -n "silent" "$bin -s $out/r.csv $tree" \
+  -n "types" "$bin --types $out/t.csv $tree" \
   -n "treemap" "$bin --treemap $out/t.png $tree" \
   -n "treemap+types" "$bin --treemap $out/t.png --types $out/t.csv $tree" >/dev/null 2>&1
 python3 - "$out/t.json" <<'PY'
