@@ -2,7 +2,8 @@
 # What counting like du costs: the silent run with --size allocated, --links once and both,
 # against the default count (warm cache, best of RUNS), and the memory --links once takes for
 # each file of several names, on a tree where LINKED files have a second name in another folder.
-# Prints ratios from one run.
+# The same again where each file's second name lies beside it, in its own folder. Prints ratios
+# from one run.
 #
 # usage: bench/sizemodes.sh [BUILD_DIR] [TREE] [LINKED]
 #   BUILD_DIR  where quorlane was built (default build/)
@@ -20,19 +21,23 @@ trap 'rm -rf "$out"' EXIT
 [ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
 [ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
 links=/tmp/qblinks-$linked
-if [ ! -d "$links" ]; then
-  python3 - "$links" "$linked" <<'PY'
+beside=/tmp/qblinks-beside-$linked
+if [ ! -d "$links" ] || [ ! -d "$beside" ]; then
+  python3 - "$links" "$beside" "$linked" <<'PY'
 import os, sys
-root, n = sys.argv[1], int(sys.argv[2])
+across, beside, n = sys.argv[1], sys.argv[2], int(sys.argv[3])
 for i in range(n):
-    a = os.path.join(root, "a", f"{i // 1000:04d}")
-    b = os.path.join(root, "b", f"{i // 1000:04d}")
+    a = os.path.join(across, "a", f"{i // 1000:04d}")
+    b = os.path.join(across, "b", f"{i // 1000:04d}")
+    c = os.path.join(beside, f"{i // 1000:04d}")
     if i % 1000 == 0:
-        os.makedirs(a); os.makedirs(b)
-    f = os.path.join(a, f"f{i:07d}")
-    with open(f, "wb") as h:
-        h.truncate(4096 + i)
-    os.link(f, os.path.join(b, f"f{i:07d}"))
+        os.makedirs(a, exist_ok=True); os.makedirs(b, exist_ok=True); os.makedirs(c, exist_ok=True)
+    for folder, other in ((a, b), (c, c)):
+        f = os.path.join(folder, f"f{i:07d}")
+        if not os.path.exists(f):
+            with open(f, "wb") as h:
+                h.truncate(4096 + i)
+            os.link(f, os.path.join(other, f"f{i:07d}" + ("" if other != folder else ".2")))
 PY
 fi
 export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
@@ -62,13 +67,17 @@ lEach=$(best "$bin" -s "$out/r.csv" "$links")
 lOnce=$(best "$bin" -s "$out/r.csv" --links once "$links")
 mEach=$(peak "$bin" -s "$out/r.csv" --links each "$links")
 mOnce=$(peak "$bin" -s "$out/r.csv" --links once "$links")
+bEach=$(peak "$bin" -s "$out/r.csv" --links each "$beside")
+bOnce=$(peak "$bin" -s "$out/r.csv" --links once "$beside")
 awk -v p="$plain" -v a="$alloc" -v o="$once" -v b="$both" -v le="$lEach" -v lo="$lOnce" \
-    -v me="$mEach" -v mo="$mOnce" -v n="$linked" -v t="$tree" 'BEGIN {
+    -v me="$mEach" -v mo="$mOnce" -v be="$bEach" -v bo="$bOnce" -v n="$linked" -v t="$tree" 'BEGIN {
   printf "%s: silent run, logical, every name   %.3f s\n", t, p
   printf "  --size allocated                  %.3f s   %.3fx\n", a, a / p
   printf "  --links once                      %.3f s   %.3fx\n", o, o / p
   printf "  --size allocated --links once     %.3f s   %.3fx\n", b, b / p
   printf "%d files of two names: --links once %.3f s   %.3fx every name\n", n, lo, lo / le
-  printf "  peak memory %.1f MB, every name %.1f MB: %.1f bytes a linked file\n",
+  printf "  names in the two halves: peak memory %.1f MB, every name %.1f MB: %.1f bytes a file\n",
          mo / 1024, me / 1024, (mo - me) * 1024 / n
+  printf "  names side by side: peak memory %.1f MB, every name %.1f MB: %.1f bytes a file\n",
+         bo / 1024, be / 1024, (bo - be) * 1024 / n
 }'
