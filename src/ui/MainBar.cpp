@@ -9,13 +9,15 @@
 #include "lang/TL.h"
 #include "ui/CommandIds.h"
 #include "ui/SourcesBox.h"
+#include "ui/WindowState.h"
 
 namespace ql {
 
 using namespace cmd::main;
 
 MainBar::MainBar(SourcesBox* sources, const MainOptions& o, QWidget* parent)
-    : CommandBar(QStringLiteral("cbrMain"), QStringLiteral("Quorlane"), parent) {
+    : CommandBar(QStringLiteral("cbrMain"), QStringLiteral("Quorlane"), parent),
+      nextLanguage_(ql::language()) {
   sources->setParent(this);
   AddWidget(Sources, sources, false);
   using T = CommandBar::Type;
@@ -104,6 +106,14 @@ void MainBar::showLanguages() {
   QWidget* button = widgetForAction(control(Language));
   menu->popup(button && button->isVisible() ? button->mapToGlobal(QPoint(0, button->height()))
                                             : mapToGlobal(QPoint(0, height())));
+}
+
+bool MainBar::chooseLanguage(int id) {
+  const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
+  // A refused restart leaves everything as it was, the check mark too.
+  if (storeLanguage(parentWidget(), language)) nextLanguage_ = language;
+  markLanguage(nextLanguage_);
+  return nextLanguage_ != ql::language();
 }
 
 void MainBar::markLanguage(int language) {

@@ -23,15 +23,20 @@ class MainBar : public CommandBar {
   void toggleFullView(int id);
   // Opens the language menu below its button (the button's own click does the same).
   void showLanguages();
-  // Moves the check mark of the language menu to `language` (7, 9 or 25).
-  void markLanguage(int language);
+  // The language entry `id` was picked: kept for the next start once the user agrees to the
+  // restart, and the check mark on the language that start will have. True while a restart into
+  // another language than this run's is agreed.
+  bool chooseLanguage(int id);
   // Busy: only Stop is live.
   void setBusy(bool busy);
   // The check marks the settings keep.
   void storeOptions(MainOptions& o) const;
 
  private:
+  void markLanguage(int language);  // 7, 9 or 25
+
   std::vector<int> beforeFullView_;  // the lists shown when a pane went to full view
+  int nextLanguage_;                 // the language stored for the next start
 };
 
 }  // namespace ql

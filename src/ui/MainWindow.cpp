@@ -48,7 +48,6 @@ MainWindow::MainWindow(QWidget* parent)
   connect(cboOrdner_, &SourcesBox::startRequested, this,
           guard_.wrap("cboOrdner_KeyUp", [this] { startFromSourcesBox(); }));
   cbrMain_ = new MainBar(cboOrdner_, options_, this);
-  nextLanguage_ = language();
   addToolBar(Qt::TopToolBarArea, cbrMain_);
   connect(cbrMain_, &CommandBar::execute, this, &MainWindow::cbrMain_Execute);
   buildPanes(options_);
@@ -163,7 +162,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
   splMain_ = &frame_->main();
   splInfo_ = &frame_->info();
   setCentralWidget(splMain_);
-  setFontSize(o.FontSize);
+  frame_->setGridFont(o.FontSize);
 }
 
 void MainWindow::buildPictures() {
@@ -259,19 +258,7 @@ void MainWindow::showFolderFiles(uint32_t node, bool evenHidden) {
 }
 
 void MainWindow::applyToolbarLook() {
-  const bool big = cbrMain_->isChecked(BigIcons);
-  const bool text = cbrMain_->isChecked(IconText);
-  for (QToolBar* bar :
-       {static_cast<QToolBar*>(cbrMain_), static_cast<QToolBar*>(&report_->bar()),
-        static_cast<QToolBar*>(&drives_->bar()), static_cast<QToolBar*>(&files_->bar()),
-        static_cast<QToolBar*>(&top_->bar())}) {
-    bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
-    bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
-  }
-  // Bigger buttons need a wider report to show them all.
-  if (splMain_->Control1Visible() && splMain_->Position() < report_->barWidth())
-    splMain_->setPosition(report_->barWidth());
-  fitDriveTable();
+  frame_->setBarLook(*cbrMain_, cbrMain_->isChecked(BigIcons), cbrMain_->isChecked(IconText));
 }
 
 void MainWindow::cbrMain_Execute(int id) {
@@ -314,17 +301,11 @@ void MainWindow::runCommand(int id) {
   } else if (id == BigIcons || id == IconText) {
     applyToolbarLook();
   } else if (id == FontSmaller || id == FontLarger) {
-    changeFontSize(id == FontLarger ? 1 : -1);
+    frame_->stepGridFont(id == FontLarger ? 1 : -1);
   } else if (id == Language) {
     cbrMain_->showLanguages();
   } else if (id == German || id == English || id == Russian) {
-    const int language = id == German ? kLangGerman : id == English ? kLangEnglish : kLangRussian;
-    // A refused restart leaves everything as it was, the check mark too.
-    if (storeLanguage(this, language)) {
-      nextLanguage_ = language;
-      restartRequested_ = language != ql::language();
-    }
-    cbrMain_->markLanguage(nextLanguage_);
+    restartRequested_ = cbrMain_->chooseLanguage(id);
   }
 }
 
@@ -340,7 +321,7 @@ void MainWindow::showOptions() {
   OptionenLadenMain(options_);
   session_->applyOptions(options_);
   files_->setAllocated(options_.SizeAllocated != 0);
-  setFontSize(options_.FontSize);
+  frame_->setGridFont(options_.FontSize);
 }
 
 // The four check marks decide which panes show; the report may go when another list stays.
@@ -364,26 +345,6 @@ void MainWindow::toggleFullView(int list) {
   showPanes();
 }
 
-// One font for the four grids, of 8 to 18 points.
-bool MainWindow::setFontSize(double points) {
-  if (points < 8 || points > 18) return false;
-  QFont f = report_->view().font();
-  f.setPointSizeF(points);
-  report_->setGridFont(f);
-  drives_->view().setFont(f);
-  for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
-  return true;
-}
-
-void MainWindow::changeFontSize(int step) {
-  if (!setFontSize(report_->view().font().pointSizeF() + step)) return;
-  // Rows have a new height: the columns and the drive table are measured again.
-  report_->fitColumns();
-  QTreeView& drives = drives_->view();
-  for (int c = 0; c < drives.model()->columnCount(); ++c) drives.resizeColumnToContents(c);
-  fitDriveTable();
-}
-
 // The drive table is never taller than its rows: the splitter below it follows them.
 void MainWindow::fitDriveTable() {
   if (frame_) frame_->fitDriveTable();
@@ -400,10 +361,7 @@ void MainWindow::takeHandOver(const HandOver& handOver) {
 // Busy: only Stop is live, and the panes take no input.
 void MainWindow::setControlsEnabled(bool on) {
   cbrMain_->setBusy(!on);
-  report_->setControlsEnabled(on);
-  for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(on);
-  // Pointing still names what lies where; a click waits (selectFromTreemap) until idle.
-  types_->view().setEnabled(on);
+  frame_->setControlsEnabled(on);
 }
 
 void MainWindow::openOnDesktop(const QUrl& url) {
@@ -413,8 +371,7 @@ void MainWindow::openOnDesktop(const QUrl& url) {
 
 void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {
   warn_ = warn;
-  report_->setWarningHandler(warn);
-  for (FileListPane* pane : {files_, top_}) pane->setWarningHandler(warn);
+  frame_->setWarningHandler(warn);
 }
 
 void MainWindow::warn(const QString& text) {
@@ -452,11 +409,7 @@ void MainWindow::saveAtExit() {
 
   MainOptions o = options_;
   cbrMain_->storeOptions(o);
-  report_->storeOptions(o);
-  files_->storeOptions(o);
-  top_->storeOptions(o);
-  drives_->storeOptions(o);
-  drives_->saveLocations();
+  frame_->storeOptions(o);
   o.ComboText = cboOrdner_->currentText();
   OptionenSpeichernMain(o);
   SaveAllComboFolders(cboOrdner_->items());

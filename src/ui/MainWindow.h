@@ -77,8 +77,6 @@ class MainWindow : public QMainWindow {
   void setControlsEnabled(bool on);
   void startFromSourcesBox();
   void showOptions();
-  bool setFontSize(double points);
-  void changeFontSize(int step);
   void fitDriveTable();
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
@@ -115,7 +113,6 @@ class MainWindow : public QMainWindow {
   TypesPane* types_ = nullptr;
   bool fromTreemap_ = false;  // the report's selection moves for a file picked in the treemap
   bool restartRequested_ = false;
-  int nextLanguage_ = 0;  // the language stored for the next start
   bool activated_ = false;
   int startState_ = 0;
   int reportWidth_ = 0;

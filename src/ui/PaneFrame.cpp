@@ -1,7 +1,10 @@
 #include "ui/PaneFrame.h"
 
+#include <QToolBar>
+#include <QTreeView>
 #include <QVBoxLayout>
 
+#include "app/Settings.h"
 #include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
 #include "ui/ReportPane.h"
@@ -12,7 +15,7 @@ namespace ql {
 
 PaneFrame::PaneFrame(ReportPane* report, DrivePane* drives, FileListPane* files, FileListPane* top,
                      TreemapPane* treemap, TypesPane* types, QWidget* parent)
-    : drives_(drives), files_(files), top_(top) {
+    : reportPane_(report), types_(types), drives_(drives), files_(files), top_(top) {
   auto* filesArea = new QWidget(parent);
   auto* filesLayout = new QVBoxLayout(filesArea);
   filesLayout->setContentsMargins(0, 0, 0, 0);
@@ -68,6 +71,57 @@ void PaneFrame::fitDriveTable() {
   if (!info_->Control1Visible()) return;
   if (drives_->rowCount() == 0) return;  // nothing measured yet: the pane keeps its place
   info_->setPosition(drives_->preferredHeight() + 5);
+}
+
+bool PaneFrame::setGridFont(double points) {
+  if (points < 8 || points > 18) return false;
+  QFont f = reportPane_->view().font();
+  f.setPointSizeF(points);
+  reportPane_->setGridFont(f);
+  drives_->view().setFont(f);
+  for (FileListPane* pane : {files_, top_}) pane->setGridFont(f);
+  return true;
+}
+
+void PaneFrame::stepGridFont(int step) {
+  if (!setGridFont(reportPane_->view().font().pointSizeF() + step)) return;
+  // Rows have a new height: the columns and the drive table are measured again.
+  reportPane_->fitColumns();
+  QTreeView& drives = drives_->view();
+  for (int c = 0; c < drives.model()->columnCount(); ++c) drives.resizeColumnToContents(c);
+  fitDriveTable();
+}
+
+void PaneFrame::setBarLook(QToolBar& mainBar, bool big, bool text) {
+  for (QToolBar* bar : {&mainBar, static_cast<QToolBar*>(&reportPane_->bar()),
+                        static_cast<QToolBar*>(&drives_->bar()),
+                        static_cast<QToolBar*>(&files_->bar()), static_cast<QToolBar*>(&top_->bar())}) {
+    bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
+    bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
+  }
+  // Bigger buttons need a wider report to show them all.
+  if (main_->Control1Visible() && main_->Position() < reportPane_->barWidth())
+    main_->setPosition(reportPane_->barWidth());
+  fitDriveTable();
+}
+
+void PaneFrame::setControlsEnabled(bool on) {
+  reportPane_->setControlsEnabled(on);
+  for (FileListPane* pane : {files_, top_}) pane->setControlsEnabled(on);
+  types_->view().setEnabled(on);
+}
+
+void PaneFrame::setWarningHandler(const std::function<void(const QString&)>& warn) {
+  reportPane_->setWarningHandler(warn);
+  for (FileListPane* pane : {files_, top_}) pane->setWarningHandler(warn);
+}
+
+void PaneFrame::storeOptions(MainOptions& o) {
+  reportPane_->storeOptions(o);
+  files_->storeOptions(o);
+  top_->storeOptions(o);
+  drives_->storeOptions(o);
+  drives_->saveLocations();
 }
 
 }  // namespace ql

@@ -1,14 +1,21 @@
 #pragma once
 // Where the panes stand in the window: the report, with the treemap and the file-types pane side
 // by side below it, beside a column of the drive table over one of the two file lists; each part
-// shown or not, and the drive table never taller than its rows.
+// shown or not, and the drive table never taller than its rows. And what the panes share: one
+// font for their grids, one look for their bars, busy, and what they keep for the next start.
+
+#include <QString>
+#include <functional>
 
 #include "ui/Splitter.h"
+
+class QToolBar;
 
 namespace ql {
 
 class DrivePane;
 class FileListPane;
+struct MainOptions;
 class ReportPane;
 class TreemapPane;
 class TypesPane;
@@ -29,7 +36,21 @@ class PaneFrame {
             bool types = false);
   void fitDriveTable();
 
+  // One font for the four grids, of 8 to 18 points; false (and nothing changed) outside that.
+  bool setGridFont(double points);
+  // The grids' font `step` points larger or smaller, with columns and drive table measured again.
+  void stepGridFont(int step);
+  // Big or small icons, with or without captions, on `mainBar` and every pane's bar.
+  void setBarLook(QToolBar& mainBar, bool big, bool text);
+  // Busy: the panes take no input (pointing at the treemap still names what lies where).
+  void setControlsEnabled(bool on);
+  void setWarningHandler(const std::function<void(const QString&)>& warn);
+  // The panes' options and the drive table's locations, for the next start.
+  void storeOptions(MainOptions& o);
+
  private:
+  ReportPane* reportPane_;
+  TypesPane* types_;
   DrivePane* drives_;
   FileListPane* files_;
   FileListPane* top_;
