@@ -54,8 +54,10 @@ inline int64_t addLinks(Links& into, Links& from) {
     if (i > 0 && into[i - 1].key > y.key) {
       into[--k] = into[--i];
     } else {
-      if (i > 0 && into[i - 1].key == y.key) repeated += y.size;
-      else into[--k] = y;
+      if (i > 0 && into[i - 1].key == y.key)
+        repeated += y.size;
+      else
+        into[--k] = y;
       --j;
     }
   }
@@ -91,8 +93,10 @@ inline int64_t repeatsAcross(std::vector<Links*>& sets) {
     if (any && at.link->key == last) repeated += at.link->size;
     last = at.link->key;
     any = true;
-    if (++at.link == at.end) heap.pop_back();
-    else std::push_heap(heap.begin(), heap.end());
+    if (++at.link == at.end)
+      heap.pop_back();
+    else
+      std::push_heap(heap.begin(), heap.end());
   }
   for (Links* s : sets) Links().swap(*s);
   return repeated;

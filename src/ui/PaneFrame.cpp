@@ -93,9 +93,10 @@ void PaneFrame::stepGridFont(int step) {
 }
 
 void PaneFrame::setBarLook(QToolBar& mainBar, bool big, bool text) {
-  for (QToolBar* bar : {&mainBar, static_cast<QToolBar*>(&reportPane_->bar()),
-                        static_cast<QToolBar*>(&drives_->bar()),
-                        static_cast<QToolBar*>(&files_->bar()), static_cast<QToolBar*>(&top_->bar())}) {
+  for (QToolBar* bar :
+       {&mainBar, static_cast<QToolBar*>(&reportPane_->bar()),
+        static_cast<QToolBar*>(&drives_->bar()), static_cast<QToolBar*>(&files_->bar()),
+        static_cast<QToolBar*>(&top_->bar())}) {
     bar->setIconSize(big ? QSize(32, 32) : QSize(16, 16));
     bar->setToolButtonStyle(text ? Qt::ToolButtonTextUnderIcon : Qt::ToolButtonIconOnly);
   }
