@@ -166,32 +166,23 @@ void MainWindow::buildPanes(const MainOptions& o) {
 }
 
 void MainWindow::buildPictures() {
-  treemap_ = new TreemapPane(*session_, guard_, this);
-  types_ = new TypesPane(*session_, guard_, this);
+  pictures_ = new Pictures(*session_, guard_, this);
+  treemap_ = &pictures_->treemap();
+  types_ = &pictures_->types();
   connect(treemap_, &TreemapPane::statusText, status_, &QLabel::setText);
   connect(treemap_, &TreemapPane::fileClicked, this,
           guard_.wrap("Treemap_MouseUp", [this](const std::string& folder, const std::string& name,
                                                 bool menu, QPoint at) {
             selectFromTreemap(folder, name, menu, at);
           }));
-  connect(types_, &TypesPane::extensionPicked, this,
+  connect(pictures_, &Pictures::extensionPicked, this,
           guard_.wrap("lvwTypes_Click", [this](const std::string& extension, bool picked) {
-            treemap_->setHighlight(picked ? extension : std::string(), picked);
             top_->setExtensionFilter(extension, !picked);
-          }));
-  connect(session_, &ScanSession::treemapChanged, this, guard_.wrap("Treemap_Refresh", [this] {
-            treemap_->refresh();
-            types_->refresh();
           }));
 }
 
 void MainWindow::showPictures(uint32_t node) {
-  const bool treemap = cbrMain_->isChecked(ShowTreemap), types = cbrMain_->isChecked(ShowTypes);
-  if ((!treemap && !types) || !session_->tree().isLive(node)) return;
-  if (!session_->tree().isFolder(node)) node = session_->tree().parent(node);
-  const std::string path = session_->tree().fullPath(node);
-  if (treemap) treemap_->showFolder(path);
-  if (types) types_->showFolder(path);
+  pictures_->showFolder(node, cbrMain_->isChecked(ShowTreemap), cbrMain_->isChecked(ShowTypes));
 }
 
 void MainWindow::selectFromTreemap(const std::string& folder, const std::string& name, bool menu,
@@ -332,12 +323,6 @@ void MainWindow::showPanes() {
   frame_->show(r, d, f, t, tm, ty);
   if (f) showFolderFiles(report_->selectedNode());
   showPictures(report_->selectedNode());
-  // "Vollansicht" is checked on the bar of the pane that stands alone, and a click takes it back.
-  report_->bar().setChecked(cmd::report::FullView, r && !d && !f && !t);
-  files_->bar().setChecked(cmd::files::FullView, f && !r && !d);
-  top_->bar().setChecked(cmd::files::FullView, !f && t && !r && !d);
-  // A closed file list holds nothing and reads nothing.
-  if (!f || !splInfo_->Control2Visible()) files_->clearList();
 }
 
 void MainWindow::toggleFullView(int list) {

@@ -17,6 +17,7 @@
 #include "ui/FileListPane.h"
 #include "ui/MainBar.h"
 #include "ui/PaneFrame.h"
+#include "ui/Pictures.h"
 #include "ui/PreviewPane.h"
 #include "ui/ReportPane.h"
 #include "ui/ScanSession.h"
@@ -109,6 +110,7 @@ class MainWindow : public QMainWindow {
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
   PreviewPane* preview_ = nullptr;  // beside whichever of the two lists is in view
+  Pictures* pictures_ = nullptr;
   TreemapPane* treemap_ = nullptr;
   TypesPane* types_ = nullptr;
   bool fromTreemap_ = false;  // the report's selection moves for a file picked in the treemap

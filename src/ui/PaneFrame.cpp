@@ -5,6 +5,7 @@
 #include <QVBoxLayout>
 
 #include "app/Settings.h"
+#include "ui/CommandIds.h"
 #include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
 #include "ui/ReportPane.h"
@@ -39,6 +40,17 @@ PaneFrame::PaneFrame(ReportPane* report, DrivePane* drives, FileListPane* files,
 }
 
 void PaneFrame::show(bool report, bool drives, bool files, bool largest, bool treemap, bool types) {
+  place(report, drives, files, largest, treemap, types);
+  // "Vollansicht" is checked on the bar of the pane that stands alone, and a click takes it back.
+  reportPane_->bar().setChecked(cmd::report::FullView, report && !drives && !files && !largest);
+  files_->bar().setChecked(cmd::files::FullView, files && !report && !drives);
+  top_->bar().setChecked(cmd::files::FullView, !files && largest && !report && !drives);
+  // A closed file list holds nothing and reads nothing.
+  if (!files || !info_->Control2Visible()) files_->clearList();
+}
+
+void PaneFrame::place(bool report, bool drives, bool files, bool largest, bool treemap,
+                      bool types) {
   const bool pictures = treemap || types;
   if (pictures) {
     pictures_->setControl1Visible(true);

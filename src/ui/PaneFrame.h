@@ -31,7 +31,8 @@ class PaneFrame {
   Splitter& pictures() { return *pictures_; }  // the treemap beside the types
   // The report, the drive table, and the file list or else the largest files; with none of the
   // last three the report stands alone. The shown list takes the preview. The treemap and the
-  // types stand below the report (in its place when it is not shown).
+  // types stand below the report (in its place when it is not shown). "Vollansicht" is checked
+  // on the bar of a pane that stands alone, and a file list that is not shown is emptied.
   void show(bool report, bool drives, bool files, bool largest, bool treemap = false,
             bool types = false);
   void fitDriveTable();
@@ -49,6 +50,8 @@ class PaneFrame {
   void storeOptions(MainOptions& o);
 
  private:
+  void place(bool report, bool drives, bool files, bool largest, bool treemap, bool types);
+
   ReportPane* reportPane_;
   TypesPane* types_;
   DrivePane* drives_;
