@@ -28,7 +28,7 @@ struct TreemapLook {
   uint32_t reading = UINT32_MAX;
   // By folder, as folderGrowth() gives it: when set, files take the colour of their folder's
   // growth instead of their kind's.
-  std::span<const float> growth;
+  std::span<const float> growth = {};
 };
 
 QColor treemapColor(FileKind kind);
