@@ -14,6 +14,7 @@
 
 #include <QImage>
 #include <QLabel>
+#include <QPointer>
 #include <QToolButton>
 #include <QWidget>
 #include <memory>
@@ -111,7 +112,7 @@ class TreemapPane : public QWidget {
   QToolButton* growth_ = nullptr;
   QWidget* kindsLegend_ = nullptr;
   QWidget* growthLegend_ = nullptr;
-  const CompareBaseline* baseline_ = nullptr;
+  QPointer<const CompareBaseline> baseline_;  // the report pane's, which may go first
   QLabel* crumbs_ = nullptr;
   QWidget* canvas_ = nullptr;
   std::string view_;       // the folder shown, with "/"
