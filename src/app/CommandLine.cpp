@@ -139,11 +139,12 @@ ParsedCommandLine parseArguments(int argc, char** argv) {
   if (exporting && silent) usage("--export and -s do not go together");
   if (exporting && !p.imports.empty()) usage("--export and --import do not go together");
   if (exporting && p.sources.size() != 1) usage("--export needs exactly one folder");
-  if (p.comparing && (!silent || !p.sources.empty() || !p.imports.empty()))
-    usage("--compare goes with -s REPORT and nothing else to read");
   const bool picture = !p.treemapFile.empty() || !p.typesFile.empty();
+  if (p.comparing &&
+      (!(silent || (picture && p.typesFile.empty())) || !p.sources.empty() || !p.imports.empty()))
+    usage("--compare goes with -s REPORT or --treemap PICTURE and nothing else to read");
   if (picture && (exporting || silent)) usage("--treemap and --types go with no -s or --export");
-  if (picture && p.sources.size() + p.imports.size() != 1)
+  if (picture && !p.comparing && p.sources.size() + p.imports.size() != 1)
     usage("--treemap and --types need exactly one folder or one --import");
   if (p.snapshot && !silent && !exporting) usage("--snapshot goes with -s or --export");
   if (p.snapshot && p.comparing) usage("--snapshot does not go with --compare");

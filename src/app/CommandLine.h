@@ -22,15 +22,16 @@ struct ParsedCommandLine {
   int sizeAllocated = -1;  // --size: -1 not given (the settings hold), 0 logical, 1 allocated
   int linksOnce = -1;      // --links: -1 not given, 0 each name, 1 once
   std::vector<std::string> excludes;  // --exclude PATTERN, in the order given
-  bool comparing = false;             // -s REPORT --compare OLD NEW: each an export or a folder
+  // -s REPORT or --treemap FILE with --compare OLD NEW: each an export or a folder.
+  bool comparing = false;
   std::string compareOld, compareNew;
   std::string treemapFile;  // --treemap FILE FOLDER|--import EXPORT: the picture (.png or .svg)
   std::string typesFile;    // --types FILE FOLDER|--import EXPORT: the extension table (CSV)
   int pictureWidth = 1600, pictureHeight = 1000;  // --size WIDTHxHEIGHT
-  bool snapshot = false;             // --snapshot: -s and --export also keep a snapshot
-  bool restart = false;              // -RESTART
-  bool translationMode = false;      // -TLMODUS
-  std::string error;                 // UsageError: what is wrong, one line
+  bool snapshot = false;         // --snapshot: -s and --export also keep a snapshot
+  bool restart = false;          // -RESTART
+  bool translationMode = false;  // -TLMODUS
+  std::string error;             // UsageError: what is wrong, one line
 };
 
 // -s[DIGITS] REPORT SOURCE..., --import FILE, --export FILE SOURCE, --size logical|allocated,

@@ -24,9 +24,8 @@ QString shown(const std::string& path) {
   return QFile::decodeName(QByteArray::fromStdString(path));
 }
 
-// Reads one measurement into its own tree: a folder is walked, anything else is an export (the
-// importer knows a compressed one by its first bytes). Returns its root, or kNoNode after the
-// failure has been reported.
+}  // namespace
+
 uint32_t measure(const std::string& what, ReportTree& tree, const ScanDriver::Settings& settings,
                  Stop& stop) {
   struct stat st {};
@@ -52,6 +51,8 @@ uint32_t measure(const std::string& what, ReportTree& tree, const ScanDriver::Se
   }
   return importForSilentRun(what, tree, settings, stop);
 }
+
+namespace {
 
 // Writes the rows as the report writes a tree: the same layouts, headings, quoting and units.
 class CompareRenderer {

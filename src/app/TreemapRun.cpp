@@ -1,10 +1,14 @@
 #include "app/TreemapRun.h"
 
+#include <sys/stat.h>
 #include <cstdio>
 #include <cstdlib>
 
+#include "app/CompareRun.h"
+#include "failure/FailureReport.h"
 #include "json/JsonImport.h"
 #include "output/OutputFile.h"
+#include "support/Globals.h"
 #include "support/Path.h"
 #include "treemap/TypesTable.h"
 
@@ -72,6 +76,33 @@ int readForTreemap(const ParsedCommandLine& job, TreemapCollector& collector, st
   }
   if (top) *top = addSlash(folder);
   return failures.count() ? 1 : 0;
+}
+
+int readComparedForTreemap(const ParsedCommandLine& job, TreemapTree& now, ReportTree& then,
+                           uint32_t& thenRoot) {
+  // NEW as the picture of a folder or an export reads it.
+  ParsedCommandLine side = job;
+  side.comparing = false;
+  struct stat st {};
+  if (::stat(job.compareNew.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+    side.sources = {job.compareNew};
+  else
+    side.imports = {job.compareNew};
+  TreemapCollector collector = treemapCollector(side, true, false);
+  std::string top;
+  if (readForTreemap(side, collector, &top) != 0) return 1;
+  now = collector.takeTree();
+  if (!side.imports.empty() && !cutTreemapTo(now, top)) now = TreemapTree();
+  // OLD as the comparison reads it, counted as NEW was; its failures go to standard error.
+  globals().SilentMode = true;
+  ScanDriver::Settings settings;
+  settings.mode.allocated = job.sizeAllocated == 1;
+  settings.mode.linksOnce = job.linksOnce == 1;
+  settings.excludes = job.excludes;
+  Stop stop;
+  const int failuresBefore = failureCount();
+  thenRoot = measure(job.compareOld, then, settings, stop);
+  return thenRoot == kNoNode || failureCount() != failuresBefore ? 1 : 0;
 }
 
 int writeTypesFile(const ParsedCommandLine& job, TreemapCollector& collector) {

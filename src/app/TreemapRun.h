@@ -4,6 +4,7 @@
 // silent run: 0 written, 1 a failure (told on standard error).
 
 #include "app/CommandLine.h"
+#include "report/ReportTree.h"
 #include "treemap/TreemapData.h"
 
 namespace ql {
@@ -14,6 +15,11 @@ TreemapCollector treemapCollector(const ParsedCommandLine& job, bool wantTree, b
 // the folder could not be read or the export is damaged. `top` gets the folder an export holds.
 int readForTreemap(const ParsedCommandLine& job, TreemapCollector& collector,
                    std::string* top = nullptr);
+// --treemap PICTURE --compare OLD NEW: NEW's files into `now` as readForTreemap() reads them, and
+// OLD's folders into `then` (its root in `thenRoot`), counted alike; 0, or 1 after a failure
+// (told on standard error).
+int readComparedForTreemap(const ParsedCommandLine& job, TreemapTree& now, ReportTree& then,
+                           uint32_t& thenRoot);
 // Writes the table of the job's types file; 0 or 1.
 int writeTypesFile(const ParsedCommandLine& job, TreemapCollector& collector);
 // --types alone: walk or export, and table.

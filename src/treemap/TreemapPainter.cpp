@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "output/OutputFile.h"
+#include "treemap/TreemapGrowth.h"
 
 namespace ql {
 
@@ -16,7 +17,19 @@ namespace {
 const QColor kFrame(64, 64, 64);
 const QColor kRest(160, 160, 160);
 
-void paint(QPainter& p, const TreemapLayout& layout) {
+// The colour of each folder's files, once a picture.
+std::vector<QRgb> growthColors(std::span<const float> growth) {
+  std::vector<QRgb> colors(growth.size());
+  for (size_t i = 0; i < growth.size(); ++i) colors[i] = growthColor(growth[i]).rgb();
+  return colors;
+}
+
+QColor fileColor(const TreemapRect& r, const std::vector<QRgb>& folderColors) {
+  return folderColors.empty() ? treemapColor(r.kind) : QColor(folderColors[r.folder]);
+}
+
+void paint(QPainter& p, const TreemapLayout& layout, const TreemapLook& look) {
+  const std::vector<QRgb> folderColors = growthColors(look.growth);
   p.setPen(Qt::NoPen);
   for (const TreemapRect& r : layout.rects) {
     const QRect box(r.x, r.y, r.w, r.h);
@@ -29,7 +42,7 @@ void paint(QPainter& p, const TreemapLayout& layout) {
         p.fillRect(box, kRest);
         break;
       case TreemapRect::File: {
-        const QColor c = treemapColor(r.kind);
+        const QColor c = fileColor(r, folderColors);
         if (r.w < 3 && r.h < 3) {
           p.fillRect(box, c);
           break;
@@ -149,6 +162,16 @@ QColor treemapColor(FileKind kind) {
   }
 }
 
+QColor growthColor(float growth) {
+  const QColor same(175, 175, 175), grown(240, 130, 20), shrunk(40, 110, 210);
+  if (growth == kNewFolder) return QColor(215, 25, 35);
+  const double t = std::sqrt(std::min(std::abs(static_cast<double>(growth)), 1.0));
+  const QColor& to = growth > 0 ? grown : shrunk;
+  auto mix = [t](int a, int b) { return static_cast<int>(std::lround(a + (b - a) * t)); };
+  return QColor(mix(same.red(), to.red()), mix(same.green(), to.green()),
+                mix(same.blue(), to.blue()));
+}
+
 QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
   QImage image(std::max(layout.width, 1), std::max(layout.height, 1), QImage::Format_RGB32);
   image.fill(kRest);
@@ -159,6 +182,7 @@ QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
   std::array<double, 64> ridges;  // by depth; deeper ones are too low to see
   for (size_t d = 0; d < ridges.size(); ++d) ridges[d] = kRidge * std::pow(kRidgeFactor, d);
   std::vector<Surface> surfaces(look.cushions ? layout.rects.size() : 0);
+  const std::vector<QRgb> folderColors = growthColors(look.growth);
   const QRgb frame = kFrame.rgb(), rest = kRest.rgb(),
              dimRest = look.mark == TreemapLook::Mark::None ? rest : dim(rest);
   for (size_t i = 0; i < layout.rects.size(); ++i) {
@@ -178,7 +202,7 @@ QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
         break;
       case TreemapRect::Rest:
       case TreemapRect::File: {
-        QRgb c = r.type == TreemapRect::Rest ? rest : treemapColor(r.kind).rgb();
+        QRgb c = r.type == TreemapRect::Rest ? rest : fileColor(r, folderColors).rgb();
         if (!isMarked(r, look)) c = dim(c);
         if (look.cushions)
           raster.cushion(r.x, r.y, r.w, r.h, surfaces[i], c);
@@ -195,7 +219,7 @@ QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look) {
 }
 
 bool writeTreemapPicture(const TreemapLayout& layout, const std::string& fileName,
-                         std::string& error) {
+                         std::string& error, const TreemapLook& look) {
   QByteArray bytes;
   QBuffer buffer(&bytes);
   buffer.open(QIODevice::WriteOnly);
@@ -206,8 +230,8 @@ bool writeTreemapPicture(const TreemapLayout& layout, const std::string& fileNam
     svg.setViewBox(QRect(0, 0, layout.width, layout.height));
     svg.setTitle(QStringLiteral("Quorlane"));
     QPainter p(&svg);
-    paint(p, layout);
-  } else if (!paintTreemap(layout).save(&buffer, "PNG")) {
+    paint(p, layout, look);
+  } else if (!paintTreemap(layout, look).save(&buffer, "PNG")) {
     error = "the picture could not be made";
     return false;
   }

@@ -10,6 +10,7 @@
 
 #include <QColor>
 #include <QImage>
+#include <span>
 #include <string>
 
 #include "treemap/TreemapLayout.h"
@@ -25,13 +26,19 @@ struct TreemapLook {
   // A folder still being read (an index of TreemapTree::folders): hatched over, since what it
   // shows is what it held before.
   uint32_t reading = UINT32_MAX;
+  // By folder, as folderGrowth() gives it: when set, files take the colour of their folder's
+  // growth instead of their kind's.
+  std::span<const float> growth = {};
 };
 
 QColor treemapColor(FileKind kind);
+// New folders red; grown ones from grey towards orange, shrunk ones towards blue, both by the
+// square root of the change up to 100 %, so that a few percent already show; unchanged ones grey.
+QColor growthColor(float growth);
 QImage paintTreemap(const TreemapLayout& layout, const TreemapLook& look = {});
 // PNG, or SVG for a name ending in ".svg" (any case), by the rules of OutputFile ("-" is standard
 // output, a file is replaced only once complete). false with `error` on failure.
 bool writeTreemapPicture(const TreemapLayout& layout, const std::string& fileName,
-                         std::string& error);
+                         std::string& error, const TreemapLook& look = {});
 
 }  // namespace ql

@@ -3,6 +3,7 @@
 list(APPEND QL_CORE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/FileKind.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TreemapData.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/TreemapGrowth.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TreemapLayout.cpp
   ${CMAKE_CURRENT_LIST_DIR}/TypesTable.cpp
 )

@@ -168,6 +168,12 @@ void CompareBaseline::deliverLoad(const std::shared_ptr<LoadJob>& job) {
   Q_EMIT loaded(QString());
 }
 
+std::shared_ptr<const ReportTree> CompareBaseline::folders(uint32_t& root) const {
+  if (!data_) return nullptr;
+  root = data_->root;
+  return std::shared_ptr<const ReportTree>(data_, &data_->tree);
+}
+
 bool CompareBaseline::compare() {
   if (!data_) return false;
   uint32_t root = kNoNode;

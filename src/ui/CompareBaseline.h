@@ -64,6 +64,10 @@ class CompareBaseline : public QObject {
   const std::string& source() const { return source_; }
   const std::string& file() const { return file_; }
 
+  // The baseline's folders, for a reader on any thread (a loaded baseline never changes): they
+  // live as long as the pointer, and `root` is the source's folder among them. Null without one.
+  std::shared_ptr<const ReportTree> folders(uint32_t& root) const;
+
   // Matches the report's branch of the source against the baseline on a worker; compared() says
   // when the values are there. False (nothing starts) when the source is not in the report.
   bool compare();

@@ -141,6 +141,7 @@ void MainWindow::buildPanes(const MainOptions& o) {
   // With a baseline the largest files can be narrowed to those new or grown since.
   connect(report_, &ReportPane::baselineChanged, this,
           guard_.wrap("Report_Compare", [this](const CompareBaseline* baseline) {
+            treemap_->setBaseline(baseline);
             if (!baseline)
               top_->setNewOrGrownFilter({});
             else

@@ -18,8 +18,10 @@
 #include "report/SizeFormat.h"
 #include "support/Path.h"
 #include "support/PathText.h"
+#include "treemap/TreemapGrowth.h"
 #include "treemap/TreemapPainter.h"
 #include "ui/CommandBar.h"
+#include "ui/CompareBaseline.h"
 #include "ui/ScanSession.h"
 #include "ui/TreemapStore.h"
 
@@ -100,13 +102,25 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
             const std::string path = pathBytes(link);
             if (path.size() >= sourceTop_.size()) zoomInto(path);
           }));
+  growth_ = new QToolButton(this);
+  growth_->setText(TL(4670, "Nach Wachstum färben"));
+  growth_->setToolTip(TL(4671,
+                         "Jede Datei in der Farbe dessen, was die Dateien direkt in "
+                         "ihrem Ordner seit der verglichenen Messung zugelegt haben"));
+  growth_->setCheckable(true);
+  growth_->setAutoRaise(true);
+  growth_->hide();  // until there is a baseline
+  connect(growth_, &QToolButton::toggled, this,
+          guard_.wrap("Treemap_Growth", [this](bool) { request(); }));
   bar->addWidget(up_);
   bar->addWidget(crumbs_, 1);
+  bar->addWidget(growth_);
   column->addLayout(bar);
   canvas_ = new QWidget(this);
   // The legend below the picture: one swatch a kind, in two rows, so that every name is whole
   // in a narrow pane.
-  auto* legend = new QGridLayout;
+  kindsLegend_ = new QWidget(this);
+  auto* legend = new QGridLayout(kindsLegend_);
   legend->setContentsMargins(2, 0, 2, 2);
   legend->setHorizontalSpacing(4);
   legend->setVerticalSpacing(0);
@@ -123,6 +137,26 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
     legend->addWidget(new QLabel(kindName(kind), this), row, col + 1);
   }
   legend->setColumnStretch(perRow * 2, 1);
+  // The growth colours instead, in one row from new to shrunk.
+  growthLegend_ = new QWidget(this);
+  auto* steps = new QHBoxLayout(growthLegend_);
+  steps->setContentsMargins(2, 0, 2, 2);
+  steps->setSpacing(4);
+  const std::pair<float, QString> shown[] = {{kNewFolder, TL(4672, "Neuer Ordner")},
+                                             {1.0f, QStringLiteral("+100 %")},
+                                             {0.25f, QStringLiteral("+25 %")},
+                                             {0.0f, TL(4673, "Unverändert")},
+                                             {-0.5f, QStringLiteral("−50 %")}};
+  for (const auto& [growth, text] : shown) {
+    QPixmap swatch(10, 10);
+    swatch.fill(growthColor(growth));
+    auto* icon = new QLabel(growthLegend_);
+    icon->setPixmap(swatch);
+    steps->addWidget(icon);
+    steps->addWidget(new QLabel(text, growthLegend_));
+  }
+  steps->addStretch(1);
+  growthLegend_->hide();
   canvas_->setObjectName(QStringLiteral("picTreemapCanvas"));
   canvas_->setMouseTracking(true);
   canvas_->setMinimumSize(40, 40);
@@ -132,7 +166,8 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
   connect(&session_, &ScanSession::busyChanged, this,
           guard_.wrap("Treemap_Busy", [this](bool) { request(); }));
   column->addWidget(canvas_, 1);
-  column->addLayout(legend);
+  column->addWidget(kindsLegend_);
+  column->addWidget(growthLegend_);
 }
 
 TreemapPane::~TreemapPane() {
@@ -168,6 +203,12 @@ void TreemapPane::setHighlight(const std::string& extension, bool on) {
   request();
 }
 
+void TreemapPane::setBaseline(const CompareBaseline* baseline) {
+  baseline_ = baseline;
+  growth_->setVisible(baseline != nullptr);
+  request();
+}
+
 // A new request makes any picture under way stale; only one worker draws at a time.
 void TreemapPane::request() {
   ++ticket_;
@@ -188,6 +229,8 @@ void TreemapPane::start() {
     notice_ = session_.busy() ? TL(4525, "Wird eingelesen...")
                               : TL(4526, "Für diesen Ordner sind keine Dateien bekannt.");
     frame_.reset();
+    kindsLegend_->show();
+    growthLegend_->hide();
     sourceTop_.clear();
     updateCrumbs();
     canvas_->update();
@@ -208,8 +251,13 @@ void TreemapPane::start() {
            findTreemapFolder(*place.tree, std::string_view(reading).substr(place.top.size()),
                              chain))
     look.reading = chain.back();
-  auto job = [place, size, look, ticket = ticket_, top = view_, highlight = highlight_,
-              on = highlightOn_] {
+  // The baseline's folders go with the job: it reads them, never the report.
+  std::shared_ptr<const ReportTree> then;
+  uint32_t thenRoot = kNoNode;
+  if (growth_->isChecked() && baseline_ && place.top == addSlash(baseline_->source()))
+    then = baseline_->folders(thenRoot);
+  auto job = [place, size, look, then, thenRoot, ticket = ticket_, top = view_,
+              highlight = highlight_, on = highlightOn_] {
     auto frame = std::make_shared<Frame>();
     frame->ticket = ticket;
     frame->top = top;
@@ -218,7 +266,14 @@ void TreemapPane::start() {
     const TreemapTree& tree = *frame->tree;
     frame->layout =
         layoutTreemap(tree, std::max(size.width(), 1), std::max(size.height(), 1), frame->root);
-    frame->image = paintTreemap(frame->layout, look);
+    std::vector<float> growth;
+    TreemapLook shown = look;
+    if (then) {
+      growth = folderGrowth(tree, frame->root, *then, thenRoot);
+      shown.growth = growth;
+      frame->growth = true;
+    }
+    frame->image = paintTreemap(frame->layout, shown);
     if (on) {  // the files of other kinds fade
       QPainter p(&frame->image);
       const QColor fade(255, 255, 255, 190);
@@ -243,6 +298,8 @@ void TreemapPane::accept(std::shared_ptr<Frame> frame) {
   running_ = false;
   if (frame->ticket == ticket_) {
     frame_ = std::move(frame);
+    kindsLegend_->setVisible(!frame_->growth);
+    growthLegend_->setVisible(frame_->growth);
     canvas_->update();
   }
   if (again_ || frame_ == nullptr || frame_->ticket != ticket_) {

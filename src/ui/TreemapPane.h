@@ -4,6 +4,8 @@
 // folder, Backspace or the bar's button goes one level up, and the breadcrumb names where the
 // view stands (each part leads there). Pointing names what lies there in the status bar; a click
 // asks the window to select the file, a right click to offer the file list's menu for it.
+// While the report is compared with a baseline, a switch on the bar colours each file by the
+// growth of its folder's own files since then instead of by its kind, and the legend follows.
 //
 // Threads: the pane belongs to the user-interface thread. Layout and painting run on a worker
 // (one at a time): the pane shows the last finished picture, asks again on a resize, a zoom or
@@ -12,6 +14,7 @@
 
 #include <QImage>
 #include <QLabel>
+#include <QPointer>
 #include <QToolButton>
 #include <QWidget>
 #include <memory>
@@ -23,6 +26,7 @@
 
 namespace ql {
 
+class CompareBaseline;
 class ScanSession;
 
 class TreemapPane : public QWidget {
@@ -41,6 +45,11 @@ class TreemapPane : public QWidget {
   // Files of this extension ("" for names without one) stand out; `on` false: none does.
   void setHighlight(const std::string& extension, bool on);
   bool highlighting() const { return highlightOn_; }
+  // The report's baseline, nullptr for none: the growth switch is offered while there is one.
+  void setBaseline(const CompareBaseline* baseline);
+  QToolButton& growthSwitch() { return *growth_; }
+  // The last finished picture has its files in the colours of growth.
+  bool showsGrowth() const { return frame_ && frame_->growth; }
 
   const std::string& folder() const { return view_; }
   bool drawing() const { return running_; }
@@ -79,6 +88,7 @@ class TreemapPane : public QWidget {
     std::shared_ptr<const TreemapTree> tree;
     uint32_t root = 0;  // the folder shown
     std::string top;    // its path
+    bool growth = false;
   };
   struct Names {
     std::string folder;
@@ -99,6 +109,10 @@ class TreemapPane : public QWidget {
   ScanSession& session_;
   const Guard& guard_;
   QToolButton* up_ = nullptr;
+  QToolButton* growth_ = nullptr;
+  QWidget* kindsLegend_ = nullptr;
+  QWidget* growthLegend_ = nullptr;
+  QPointer<const CompareBaseline> baseline_;  // the report pane's, which may go first
   QLabel* crumbs_ = nullptr;
   QWidget* canvas_ = nullptr;
   std::string view_;       // the folder shown, with "/"

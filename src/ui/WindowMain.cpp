@@ -15,6 +15,7 @@
 #include "app/Startup.h"
 #include "app/TreemapRun.h"
 #include "output/OutputFile.h"
+#include "treemap/TreemapGrowth.h"
 #include "treemap/TreemapPainter.h"
 #include "failure/FailureReport.h"
 #include "ui/dialogs/frmFehler.h"
@@ -73,14 +74,26 @@ extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int 
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QGuiApplication app(argc, argv);
   initFrame(job.translationMode);
-  TreemapCollector collector = treemapCollector(job, true, !job.typesFile.empty());
-  std::string top;
-  if (readForTreemap(job, collector, &top) != 0) return 1;
-  if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
-  TreemapTree tree = collector.takeTree();
-  if (!job.imports.empty() && !cutTreemapTo(tree, top)) tree = TreemapTree();
+  TreemapTree tree;
+  std::vector<float> growth;  // with --compare: NEW coloured by its growth since OLD
+  if (job.comparing) {
+    ReportTree then;
+    uint32_t thenRoot = kNoNode;
+    if (readComparedForTreemap(job, tree, then, thenRoot) != 0) return 1;
+    growth = folderGrowth(tree, 0, then, thenRoot);
+  } else {
+    TreemapCollector collector = treemapCollector(job, true, !job.typesFile.empty());
+    std::string top;
+    if (readForTreemap(job, collector, &top) != 0) return 1;
+    if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
+    tree = collector.takeTree();
+    if (!job.imports.empty() && !cutTreemapTo(tree, top)) tree = TreemapTree();
+  }
+  TreemapLook look;
+  look.growth = growth;
   std::string error;
-  if (writeTreemapPicture(layoutTreemap(tree, job.pictureWidth, job.pictureHeight), job.treemapFile, error))
+  if (writeTreemapPicture(layoutTreemap(tree, job.pictureWidth, job.pictureHeight), job.treemapFile,
+                          error, look))
     return 0;
   std::fprintf(stderr, "quorlane: %s\n", error.c_str());
   return 1;

@@ -199,6 +199,46 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   EXPECT_FALSE(top.bar().control(cmd::files::NewOrGrown)->isVisible());
 }
 
+// The treemap coloured by growth: each file by its folder's own files, new folders red, grown
+// ones orange, unchanged ones grey; without the baseline the kinds come back.
+TEST_F(CompareViewTest, TreemapColoursFilesByTheirFoldersGrowth) {
+  MainWindow w;
+  w.resize(1300, 900);
+  w.show();
+  QCoreApplication::processEvents();
+  w.cbrMain().control(cmd::main::ShowTreemap)->trigger();
+  TreemapPane& map = w.treemapPane();
+  ASSERT_TRUE(map.isVisible());
+  EXPECT_FALSE(map.growthSwitch().isVisible());
+  compare(w);
+  ASSERT_TRUE(map.growthSwitch().isVisible());
+  map.growthSwitch().click();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !map.drawing() && map.showsGrowth(); }, 10000));
+  // The colour of the file in `folder`, in the middle of its rectangle.
+  const auto colourIn = [&](const std::string& folder) {
+    const QSize canvas = map.canvas().size();
+    const QImage& picture = map.picture();
+    for (int y = 2; y < canvas.height(); y += 2)
+      for (int x = 2; x < canvas.width(); x += 2) {
+        TreemapPane::Hit hit;
+        if (map.hitAt({x, y}, hit) && hit.file && hit.folder == d / ("now/" + folder + "/"))
+          return QColor(picture.pixel(x * picture.width() / canvas.width(),
+                                      y * picture.height() / canvas.height()));
+      }
+    return QColor();
+  };
+  const QColor grown = colourIn("grow"), added = colourIn("new"), same = colourIn("keep");
+  EXPECT_TRUE(grown.hsvHue() >= 20 && grown.hsvHue() <= 40 && grown.hsvSaturation() > 150)
+      << grown.name().toStdString();  // +1000 %: full orange
+  EXPECT_TRUE((added.hsvHue() >= 345 || added.hsvHue() <= 10) && added.hsvSaturation() > 150)
+      << added.name().toStdString();
+  EXPECT_EQ(same.hsvHue(), -1) << same.name().toStdString();  // grey, shaded
+  w.reportPane().cbrReport_Execute(cmd::report::CompareOff);
+  EXPECT_FALSE(map.growthSwitch().isVisible());
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !map.drawing() && !map.showsGrowth(); }, 10000));
+  EXPECT_NE(colourIn("keep").hsvHue(), -1);  // its kind's colour again
+}
+
 // The snapshot kept after a scan is offered in the popup, and choosing it compares with it.
 TEST_F(CompareViewTest, ComparesWithTheSnapshotOfAnEarlierScan) {
   MainWindow w;
