@@ -42,33 +42,20 @@ PY
 fi
 export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
 
-# Best wall time of RUNS runs of the command, in seconds.
-best() {
-  local b=""
-  for _ in $(seq "$runs"); do
-    local s e
-    s=$(date +%s.%N)
-    "$@" >/dev/null
-    e=$(date +%s.%N)
-    b=$(echo "$s $e ${b:-1e9}" | awk '{t=$2-$1; print (t<$3)?t:$3}')
-  done
-  echo "$b"
-}
-# Peak resident memory of one run, in kB.
-peak() { /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1; }
+. "$here/bench/timing.sh"
 
 "$bin" -s "$out/warm.csv" "$tree" >/dev/null
-plain=$(best "$bin" -s "$out/r.csv" "$tree")
-alloc=$(best "$bin" -s "$out/r.csv" --size allocated "$tree")
-once=$(best "$bin" -s "$out/r.csv" --links once "$tree")
-both=$(best "$bin" -s "$out/r.csv" --size allocated --links once "$tree")
+plain=$(best "$runs" "$bin" -s "$out/r.csv" "$tree")
+alloc=$(best "$runs" "$bin" -s "$out/r.csv" --size allocated "$tree")
+once=$(best "$runs" "$bin" -s "$out/r.csv" --links once "$tree")
+both=$(best "$runs" "$bin" -s "$out/r.csv" --size allocated --links once "$tree")
 "$bin" -s "$out/warm.csv" "$links" >/dev/null
-lEach=$(best "$bin" -s "$out/r.csv" "$links")
-lOnce=$(best "$bin" -s "$out/r.csv" --links once "$links")
-mEach=$(peak "$bin" -s "$out/r.csv" --links each "$links")
-mOnce=$(peak "$bin" -s "$out/r.csv" --links once "$links")
-bEach=$(peak "$bin" -s "$out/r.csv" --links each "$beside")
-bOnce=$(peak "$bin" -s "$out/r.csv" --links once "$beside")
+lEach=$(best "$runs" "$bin" -s "$out/r.csv" "$links")
+lOnce=$(best "$runs" "$bin" -s "$out/r.csv" --links once "$links")
+mEach=$(peak_kb "$bin" -s "$out/r.csv" --links each "$links")
+mOnce=$(peak_kb "$bin" -s "$out/r.csv" --links once "$links")
+bEach=$(peak_kb "$bin" -s "$out/r.csv" --links each "$beside")
+bOnce=$(peak_kb "$bin" -s "$out/r.csv" --links once "$beside")
 awk -v p="$plain" -v a="$alloc" -v o="$once" -v b="$both" -v le="$lEach" -v lo="$lOnce" \
     -v me="$mEach" -v mo="$mOnce" -v be="$bEach" -v bo="$bOnce" -v n="$linked" -v t="$tree" 'BEGIN {
   printf "%s: silent run, logical, every name   %.3f s\n", t, p

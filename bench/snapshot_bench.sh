@@ -19,25 +19,15 @@ trap 'rm -rf "$out"' EXIT
 [ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
 export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
 
-# Best wall time of RUNS runs of the command, in seconds; the store is emptied before each.
-best() {
-  local b=""
-  for _ in $(seq "$runs"); do
-    rm -rf "$out/data/Quorlane"
-    local s e
-    s=$(date +%s.%N)
-    "$@" >/dev/null
-    e=$(date +%s.%N)
-    b=$(echo "$s $e ${b:-1e9}" | awk '{t=$2-$1; print (t<$3)?t:$3}')
-  done
-  echo "$b"
-}
+. "$here/bench/timing.sh"
+# The store is emptied before each run.
+before_each() { rm -rf "$out/data/Quorlane"; }
 
 "$bin" -s "$out/warm.txt" "$tree" >/dev/null  # warm the cache
-plain=$(best "$bin" -s "$out/r.txt" "$tree")
-with=$(best "$bin" -s "$out/r.txt" --snapshot "$tree")
+plain=$(best "$runs" "$bin" -s "$out/r.txt" "$tree")
+with=$(best "$runs" "$bin" -s "$out/r.txt" --snapshot "$tree")
 size=$(stat -c %s "$("$bin" --snapshots "$tree" | head -1 | cut -f4)")
-walk=$(best "$bin" --export "$out/e.json.zst" "$tree")
+walk=$(best "$runs" "$bin" --export "$out/e.json.zst" "$tree")
 # Peak resident memory in MB of one run.
 peak() {
   rm -rf "$out/data/Quorlane"
