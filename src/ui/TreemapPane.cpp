@@ -117,15 +117,15 @@ TreemapPane::TreemapPane(ScanSession& session, const Guard& guard, QWidget* pare
   bar->addWidget(growth_);
   column->addLayout(bar);
   canvas_ = new QWidget(this);
-  // The legend below the picture: one swatch a kind, in two rows, so that every name is whole
-  // in a narrow pane.
+  // The legend below the picture: one swatch a kind, three to a row, so that every name is whole
+  // in the pane at its first width (a third of the report's).
   kindsLegend_ = new QWidget(this);
   auto* legend = new QGridLayout(kindsLegend_);
   legend->setContentsMargins(2, 0, 2, 2);
   legend->setHorizontalSpacing(4);
   legend->setVerticalSpacing(0);
   const int kinds = static_cast<int>(FileKind::Count);
-  const int perRow = (kinds + 1) / 2;
+  const int perRow = 3;
   for (int k = 1; k <= kinds; ++k) {
     const auto kind = static_cast<FileKind>(k % kinds);
     QPixmap swatch(10, 10);
