@@ -311,7 +311,16 @@ TreemapTree TreemapCollector::takeTree() {
     const Run* run;
   };
   std::vector<Piece> pieces;
-  size_t fileCount = 0;
+  size_t fileCount = 0, runCount = 0;
+  // The room the shards grew into goes first, one shard at a time, before the tree takes its own.
+  for (Shard& s : shards_.all()) {
+    s.paths.shrink_to_fit();
+    s.runs.shrink_to_fit();
+    s.files.shrink_to_fit();
+    s.extensions.shrink_to_fit();
+    runCount += s.runs.size();
+  }
+  pieces.reserve(runCount);
   for (const Shard& s : shards_.all()) {
     fileCount += s.files.size();
     for (const Run& r : s.runs)
@@ -324,6 +333,9 @@ TreemapTree TreemapCollector::takeTree() {
   TreemapTree tree;
   tree.files.reserve(fileCount);
   tree.extensions.reserve(fileCount);
+  // Most folders hold files of their own: room for one a piece, grown only for the others.
+  tree.folders.reserve(pieces.size() + 1);
+  tree.parents.reserve(pieces.size() + 1);
   // Ids by bytes, largest first: should there be more extensions than ids, the smallest share one.
   std::vector<std::vector<uint32_t>> rank;
   const std::vector<TypeRow> rows = merged(&rank);
