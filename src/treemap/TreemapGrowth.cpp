@@ -1,6 +1,7 @@
 #include "treemap/TreemapGrowth.h"
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 #include <utility>
 
