@@ -78,6 +78,13 @@ int readForTreemap(const ParsedCommandLine& job, TreemapCollector& collector, st
   return failures.count() ? 1 : 0;
 }
 
+TreemapTree takeTreemap(const ParsedCommandLine& job, TreemapCollector& collector,
+                        const std::string& top) {
+  TreemapTree tree = collector.takeTree();
+  if (!job.imports.empty() && !cutTreemapTo(tree, top)) tree = TreemapTree();
+  return tree;
+}
+
 int readComparedForTreemap(const ParsedCommandLine& job, TreemapTree& now, ReportTree& then,
                            uint32_t& thenRoot) {
   // NEW as the picture of a folder or an export reads it.
@@ -91,8 +98,7 @@ int readComparedForTreemap(const ParsedCommandLine& job, TreemapTree& now, Repor
   TreemapCollector collector = treemapCollector(side, true, false);
   std::string top;
   if (readForTreemap(side, collector, &top) != 0) return 1;
-  now = collector.takeTree();
-  if (!side.imports.empty() && !cutTreemapTo(now, top)) now = TreemapTree();
+  now = takeTreemap(side, collector, top);
   // OLD as the comparison reads it, counted as NEW was; its failures go to standard error.
   globals().SilentMode = true;
   ScanDriver::Settings settings;

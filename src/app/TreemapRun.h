@@ -15,6 +15,10 @@ TreemapCollector treemapCollector(const ParsedCommandLine& job, bool wantTree, b
 // the folder could not be read or the export is damaged. `top` gets the folder an export holds.
 int readForTreemap(const ParsedCommandLine& job, TreemapCollector& collector,
                    std::string* top = nullptr);
+// The collector's tree once readForTreemap() has filled it; an export's is cut to the folder the
+// export holds (`top`), and is empty when nothing was collected there.
+TreemapTree takeTreemap(const ParsedCommandLine& job, TreemapCollector& collector,
+                        const std::string& top);
 // --treemap PICTURE --compare OLD NEW: NEW's files into `now` as readForTreemap() reads them, and
 // OLD's folders into `then` (its root in `thenRoot`), counted alike; 0, or 1 after a failure
 // (told on standard error).

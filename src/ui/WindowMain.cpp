@@ -86,8 +86,7 @@ extern "C" __attribute__((visibility("default"))) int quorlane_treemap_main(int 
     std::string top;
     if (readForTreemap(job, collector, &top) != 0) return 1;
     if (!job.typesFile.empty() && writeTypesFile(job, collector) != 0) return 1;
-    tree = collector.takeTree();
-    if (!job.imports.empty() && !cutTreemapTo(tree, top)) tree = TreemapTree();
+    tree = takeTreemap(job, collector, top);
   }
   TreemapLook look;
   look.growth = growth;
