@@ -1,10 +1,9 @@
 #include "lists/FolderFiles.h"
 
-#include <QMetaObject>
+#include <unistd.h>
 #include <iterator>
 #include <mutex>
 #include <thread>
-#include <unistd.h>
 
 #include "scan/DirReader.h"
 #include "scan/FileOps.h"
@@ -27,8 +26,8 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
   constexpr size_t kBlock = (2u << 20) / sizeof(FileRow);
   std::vector<std::vector<FileRow>> blocks;
   size_t count = 0;
-  DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME | STATX_BLOCKS |
-                   STATX_INO);
+  DirReader reader(STATX_SIZE | STATX_MODE | STATX_MTIME | STATX_ATIME | STATX_BTIME |
+                   STATX_BLOCKS | STATX_INO);
   const DirReader::Result r = reader.read(fd, [&](DirEntry& e) {
     if (stop.load(std::memory_order_relaxed)) return false;
     if (e.isFolder() || (e.isLink() && e.linksToFolder())) return true;
@@ -36,7 +35,8 @@ FolderListing readFolderFiles(const std::string& folder, const std::atomic<bool>
     if (!sx) return true;  // gone since the listing
     FileRow row;
     row.name = e.name();
-    row.size = allocated ? static_cast<int64_t>(sx->stx_blocks * 512) : static_cast<int64_t>(sx->stx_size);
+    row.size =
+        allocated ? static_cast<int64_t>(sx->stx_blocks * 512) : static_cast<int64_t>(sx->stx_size);
     row.inode = sx->stx_ino;
     row.modified = sx->stx_mtime.tv_sec;
     row.accessed = sx->stx_atime.tv_sec;
@@ -67,16 +67,22 @@ struct FolderFilesReader::Job {
   std::mutex mutex;
   FolderFilesReader* owner = nullptr;  // cleared when the result is no longer wanted
   FolderListing listing;
+  bool done = false;
 };
 
 FolderFilesReader::FolderFilesReader(QObject* parent) : QObject(parent) {
+  // The reading thread only signals; the listing waits in its job under the job's lock.
+  connect(this, &FolderFilesReader::readDone, this, &FolderFilesReader::deliver,
+          Qt::QueuedConnection);
   // The MIME database takes a moment to load on first use: it does so now, beside the window,
   // and not when the first folder is shown.
   static std::once_flag warm;
   std::call_once(warm, [] { std::thread([] { fileTypeOf("warm-up.txt"); }).detach(); });
 }
 
-FolderFilesReader::~FolderFilesReader() { cancel(); }
+FolderFilesReader::~FolderFilesReader() {
+  cancel();
+}
 
 void FolderFilesReader::start(const std::string& folder, const RowOrder& order,
                               const std::string& root, bool allocated) {
@@ -91,16 +97,19 @@ void FolderFilesReader::start(const std::string& folder, const RowOrder& order,
     listing.order = freshOrder(listing.rows, order);
     std::lock_guard lock(job->mutex);
     job->listing = std::move(listing);
-    if (FolderFilesReader* o = job->owner)
-      QMetaObject::invokeMethod(o, [o, job] { o->deliver(job); }, Qt::QueuedConnection);
+    job->done = true;
+    if (job->owner) Q_EMIT job->owner->readDone();
   }).detach();
 }
 
-void FolderFilesReader::deliver(const std::shared_ptr<Job>& job) {
-  if (job != job_) return;  // a read that was cancelled meanwhile
+void FolderFilesReader::deliver() {
+  if (!job_) return;
   {
-    std::lock_guard lock(job->mutex);
-    listing_ = std::move(job->listing);
+    // The signal may be that of a read cancelled meanwhile: the current one is taken only
+    // once it is done, and it tells again when it is.
+    std::lock_guard lock(job_->mutex);
+    if (!job_->done) return;
+    listing_ = std::move(job_->listing);
   }
   job_.reset();
   Q_EMIT finished();

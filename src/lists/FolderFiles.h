@@ -53,13 +53,15 @@ class FolderFilesReader : public QObject {
  Q_SIGNALS:
   // The listing is taken with takeListing() in the slot.
   void finished();
+  // From the reading thread, queued to deliver().
+  void readDone();
 
  public:
   FolderListing takeListing() { return std::move(listing_); }
 
  private:
   struct Job;
-  void deliver(const std::shared_ptr<Job>& job);
+  void deliver();
   std::shared_ptr<Job> job_;
   FolderListing listing_;
 };

@@ -1,14 +1,14 @@
 #include "scan/ScanDriver.h"
 
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <QFile>
 #include <algorithm>
 #include <cerrno>
-#include <malloc.h>
 #include <condition_variable>
 #include <mutex>
-#include <sys/resource.h>
 #include <system_error>
-#include <unistd.h>
 
 #include "failure/FailureReport.h"
 #include "lang/TL.h"
@@ -52,8 +52,7 @@ struct ScanDriver::Run final : WalkSink {
     changed.notify_all();
     if (owner && !drainPosted) {
       drainPosted = true;
-      ScanDriver* o = owner;
-      QMetaObject::invokeMethod(o, [o] { o->drain(); }, Qt::QueuedConnection);
+      Q_EMIT owner->branchesWaiting();
     }
   }
 };
@@ -62,6 +61,10 @@ ScanDriver::ScanDriver(ReportTree& tree, Stop& stop, QObject* parent)
     : QObject(parent), tree_(tree), stop_(stop) {
   ticker_.setInterval(150);
   connect(&ticker_, &QTimer::timeout, this, &ScanDriver::onTick);
+  // The walk's threads tell through these; a signal carries nothing of theirs across, the
+  // data waits in the run under its lock.
+  connect(this, &ScanDriver::branchesWaiting, this, &ScanDriver::drain, Qt::QueuedConnection);
+  connect(this, &ScanDriver::walkEnded, this, &ScanDriver::onWalkDone, Qt::QueuedConnection);
 }
 
 ScanDriver::~ScanDriver() {
@@ -100,7 +103,8 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   WalkOptions o;
   o.threads = settings_.threads;
   // For measurements: the number of walk threads can be forced from the environment.
-  if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0) o.threads = forced;
+  if (const int forced = qEnvironmentVariableIntValue("QUORLANE_THREADS"); forced > 0)
+    o.threads = forced;
   o.noHardlinks = settings_.noHardlinks;
   o.folderColorFade = settings_.folderColorFade;
   o.mode = settings_.mode;
@@ -126,9 +130,7 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
     run->outcome = outcome;
     run->done = true;
     run->changed.notify_all();
-    if (ScanDriver* o = run->owner)
-      QMetaObject::invokeMethod(
-          o, [o] { o->onWalkDone(); }, Qt::QueuedConnection);
+    if (run->owner) Q_EMIT run->owner->walkEnded();
   };
   try {
     thread_ = std::thread(body);
@@ -148,7 +150,7 @@ void ScanDriver::launch(Job job, uint32_t node, const std::string& path) {
   run->outcome.interrupted = true;
   run->done = true;
   run->wakeOwner();
-  QMetaObject::invokeMethod(this, [this] { onWalkDone(); }, Qt::QueuedConnection);
+  Q_EMIT walkEnded();
 }
 
 void ScanDriver::endThread() {
@@ -174,7 +176,9 @@ void ScanDriver::drain() {
 void ScanDriver::reportFailure(const WalkFailure& f) {
   QString text;
   switch (f.kind) {
-    case WalkFailure::Kind::SumOverflow: text = TL(4040, "Überlauf der Summe"); break;
+    case WalkFailure::Kind::SumOverflow:
+      text = TL(4040, "Überlauf der Summe");
+      break;
     case WalkFailure::Kind::OutOfDescriptors:
       text = TL(4041, "Zu viele offene Dateien: Ordner konnten nicht gelesen werden.");
       break;
@@ -222,7 +226,8 @@ bool ScanDriver::takeNextSource(std::string& scanPath) {
 void ScanDriver::finishWalk(const WalkOutcome& outcome) {
   drain();
   const uint32_t node = node_;
-  if (job_ == Job::Source && !outcome.readable && outcome.openError != 0 && outcome.openError != ENOENT)
+  if (job_ == Job::Source && !outcome.readable && outcome.openError != 0 &&
+      outcome.openError != ENOENT)
     Q_EMIT sourceRefused(pathText(tree_.fullPath(node)),
                          QString::fromStdString(systemErrorText(outcome.openError)));
   // The folder's own files get a row of their own when it also has subfolder rows.
@@ -344,7 +349,8 @@ void ScanDriver::onWalkDone() {
     if (!run_->done) return;
   }
   endThread();
-  const WalkOutcome outcome = run_->outcome;  // a copy: the run goes before the outcome is done with
+  const WalkOutcome outcome =
+      run_->outcome;  // a copy: the run goes before the outcome is done with
   afterWalk(outcome);
 }
 
@@ -398,7 +404,8 @@ bool ScanDriver::rescan(uint32_t node, bool full, bool wait) {
     full = true;
   }
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  if (tree_.hasFlag(node, ReportTree::Junction)) return false;  // a link or a mount is never entered
+  if (tree_.hasFlag(node, ReportTree::Junction))
+    return false;  // a link or a mount is never entered
   const auto& n = tree_.node(node);
   rescan_ = Rescan{full, node, n.size, n.files, tree_.folders(node)};
   const std::string path = addSlash(tree_.fullPath(node));
@@ -436,7 +443,8 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
     const auto& n = tree_.node(r.node);
     if (!tree_.isRoot(r.node))
       added = adjustUp(tree_, tree_.parent(r.node),
-                       SumChange{n.size - r.oldSize, n.files - r.oldFiles, tree_.folders(r.node) - r.oldFolders});
+                       SumChange{n.size - r.oldSize, n.files - r.oldFiles,
+                                 tree_.folders(r.node) - r.oldFolders});
   } else {
     drain();
     node_ = kNoNode;
@@ -448,8 +456,8 @@ void ScanDriver::finishRescan(const WalkOutcome& outcome) {
     }
   }
   if (!added)
-    FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0, TL(4040, "Überlauf der Summe"),
-                  {pathText(tree_.fullPath(r.node))});
+    FailureReport(QStringLiteral("Report_Rescan"), QStringLiteral("frmMain"), 0,
+                  TL(4040, "Überlauf der Summe"), {pathText(tree_.fullPath(r.node))});
   refreshPercentsUp(tree_, r.node);
   ticker_.stop();
   tree_.sortAll();

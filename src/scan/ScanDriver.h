@@ -47,7 +47,9 @@ class ScanDriver : public QObject {
   // Makes the collector of files for each full walk (a source or a full rescan); it is called
   // on the owner thread just before the walk starts, also for a files-only rescan, whose walk
   // offers nothing. The walk keeps its collector alive as long as it runs, even when abandoned.
-  void setFeedFactory(std::function<std::shared_ptr<FileFeed>()> factory) { feedFactory_ = std::move(factory); }
+  void setFeedFactory(std::function<std::shared_ptr<FileFeed>()> factory) {
+    feedFactory_ = std::move(factory);
+  }
   // While the factory runs: the folder about to be walked, and whether its files are offered.
   const std::string& walkPath() const { return walkPath_; }
   bool walkOffersFiles() const { return job_ != Job::FilesRescan; }
@@ -92,6 +94,10 @@ class ScanDriver : public QObject {
   void progress(const QString& folder);
   void finished();
   void rescanFinished(uint32_t node);
+  // From the walk's threads to the driver itself, queued: finished branches wait in the run,
+  // and the walk has ended.
+  void branchesWaiting();
+  void walkEnded();
 
  private:
   struct Run;
