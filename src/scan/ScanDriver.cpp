@@ -349,8 +349,8 @@ void ScanDriver::onWalkDone() {
     if (!run_->done) return;
   }
   endThread();
-  const WalkOutcome outcome =
-      run_->outcome;  // a copy: the run goes before the outcome is done with
+  // A copy: the run goes before the outcome is done with.
+  const WalkOutcome outcome = run_->outcome;
   afterWalk(outcome);
 }
 
@@ -404,8 +404,8 @@ bool ScanDriver::rescan(uint32_t node, bool full, bool wait) {
     full = true;
   }
   if (!tree_.isFolder(node)) node = tree_.parent(node);
-  if (tree_.hasFlag(node, ReportTree::Junction))
-    return false;  // a link or a mount is never entered
+  // A link or a mount is never entered.
+  if (tree_.hasFlag(node, ReportTree::Junction)) return false;
   const auto& n = tree_.node(node);
   rescan_ = Rescan{full, node, n.size, n.files, tree_.folders(node)};
   const std::string path = addSlash(tree_.fullPath(node));
