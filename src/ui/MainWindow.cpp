@@ -105,58 +105,38 @@ void MainWindow::buildPanes(const MainOptions& o) {
   // largest-files list below it.
   drives_ = new DrivePane(guard_, o, {}, this);
   connect(drives_, &DrivePane::statusText, status_, &QLabel::setText);
-  connect(drives_, &DrivePane::heightChanged, this,
-          guard_.wrap("Drives_ResizeTableHeight", [this] { fitDriveTable(); }));
+  connect(drives_, &DrivePane::heightChanged, this, guard_.wrap("Drives_ResizeTableHeight", [this] {
+    if (frame_) frame_->fitDriveTable();  // the drive table is never taller than its rows
+  }));
   connect(drives_, &DrivePane::scanRequested, this,
           guard_.wrap("Drives_ScanDrives", [this](const std::vector<std::string>& paths) {
             if (!session_->busy()) session_->readOnly(paths);
           }));
-  files_ = new FileListPane(FileListPane::Kind::Files, guard_, o, this);
-  files_->setAllocated(o.SizeAllocated != 0);
-  top_ = new FileListPane(FileListPane::Kind::Top, guard_, o, this);
-  preview_ = new PreviewPane(guard_, this);
-  preview_->hide();  // until a list takes it
-  files_->setPreview(preview_, top_);
-  top_->setPreview(preview_, files_);
-  for (FileListPane* pane : {files_, top_}) {
-    connect(pane, &FileListPane::statusText, status2_, &QLabel::setText);
-    connect(pane, &FileListPane::fileGone, this,
-            guard_.wrap("Filelist_DeleteFiles", [this](const std::string& folder,
-                                                       const std::string& name, qint64 size) {
-              session_->treemapFileGone(folder, name, size);
-            }));
-    connect(pane, &FileListPane::fullViewRequested, this,
-            guard_.wrap("cbrFiles_Execute", [this, pane] {
-              toggleFullView(pane == files_ ? ShowFiles : ShowLargest);
-            }));
-    // The free space of the drives that held the files has moved; a delete from the file list
-    // also counts its folder's own files again.
-    connect(
-        pane, &FileListPane::filesDeleted, this,
-        guard_.wrap("Filelist_DeleteFiles", [this, pane](const std::vector<std::string>& folders) {
-          for (const std::string& folder : folders) drives_->refreshDrive(folder);
-          if (pane == files_) session_->filesDeleted(report_->selectedNode(), folders);
-        }));
-  }
+  lists_ = new FileLists(*session_, guard_, o, this);
+  files_ = &lists_->files();
+  top_ = &lists_->top();
+  preview_ = &lists_->preview();
+  connect(lists_, &FileLists::statusText, status2_, &QLabel::setText);
+  connect(lists_, &FileLists::fullViewRequested, this,
+          guard_.wrap("cbrFiles_Execute", [this](bool folderList) {
+            toggleFullView(folderList ? ShowFiles : ShowLargest);
+          }));
+  // The free space of the drives that held the files has moved; a delete from the file list
+  // also counts its folder's own files again.
+  connect(lists_, &FileLists::filesDeleted, this,
+          guard_.wrap("Filelist_DeleteFiles",
+                      [this](const std::vector<std::string>& folders, bool folderList) {
+                        for (const std::string& folder : folders) drives_->refreshDrive(folder);
+                        if (folderList) session_->filesDeleted(report_->selectedNode(), folders);
+                      }));
   // With a baseline the largest files can be narrowed to those new or grown since.
   connect(report_, &ReportPane::baselineChanged, this,
           guard_.wrap("Report_Compare", [this](const CompareBaseline* baseline) {
             treemap_->setBaseline(baseline);
-            if (!baseline)
-              top_->setNewOrGrownFilter({});
-            else
-              top_->setNewOrGrownFilter([baseline](const std::string& path, int64_t size) {
-                return baseline->newOrGrown(path, size);
-              });
+            lists_->setBaseline(baseline);
           }));
-  session_->setLargestFiles(
-      {[this] { return top_->beginRead(); },
-       [this](const std::string& source, const std::string& root) { top_->endRead(source, root); },
-       [this] { top_->clearList(); }});
 
   report_->bar().control(cmd::report::FullView)->setCheckable(true);
-  for (FileListPane* pane : {files_, top_})
-    pane->bar().control(cmd::files::FullView)->setCheckable(true);
 
   buildPictures();
   frame_ = std::make_unique<PaneFrame>(report_, drives_, files_, top_, treemap_, types_, this);
@@ -172,10 +152,9 @@ void MainWindow::buildPictures() {
   types_ = &pictures_->types();
   connect(treemap_, &TreemapPane::statusText, status_, &QLabel::setText);
   connect(treemap_, &TreemapPane::fileClicked, this,
-          guard_.wrap("Treemap_MouseUp", [this](const std::string& folder, const std::string& name,
-                                                bool menu, QPoint at) {
-            selectFromTreemap(folder, name, menu, at);
-          }));
+          guard_.wrap("Treemap_MouseUp",
+                      [this](const std::string& folder, const std::string& name, bool menu,
+                             QPoint at) { selectFromTreemap(folder, name, menu, at); }));
   connect(pictures_, &Pictures::extensionPicked, this,
           guard_.wrap("lvwTypes_Click", [this](const std::string& extension, bool picked) {
             top_->setExtensionFilter(extension, !picked);
@@ -197,8 +176,9 @@ void MainWindow::selectFromTreemap(const std::string& folder, const std::string&
   if (!listShown && !menu) return;
   // The menu is the file list's own: for it the list reads the folder even when not in view.
   showFolderFiles(node, true);
-  files_->selectFile(name, menu ? std::function<void()>([this, at] { files_->popupMenu()->popup(at); })
-                                : std::function<void()>());
+  files_->selectFile(name,
+                     menu ? std::function<void()>([this, at] { files_->popupMenu()->popup(at); })
+                          : std::function<void()>());
 }
 
 void MainWindow::wireSession() {
@@ -212,7 +192,7 @@ void MainWindow::wireSession() {
           guard_.wrap("SetCounting", [this](bool allocated, bool linksOnce) {
             options_.SizeAllocated = allocated ? 1 : 0;  // kept at the exit as it is now
             options_.LinksOnce = linksOnce ? 1 : 0;
-            files_->setAllocated(allocated);
+            lists_->setAllocated(allocated);
           }));
   connect(&s, &ScanSession::sourceAccepted, this,
           guard_.wrap("AddNewSearchPath",
@@ -312,7 +292,7 @@ void MainWindow::showOptions() {
   frmOptionen(this).exec();
   OptionenLadenMain(options_);
   session_->applyOptions(options_);
-  files_->setAllocated(options_.SizeAllocated != 0);
+  lists_->setAllocated(options_.SizeAllocated != 0);
   frame_->setGridFont(options_.FontSize);
 }
 
@@ -329,11 +309,6 @@ void MainWindow::showPanes() {
 void MainWindow::toggleFullView(int list) {
   cbrMain_->toggleFullView(list);
   showPanes();
-}
-
-// The drive table is never taller than its rows: the splitter below it follows them.
-void MainWindow::fitDriveTable() {
-  if (frame_) frame_->fitDriveTable();
 }
 
 void MainWindow::takeHandOver(const HandOver& handOver) {
@@ -361,10 +336,8 @@ void MainWindow::setWarningHandler(std::function<void(const QString&)> warn) {
 }
 
 void MainWindow::warn(const QString& text) {
-  if (warn_)
-    warn_(text);
-  else
-    QMessageBox::warning(this, QStringLiteral("Quorlane"), text);
+  if (warn_) return warn_(text);
+  QMessageBox::warning(this, QStringLiteral("Quorlane"), text);
 }
 
 void MainWindow::showEvent(QShowEvent* event) {

@@ -15,6 +15,7 @@
 #include "failure/Guard.h"
 #include "ui/DrivePane.h"
 #include "ui/FileListPane.h"
+#include "ui/FileLists.h"
 #include "ui/MainBar.h"
 #include "ui/PaneFrame.h"
 #include "ui/Pictures.h"
@@ -78,7 +79,6 @@ class MainWindow : public QMainWindow {
   void setControlsEnabled(bool on);
   void startFromSourcesBox();
   void showOptions();
-  void fitDriveTable();
   void applyToolbarLook();
   // Shows the files of a report folder in the file list, when that list is in view.
   void showFolderFiles(uint32_t node, bool evenHidden = false);
@@ -107,6 +107,7 @@ class MainWindow : public QMainWindow {
   Splitter* splInfo_ = nullptr;
   std::unique_ptr<PaneFrame> frame_;  // places the panes; the splitters are widgets of the window
   DrivePane* drives_ = nullptr;
+  FileLists* lists_ = nullptr;
   FileListPane* files_ = nullptr;
   FileListPane* top_ = nullptr;
   PreviewPane* preview_ = nullptr;  // beside whichever of the two lists is in view
