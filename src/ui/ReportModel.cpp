@@ -31,9 +31,8 @@ ReportModel::~ReportModel() { tree_.setObserver(nullptr); }
 
 namespace {
 // Qt hashes an index by row plus internal id. Plain node numbers next to row numbers crowd into
-// one dense range of the hash, and the view's hash of expanded rows then probes longer and
-// longer (expanding 300,000 folders took seconds). An odd multiplier spreads them, and its
-// inverse brings the node back.
+// one dense range of the hash, and a hash of many persistent indexes then probes longer and
+// longer. An odd multiplier spreads them, and its inverse brings the node back.
 constexpr uint64_t kSpread = 0x9E3779B97F4A7C15ull;
 constexpr uint64_t inverseOf(uint64_t a) {
   uint64_t x = a;  // Newton's iteration for the inverse modulo 2^64
@@ -44,7 +43,7 @@ constexpr uint64_t kGather = inverseOf(kSpread);
 static_assert(kSpread * kGather == 1);
 static_assert(sizeof(quintptr) == 8);
 // A gone row's id is its number with this bit, above every node.
-constexpr uint64_t kGoneBit = uint64_t{1} << 32;
+constexpr uint64_t kGoneBit = ReportModel::kGoneKey;
 quintptr idOf(uint64_t key) {
   return static_cast<quintptr>(key * kSpread);
 }
@@ -84,6 +83,17 @@ int ReportModel::shownRow(uint32_t parent, uint32_t row) const {
 int ReportModel::goneShownRow(uint32_t id) const {
   const GoneRow& r = gone_[id];
   return static_cast<int>(goneGroups_.at(r.parent).before[r.slot] + r.slot);
+}
+
+uint64_t ReportModel::rowKey(const QModelIndex& index) const {
+  return index.isValid() ? keyOf(index) : kSuperRoot;
+}
+
+QModelIndex ReportModel::indexOfKey(uint64_t key, int column) const {
+  if (!(key & kGoneBit)) return indexOf(static_cast<uint32_t>(key), column);
+  const uint32_t id = static_cast<uint32_t>(key & ~kGoneBit);
+  if (id >= gone_.size()) return {};
+  return createIndex(goneShownRow(id), column, idOf(key));
 }
 
 QModelIndex ReportModel::indexOf(uint32_t node, int column) const {

@@ -47,6 +47,11 @@ class ReportModel : public QAbstractItemModel, private TreeObserver {
   uint32_t nodeOf(const QModelIndex& index) const;
   QModelIndex indexOf(uint32_t node, int column = 0) const;
   bool isGone(const QModelIndex& index) const { return goneRow(index) != nullptr; }
+  // A row's key, stable while the row stands: its node, or for a gone row its number with
+  // kGoneKey set. indexOfKey() brings the row's index back.
+  static constexpr uint64_t kGoneKey = uint64_t{1} << 32;
+  uint64_t rowKey(const QModelIndex& index) const;
+  QModelIndex indexOfKey(uint64_t key, int column = 0) const;
 
   // What the tree is sorted by for a change column, in the order the column shows.
   std::function<int64_t(uint32_t node)> changeKey(int column) const;

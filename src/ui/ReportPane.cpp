@@ -69,9 +69,8 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   layout->addWidget(bar_);
   for (QToolBar* row : bar_->rows()) layout->addWidget(row);
 
-  view_ = new QTreeView(this);
+  view_ = new ReportView(*model_, this);
   view_->setObjectName(QStringLiteral("tvwPL"));
-  view_->setModel(model_.get());
   view_->setUniformRowHeights(true);
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -89,7 +88,7 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
 
   connect(view_, &QWidget::customContextMenuRequested, this,
           guard_.wrap("tvwPL_MouseUp", [this](const QPoint& at) {
-            const QModelIndex i = view_->indexAt(at);
+            const QModelIndex i = view_->toModel(view_->indexAt(at));
             const uint32_t n = model_->nodeOf(i);
             // Not on a files row nor on a folder that is gone.
             if (!i.isValid() || !view_->isEnabled() || !tree_.isLive(n) || !tree_.isFolder(n))
@@ -104,17 +103,10 @@ ReportPane::ReportPane(ReportTree& tree, ScanDriver& driver, const Guard& guard,
   });
   connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           guard_.wrap("tvwPL_SelChange", [this](const QModelIndex& current, const QModelIndex&) {
-            onCurrentChanged(current);
+            onCurrentChanged(view_->toModel(current));
           }));
-  // The tree keeps what is expanded, so that a report of the current view can follow it.
-  connect(view_, &QTreeView::expanded, this, guard_.wrap("tvwPL_Expand", [this](const QModelIndex& i) {
-            onExpanded(i);
-          }));
-  connect(view_, &QTreeView::collapsed, this,
-          guard_.wrap("tvwPL_Collapse", [this](const QModelIndex& i) {
-            if (tree_.isLive(model_->nodeOf(i)))
-              tree_.setFlag(model_->nodeOf(i), ReportTree::Expanded, false);
-          }));
+  connect(view_, &ReportView::folderExpanded, this,
+          guard_.wrap("tvwPL_Expand", [this](const QModelIndex& i) { onExpanded(i); }));
   // A click on a column title sorts. (The header reports no click when a drag of a column
   // border ends over a title, so that release never sorts.)
   view_->header()->setSectionsClickable(true);
@@ -230,20 +222,15 @@ void ReportPane::cbrReport_Execute(int id) {
       case PercentColumn: view_->setColumnHidden(ReportModel::ColPercent, !bar_->isChecked(id)); break;
       case FilesColumn: view_->setColumnHidden(ReportModel::ColFiles, !bar_->isChecked(id)); break;
       case FoldersColumn: view_->setColumnHidden(ReportModel::ColFolders, !bar_->isChecked(id)); break;
-      case CollapseAll:
-        view_->collapseAll();
-        syncExpandedFlags();
-        break;
+      case CollapseAll: view_->collapseAll(); break;
       case ExpandAll:
         // The view lays expanded levels out recursively: a tree deeper than the stack allows
         // is opened down to the deepest level it can take.
         if (static_cast<int>(tree_.deepestLevel()) < expandableLevels()) {
           view_->expandAll();
-          syncExpandedFlags();
           break;
         }
         view_->expandToDepth(expandableLevels() - 1);
-        syncExpandedFlags();
         reportUnexpandable();
         return;
       case FitColumns: fitColumns(); break;
@@ -308,9 +295,7 @@ void ReportPane::onExpanded(const QModelIndex& index) {
   if (static_cast<int>(tree_.level(node)) >= expandableLevels()) {
     view_->collapse(index);
     reportUnexpandable();
-    return;
   }
-  tree_.setFlag(node, ReportTree::Expanded, true);
 }
 
 void ReportPane::setSizeFormat(int unit) {
@@ -320,16 +305,7 @@ void ReportPane::setSizeFormat(int unit) {
 
 void ReportPane::expandToLevel(int level) {
   if (tree_.liveCount() < 2) return;
-  view_->collapseAll();
   view_->expandToDepth(std::min(level, expandableLevels() - 1));
-  syncExpandedFlags();
-}
-
-void ReportPane::syncExpandedFlags() {
-  tree_.forEachPreorder(kSuperRoot, [this](uint32_t n) {
-    if (n != kSuperRoot) tree_.setFlag(n, ReportTree::Expanded, view_->isExpanded(model_->indexOf(n)));
-    return true;
-  });
 }
 
 void ReportPane::expandSubfolders(bool expand) {
@@ -341,13 +317,9 @@ void ReportPane::expandSubfolders(bool expand) {
     if (depth >= 0) view_->expandRecursively(i, depth);
     if (static_cast<int>(tree_.deepestLevel()) >= expandableLevels()) reportUnexpandable();
   } else {
-    tree_.forEachPreorder(model_->nodeOf(i), [this](uint32_t n) {
-      view_->collapse(model_->indexOf(n));
-      return true;
-    });
+    view_->collapseRecursively(i);
     Q_EMIT statusText(TL(3525, "OK."));
   }
-  syncExpandedFlags();
   fitColumns();
 }
 
@@ -476,7 +448,7 @@ void ReportPane::selectNode(uint32_t node) {
   if (!tree_.isLive(node)) return;
   const QModelIndex i = model_->indexOf(node);
   view_->setCurrentIndex(i);
-  view_->scrollTo(i);
+  view_->scrollToRow(i);
 }
 
 void ReportPane::startSearch() {
@@ -532,7 +504,7 @@ uint32_t ReportPane::firstSelectedNode() const {
   };
   uint32_t first = kNoNode;
   std::vector<uint32_t> firstChain;
-  for (const QModelIndex& i : view_->selectionModel()->selectedRows(0)) {
+  for (const QModelIndex& i : view_->selectedRows()) {
     const uint32_t n = model_->nodeOf(i);
     if (!tree_.isLive(n)) continue;
     std::vector<uint32_t> c = chain(n);
@@ -636,7 +608,7 @@ bool ReportPane::renameFolder(uint32_t node, const QString& name) {
 // F2 renames exactly one selected folder below a source.
 void ReportPane::startRename() {
   const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
-  if (view_->selectionModel()->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable) &&
+  if (view_->selectedRows().size() == 1 && (model_->flags(current) & Qt::ItemIsEditable) &&
       !locked(model_->nodeOf(current)))
     view_->edit(current);
 }

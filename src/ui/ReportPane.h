@@ -6,7 +6,6 @@
 // Threads: the user-interface thread only.
 
 #include <QLineEdit>
-#include <QTreeView>
 #include <QWidget>
 #include <functional>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "ui/CompareBaseline.h"
 #include "ui/PaneBar.h"
 #include "ui/ReportModel.h"
+#include "ui/ReportView.h"
 
 class QMenu;
 
@@ -36,7 +36,7 @@ class ReportPane : public QWidget {
   void cbrReport_Execute(int id);
 
   ReportModel& model() { return *model_; }
-  QTreeView& view() { return *view_; }
+  ReportView& view() { return *view_; }
   CommandBar& bar() { return *bar_; }
   QLineEdit& searchBox() { return *search_; }
 
@@ -103,7 +103,6 @@ class ReportPane : public QWidget {
  private:
   void buildBar(const MainOptions& o);
   void setSizeFormat(int unit);
-  void syncExpandedFlags();
   void reportUnexpandable();
   void onColumnTitleClick(int section);
   void onCurrentChanged(const QModelIndex& current);
@@ -129,7 +128,7 @@ class ReportPane : public QWidget {
   const Guard& guard_;
   std::unique_ptr<ReportModel> model_;
   PaneBar* bar_ = nullptr;
-  QTreeView* view_ = nullptr;
+  ReportView* view_ = nullptr;
   QLineEdit* search_ = nullptr;
   int decimals_ = 1;
   bool expanding_ = false;

@@ -14,6 +14,7 @@ list(APPEND QL_GUI_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/PdfPage.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Pictures.cpp
   ${CMAKE_CURRENT_LIST_DIR}/FileLists.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ReportView.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PreviewMedia.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PreviewPane.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReportModel.cpp

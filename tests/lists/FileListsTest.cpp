@@ -63,9 +63,9 @@ class FileListsTest : public ::testing::Test {
   void clickFolder(MainWindow& w, const QString& name) {
     const QModelIndex i = reportRow(w, name);
     ASSERT_TRUE(i.isValid()) << "no row " << name.toStdString();
-    w.reportPane().view().scrollTo(i);
-    QTest::mouseClick(w.reportPane().view().viewport(), Qt::LeftButton, {},
-                      w.reportPane().view().visualRect(i).center());
+    ReportView& view = w.reportPane().view();
+    view.scrollToRow(i);
+    QTest::mouseClick(view.viewport(), Qt::LeftButton, {}, view.visualRect(view.toView(i)).center());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !w.filesPane().reading(); }, 5000));
   }
 

@@ -127,7 +127,7 @@ TEST_F(CompareViewTest, ShowsChangesMarksNewAndGoneAndSortsByGrowth) {
   // A click on the gone row leaves the selection where it was.
   pane.view().setCurrentIndex(m.index(1, 0, root));
   QTest::mouseClick(pane.view().viewport(), Qt::LeftButton, {},
-                    pane.view().visualRect(m.index(0, 0, root)).center());
+                    pane.view().visualRect(pane.view().toView(m.index(0, 0, root))).center());
   EXPECT_EQ(pane.selectedNode(), m.nodeOf(m.index(1, 0, root)));
   // The source lost "gone" (50 bytes) and gained 1,300: the percent is of what it held then.
   EXPECT_EQ(plain(m.index(0, ReportModel::ColChange).data()), "+1250");
