@@ -1,6 +1,5 @@
 #include "ui/ReportPane.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <QDateTime>
 #include <QEventLoop>
@@ -224,8 +223,7 @@ void ReportPane::cbrReport_Execute(int id) {
       case FoldersColumn: view_->setColumnHidden(ReportModel::ColFolders, !bar_->isChecked(id)); break;
       case CollapseAll: view_->collapseAll(); break;
       case ExpandAll:
-        // The view lays expanded levels out recursively: a tree deeper than the stack allows
-        // is opened down to the deepest level it can take.
+        // A tree deeper than the view opens is opened down to the deepest level it can take.
         if (static_cast<int>(tree_.deepestLevel()) < expandableLevels()) {
           view_->expandAll();
           break;
@@ -272,16 +270,7 @@ void ReportPane::cbrReport_Execute(int id) {
   }, {QString::number(id)});
 }
 
-int ReportPane::expandableLevels() {
-  // A laid-out level costs the view well under 1 KiB of stack; half the stack is left spare.
-  static const int levels = [] {
-    rlimit rl{};
-    rlim_t stack = 8u << 20;
-    if (getrlimit(RLIMIT_STACK, &rl) == 0 && rl.rlim_cur != RLIM_INFINITY) stack = rl.rlim_cur;
-    return static_cast<int>(std::clamp<rlim_t>(stack / 2048, 256, 16384));
-  }();
-  return levels;
-}
+int ReportPane::expandableLevels() { return ReportView::kLevels; }
 
 void ReportPane::reportUnexpandable() {
   Q_EMIT statusText(TL(4045, "Ordner unterhalb von Ebene %1 können nicht aufgeklappt werden.",

@@ -56,8 +56,7 @@ class ReportPane : public QWidget {
   QMenu* reportPopup();
   // Deletes the selected folder below a source, or moves it to the trash, and corrects the sums.
   void deleteFolder(bool toTrash);
-  // The deepest level whose folders can be opened: the view lays expanded levels out
-  // recursively, so this follows the stack the user-interface thread has.
+  // The levels whose folders can be opened (see ReportView::kLevels).
   static int expandableLevels();
 
   // Rows that may not be rescanned, deleted or renamed (an imported measurement of folders that

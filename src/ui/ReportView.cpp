@@ -449,7 +449,8 @@ void setOpenBelow(ReportTree& tree, uint32_t top, F&& open) {
 }  // namespace
 
 void ReportView::expandAll() {
-  rows_->relayout([this] { setOpenBelow(rows_->tree(), kSuperRoot, [](int) { return true; }); });
+  rows_->relayout(
+      [this] { setOpenBelow(rows_->tree(), kSuperRoot, [](int l) { return l < kLevels; }); });
 }
 
 void ReportView::collapseAll() {
@@ -464,8 +465,10 @@ void ReportView::expandToDepth(int depth) {
 void ReportView::expandRecursively(const QModelIndex& index, int depth) {
   const uint32_t node = rows_->model().nodeOf(index);
   if (node == kNoNode || node == kSuperRoot) return;
+  const int top = static_cast<int>(rows_->tree().level(node));
   rows_->relayout([&] {
-    setOpenBelow(rows_->tree(), node, [depth](int l) { return depth < 0 || l <= depth; });
+    setOpenBelow(rows_->tree(), node,
+                 [depth, top](int l) { return (depth < 0 || l <= depth) && top + l < kLevels; });
   });
 }
 

@@ -24,6 +24,10 @@ class ReportRows;
 class ReportView : public QTreeView {
   Q_OBJECT
  public:
+  // Folders open on this many levels at most: each level indents a row further, and below a few
+  // thousand a name stands far beyond any window's width. Deeper folders stay closed.
+  static constexpr int kLevels = 4096;
+
   explicit ReportView(ReportModel& model, QWidget* parent = nullptr);
   ~ReportView() override;
 
@@ -34,11 +38,12 @@ class ReportView : public QTreeView {
   bool isExpanded(const QModelIndex& index) const;
   void expand(const QModelIndex& index);
   void collapse(const QModelIndex& index);
+  // Every folder above kLevels open.
   void expandAll();
   void collapseAll();
   // Every folder down to `depth` (0: the sources) open, every other closed.
   void expandToDepth(int depth);
-  // `index` and its folders `depth` levels below it open (-1: all).
+  // `index` and its folders `depth` levels below it open (-1: all); never below kLevels.
   void expandRecursively(const QModelIndex& index, int depth = -1);
   // `index` and every folder below it closed.
   void collapseRecursively(const QModelIndex& index);
