@@ -11,15 +11,11 @@
 #   LINKED     files of two names in the memory tree (default 200000; made in /tmp/qblinks-LINKED)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
-build=$(cd "${1:-$here/build}" && pwd)
 tree=${2:-/tmp/qb1m}
 linked=${3:-200000}
 runs=${RUNS:-5}
-bin=$build/src/quorlane
-out=$(mktemp -d)
-trap 'rm -rf "$out"' EXIT
-[ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
-[ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
+. "$here/bench/timing.sh"
+bench_setup "${1:-}" "$tree"
 links=/tmp/qblinks-$linked
 beside=/tmp/qblinks-beside-$linked
 if [ ! -d "$links" ] || [ ! -d "$beside" ]; then
@@ -42,7 +38,6 @@ PY
 fi
 export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
 
-. "$here/bench/timing.sh"
 
 "$bin" -s "$out/warm.csv" "$tree" >/dev/null
 plain=$(best "$runs" "$bin" -s "$out/r.csv" "$tree")

@@ -9,17 +9,12 @@
 #   TREE       folder to measure (default /tmp/qb1m; made with bench/maketree.py when missing)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
-build=$(cd "${1:-$here/build}" && pwd)
 tree=${2:-/tmp/qb1m}
 runs=${RUNS:-3}
-bin=$build/src/quorlane
-out=$(mktemp -d)
-trap 'rm -rf "$out"' EXIT
-[ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
-[ -d "$tree" ] || python3 "$here/bench/maketree.py" "$tree" 1000000 >/dev/null
+. "$here/bench/timing.sh"
+bench_setup "${1:-}" "$tree"
 export XDG_DATA_HOME=$out/data XDG_CONFIG_HOME=$out/config
 
-. "$here/bench/timing.sh"
 # The store is emptied before each run.
 before_each() { rm -rf "$out/data/Quorlane"; }
 

@@ -1,6 +1,16 @@
 # Sourced by the bench scripts. best RUNS COMMAND...: the best wall time of RUNS runs of the
 # command, in seconds; the function before_each, where a script defines it, runs before each.
 # peak_kb COMMAND...: the peak resident memory of one run, in kB.
+# bench_setup BUILD_DIR TREE: sets build, bin (the program) and out (a temporary folder, gone at
+# the exit), stops when the program is not built, and makes TREE (a million files) when missing.
+bench_setup() {
+  build=$(cd "${1:-$here/build}" && pwd)
+  bin=$build/src/quorlane
+  out=$(mktemp -d)
+  trap 'rm -rf "$out"' EXIT
+  [ -x "$bin" ] || { echo "$bin is missing: build first" >&2; exit 1; }
+  [ -d "$2" ] || python3 "$here/bench/maketree.py" "$2" 1000000 >/dev/null
+}
 best() {
   local runs=$1 b="" s e
   shift
