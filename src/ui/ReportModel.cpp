@@ -482,13 +482,7 @@ void ReportModel::endReorder() {
   const QModelIndexList before = persistentIndexList();
   QModelIndexList after;
   after.reserve(before.size());
-  for (const auto& i : before) {
-    if (isGone(i))
-      after.push_back(createIndex(goneShownRow(static_cast<uint32_t>(keyOf(i) & ~kGoneBit)),
-                                  i.column(), i.internalId()));
-    else
-      after.push_back(indexOf(nodeOf(i), i.column()));
-  }
+  for (const auto& i : before) after.push_back(indexOfKey(keyOf(i), i.column()));
   changePersistentIndexList(before, after);
   Q_EMIT layoutChanged();
 }
